@@ -1,0 +1,21 @@
+// Conversions between the three forms in which text travels through the system: UTF-8 in every
+// std::string that names a path, UTF-16 at the wide system calls, and the process's ANSI code page
+// at the narrow ones.
+#pragma once
+
+#include <string>
+
+// UTF-16 to UTF-8. An unpaired surrogate becomes U+FFFD. Returns "" on any failure.
+std::string WideToUtf8(const std::wstring& text);
+
+// UTF-8 to UTF-16. Text that is not valid UTF-8 from end to end (overlong forms and encoded
+// surrogates included) gives L"", as does any other failure.
+std::wstring Utf8ToWide(const std::string& text);
+
+// UTF-8 to the ANSI code page. Characters that the code page lacks become its nearest or its
+// default character (usually "?"), so the result may name something else than the input does.
+// Returns "" for text that is not valid UTF-8 and on any other failure.
+std::string Utf8ToAnsi(const std::string& text);
+
+// The ANSI code page to UTF-16. Returns L"" on any failure.
+std::wstring AnsiToWide(const std::string& text);

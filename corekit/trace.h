@@ -1,0 +1,21 @@
+// The diagnostic trace: one process-wide channel for error lines, off at start. Nothing in the
+// system switches it on; an application or a test that wants the lines does.
+#pragma once
+
+#if defined(__GNUC__)
+#define COREKIT_PRINTF_LIKE(first, rest) __attribute__((format(printf, first, rest)))
+#else
+#define COREKIT_PRINTF_LIKE(first, rest)
+#endif
+
+namespace corekit {
+
+// Switches the trace on or off for the whole process.
+void EnableTrace(bool on);
+
+// While the trace is on, writes one line to the debugger's output (OutputDebugString): the local
+// time as "hh:mm:ss.mmm ", then the printf-style message. A line that is longer than the trace's
+// buffer of 10240 bytes is cut. While the trace is off, does nothing.
+void Trace(const char* format, ...) COREKIT_PRINTF_LIKE(1, 2);
+
+}  // namespace corekit

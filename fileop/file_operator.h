@@ -1,0 +1,56 @@
+// The file operator: copies of files and of directory trees are queued first and then carried out
+// in one batch, directories before files.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tk {
+
+// Paths are UTF-8.
+class IFileOperator {
+ public:
+  virtual ~IFileOperator() = default;
+
+  // Queues the copy of one file. Always true.
+  virtual bool AddFileCopy(const char* source, const char* destination) = 0;
+
+  // Queues the copy of a directory tree. A destination that exists is replaced as a whole, never
+  // merged into. Always true.
+  virtual bool AddDirectoryCopy(const char* source, const char* destination) = 0;
+
+  // Forgets what is queued. Always true.
+  virtual bool ClearOperations() = 0;
+
+  // Carries out everything that is queued, each item whatever became of those before it, and keeps
+  // the queue. True when every item succeeded.
+  virtual bool Execute() = 0;
+};
+
+}  // namespace tk
+
+class FileOperatorNomal : public tk::IFileOperator {
+ public:
+  // Receives the diagnostic lines about file copies, each ending in "\n".
+  using DiagnosticSink = std::function<void(const std::string& line)>;
+
+  // Without a sink the diagnostic lines are dropped.
+  explicit FileOperatorNomal(DiagnosticSink sink = nullptr);
+
+  bool AddFileCopy(const char* source, const char* destination) override;
+  bool AddDirectoryCopy(const char* source, const char* destination) override;
+  bool ClearOperations() override;
+  bool Execute() override;
+
+ private:
+  bool CopyDirectoryItem(const std::string& source, const std::string& destination) const;
+  bool CopyFileItem(const std::string& source, const std::string& destination) const;
+  void Report(const std::string& line) const;
+
+  using Copy = std::pair<std::string, std::string>;  // source, destination
+  std::vector<Copy> fileCopies;
+  std::vector<Copy> dirCopies;
+  DiagnosticSink sink_;
+};

@@ -1,0 +1,254 @@
+#include "fileop/file_system.h"
+
+#include <windows.h>
+
+#include <boost/filesystem/path.hpp>
+#include <cstdarg>
+#include <cwchar>
+
+#include "corekit/text.h"
+
+namespace {
+
+constexpr std::size_t kMaxPathBytes = 260;
+constexpr std::size_t kPathUnits = 260;  // the terminator included
+
+bool CreateWideDir(const wchar_t* path) {
+  return CreateDirectoryW(path, nullptr) || GetLastError() == ERROR_ALREADY_EXISTS;
+}
+
+bool CreateAnsiDir(const char* path) {
+  return CreateDirectoryA(path, nullptr) || GetLastError() == ERROR_ALREADY_EXISTS;
+}
+
+// Calls `create` for each prefix of the path that ends before a separator; returns its last result.
+template <typename Create>
+bool CreateEachPrefix(const std::string& path, Create create) {
+  if (path.size() > kMaxPathBytes) return false;
+
+  bool result = true;
+  for (std::size_t cursor = 0; cursor < path.size();) {
+    std::size_t separator = path.find('/', cursor);
+    if (separator == std::string::npos) separator = path.find('\\', cursor);
+    if (separator == std::string::npos) break;
+    if (separator > 0) result = create(path.substr(0, separator));
+    cursor = separator + 1;
+  }
+  return result;
+}
+
+// The path of something in a directory. One that does not fit has been cut, and so names something
+// else: a sibling, the directory itself, a folder above it. Nothing may be done under such a name,
+// or a walk would meet the same folder for ever, or leave the tree that it was given.
+struct EntryPath {
+  EntryPath(const wchar_t* format, const std::wstring& directory, const wchar_t* name)
+      : fits(FormatWidePath(text, kPathUnits, format, directory.c_str(), name) >= 0) {}
+
+  wchar_t text[kPathUnits] = {};
+  bool fits;
+};
+
+class FindHandle {
+ public:
+  FindHandle(const wchar_t* pattern, WIN32_FIND_DATAW& first)
+      : handle_(FindFirstFileW(pattern, &first)) {}
+  ~FindHandle() {
+    if (IsOpen()) FindClose(handle_);
+  }
+  FindHandle(const FindHandle&) = delete;
+  FindHandle& operator=(const FindHandle&) = delete;
+
+  bool IsOpen() const { return handle_ != INVALID_HANDLE_VALUE; }
+  bool Next(WIN32_FIND_DATAW& entry) { return FindNextFileW(handle_, &entry) != FALSE; }
+
+ private:
+  HANDLE handle_;
+};
+
+// Calls `visit` for each entry of the directory but "." and "..". False when it cannot be read.
+template <typename Visit>
+bool ForEachEntry(const std::wstring& directory, Visit visit) {
+  EntryPath pattern(L"%s%s", directory, L"*.*");
+  // Where the whole pattern no longer fits a shorter one that matches the same may.
+  if (!pattern.fits) pattern = EntryPath(L"%s%s", directory, L"*");
+  if (!pattern.fits) return false;
+
+  WIN32_FIND_DATAW entry;
+  FindHandle find(pattern.text, entry);
+  if (!find.IsOpen()) return false;
+  do {
+    const bool itself = std::wcscmp(entry.cFileName, L".") == 0;
+    const bool parent = std::wcscmp(entry.cFileName, L"..") == 0;
+    if (!itself && !parent) visit(entry);
+  } while (find.Next(entry));
+  return true;
+}
+
+bool IsDirectoryEntry(const WIN32_FIND_DATAW& entry) {
+  return (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+// A junction or a symbolic link, as opposed to reparse points that hold their own content (files
+// kept in the cloud, for instance). Wine reports links without their tag.
+bool IsLink(const WIN32_FIND_DATAW& entry) {
+  const DWORD tag = entry.dwReserved0;
+  return (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+         (tag == 0 || IsReparseTagNameSurrogate(tag));
+}
+
+bool IsLinkPath(std::wstring directory) {
+  while (!directory.empty() && (directory.back() == L'/' || directory.back() == L'\\')) {
+    directory.pop_back();
+  }
+  WIN32_FIND_DATAW entry;
+  return FindHandle(directory.c_str(), entry).IsOpen() && IsLink(entry);
+}
+
+bool CopyTree(const std::wstring& source, const std::wstring& destination, bool recurse);
+
+bool CopyOneFile(const std::wstring& source, const std::wstring& destination, const wchar_t* name) {
+  const EntryPath from(L"%s%s", source, name);
+  const EntryPath to(L"%s%s", destination, name);
+  return from.fits && to.fits && CopyFileW(from.text, to.text, FALSE);
+}
+
+bool CopySubdirectory(const std::wstring& source, const std::wstring& destination,
+                      const wchar_t* name) {
+  const EntryPath created(L"%s%s", destination, name);
+  if (!created.fits || !CreateWideDir(created.text)) return false;
+
+  const EntryPath from(L"%s%s/", source, name);
+  const EntryPath to(L"%s%s/", destination, name);
+  return from.fits && to.fits && CopyTree(from.text, to.text, true);
+}
+
+bool CopyTree(const std::wstring& source, const std::wstring& destination, bool recurse) {
+  bool result = true;
+  const bool found = ForEachEntry(source, [&](const WIN32_FIND_DATAW& entry) {
+    if (recurse && IsDirectoryEntry(entry)) {
+      // A subdirectory's result stands for everything before it, failures among it included.
+      result = CopySubdirectory(source, destination, entry.cFileName);
+    } else if (!CopyOneFile(source, destination, entry.cFileName)) {
+      result = false;
+    }
+  });
+  return found && result;
+}
+
+// What a mode of RemoveDirectoryTree removes.
+bool RemovesFiles(std::int32_t mode) { return mode < 2; }
+bool RemovesDirectories(std::int32_t mode) { return (mode & ~0x2) == 0; }
+
+bool RemoveTree(const std::wstring& directory, std::int32_t mode, bool isLink);
+
+bool RemoveEntry(const std::wstring& directory, const WIN32_FIND_DATAW& entry, std::int32_t mode,
+                 bool before) {
+  const bool isDirectory = IsDirectoryEntry(entry);
+  if (!isDirectory && !RemovesFiles(mode)) return before;
+
+  const EntryPath path(isDirectory ? L"%s%s/" : L"%s%s", directory, entry.cFileName);
+  if (!path.fits) return false;
+  if (isDirectory) return RemoveTree(path.text, mode, IsLink(entry));
+  SetFileAttributesW(path.text, FILE_ATTRIBUTE_NORMAL);  // so that read-only files can go
+  return DeleteFileW(path.text) != FALSE;
+}
+
+bool RemoveTree(const std::wstring& directory, std::int32_t mode, bool isLink) {
+  bool result = true;
+  // Deleting through a link would reach what lies outside the tree.
+  if (!isLink && !ForEachEntry(directory, [&](const WIN32_FIND_DATAW& entry) {
+        result = RemoveEntry(directory, entry, mode, result);
+      })) {
+    return false;
+  }
+  if (RemovesDirectories(mode)) RemoveDirectoryW(directory.c_str());
+  return result;
+}
+
+}  // namespace
+
+bool PathExists(const char* path) { return GetPathAttributes(path) != INVALID_FILE_ATTRIBUTES; }
+
+int DeleteFileOrSchedule(const char* path) {
+  const std::wstring wide = Utf8ToWide(path);
+  if (DeleteFileW(wide.c_str())) return 0;
+  if (GetLastError() == ERROR_FILE_NOT_FOUND) return 0;
+  if (!IsNtPlatform()) return 1;
+  MoveFileExW(wide.c_str(), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT);
+  return 2;
+}
+
+bool IsNtPlatform() {
+  static const bool isNt = [] {
+    OSVERSIONINFOA version = {};
+    version.dwOSVersionInfoSize = sizeof version;
+#ifdef _MSC_VER
+#pragma warning( \
+    suppress : 4996)  // deprecated for its version numbers; the platform it tells is right
+#endif
+    return GetVersionExA(&version) && version.dwPlatformId == VER_PLATFORM_WIN32_NT;
+  }();
+  return isNt;
+}
+
+std::uint32_t GetPathAttributes(const char* path) {
+  return GetFileAttributesW(Utf8ToWide(path).c_str());
+}
+
+bool IsDirectory(const char* path) {
+  if (path == nullptr) return false;
+  std::string tested(path, strnlen(path, kMaxPathBytes));
+  if (tested.size() < 2) return false;
+  if (tested.size() == 2) {
+    if (tested[1] != ':') return false;
+    tested += '/';
+  } else if (tested.back() == '/') {
+    tested.pop_back();
+  }
+  const std::uint32_t attributes = GetPathAttributes(tested.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+bool CreateDir(const char* path) { return CreateWideDir(Utf8ToWide(path).c_str()); }
+
+bool CreateDirTree(const char* path) {
+  return CreateEachPrefix(path,
+                          [](const std::string& prefix) { return CreateDir(prefix.c_str()); });
+}
+
+bool MakeParentDirs(const char* path) {
+  return CreateEachPrefix(path,
+                          [](const std::string& prefix) { return CreateAnsiDir(prefix.c_str()); });
+}
+
+bool CopyFileTo(const char* source, const char* destination, std::int32_t failIfExists) {
+  return CopyFileW(Utf8ToWide(source).c_str(), Utf8ToWide(destination).c_str(),
+                   failIfExists != 0) != FALSE;
+}
+
+bool CopyDirectoryTree(const char* source, const char* destination, std::int32_t noRecursion) {
+  return CopyTree(Utf8ToWide(source), Utf8ToWide(destination), noRecursion == 0);
+}
+
+bool RemoveDirectoryTree(const char* directory, std::int32_t mode) {
+  const std::wstring wide = Utf8ToWide(directory);
+  if (wide.empty()) return false;
+  return RemoveTree(wide, mode, IsLinkPath(wide));
+}
+
+void SplitPath(const char* path, std::string* fileName, std::string* parent) {
+  const boost::filesystem::path whole(Utf8ToWide(path));
+  if (fileName != nullptr) *fileName = WideToUtf8(whole.filename().wstring());
+  if (parent != nullptr) *parent = WideToUtf8(whole.parent_path().wstring());
+}
+
+int FormatWidePath(wchar_t* buffer, std::size_t capacity, const wchar_t* format, ...) {
+  if (buffer == nullptr || capacity == 0) return -1;
+  va_list arguments;
+  va_start(arguments, format);
+  const int written = _vsnwprintf(buffer, capacity, format, arguments);
+  va_end(arguments);
+  if (written >= 0 && static_cast<std::size_t>(written) < capacity) return written;
+  buffer[capacity - 1] = L'\0';
+  return -1;
+}

@@ -1,0 +1,65 @@
+// The functions through which the system touches the file system: thin wraps of the Win32 calls
+// with one path convention and a few deliberate rules about separators, lengths and results.
+//
+// Paths are UTF-8 unless a function says otherwise; "/" and "\" both separate. The functions never
+// throw (exhausted memory apart) and never print: the result is all they report.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+// True when the file system knows the path, as a file or as a directory.
+bool PathExists(const char* path);
+
+// Deletes a file: 0 when it is gone (also when it was not there), 2 when it could not be deleted
+// and is queued for deletion at the next restart, 1 when neither. Attributes are not changed: a
+// read-only file is queued.
+int DeleteFileOrSchedule(const char* path);
+
+// True on every Windows of the NT family.
+bool IsNtPlatform();
+
+// The attribute word of GetFileAttributesW, or INVALID_FILE_ATTRIBUTES (0xFFFFFFFF).
+std::uint32_t GetPathAttributes(const char* path);
+
+// True when the path names an existing directory, with or without a "/" at its end. Looks at the
+// first 260 bytes only; a null path and a single character are no directory, "C:" is.
+bool IsDirectory(const char* path);
+
+// Creates one directory. True as well when it existed.
+bool CreateDir(const char* path);
+
+// Creates every directory that the path names before a separator: "a/b/c" gives a and a/b, only
+// "a/b/c/" gives c too. True when the last creation tried succeeded or found its directory there.
+// False for more than 260 bytes. Looks for "\" only behind the last "/".
+bool CreateDirTree(const char* path);
+
+// CreateDirTree for a path in the ANSI code page.
+bool MakeParentDirs(const char* path);
+
+// Copies one file with its attributes. A destination that exists is replaced, or, with
+// `failIfExists` other than 0, makes the copy fail.
+bool CopyFileTo(const char* source, const char* destination, std::int32_t failIfExists);
+
+// Copies what lies in directory `source` into the existing directory `destination`, with
+// subdirectories when `noRecursion` is 0. Both must end in a separator; names are appended as they
+// stand. True when the last subdirectory copied well and so did every file after it. What cannot be
+// copied is passed over, as is every entry whose path would be longer than 259 UTF-16 units.
+bool CopyDirectoryTree(const char* source, const char* destination, std::int32_t noRecursion);
+
+// Empties the directory, which must end in a separator. Modes: 0 deletes everything, the directory
+// included; 1 deletes files and keeps directories; 2 keeps files and removes directories that are
+// empty then; 3 changes nothing. A link to a directory counts as an empty directory: what it leads
+// to is never touched. Returns the result of the last entry handled; entries whose path would be
+// longer than 259 UTF-16 units cannot be handled and count as failed.
+bool RemoveDirectoryTree(const char* directory, std::int32_t mode);
+
+// The last element of the path and its parent, as boost::filesystem takes a path apart. Either
+// output may be null.
+void SplitPath(const char* path, std::string* fileName, std::string* parent);
+
+// Formats like swprintf, with the platform's own meaning of "%s" (a wide string), into a buffer of
+// `capacity` units. Returns the number of units written, or -1 when the text does not fit; the
+// buffer then holds as much of it as fits. Always terminates the text.
+int FormatWidePath(wchar_t* buffer, std::size_t capacity, const wchar_t* format, ...);

@@ -1,0 +1,33 @@
+// The helper's entry point: runs the one task file that it is given and answers by its exit code.
+
+#include <windows.h>
+
+#include "corekit/text.h"
+#include "fileop/file_system.h"
+#include "uactask/task_runner.h"
+
+namespace {
+
+constexpr int kSucceeded = 0;  // the task file is deleted, or will be at the next restart
+constexpr int kFailed = 1;     // no argument, or the task failed; the task file is kept
+constexpr int kNoTaskFile = 2;
+
+int RunAndDelete(const std::string& taskFile) {
+  if (!PathExists(taskFile.c_str())) return kNoTaskFile;
+  if (!RunTaskFile(taskFile)) return kFailed;
+  DeleteFileOrSchedule(taskFile.c_str());
+  return kSucceeded;
+}
+
+}  // namespace
+
+int wmain(int argumentCount, wchar_t* arguments[]) {
+  // Nobody is there to answer a dialog: not about a missing disk, nor after a crash.
+  SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
+  if (argumentCount < 2) return kFailed;
+  try {
+    return RunAndDelete(WideToUtf8(arguments[1]));
+  } catch (...) {
+    return kFailed;
+  }
+}

@@ -1,0 +1,59 @@
+// The task interface and what all tasks share. The same classes serve both sides: the application
+// fills a task with SetParams and writes it with SaveTaskInfos; the helper creates it from the type
+// in the task file and runs it with SetTaskFile and Run.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+// A task's parameters by index; what the indexes mean is each task's own.
+using TaskParams = std::map<std::int32_t, std::string>;
+
+class IUACTask {
+ public:
+  // Names the task file (UTF-8) that Run works on. Always true; does not look at the file.
+  virtual bool SetTaskFile(std::string path) = 0;
+
+  // Carries out the task. True when it succeeded.
+  virtual bool Run() = 0;
+
+  // Writes the parameters and the type into an existing task file, which may be empty. False when
+  // the file cannot be read or written, or the parameters are not this task's. For a path outside
+  // ASCII see corekit::CIniFile: it is read by one name and written by another.
+  virtual bool SaveTaskInfos(std::string path) = 0;
+
+  // Replaces the parameters. Always true.
+  virtual bool SetParams(const std::map<std::int32_t, std::string>& params) = 0;
+
+  // The task's type, as it stands under "type" in a task file.
+  virtual std::int32_t GetType() = 0;
+
+ protected:
+  // Tasks are destroyed as what they are, by the owner that the factory builds.
+  ~IUACTask() = default;
+};
+
+class UACTaskBase : public IUACTask {
+ public:
+  explicit UACTaskBase(std::int32_t type);
+
+  bool SetTaskFile(std::string path) override;
+  bool SaveTaskInfos(std::string path) override;
+  bool SetParams(const std::map<std::int32_t, std::string>& params) override;
+  std::int32_t GetType() override;
+
+ protected:
+  ~UACTaskBase() = default;
+
+  std::string& TaskFilePath();
+  TaskParams& Params();
+
+ private:
+  std::int32_t taskType;
+  std::string taskFile;
+  TaskParams params;
+};
+
+// The entry with this index. Throws std::out_of_range when there is none.
+const std::string& RequireEntry(const TaskParams& entries, std::int32_t index);

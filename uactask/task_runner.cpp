@@ -1,0 +1,33 @@
+#include "uactask/task_runner.h"
+
+#include <boost/lexical_cast.hpp>
+#include <boost/shared_ptr.hpp>
+#include <cstdint>
+#include <optional>
+
+#include "fileop/file_system.h"
+#include "inifile/ini_file.h"
+#include "uactask/task.h"
+#include "uactask/task_factory.h"
+
+namespace {
+
+std::optional<std::int32_t> ReadTaskType(const std::string& path) {
+  try {
+    return boost::lexical_cast<std::int32_t>(corekit::CIniFile::GetValue("type", "Task", path));
+  } catch (...) {
+    return std::nullopt;
+  }
+}
+
+}  // namespace
+
+bool RunTaskFile(std::string path) {
+  // The caller has just seen the file: it vanished since, and nothing is left to do.
+  if (!PathExists(path.c_str())) return true;
+
+  const auto type = ReadTaskType(path);
+  if (!type) return false;
+  boost::shared_ptr<IUACTask> task;
+  return CreateTask(*type, task) && task->SetTaskFile(path) && task->Run();
+}
