@@ -1,0 +1,63 @@
+// What the tests share: folders that remove themselves, whole files and trees as values, and
+// programs run to their end. Paths and names are UTF-8.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+// Every file and folder below a folder, by path with "/", a folder's with "/" at its end. Files map
+// to their bytes, folders to "".
+using Tree = std::map<std::string, std::string>;
+
+// A new, empty folder below the working directory, removed with everything in it at the end.
+class TestFolder {
+ public:
+  TestFolder();
+  ~TestFolder();
+  TestFolder(const TestFolder&) = delete;
+  TestFolder& operator=(const TestFolder&) = delete;
+
+  // The folder itself with "/" at its end, relative to the working directory.
+  const std::string& Path() const { return path_; }
+  std::string operator/(const std::string& name) const { return path_ + name; }
+
+  Tree Contents() const;
+
+ private:
+  std::string path_;
+};
+
+// Creates the file and the folders above it.
+void WriteFileBytes(const std::string& path, const std::string& bytes);
+
+// The file's bytes; fails the test when it cannot be read.
+std::string ReadFileBytes(const std::string& path);
+
+void MakeFolders(const std::string& path);
+void WriteTree(const std::string& folder, const Tree& tree);
+Tree ReadTree(const std::string& folder);
+
+// Also for what the library under test could not remove: long paths and read-only files.
+void RemoveTreeForSure(const std::string& folder);
+
+struct ProgramResult {
+  unsigned long exitCode;
+  std::string output;  // standard output, byte for byte
+};
+
+// Runs a program that stands beside the test program and waits for it. Fails the test when it takes
+// longer than half a minute.
+ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments);
+
+// An exclusive lock on a file while in scope.
+class FileLock {
+ public:
+  explicit FileLock(const std::string& path);
+  ~FileLock();
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+
+ private:
+  void* handle_;
+};
