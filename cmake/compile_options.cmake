@@ -28,7 +28,7 @@ function(uactask_executable_options target)
     target_link_options(${target} PRIVATE
       /guard:cf /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT /DEPENDENTLOADFLAG:0x800)
   else()
-    target_link_options(${target} PRIVATE -municode -static -Wl,--gc-sections
+    target_link_options(${target} PRIVATE -static -Wl,--gc-sections
       -Wl,--dynamicbase,--high-entropy-va,--nxcompat $<$<CONFIG:Release>:-s>)
   endif()
 endfunction()
