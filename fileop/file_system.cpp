@@ -96,12 +96,10 @@ bool IsLink(const WIN32_FIND_DATAW& entry) {
          (tag == 0 || IsReparseTagNameSurrogate(tag));
 }
 
-bool IsLinkPath(std::wstring directory) {
-  while (!directory.empty() && (directory.back() == L'/' || directory.back() == L'\\')) {
-    directory.pop_back();
-  }
+// For a path without a separator at its end.
+bool IsLinkPath(const std::wstring& path) {
   WIN32_FIND_DATAW entry;
-  return FindHandle(directory.c_str(), entry).IsOpen() && IsLink(entry);
+  return FindHandle(path.c_str(), entry).IsOpen() && IsLink(entry);
 }
 
 bool CopyTree(const std::wstring& source, const std::wstring& destination, bool recurse);
@@ -116,6 +114,8 @@ bool CopySubdirectory(const std::wstring& source, const std::wstring& destinatio
                       const wchar_t* name) {
   const EntryPath created(L"%s%s", destination, name);
   if (!created.fits || !CreateWideDir(created.text)) return false;
+  // A link that was there would lead the copy out of the destination.
+  if (IsLinkPath(created.text)) return false;
 
   const EntryPath from(L"%s%s/", source, name);
   const EntryPath to(L"%s%s/", destination, name);
@@ -139,28 +139,36 @@ bool CopyTree(const std::wstring& source, const std::wstring& destination, bool 
 bool RemovesFiles(std::int32_t mode) { return mode < 2; }
 bool RemovesDirectories(std::int32_t mode) { return (mode & ~0x2) == 0; }
 
-bool RemoveTree(const std::wstring& directory, std::int32_t mode, bool isLink);
+bool RemoveTree(const std::wstring& directory, std::int32_t mode);
 
-bool RemoveEntry(const std::wstring& directory, const WIN32_FIND_DATAW& entry, std::int32_t mode,
-                 bool before) {
-  const bool isDirectory = IsDirectoryEntry(entry);
-  if (!isDirectory && !RemovesFiles(mode)) return before;
-
-  const EntryPath path(isDirectory ? L"%s%s/" : L"%s%s", directory, entry.cFileName);
-  if (!path.fits) return false;
-  if (isDirectory) return RemoveTree(path.text, mode, IsLink(entry));
-  SetFileAttributesW(path.text, FILE_ATTRIBUTE_NORMAL);  // so that read-only files can go
-  return DeleteFileW(path.text) != FALSE;
+// A link goes, and what it leads to stays: deleting through it would reach out of the tree.
+bool RemoveLink(const wchar_t* path, std::int32_t mode) {
+  return !RemovesDirectories(mode) || RemoveDirectoryW(path);
 }
 
-bool RemoveTree(const std::wstring& directory, std::int32_t mode, bool isLink) {
+bool RemoveFile(const wchar_t* path) {
+  SetFileAttributesW(path, FILE_ATTRIBUTE_NORMAL);  // so that read-only files can go
+  return DeleteFileW(path) != FALSE;
+}
+
+bool RemoveTree(const std::wstring& directory, std::int32_t mode) {
   bool result = true;
-  // Deleting through a link would reach what lies outside the tree.
-  if (!isLink && !ForEachEntry(directory, [&](const WIN32_FIND_DATAW& entry) {
-        result = RemoveEntry(directory, entry, mode, result);
-      })) {
-    return false;
-  }
+  const bool found = ForEachEntry(directory, [&](const WIN32_FIND_DATAW& entry) {
+    const bool isTree = IsDirectoryEntry(entry) && !IsLink(entry);
+    if (!IsDirectoryEntry(entry) && !RemovesFiles(mode)) return;
+
+    const EntryPath path(isTree ? L"%s%s/" : L"%s%s", directory, entry.cFileName);
+    if (!path.fits) {
+      result = false;
+    } else if (isTree) {
+      result = RemoveTree(path.text, mode);
+    } else if (IsDirectoryEntry(entry)) {
+      result = RemoveLink(path.text, mode);
+    } else {
+      result = RemoveFile(path.text);
+    }
+  });
+  if (!found) return false;
   if (RemovesDirectories(mode)) RemoveDirectoryW(directory.c_str());
   return result;
 }
@@ -233,7 +241,8 @@ bool CopyDirectoryTree(const char* source, const char* destination, std::int32_t
 bool RemoveDirectoryTree(const char* directory, std::int32_t mode) {
   const std::wstring wide = Utf8ToWide(directory);
   if (wide.empty()) return false;
-  return RemoveTree(wide, mode, IsLinkPath(wide));
+  const std::wstring bare = wide.substr(0, wide.find_last_not_of(L"/\\") + 1);
+  return IsLinkPath(bare) ? RemoveLink(bare.c_str(), mode) : RemoveTree(wide, mode);
 }
 
 void SplitPath(const char* path, std::string* fileName, std::string* parent) {

@@ -45,14 +45,15 @@ bool CopyFileTo(const char* source, const char* destination, std::int32_t failIf
 // Copies what lies in directory `source` into the existing directory `destination`, with
 // subdirectories when `noRecursion` is 0. Both must end in a separator; names are appended as they
 // stand. True when the last subdirectory copied well and so did every file after it. What cannot be
-// copied is passed over, as is every entry whose path would be longer than 259 UTF-16 units.
+// copied is passed over: so is every entry whose path would be longer than 259 UTF-16 units, and a
+// subdirectory for which a link stands in the destination. Links in the source are followed.
 bool CopyDirectoryTree(const char* source, const char* destination, std::int32_t noRecursion);
 
 // Empties the directory, which must end in a separator. Modes: 0 deletes everything, the directory
 // included; 1 deletes files and keeps directories; 2 keeps files and removes directories that are
-// empty then; 3 changes nothing. A link to a directory counts as an empty directory: what it leads
-// to is never touched. Returns the result of the last entry handled; entries whose path would be
-// longer than 259 UTF-16 units cannot be handled and count as failed.
+// empty then; 3 changes nothing. Of a link to a directory only the link itself is removed, by the
+// modes that remove directories. Returns the result of the last entry handled; entries whose path
+// would be longer than 259 UTF-16 units cannot be handled and count as failed.
 bool RemoveDirectoryTree(const char* directory, std::int32_t mode);
 
 // The last element of the path and its parent, as boost::filesystem takes a path apart. Either

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "corekit/text.h"
+#include "fileop/file_system.h"
 
 namespace {
 
@@ -30,6 +31,27 @@ std::string ReadToEnd(HANDLE handle) {
   return bytes;
 }
 
+// Wine neither makes nor removes links to folders, but shows those of the file system below and
+// starts its programs. They give no handle to wait for, so this waits until their work shows.
+template <typename Done>
+void RunUnixProgram(const std::string& command, Done done) {
+  std::wstring line = L"Z:\\bin\\" + Widen(command);
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process = {};
+  CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                 &process);
+  for (int i = 0; i < 500 && !done(); ++i) Sleep(10);
+}
+
+void RemoveFolderLink(const std::string& link) {
+  if (OnWine()) {
+    RunUnixProgram("rm " + link, [&] { return !PathExists(link.c_str()); });
+  } else {
+    RemoveDirectoryW(Widen(link).c_str());
+  }
+}
+
 template <typename Visit>
 void ForEachEntry(const std::string& folder, Visit visit) {
   WIN32_FIND_DATAW entry;
@@ -41,6 +63,17 @@ void ForEachEntry(const std::string& folder, Visit visit) {
     visit(name, entry.dwFileAttributes);
   } while (FindNextFileW(find, &entry));
   FindClose(find);
+}
+
+void RemoveLinks(const std::string& folder) {
+  ForEachEntry(folder, [&](const std::string& name, DWORD attributes) {
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return;
+    if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+      RemoveFolderLink(folder + name);
+    } else {
+      RemoveLinks(folder + name + "/");
+    }
+  });
 }
 
 void ReadInto(Tree& tree, const std::string& folder, const std::string& prefix) {
@@ -109,19 +142,32 @@ Tree ReadTree(const std::string& folder) {
 }
 
 void RemoveTreeForSure(const std::string& folder) {
+  RemoveLinks(folder);  // while what they lead to is still there
   ForEachEntry(folder, [&](const std::string& name, DWORD attributes) {
-    const bool isFolder = (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-    const bool isLink = (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-    if (isFolder && !isLink) {
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
       RemoveTreeForSure(folder + name + "/");
-    } else if (isFolder) {
-      RemoveDirectoryW(Widen(folder + name).c_str());
     } else {
       SetFileAttributesW(Widen(folder + name).c_str(), FILE_ATTRIBUTE_NORMAL);
       DeleteFileW(Widen(folder + name).c_str());
     }
   });
   RemoveDirectoryW(Widen(folder).c_str());
+}
+
+bool OnWine() {
+  return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+}
+
+bool MakeFolderLink(const std::string& target, const std::string& link) {
+  if (OnWine()) {
+    RunUnixProgram("ln -s " + target + " " + link, [&] { return PathExists(link.c_str()); });
+  } else {
+    const DWORD unprivileged = 0x2;  // SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGED_CREATE
+    CreateSymbolicLinkW(Widen(link).c_str(), Widen(target).c_str(),
+                        SYMBOLIC_LINK_FLAG_DIRECTORY | unprivileged);
+  }
+  const DWORD attributes = GetFileAttributesW(Widen(link).c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
 }
 
 ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments) {

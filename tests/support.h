@@ -41,6 +41,13 @@ Tree ReadTree(const std::string& folder);
 // Also for what the library under test could not remove: long paths and read-only files.
 void RemoveTreeForSure(const std::string& folder);
 
+// Makes `link` a symbolic link to the folder `target`, which is relative to the link's own folder.
+// False where that is not possible: Windows wants a right for it that tests may lack.
+bool MakeFolderLink(const std::string& target, const std::string& link);
+
+// Whether the tests run under Wine rather than on Windows.
+bool OnWine();
+
 struct ProgramResult {
   unsigned long exitCode;
   std::string output;  // standard output, byte for byte

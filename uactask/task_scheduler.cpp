@@ -109,8 +109,7 @@ bool SetWeekly(ComPtr<ITrigger>& created, const std::string& runtime, std::uint1
     return false;
   }
   Failed(trigger->put_Id(ComString(kWeeklyTriggerId)), "\nCannot put trigger ID: %x");
-  Failed(trigger->put_StartBoundary(ComString(runtime)),
-         "\nCannot put the start boundary: %x");
+  Failed(trigger->put_StartBoundary(ComString(runtime)), "\nCannot put the start boundary: %x");
   return !Failed(trigger->put_WeeksInterval(1), "\nCannot put weeks interval: %x") &&
          !Failed(trigger->put_DaysOfWeek(static_cast<short>(daysOfWeek)),
                  "\nCannot put days of week interval: %x");
@@ -124,8 +123,7 @@ bool SetMonthly(ComPtr<ITrigger>& created, const std::string& runtime, std::int3
     return false;
   }
   Failed(trigger->put_Id(ComString(kWeeklyTriggerId)), "\nCannot put trigger ID: %x");
-  Failed(trigger->put_StartBoundary(ComString(runtime)),
-         "\nCannot put the start boundary: %x");
+  Failed(trigger->put_StartBoundary(ComString(runtime)), "\nCannot put the start boundary: %x");
   return !Failed(trigger->put_DaysOfMonth(daysOfMonth), "\nCannot put days of week interval: %x");
 }
 

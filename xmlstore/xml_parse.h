@@ -28,6 +28,9 @@
 #include <string>
 #include <vector>
 
+// windows.h makes a macro of this name. Include it before this header, not after it.
+#undef LoadString
+
 class XMLParse;
 
 class IXMLParse {

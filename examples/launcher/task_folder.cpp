@@ -1,0 +1,93 @@
+#include "task_folder.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cwchar>
+#include <filesystem>
+#include <iterator>
+#include <random>
+#include <stdexcept>
+#include <vector>
+
+#include "arguments.h"
+#include "inifile/ini_file.h"
+#include "xmlstore/xml_parse.h"
+
+namespace {
+
+constexpr char kTaskFile[] = "task.ini";
+constexpr char kOperationList[] = "list.xml";
+
+// Writing opens a task file by two different readings of its name, which agree on ASCII alone. It
+// has such a name inside its folder.
+class Inside {
+ public:
+  explicit Inside(const std::wstring& folder) { std::filesystem::current_path(folder); }
+  ~Inside() { SetCurrentDirectoryW(before_.c_str()); }
+  Inside(const Inside&) = delete;
+  Inside& operator=(const Inside&) = delete;
+
+ private:
+  std::filesystem::path before_ = std::filesystem::current_path();
+};
+
+// SaveTaskInfos puts the type first and below it the parameters from the last to the first. On a
+// full disk the file is cut, and a job that lost its arguments would be deleted.
+bool ReadsBack(const TaskParams& params) {
+  std::vector<corekit::CIniFile::Record> lines;
+  return corekit::CIniFile::Load(kTaskFile, lines) && lines.size() == params.size() + 2 &&
+         std::equal(params.rbegin(), params.rend(), lines.begin() + 2,
+                    [](const auto& param, const auto& line) { return param.second == line.Value; });
+}
+
+}  // namespace
+
+TaskFolder::TaskFolder() {
+  wchar_t temp[MAX_PATH + 1] = {};
+  GetTempPathW(MAX_PATH + 1, temp);
+  if (!FitsTaskFile(temp)) GetShortPathNameW(temp, temp, MAX_PATH + 1);
+  if (!FitsTaskFile(temp)) throw std::runtime_error("The helper cannot read a temporary folder.");
+
+  std::random_device random;
+  wchar_t name[64];
+  std::swprintf(name, std::size(name), L"launcher-%08x%08x%08x%08x\\", random(), random(), random(),
+                random());
+  path_ = std::wstring(temp) + name;
+  if (!CreateDirectoryW(path_.c_str(), nullptr)) {
+    throw std::runtime_error("The temporary folder cannot be written to.");
+  }
+}
+
+TaskFolder::~TaskFolder() {
+  if (isKept_) return;
+  DeleteFileW(TaskFile().c_str());
+  DeleteFileW((path_ + Utf8ToWide(kOperationList)).c_str());
+  RemoveDirectoryW(path_.c_str());
+}
+
+void TaskFolder::WriteTask(IUACTask& task, const TaskParams& params) const {
+  const Inside inside(path_);
+  // A task does not create its file.
+  const HANDLE file = CreateFileA(kTaskFile, GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
+  const bool created = file != INVALID_HANDLE_VALUE && CloseHandle(file);
+  task.SetParams(params);
+  if (!created || !task.SaveTaskInfos(kTaskFile) || !ReadsBack(params)) {
+    throw std::runtime_error("The task file cannot be written.");
+  }
+}
+
+std::string TaskFolder::WriteOperationList(const Copy& copy) const {
+  const Inside inside(path_);
+  XMLParse list;  // more items may follow, each with a key of its own
+  list.PutString("root.task.item.key", "1");
+  list.PutString("root.task.item.src", WideToUtf8(copy.source));
+  list.PutString("root.task.item.dec", WideToUtf8(copy.destination));
+  list.PutString("root.task.item.type", copy.isFolder ? "dir" : "file");
+  if (list.SaveAs(kOperationList) != 1) {
+    throw std::runtime_error("The operation list cannot be written.");
+  }
+  return Utf8ToAnsi(WideToUtf8(path_)) + kOperationList;
+}
+
+std::wstring TaskFolder::TaskFile() const { return path_ + Utf8ToWide(kTaskFile); }
