@@ -68,7 +68,7 @@ TEST_F(IniFile, ReadsTheDialect) {
 TEST_F(IniFile, KeepsBytesAsTheyAre) {
   const std::string huge(1 << 20, 'x');
   EXPECT_EQ(Get("[Task]\ntype=" + huge + "\n"), huge);
-  EXPECT_EQ(Get(std::string("[Task]\ntype=1\0\xFF\n", 17)), std::string("1\0\xFF", 3));
+  EXPECT_EQ(Get(std::string("[Task]\ntype=1\0\xFF\n", 16)), std::string("1\0\xFF", 3));
 }
 
 TEST_F(IniFile, ThrowsForAHeaderWithoutItsEnd) {

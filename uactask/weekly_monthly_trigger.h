@@ -8,6 +8,8 @@
 
 #ifdef __MINGW32__
 
+// The guards are those of taskschd.h.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 #ifndef __IWeeklyTrigger_INTERFACE_DEFINED__
 #define __IWeeklyTrigger_INTERFACE_DEFINED__
 
@@ -43,5 +45,6 @@ __CRT_UUID_DECL(IMonthlyTrigger, 0x97c45ef1, 0x6b02, 0x4a1a, 0x9c, 0x0e, 0x1e, 0
                 0x00, 0xac)
 
 #endif  // __IMonthlyTrigger_INTERFACE_DEFINED__
+// NOLINTEND(bugprone-reserved-identifier)
 
 #endif  // __MINGW32__
