@@ -1,13 +1,15 @@
 # How everything here is compiled, and how what ships is linked.
 
-# For every target of this project: standard C++17, all warnings, hardened code.
+# For every target of this project, whose protected stacks need corekit: standard C++17, all warnings, hardened code.
 function(uactask_compile_options target)
   target_compile_features(${target} PUBLIC cxx_std_17)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
   target_compile_definitions(${target} PRIVATE
     UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN
-    _WIN32_WINNT=0x0601) # Windows 7 and later
+    _WIN32_WINNT=0x0602) # Windows 8 and later
   if(MSVC)
+    set_target_properties(${target} PROPERTIES
+      MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
     target_compile_definitions(${target} PRIVATE _CRT_SECURE_NO_WARNINGS)
     target_compile_options(${target} PRIVATE /W4 /permissive- /utf-8 /EHsc /GS /guard:cf /Zc:__cplusplus
       $<$<BOOL:${UACTASK_WARNINGS_AS_ERRORS}>:/WX>)
@@ -15,7 +17,6 @@ function(uactask_compile_options target)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion
       -fstack-protector-strong -ffunction-sections -fdata-sections
       $<$<BOOL:${UACTASK_WARNINGS_AS_ERRORS}>:-Werror>)
-    target_link_libraries(${target} PRIVATE -l:libssp.a) # the stack protector
   endif()
 endfunction()
 
@@ -23,8 +24,6 @@ endfunction()
 function(uactask_executable_options target)
   uactask_compile_options(${target})
   if(MSVC)
-    set_target_properties(${target} PROPERTIES
-      MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
     target_link_options(${target} PRIVATE
       /guard:cf /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT /DEPENDENTLOADFLAG:0x800)
   else()

@@ -1,0 +1,19 @@
+# uactask_delay_load(target DLL function…): the program loads the DLL when it first calls one of these
+# functions, not when it starts. MinGW needs to be told them; all others are bound as usual.
+function(uactask_delay_load target dll)
+  if(MSVC)
+    target_link_options(${target} PRIVATE /DELAYLOAD:${dll}.dll)
+    target_link_libraries(${target} PRIVATE delayimp)
+    return()
+  endif()
+  set(folder ${CMAKE_CURRENT_BINARY_DIR}/delay_load)
+  set(library ${folder}/lib${dll}.a)
+  string(REPLACE ";" "\n" functions "${ARGN}")
+  file(CONFIGURE OUTPUT ${folder}/${dll}.def CONTENT "LIBRARY ${dll}.dll\nEXPORTS\n${functions}\n")
+  add_custom_command(OUTPUT ${library} DEPENDS ${folder}/${dll}.def VERBATIM
+    COMMAND ${CMAKE_DLLTOOL} --input-def ${folder}/${dll}.def --dllname ${dll}.dll
+      --output-delaylib ${library})
+  add_custom_target(${target}_delay_load_${dll} DEPENDS ${library})
+  add_dependencies(${target} ${target}_delay_load_${dll})
+  target_link_libraries(${target} PRIVATE ${library})
+endfunction()

@@ -1,0 +1,44 @@
+# What `cmake --install` puts where, in two components, and the ZIP that CPack makes of the first:
+#   helper       the program, the docs and the licences of what is linked into it
+#   development  headers, libraries and the CMake package: find_package(uactask) gives uactask::core
+include(CMakePackageConfigHelpers)
+
+set(rooms corekit inifile fileop xmlstore uactask_tasks)
+set(package_folder lib/cmake/uactask)
+
+install(TARGETS uactask RUNTIME DESTINATION bin COMPONENT helper)
+install(FILES README.md DESTINATION . COMPONENT helper)
+install(DIRECTORY docs DESTINATION . COMPONENT helper)
+
+# The helper is linked statically, so these travel with it.
+if(EXISTS ${Boost_INCLUDE_DIRS}/../LICENSE_1_0.txt)
+  install(FILES ${Boost_INCLUDE_DIRS}/../LICENSE_1_0.txt
+    DESTINATION licences RENAME Boost.txt COMPONENT helper)
+endif()
+if(MINGW)
+  install(FILES /usr/share/doc/gcc-mingw-w64-base/copyright
+    DESTINATION licences RENAME GCC-runtime.txt COMPONENT helper)
+  install(FILES /usr/share/doc/mingw-w64-common/copyright
+    DESTINATION licences RENAME MinGW-w64-runtime.txt COMPONENT helper)
+endif()
+
+install(TARGETS uactask_core ${rooms} EXPORT uactaskTargets ARCHIVE DESTINATION lib COMPONENT development)
+foreach(folder corekit inifile fileop xmlstore uactask)
+  install(DIRECTORY ${folder} DESTINATION include COMPONENT development FILES_MATCHING PATTERN "*.h")
+endforeach()
+install(EXPORT uactaskTargets NAMESPACE uactask:: DESTINATION ${package_folder} COMPONENT development)
+configure_package_config_file(cmake/uactaskConfig.cmake.in uactaskConfig.cmake
+  INSTALL_DESTINATION ${package_folder})
+write_basic_package_version_file(uactaskConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/uactaskConfig.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/uactaskConfigVersion.cmake
+  DESTINATION ${package_folder} COMPONENT development)
+
+set(CPACK_GENERATOR ZIP)
+set(CPACK_PACKAGE_FILE_NAME uactask-${PROJECT_VERSION}-win64)
+set(CPACK_COMPONENTS_ALL helper)
+set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
+if(PROJECT_IS_TOP_LEVEL)
+  include(CPack)
+endif()

@@ -1,0 +1,67 @@
+"""Checks a built helper: imports, hardening, sections, resources and size. Usage: check_executable.py FILE VERSION"""
+
+import re
+import struct
+import sys
+
+SYSTEM_DLLS = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "ntdll.dll", "ole32.dll", "oleaut32.dll"}
+CHARACTERISTICS = {"high-entropy ASLR": 0x0020, "ASLR": 0x0040, "DEP": 0x0100}
+MAX_SIZE = 1_500_000
+WRITABLE, EXECUTABLE = 0x80000000, 0x20000000
+
+path, version = sys.argv[1:]
+data = open(path, "rb").read()
+faults = []
+
+
+def u32(at):
+    return struct.unpack_from("<I", data, at)[0]
+
+
+def u16(at):
+    return struct.unpack_from("<H", data, at)[0]
+
+
+header = u32(0x3C)
+optional = header + 24
+section_table = optional + u16(header + 20)
+sections = []
+for i in range(u16(header + 6)):
+    name, size, address, raw_size, raw = struct.unpack_from("<8s4I", data, section_table + 40 * i)
+    sections.append((name.rstrip(b"\0").decode(), address, max(size, raw_size), raw))
+    flags = u32(section_table + 40 * i + 36)
+    if flags & WRITABLE and flags & EXECUTABLE:
+        faults.append(f"section {sections[-1][0]} can be written and executed")
+
+
+def offset(address):
+    for _, start, size, raw in sections:
+        if start <= address < start + size:
+            return raw + address - start
+    raise ValueError(f"address {address:x} lies in no section")
+
+
+flags = u16(optional + 70)
+faults += [f"no {name}" for name, bit in CHARACTERISTICS.items() if not flags & bit]
+if u32(optional + 112 + 5 * 8) == 0:
+    faults.append("no relocations, which ASLR needs")
+
+imports = set()
+at = offset(u32(optional + 112 + 8))
+while u32(at + 12):
+    name = offset(u32(at + 12))
+    imports.add(data[name : data.index(b"\0", name)].decode().lower())
+    at += 20
+# DLLs that are loaded on the first call stand in no table that every linker fills.
+imports |= {name.decode().lower() for name in re.findall(rb"[\w.-]+\.dll(?=\0)", data)}
+faults += [f"imports {name}" for name in sorted(imports - SYSTEM_DLLS)]
+
+if b'level="asInvoker"' not in data:
+    faults.append("no manifest")
+if version.encode("utf-16-le") not in data:
+    faults.append(f"no version {version}")
+if len(data) > MAX_SIZE:
+    faults.append(f"{len(data)} bytes are more than {MAX_SIZE}")
+
+print(f"{path}: {len(data)} bytes, imports {', '.join(sorted(imports))}")
+sys.exit("\n".join(faults) if faults else 0)
