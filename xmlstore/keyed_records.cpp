@@ -1,55 +1,60 @@
 #include "xmlstore/keyed_records.h"
 
 #include <utility>
+#include <vector>
 
 #include "xmlstore/status.h"
 
 namespace {
 
 using boost::property_tree::ptree;
-using Fields = std::map<std::int32_t, std::string>;
+using Record = KeyedRecords::mapped_type;
 
-constexpr char kAttributes[] = "<xmlattr>";
+const std::string kAttributes = "<xmlattr>";
 
-std::string AttributeOr(const ptree& attributes, const std::string& name,
-                        const std::string& defaultText) {
+const std::string& AttributeOr(const ptree& attributes, const std::string& name,
+                               const std::string& defaultText) {
   const auto found = attributes.find(name);
   return found == attributes.not_found() ? defaultText : found->second.data();
 }
 
-// An index that the table lacks stands for the attribute without a name.
-std::string FieldName(const Fields& fields, std::int32_t index) {
-  const auto found = fields.find(index);
-  return found == fields.end() ? std::string() : found->second;
+// The attribute names by index. One that the table lacks is that of an attribute without a name.
+std::vector<std::string> FieldNames(const std::map<std::int32_t, std::string>& fields) {
+  std::vector<std::string> names(fields.size());
+  for (const auto& [index, name] : fields) {
+    const auto place = static_cast<std::size_t>(index);
+    if (index >= 0 && place < names.size()) names[place] = name;
+  }
+  return names;
 }
 
-Fields ReadRecord(const ptree& attributes, const Fields& fields, const std::string& defaultText) {
-  Fields record;
-  const auto count = static_cast<std::int32_t>(fields.size());
-  for (std::int32_t index = 0; index < count; ++index) {
-    record.emplace_hint(record.end(), index,
-                        AttributeOr(attributes, FieldName(fields, index), defaultText));
+Record ReadRecord(const ptree& attributes, const std::vector<std::string>& names,
+                  const std::string& defaultText) {
+  Record record;
+  std::int32_t index = 0;
+  for (const std::string& name : names) {
+    record.emplace_hint(record.end(), index++, AttributeOr(attributes, name, defaultText));
   }
   return record;
 }
 
-void ReadRecords(const ptree& collection, KeyedRecords& result, const Fields& fields,
-                 const std::string& defaultText) {
-  const std::string keyName = FieldName(fields, 0);
+std::int32_t ReadRecords(const ptree& collection, KeyedRecords& result,
+                         const std::vector<std::string>& names, const std::string& defaultText) {
+  const std::string keyName = names.empty() ? std::string() : names.front();
   for (const auto& [name, child] : collection) {
     if (name == kAttributes) continue;
 
-    // Looked up by path from a tree that holds this child alone.
-    if (name.find('.') != std::string::npos) {
-      throw boost::property_tree::ptree_bad_path("no such node", ptree::path_type(name));
-    }
-    const ptree& attributes = child.get_child(kAttributes);
+    // Looked up by path from a tree that holds this child alone: a name with a "." leads nowhere.
+    const auto found = child.find(kAttributes);
+    if (found == child.not_found() || name.find('.') != std::string::npos) return kStatusFailed;
 
-    std::string key = AttributeOr(attributes, keyName, defaultText);
+    const ptree& attributes = found->second;
+    const std::string& key = AttributeOr(attributes, keyName, defaultText);
     const auto position = result.lower_bound(key);
     if (position != result.end() && position->first == key) continue;
-    result.emplace_hint(position, std::move(key), ReadRecord(attributes, fields, defaultText));
+    result.emplace_hint(position, key, ReadRecord(attributes, names, defaultText));
   }
+  return kStatusOk;
 }
 
 }  // namespace
@@ -58,8 +63,7 @@ std::int32_t ReadKeyedRecords(ptree& tree, std::string path, KeyedRecords& resul
                               std::map<std::int32_t, std::string> fields, std::string defaultText) {
   result.clear();
   try {
-    ReadRecords(tree.get_child(path), result, fields, defaultText);
-    return kStatusOk;
+    return ReadRecords(tree.get_child(path), result, FieldNames(fields), defaultText);
   } catch (...) {
     return kStatusFailed;
   }

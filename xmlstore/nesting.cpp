@@ -10,20 +10,18 @@ namespace {
 // the next ">". Where it did otherwise, a document could hide its depth from it. It may be laxer
 // where the reader gives up: a document that fails to load fails for either reason.
 
-constexpr std::string_view kBlanks = " \n\r\t";
+bool IsBlank(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
 
-bool IsOneOf(std::string_view set, char c) { return set.find(c) != std::string_view::npos; }
+bool IsNameEnd(char c) { return c == '\0' || IsBlank(c) || c == '/' || c == '>' || c == '?'; }
 
-bool IsNameEnd(char c) { return c == '\0' || IsOneOf(" \n\r\t/>?", c); }
-
-bool IsAttributeNameEnd(char c) { return c == '\0' || IsOneOf(" \n\r\t/<>=?!", c); }
+bool IsAttributeNameEnd(char c) { return IsNameEnd(c) || c == '<' || c == '=' || c == '!'; }
 
 bool StartsWith(const char* at, std::string_view prefix) {
   return std::strncmp(at, prefix.data(), prefix.size()) == 0;
 }
 
 const char* SkipBlanks(const char* at) {
-  while (*at != '\0' && IsOneOf(kBlanks, *at)) ++at;
+  while (IsBlank(*at)) ++at;
   return at;
 }
 
@@ -48,7 +46,7 @@ const char* BehindDoctype(const char* at) {
 const char* BehindDeclaration(const char* at) {
   if (StartsWith(at, "--")) return BehindNext(at + 2, "-->");
   if (StartsWith(at, "[CDATA[")) return BehindNext(at + 7, "]]>");
-  if (StartsWith(at, "DOCTYPE") && at[7] != '\0' && IsOneOf(kBlanks, at[7])) {
+  if (StartsWith(at, "DOCTYPE") && IsBlank(at[7])) {
     return BehindDoctype(at + 8);
   }
   return BehindNext(at, ">");

@@ -1,0 +1,124 @@
+// The jobs that the benchmark runs, one for each call, so that each has a process and a peak of
+// memory of its own. The script measures from outside; jobs that repeat something print the time
+// that one repetition took, in nanoseconds.
+
+#include <windows.h>
+
+#include <boost/property_tree/xml_parser.hpp>
+#include <cstdio>
+#include <cwchar>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "inifile/ini_file.h"
+#include "xmlstore/keyed_records.h"
+#include "xmlstore/xml_parse.h"
+
+namespace {
+
+class Stopwatch {
+ public:
+  Stopwatch() { QueryPerformanceCounter(&start_); }
+  double Nanoseconds() const {
+    LARGE_INTEGER now;
+    LARGE_INTEGER frequency;
+    QueryPerformanceCounter(&now);
+    QueryPerformanceFrequency(&frequency);
+    return static_cast<double>(now.QuadPart - start_.QuadPart) * 1e9 /
+           static_cast<double>(frequency.QuadPart);
+  }
+
+ private:
+  LARGE_INTEGER start_;
+};
+
+// What an application would write itself: nothing but the calls that copy a tree.
+bool CopyBare(const std::wstring& from, const std::wstring& to) {
+  WIN32_FIND_DATAW entry;
+  const HANDLE find = FindFirstFileW((from + L"*").c_str(), &entry);
+  if (find == INVALID_HANDLE_VALUE) return false;
+  CreateDirectoryW(to.c_str(), nullptr);
+  bool copied = true;
+  do {
+    const std::wstring name = entry.cFileName;
+    if (name == L"." || name == L"..") continue;
+    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+      copied &= CopyBare(from + name + L"/", to + name + L"/");
+    } else {
+      copied &= CopyFileW((from + name).c_str(), (to + name).c_str(), FALSE) != FALSE;
+    }
+  } while (FindNextFileW(find, &entry));
+  FindClose(find);
+  return copied;
+}
+
+bool ReadBare(const std::string& file) {
+  std::ifstream stream(file, std::ios::binary);
+  boost::property_tree::ptree tree;
+  read_xml(stream, tree, boost::property_tree::xml_parser::trim_whitespace);
+  return !tree.empty();
+}
+
+bool ReadRecords(const std::string& file) {
+  XMLParse store;
+  KeyedRecords records;
+  return store.LoadFile(file) != 0 &&
+         ReadKeyedRecords(store.GetTree(), "root.task", records,
+                          {{0, "key"}, {1, "src"}, {2, "dec"}, {3, "type"}},
+                          "error of read") == 0 &&
+         !records.empty();
+}
+
+// Writes, reads and replaces a vector; the time is that of one entry.
+bool Vectors(std::size_t count) {
+  std::vector<std::int32_t> values(count);
+  for (std::size_t i = 0; i < count; ++i) values[i] = static_cast<std::int32_t>(i);
+  const std::size_t repetitions = 1000000 / count;
+  bool done = true;
+  const Stopwatch stopwatch;
+  for (std::size_t i = 0; i < repetitions; ++i) {
+    XMLParse store;
+    std::vector<std::int32_t> read;
+    done &= store.SetString("root.list", "") != 0 && store.PutIntVector("root.list", values) != 0 &&
+            store.GetIntVector("root.list", read) != 0 && read.size() == count &&
+            store.PutIntVector("root.list", values) != 0;
+  }
+  std::printf("%.0f\n", stopwatch.Nanoseconds() / static_cast<double>(repetitions * count));
+  return done;
+}
+
+// Changes one value in a file of this many lines; the time is that of one change.
+bool SetIniValue(int lines) {
+  const char* file = "bench.ini";
+  {
+    std::ofstream stream(file);
+    stream << "[Task]\n";
+    for (int i = 1; i < lines; ++i) stream << "key" << i << "=some value of ordinary length\n";
+  }
+  const int repetitions = 50;
+  bool done = true;
+  const Stopwatch stopwatch;
+  for (int i = 0; i < repetitions; ++i) {
+    done &= corekit::CIniFile::SetValue("key5", std::to_string(i), "Task", file);
+  }
+  std::printf("%.0f\n", stopwatch.Nanoseconds() / repetitions);
+  return DeleteFileA(file) && done;
+}
+
+std::wstring Widen(const std::string& ascii) { return std::wstring(ascii.begin(), ascii.end()); }
+
+}  // namespace
+
+int main(int argumentCount, char* arguments[]) {
+  const std::vector<std::string> words(arguments + 1, arguments + argumentCount);
+  const std::string job = words.empty() ? "" : words[0];
+  if (job == "copy" && words.size() == 3) return CopyBare(Widen(words[1]), Widen(words[2])) ? 0 : 1;
+  if (job == "read_xml" && words.size() == 2) return ReadBare(words[1]) ? 0 : 1;
+  if (job == "records" && words.size() == 2) return ReadRecords(words[1]) ? 0 : 1;
+  if (job == "vectors" && words.size() == 2) return Vectors(std::stoul(words[1])) ? 0 : 1;
+  if (job == "ini" && words.size() == 2) return SetIniValue(std::stoi(words[1])) ? 0 : 1;
+  std::fprintf(stderr, "bench copy FROM/ TO/ | read_xml FILE | records FILE | vectors N | ini N\n");
+  return 2;
+}
