@@ -17,34 +17,10 @@
 #include <string>
 #include <type_traits>
 #include <typeinfo>
-#include <utility>
 #include <vector>
 
 #include "corekit/text.h"
 #include "uactask/weekly_monthly_trigger.h"
-
-// Puts a function in the place of one that this program imports, whose address it keeps in a
-// variable named __imp_ and the function's name.
-class ReplacedImport {
- public:
-  ReplacedImport(void*& address, void* function) : address_(address), other_(function) { Swap(); }
-  ~ReplacedImport() { Swap(); }
-  ReplacedImport(const ReplacedImport&) = delete;
-  ReplacedImport& operator=(const ReplacedImport&) = delete;
-
- private:
-  void Swap() {
-    DWORD access = 0;
-    VirtualProtect(&address_, sizeof address_, PAGE_READWRITE, &access);
-    std::swap(address_, other_);
-    VirtualProtect(&address_, sizeof address_, access, &access);
-  }
-
-  void*& address_;
-  void* other_;
-};
-
-extern "C" void* __imp_CoInitializeSecurity;
 
 namespace fake_task_scheduler {
 
@@ -57,7 +33,8 @@ inline std::string Text(const VARIANT& value) {
   if (value.vt == VT_EMPTY) return "empty";
   return value.vt == VT_BSTR ? Text(value.bstrVal) : "vt " + std::to_string(value.vt);
 }
-template <typename Number, typename = std::enable_if_t<!std::is_class_v<Number>>>
+template <typename Number,
+          typename = std::enable_if_t<!std::is_class_v<Number> && !std::is_pointer_v<Number>>>
 std::string Text(Number number) {
   return std::to_string(static_cast<long>(number));
 }
@@ -82,11 +59,11 @@ struct Record {
     return name == failingStep ? failure : S_OK;
   }
 
-  // The interfaces still referenced, each with a blank ahead.
+  // An interface for every reference that was not given back, each with a blank ahead.
   std::string Held() const {
     std::string held;
     for (const auto& [name, count] : references) {
-      if (count != 0) held += " " + name + (count == 1 ? "" : "*" + std::to_string(count));
+      for (long i = 0; i < count; ++i) held += " " + name;
     }
     return held;
   }
@@ -105,8 +82,13 @@ HRESULT Give(HRESULT status, Interface** out) {
 #define UNUSED(name, parameters) METHOD(name, parameters, E_NOTIMPL)
 #define PROPERTY(name, type) \
   UNUSED(get_##name, (type*)) METHOD(put_##name, (type value), this->Step("put_" #name, value))
-#define CHILD(name, type)                                                         \
-  METHOD(get_##name, (I##type * *out), Give<type>(this->Step("get_" #name), out)) \
+#define UNUSED2(name1, parameters1, name2, parameters2) \
+  UNUSED(name1, parameters1) UNUSED(name2, parameters2)
+#define PROPERTY2(name1, type1, name2, type2) PROPERTY(name1, type1) PROPERTY(name2, type2)
+#define CHILD(name, type)                                        \
+  HRESULT STDMETHODCALLTYPE get_##name(I##type** out) override { \
+    return Give<type>(this->Step("get_" #name), out);            \
+  }                                                              \
   UNUSED(put_##name, (I##type*))
 
 // What all objects share. Callers get most of them as `Interface` at once; triggers and actions
@@ -116,21 +98,17 @@ class Object : public Interface {
  public:
   Object() { AddRef(); }
   virtual ~Object() { record->calls += "release " + name_ + "\n"; }
-  Object(const Object&) = delete;
-  Object& operator=(const Object&) = delete;
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    *out = nullptr;
     HRESULT status = E_NOINTERFACE;
     if (iid == __uuidof(IUnknown) || iid == __uuidof(IDispatch) || iid == __uuidof(Base)) {
       status = S_OK;
     } else if (iid == __uuidof(Interface)) {
       status = record->Step("QueryInterface to " + name_);
     }
-    if (FAILED(status)) return status;
-    AddRef();
-    *out = this;
-    return S_OK;
+    *out = SUCCEEDED(status) ? this : nullptr;
+    if (SUCCEEDED(status)) AddRef();
+    return status;
   }
   ULONG STDMETHODCALLTYPE AddRef() override {
     ++record->references[name_];
@@ -160,77 +138,55 @@ class Object : public Interface {
 };
 
 struct RegisteredTask : Object<IRegisteredTask> {
-  UNUSED(get_Name, (BSTR*))
-  UNUSED(get_Path, (BSTR*))
-  UNUSED(get_State, (TASK_STATE*))
   PROPERTY(Enabled, VARIANT_BOOL)
-  UNUSED(Run, (VARIANT, IRunningTask**))
+  UNUSED2(get_Name, (BSTR*), get_Path, (BSTR*))
+  UNUSED2(get_State, (TASK_STATE*), Stop, (LONG))
+  UNUSED2(get_LastRunTime, (DATE*), get_LastTaskResult, (LONG*))
+  UNUSED2(get_NumberOfMissedRuns, (LONG*), get_NextRunTime, (DATE*))
+  UNUSED2(get_Definition, (ITaskDefinition**), get_Xml, (BSTR*))
+  UNUSED2(GetSecurityDescriptor, (LONG, BSTR*), SetSecurityDescriptor, (BSTR, LONG))
+  UNUSED2(Run, (VARIANT, IRunningTask**), GetInstances, (LONG, IRunningTaskCollection**))
   UNUSED(RunEx, (VARIANT, LONG, LONG, BSTR, IRunningTask**))
-  UNUSED(GetInstances, (LONG, IRunningTaskCollection**))
-  UNUSED(get_LastRunTime, (DATE*))
-  UNUSED(get_LastTaskResult, (LONG*))
-  UNUSED(get_NumberOfMissedRuns, (LONG*))
-  UNUSED(get_NextRunTime, (DATE*))
-  UNUSED(get_Definition, (ITaskDefinition**))
-  UNUSED(get_Xml, (BSTR*))
-  UNUSED(GetSecurityDescriptor, (LONG, BSTR*))
-  UNUSED(SetSecurityDescriptor, (BSTR, LONG))
-  UNUSED(Stop, (LONG))
   UNUSED(GetRunTimes, (const LPSYSTEMTIME, const LPSYSTEMTIME, DWORD*, LPSYSTEMTIME*))
 };
 
 struct RegistrationInfo : Object<IRegistrationInfo> {
-  PROPERTY(Description, BSTR)
-  PROPERTY(Author, BSTR)
-  PROPERTY(Version, BSTR)
-  PROPERTY(Date, BSTR)
-  PROPERTY(Documentation, BSTR)
-  PROPERTY(XmlText, BSTR)
-  PROPERTY(URI, BSTR)
-  PROPERTY(SecurityDescriptor, VARIANT)
+  PROPERTY2(SecurityDescriptor, VARIANT, Description, BSTR)
+  PROPERTY2(Author, BSTR, Version, BSTR)
+  PROPERTY2(Date, BSTR, Documentation, BSTR)
+  PROPERTY2(XmlText, BSTR, URI, BSTR)
   PROPERTY(Source, BSTR)
 };
 
 template <typename Interface>
 struct Trigger : Object<Interface, ITrigger> {
-  UNUSED(get_Type, (TASK_TRIGGER_TYPE2*))
-  PROPERTY(Id, BSTR)
-  PROPERTY(Repetition, IRepetitionPattern*)
-  PROPERTY(ExecutionTimeLimit, BSTR)
-  UNUSED(get_StartBoundary, (BSTR*))
+  PROPERTY2(Repetition, IRepetitionPattern*, Enabled, VARIANT_BOOL)
+  PROPERTY2(Id, BSTR, ExecutionTimeLimit, BSTR)
+  PROPERTY(EndBoundary, BSTR)
   HRESULT STDMETHODCALLTYPE put_StartBoundary(BSTR start) override {
     static const std::regex valid(
-        "'\\d{4}-(0[1-9]|1[0-2])-(0[1-9]|[12]\\d|3[01])T([01]\\d|2[0-3]):[0-5]\\d:[0-5]\\d"
-        "(Z|[+-]([01]\\d|2[0-3]):[0-5]\\d)?'");
+        "'\\d{4}-[01]\\d-[0-3]\\dT[0-2]\\d(:[0-5]\\d){2}(Z|[+-]\\d\\d:\\d\\d)?'");
     const HRESULT status = this->Step("put_StartBoundary", start);
     return SUCCEEDED(status) && !std::regex_match(Text(start), valid) ? E_INVALIDARG : status;
   }
-  PROPERTY(EndBoundary, BSTR)
-  PROPERTY(Enabled, VARIANT_BOOL)
+  UNUSED2(get_Type, (TASK_TRIGGER_TYPE2*), get_StartBoundary, (BSTR*))
 };
 
 struct DailyTrigger : Trigger<IDailyTrigger> {
-  PROPERTY(DaysInterval, short)
-  PROPERTY(RandomDelay, BSTR)
+  PROPERTY2(DaysInterval, short, RandomDelay, BSTR)
 };
 
 struct WeeklyTrigger : Trigger<IWeeklyTrigger> {
-  PROPERTY(DaysOfWeek, short)
-  PROPERTY(WeeksInterval, short)
+  PROPERTY2(DaysOfWeek, short, WeeksInterval, short)
   PROPERTY(RandomDelay, BSTR)
 };
 
 struct MonthlyTrigger : Trigger<IMonthlyTrigger> {
-  PROPERTY(DaysOfMonth, LONG)
-  PROPERTY(MonthsOfYear, short)
-  PROPERTY(RunOnLastDayOfMonth, VARIANT_BOOL)
-  PROPERTY(RandomDelay, BSTR)
+  PROPERTY2(DaysOfMonth, LONG, MonthsOfYear, short)
+  PROPERTY2(RunOnLastDayOfMonth, VARIANT_BOOL, RandomDelay, BSTR)
 };
 
 struct TriggerCollection : Object<ITriggerCollection> {
-  UNUSED(get_Count, (LONG*))
-  UNUSED(get_Item, (LONG, ITrigger**))
-  UNUSED(get__NewEnum, (IUnknown**))
   HRESULT STDMETHODCALLTYPE Create(TASK_TRIGGER_TYPE2 type, ITrigger** out) override {
     const int kind = static_cast<int>(type);
     HRESULT status = Step("Create", kind);
@@ -240,74 +196,60 @@ struct TriggerCollection : Object<ITriggerCollection> {
     if (kind == TASK_TRIGGER_MONTHLY) return Give<MonthlyTrigger>(status, out);
     return Give<Trigger<ITrigger>>(status, out);
   }
-  UNUSED(Remove, (VARIANT))
+  UNUSED2(get_Count, (LONG*), get_Item, (LONG, ITrigger**))
+  UNUSED2(get__NewEnum, (IUnknown**), Remove, (VARIANT))
   UNUSED(Clear, ())
 };
 
 struct ExecAction : Object<IExecAction, IAction> {
-  PROPERTY(Id, BSTR)
+  PROPERTY2(Id, BSTR, Path, BSTR)
+  PROPERTY2(Arguments, BSTR, WorkingDirectory, BSTR)
   UNUSED(get_Type, (TASK_ACTION_TYPE*))
-  PROPERTY(Path, BSTR)
-  PROPERTY(Arguments, BSTR)
-  PROPERTY(WorkingDirectory, BSTR)
 };
 
 struct ActionCollection : Object<IActionCollection> {
-  UNUSED(get_Count, (LONG*))
-  UNUSED(get_Item, (LONG, IAction**))
-  UNUSED(get__NewEnum, (IUnknown**))
-  PROPERTY(XmlText, BSTR)
+  PROPERTY2(XmlText, BSTR, Context, BSTR)
   METHOD(Create, (TASK_ACTION_TYPE type, IAction** out),
          Give<ExecAction>(Step("Create", type), out))
-  UNUSED(Remove, (VARIANT))
+  UNUSED2(get_Count, (LONG*), get_Item, (LONG, IAction**))
+  UNUSED2(get__NewEnum, (IUnknown**), Remove, (VARIANT))
   UNUSED(Clear, ())
-  PROPERTY(Context, BSTR)
 };
 
 struct TaskDefinition : Object<ITaskDefinition> {
+  PROPERTY2(Settings, ITaskSettings*, Principal, IPrincipal*)
+  PROPERTY2(Data, BSTR, XmlText, BSTR)
   CHILD(RegistrationInfo, RegistrationInfo)
   CHILD(Triggers, TriggerCollection)
-  PROPERTY(Settings, ITaskSettings*)
-  PROPERTY(Data, BSTR)
-  PROPERTY(Principal, IPrincipal*)
   CHILD(Actions, ActionCollection)
-  PROPERTY(XmlText, BSTR)
 };
 
 struct TaskFolder : Object<ITaskFolder> {
-  UNUSED(get_Name, (BSTR*))
-  UNUSED(get_Path, (BSTR*))
-  UNUSED(GetFolder, (BSTR, ITaskFolder**))
-  UNUSED(GetFolders, (LONG, ITaskFolderCollection**))
-  UNUSED(CreateFolder, (BSTR, VARIANT, ITaskFolder**))
-  UNUSED(DeleteFolder, (BSTR, LONG))
-  UNUSED(GetTask, (BSTR, IRegisteredTask**))
-  UNUSED(GetTasks, (LONG, IRegisteredTaskCollection**))
   METHOD(DeleteTask, (BSTR name, LONG flags), Step("DeleteTask", name, flags))
-  UNUSED(RegisterTask,
-         (BSTR, BSTR, LONG, VARIANT, VARIANT, TASK_LOGON_TYPE, VARIANT, IRegisteredTask**))
   METHOD(RegisterTaskDefinition,
          (BSTR path, ITaskDefinition* task, LONG flags, VARIANT user, VARIANT password,
           TASK_LOGON_TYPE logon, VARIANT security, IRegisteredTask** out),
          Give<RegisteredTask>(Step("RegisterTaskDefinition", path, task, flags, user, password,
                                    logon, security),
                               out))
-  UNUSED(GetSecurityDescriptor, (LONG, BSTR*))
-  UNUSED(SetSecurityDescriptor, (BSTR, LONG))
+  UNUSED2(get_Name, (BSTR*), get_Path, (BSTR*))
+  UNUSED2(GetFolder, (BSTR, ITaskFolder**), GetFolders, (LONG, ITaskFolderCollection**))
+  UNUSED2(CreateFolder, (BSTR, VARIANT, ITaskFolder**), DeleteFolder, (BSTR, LONG))
+  UNUSED2(GetTask, (BSTR, IRegisteredTask**), GetTasks, (LONG, IRegisteredTaskCollection**))
+  UNUSED2(GetSecurityDescriptor, (LONG, BSTR*), SetSecurityDescriptor, (BSTR, LONG))
+  UNUSED(RegisterTask,
+         (BSTR, BSTR, LONG, VARIANT, VARIANT, TASK_LOGON_TYPE, VARIANT, IRegisteredTask**))
 };
 
 struct TaskService : Object<ITaskService> {
   METHOD(GetFolder, (BSTR path, ITaskFolder** out), Give<TaskFolder>(Step("GetFolder", path), out))
-  UNUSED(GetRunningTasks, (LONG, IRunningTaskCollection**))
   METHOD(NewTask, (DWORD flags, ITaskDefinition** out),
          Give<TaskDefinition>(Step("NewTask", flags), out))
   METHOD(Connect, (VARIANT server, VARIANT user, VARIANT domain, VARIANT password),
          Step("Connect", server, user, domain, password))
-  UNUSED(get_Connected, (VARIANT_BOOL*))
-  UNUSED(get_TargetServer, (BSTR*))
-  UNUSED(get_ConnectedUser, (BSTR*))
-  UNUSED(get_ConnectedDomain, (BSTR*))
-  UNUSED(get_HighestVersion, (DWORD*))
+  UNUSED2(GetRunningTasks, (LONG, IRunningTaskCollection**), get_Connected, (VARIANT_BOOL*))
+  UNUSED2(get_TargetServer, (BSTR*), get_ConnectedUser, (BSTR*))
+  UNUSED2(get_ConnectedDomain, (BSTR*), get_HighestVersion, (DWORD*))
 };
 
 // An object that is there as long as the fake.
@@ -353,17 +295,21 @@ struct Spy : Lasting<IInitializeSpy> {
   }
 };
 
-#undef CHILD
-#undef PROPERTY
-#undef UNUSED
-#undef METHOD
-
-inline HRESULT WINAPI InitializeSecurity(void*, LONG services, void*, void*, DWORD level,
+inline HRESULT WINAPI InitializeSecurity(PSECURITY_DESCRIPTOR, LONG services,
+                                         SOLE_AUTHENTICATION_SERVICE*, void*, DWORD level,
                                          DWORD impersonation, void*, DWORD capabilities, void*) {
   return record->Step("CoInitializeSecurity", services, level, impersonation, capabilities);
 }
 
 }  // namespace fake_task_scheduler
+
+// The program calls CoInitializeSecurity through this; were it not defined here, the linker would
+// take the import library's. The system's own can be set only once in a process, and Wine's always
+// succeeds. Because of it one source file alone of a program can include this header.
+extern "C" {
+decltype(&CoInitializeSecurity) __imp_CoInitializeSecurity =
+    fake_task_scheduler::InitializeSecurity;
+}
 
 class FakeTaskScheduler : public fake_task_scheduler::Record {
  public:
@@ -394,7 +340,4 @@ class FakeTaskScheduler : public fake_task_scheduler::Record {
   fake_task_scheduler::Spy spy_;
   DWORD class_ = 0;
   ULARGE_INTEGER spyCookie_ = {};
-  // Wine does not tell when it is too late to set a process's security.
-  ReplacedImport security_{__imp_CoInitializeSecurity,
-                           reinterpret_cast<void*>(&fake_task_scheduler::InitializeSecurity)};
 };

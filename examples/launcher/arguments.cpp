@@ -19,21 +19,21 @@ std::vector<std::wstring> Split(const std::wstring& text, wchar_t separator) {
   return parts;
 }
 
-// Checks text for a value of the task file and gives it in the code page in which it travels.
+// The text as it stands in a task file.
 std::string Value(const std::wstring& text) {
   if (FitsTaskFile(text)) return Utf8ToAnsi(WideToUtf8(text));
-  throw BadArguments(L"\"" + text + L"\" cannot be handed to the helper: it holds a character " +
-                     L"that the system's code page lacks, a control character or a \"[\", " +
-                     L"or ends in a blank.");
+  throw BadArguments(text,
+                     "holds a character that the system's code page lacks, a control "
+                     "character or a \"[\", or ends in a blank.");
 }
 
 int Number(const std::wstring& text, int low, int high) {
-  const bool isNumber = !text.empty() && text.size() <= 2 &&
-                        text.find_first_not_of(L"0123456789") == std::wstring::npos;
+  const bool isShort = !text.empty() && text.size() <= 2;
+  const bool isNumber = isShort && text.find_first_not_of(L"0123456789") == std::wstring::npos;
   const int number = isNumber ? std::stoi(text) : -1;
   if (number >= low && number <= high) return number;
-  throw BadArguments(L"\"" + text + L"\" is not a number from " + std::to_wstring(low) + L" to " +
-                     std::to_wstring(high) + L".");
+  throw BadArguments(
+      text, "is not a number from " + std::to_string(low) + " to " + std::to_string(high) + ".");
 }
 
 int Weekday(const std::wstring& day) {
@@ -42,7 +42,7 @@ int Weekday(const std::wstring& day) {
   for (int i = 0; i < 7; ++i) {
     if (day.size() >= 3 && _wcsnicmp(kNames[i], day.c_str(), day.size()) == 0) return i;
   }
-  throw BadArguments(L"\"" + day + L"\" is not a weekday such as mon or Monday.");
+  throw BadArguments(day, "is not a weekday such as mon or Monday.");
 }
 
 std::wstring Quoted(const std::wstring& argument) {
@@ -68,19 +68,18 @@ bool FitsTaskFile(const std::wstring& text) {
 }
 
 std::string JobName(const std::wstring& name) {
-  if (!name.empty() && name.find_first_of(L"\\/:*?\"<>|") == std::wstring::npos &&
-      name.front() != L' ' && name.back() != L'.') {
-    return Value(name);
-  }
-  throw BadArguments(L"\"" + name + L"\" cannot name a job: a name has none of \\ / : * ? \" < > " +
-                     L"|, does not begin with a blank and does not end in a dot.");
+  const bool hasSign = name.find_first_of(L"\\/:*?\"<>|") != std::wstring::npos;
+  if (!name.empty() && !hasSign && name.front() != L' ' && name.back() != L'.') return Value(name);
+  throw BadArguments(name,
+                     "names no job: it is empty, holds one of \\ / : * ? \" < > |, begins with "
+                     "a blank or ends in a dot.");
 }
 
 std::string ProgramPath(const std::wstring& program) {
   const std::wstring path = FullPath(program);
   // A missing file has all attributes.
   if ((GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_DIRECTORY) == 0) return Value(path);
-  throw BadArguments(L"There is no program \"" + path + L"\".");
+  throw BadArguments(path, "is no program.");
 }
 
 std::string CommandLine(const std::vector<std::wstring>& arguments) {
@@ -93,7 +92,7 @@ std::string CommandLine(const std::vector<std::wstring>& arguments) {
 
 std::string StartBoundary(const std::wstring& time) {
   const std::vector<std::wstring> parts = Split(time, L':');
-  if (parts.size() != 2) throw BadArguments(L"\"" + time + L"\" is not a time such as 08:30.");
+  if (parts.size() != 2) throw BadArguments(time, "is not a time such as 08:30.");
   // A time that has passed does no harm: the job starts on its next day.
   SYSTEMTIME today;
   GetLocalTime(&today);

@@ -7,9 +7,11 @@
 
 #include "corekit/text.h"
 
-// Something that the user can put right by other arguments; what() is UTF-8.
+// Something that the user can put right by other arguments. what() is UTF-8.
 struct BadArguments : std::runtime_error {
-  explicit BadArguments(const std::wstring& message) : std::runtime_error(WideToUtf8(message)) {}
+  using std::runtime_error::runtime_error;
+  BadArguments(const std::wstring& argument, const std::string& problem)
+      : std::runtime_error("\"" + WideToUtf8(argument) + "\" " + problem) {}
 };
 
 // True for text that the helper will read from a task file as it is.

@@ -9,10 +9,11 @@
 
 namespace {
 
-std::wstring HelperPath() {
+// With its separator.
+std::wstring OwnFolder() {
   std::wstring self(32768, L'\0');
   self.resize(GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size())));
-  return self.substr(0, self.rfind(L'\\') + 1) + L"uactask.exe";
+  return self.substr(0, self.rfind(L'\\') + 1);
 }
 
 std::string WhyNotStarted(DWORD error) {
@@ -26,7 +27,8 @@ std::string WhyNotStarted(DWORD error) {
 unsigned long RunHelper(const std::wstring& taskFile) {
   // The shell may need COM for this.
   const HRESULT com = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
-  const std::wstring helper = HelperPath();
+  const std::wstring folder = OwnFolder();
+  const std::wstring helper = folder + L"uactask.exe";
   const std::wstring parameters = L"\"" + taskFile + L"\"";
   SHELLEXECUTEINFOW start = {};
   start.cbSize = sizeof start;
@@ -34,6 +36,8 @@ unsigned long RunHelper(const std::wstring& taskFile) {
   start.lpVerb = L"runas";
   start.lpFile = helper.c_str();
   start.lpParameters = parameters.c_str();
+  // Not the task's folder, which must be free to be removed.
+  start.lpDirectory = folder.c_str();
   start.nShow = SW_HIDE;
   const BOOL started = ShellExecuteExW(&start);
   const DWORD error = GetLastError();

@@ -1,8 +1,7 @@
 // An application's use of the helper: copies files and schedules jobs with raised rights. Ends with
 // 0 when that was done, 1 when it was not, 2 when the arguments are wrong.
 
-#include <windows.h>
-
+#include <cstdio>
 #include <exception>
 
 #include "arguments.h"
@@ -14,37 +13,37 @@
 
 namespace {
 
-constexpr wchar_t kUsage[] =
-    L"usage: launcher [--dry-run] COMMAND\n"
-    L"  copy SOURCE DESTINATION                       a file or a folder; a folder replaces the\n"
-    L"                                                destination as a whole\n"
-    L"  daily NAME HH:MM PROGRAM ARGUMENTS...         start a program every day,\n"
-    L"  weekly NAME HH:MM DAYS PROGRAM ARGUMENTS...   on weekdays such as mon,wed,fri\n"
-    L"  monthly NAME HH:MM DAYS PROGRAM ARGUMENTS...  or on days of the month such as 1,15,31;\n"
-    L"                                                replaces the job of that name\n"
-    L"  unschedule NAME                               delete a job\n"
-    L"--dry-run writes the task file, prints its path and leaves the rest to you.\n";
+constexpr char kUsage[] =
+    "usage: launcher [--dry-run] COMMAND\n"
+    "  copy SOURCE DESTINATION                       a file or a folder; a folder replaces the\n"
+    "                                                destination as a whole\n"
+    "  daily NAME HH:MM PROGRAM ARGUMENTS...         start a program every day,\n"
+    "  weekly NAME HH:MM DAYS PROGRAM ARGUMENTS...   on weekdays such as mon,wed,fri\n"
+    "  monthly NAME HH:MM DAYS PROGRAM ARGUMENTS...  or on days of the month such as 1,15,31;\n"
+    "                                                replaces the job of that name\n"
+    "  unschedule NAME                               delete a job\n"
+    "--dry-run writes the task file, prints its path and leaves the rest to you.\n";
 
 using Words = std::vector<std::wstring>;
 
-// To a console in its own characters, to anything else in UTF-8. Returns the code.
-int Report(int code, const std::wstring& text) {
-  const HANDLE output = GetStdHandle(code == 0 ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
-  const std::wstring line = text + L"\n";
-  const std::string bytes = WideToUtf8(line);
-  DWORD done = 0;
-  if (!WriteConsoleW(output, line.data(), static_cast<DWORD>(line.size()), &done, nullptr)) {
-    WriteFile(output, bytes.data(), static_cast<DWORD>(bytes.size()), &done, nullptr);
-  }
+// Returns the code. `text` is UTF-8.
+int Report(int code, const std::string& text) {
+  std::fputs((text + "\n").c_str(), code == 0 ? stdout : stderr);
   return code;
 }
 
-// Says what the helper's exit code means; `failure` is the meaning of 1.
-int Explain(unsigned long exitCode, const wchar_t* success, const wchar_t* failure) {
-  if (exitCode == 0) return Report(0, success);
-  if (exitCode == 1) return Report(1, failure);
-  if (exitCode == 2) return Report(1, L"The helper found no task file at the path given to it.");
-  return Report(1, L"The helper ended with the unknown code " + std::to_wstring(exitCode) + L".");
+// Runs the helper on the task that was written and says what its exit code means: 1 means
+// `failure`. A dry run leaves that to the user.
+int Finish(TaskFolder& folder, bool dryRun, const char* success, const char* failure) {
+  if (dryRun) {
+    folder.Keep();
+    return Report(0, WideToUtf8(folder.TaskFile()));
+  }
+  const unsigned long code = RunHelper(folder.TaskFile());
+  if (code == 0) return Report(0, success);
+  if (code == 1) return Report(1, failure);
+  if (code == 2) return Report(1, "The helper found no task file at the path given to it.");
+  return Report(1, "The helper ended abnormally, with code " + std::to_string(code) + ".");
 }
 
 int RunCopy(const Words& words, bool dryRun) {
@@ -52,30 +51,27 @@ int RunCopy(const Words& words, bool dryRun) {
   TaskFolder folder;
   UACTaskFileOp task;
   folder.WriteTask(task, {{UACTaskFileOp::kXmlPath, folder.WriteOperationList(copy)}});
-  if (dryRun) folder.Keep();
-  if (dryRun) return Report(0, folder.TaskFile());
-
-  const unsigned long exitCode = RunHelper(folder.TaskFile());
-  // 0 means that the list was read and everything in it tried, not that it succeeded.
-  if (exitCode == 0 && !WasCopied(copy)) return Report(1, L"Not everything could be copied.");
-  return Explain(exitCode, L"Copied.", L"The helper could not read the list. Nothing was copied.");
+  const int result = Finish(folder, dryRun, "The helper has gone through the list.",
+                            "The helper could not read the list. Nothing was copied.");
+  // Whether a copy succeeded shows at its destination alone.
+  if (result != 0 || dryRun || WasCopied(copy)) return result;
+  return Report(1, "Not everything could be copied.");
 }
 
-int RunJob(const TaskParams& params, bool dryRun, const wchar_t* success, const wchar_t* failure) {
+int RunJob(const TaskParams& params, bool dryRun, const char* success, const char* failure) {
   TaskFolder folder;
   UACTaskScheduler task;
   folder.WriteTask(task, params);
-  if (dryRun) folder.Keep();
-  if (dryRun) return Report(0, folder.TaskFile());
-  return Explain(RunHelper(folder.TaskFile()), success, failure);
+  return Finish(folder, dryRun, success, failure);
 }
 
 // The kind of trigger is the scheduler's number: 2 daily, 3 weekly, 4 monthly.
 int Schedule(int trigger, const Words& words, bool dryRun) {
   const std::size_t program = trigger == 2 ? 3 : 4;
   if (words.size() < program + 2) {
-    throw BadArguments(L"A job needs its name, time, days unless it is daily, program, and at " +
-                       std::wstring(L"least one argument: without any it would be deleted."));
+    throw BadArguments(
+        "A job needs its name, time, days unless it is daily, program, and at "
+        "least one argument: without any it would be deleted.");
   }
   return RunJob({{0, JobName(words[1])},
                  {1, ProgramPath(words[program])},
@@ -85,15 +81,15 @@ int Schedule(int trigger, const Words& words, bool dryRun) {
                  {5, std::to_string(trigger)},
                  {6, trigger == 3 ? WeekdayMask(words[3]) : "0"},
                  {7, trigger == 4 ? MonthDayMask(words[3]) : "0"}},
-                dryRun, L"Scheduled.",
-                L"The Task Scheduler refused the job. An older one of that name may be gone.");
+                dryRun, "Scheduled.",
+                "The Task Scheduler refused the job. An older one of that name may be gone.");
 }
 
-// Empty arguments delete; the numbers must be there all the same.
 int Unschedule(const Words& words, bool dryRun) {
-  return RunJob(
-      {{0, JobName(words[1])}, {1, ""}, {2, ""}, {3, ""}, {4, ""}, {5, "0"}, {6, "0"}, {7, "0"}},
-      dryRun, L"Deleted.", L"There is no such job, or it could not be deleted.");
+  // Empty arguments delete; the numbers must be there all the same.
+  const TaskParams params = {
+      {0, JobName(words[1])}, {1, ""}, {2, ""}, {3, ""}, {4, ""}, {5, "0"}, {6, "0"}, {7, "0"}};
+  return RunJob(params, dryRun, "Deleted.", "There is no such job, or it could not be deleted.");
 }
 
 int Run(Words words) {
@@ -105,7 +101,7 @@ int Run(Words words) {
   if (command == L"weekly") return Schedule(3, words, dryRun);
   if (command == L"monthly") return Schedule(4, words, dryRun);
   if (command == L"unschedule" && words.size() == 2) return Unschedule(words, dryRun);
-  throw BadArguments(L"That is no command with the arguments that it takes.");
+  throw BadArguments("That is no command with the arguments that it takes.");
 }
 
 }  // namespace
@@ -114,8 +110,8 @@ int wmain(int argumentCount, wchar_t* arguments[]) {
   try {
     return Run({arguments + 1, arguments + argumentCount});
   } catch (const BadArguments& problem) {
-    return Report(2, Utf8ToWide(problem.what()) + L"\n\n" + kUsage);
+    return Report(2, std::string(problem.what()) + "\n\n" + kUsage);
   } catch (const std::exception& problem) {
-    return Report(1, Utf8ToWide(problem.what()));
+    return Report(1, problem.what());
   }
 }

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cwchar>
-#include <filesystem>
 #include <iterator>
 #include <random>
 #include <stdexcept>
@@ -16,21 +15,10 @@
 
 namespace {
 
+// Relative to the folder and ASCII: a task opens its file by two different readings of the name,
+// which agree on nothing else.
 constexpr char kTaskFile[] = "task.ini";
 constexpr char kOperationList[] = "list.xml";
-
-// Writing opens a task file by two different readings of its name, which agree on ASCII alone. It
-// has such a name inside its folder.
-class Inside {
- public:
-  explicit Inside(const std::wstring& folder) { std::filesystem::current_path(folder); }
-  ~Inside() { SetCurrentDirectoryW(before_.c_str()); }
-  Inside(const Inside&) = delete;
-  Inside& operator=(const Inside&) = delete;
-
- private:
-  std::filesystem::path before_ = std::filesystem::current_path();
-};
 
 // SaveTaskInfos puts the type first and below it the parameters from the last to the first. On a
 // full disk the file is cut, and a job that lost its arguments would be deleted.
@@ -54,12 +42,13 @@ TaskFolder::TaskFolder() {
   std::swprintf(name, std::size(name), L"launcher-%08x%08x%08x%08x\\", random(), random(), random(),
                 random());
   path_ = std::wstring(temp) + name;
-  if (!CreateDirectoryW(path_.c_str(), nullptr)) {
+  if (!CreateDirectoryW(path_.c_str(), nullptr) || !SetCurrentDirectoryW(path_.c_str())) {
     throw std::runtime_error("The temporary folder cannot be written to.");
   }
 }
 
 TaskFolder::~TaskFolder() {
+  SetCurrentDirectoryW(L"..");  // a current directory cannot be removed
   if (isKept_) return;
   DeleteFileW(TaskFile().c_str());
   DeleteFileW((path_ + Utf8ToWide(kOperationList)).c_str());
@@ -67,7 +56,6 @@ TaskFolder::~TaskFolder() {
 }
 
 void TaskFolder::WriteTask(IUACTask& task, const TaskParams& params) const {
-  const Inside inside(path_);
   // A task does not create its file.
   const HANDLE file = CreateFileA(kTaskFile, GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
   const bool created = file != INVALID_HANDLE_VALUE && CloseHandle(file);
@@ -78,7 +66,6 @@ void TaskFolder::WriteTask(IUACTask& task, const TaskParams& params) const {
 }
 
 std::string TaskFolder::WriteOperationList(const Copy& copy) const {
-  const Inside inside(path_);
   XMLParse list;  // more items may follow, each with a key of its own
   list.PutString("root.task.item.key", "1");
   list.PutString("root.task.item.src", WideToUtf8(copy.source));

@@ -10,8 +10,7 @@
 // nobody can foresee: who can change these files decides what is done with raised rights. It goes
 // with its files at the end, because the helper leaves the list, and after a failure both.
 //
-// Failures are std::runtime_error. Writing changes the current directory for its duration: do not
-// use it beside other threads.
+// It is the current directory for its lifetime. Failures are std::runtime_error.
 class TaskFolder {
  public:
   TaskFolder();
