@@ -21,14 +21,15 @@ function(uactask_compile_options target)
   endif()
 endfunction()
 
-# For every program of this project: one file that needs system DLLs only.
+# For every program of this project: one file that needs system DLLs only, and has stack enough for the
+# deepest document also without optimisation.
 function(uactask_executable_options target)
   uactask_compile_options(${target})
   if(MSVC)
     target_link_options(${target} PRIVATE
-      /guard:cf /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT /DEPENDENTLOADFLAG:0x800)
+      /guard:cf /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT /DEPENDENTLOADFLAG:0x800 /STACK:8388608)
   else()
-    target_link_options(${target} PRIVATE -static -Wl,--gc-sections
+    target_link_options(${target} PRIVATE -static -Wl,--gc-sections -Wl,--stack,8388608
       -Wl,--dynamicbase,--high-entropy-va,--nxcompat $<$<CONFIG:Release>:-s>)
   endif()
 endfunction()

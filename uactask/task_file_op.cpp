@@ -63,6 +63,10 @@ bool UACTaskFileOp::Run() {
 
 bool UACTaskFileOp::SaveTaskInfos(std::string path) {
   std::string listPath;
+  const auto call = [&] {
+    return std::string("corekit::CIniFile::SetValue ") + kXmlPathKey + "," + listPath + ",Task," +
+           path;
+  };
   try {
     const TaskParams params = Params();
     if (params.size() != 1) return false;
@@ -70,13 +74,13 @@ bool UACTaskFileOp::SaveTaskInfos(std::string path) {
     const bool listWritten = corekit::CIniFile::SetValue(kXmlPathKey, listPath, "Task", path);
     const bool typeWritten = UACTaskBase::SaveTaskInfos(path);
     return listWritten && typeWritten;
+  } catch (const std::out_of_range& caught) {
+    Rethrow(caught, call());
+  } catch (const std::length_error& caught) {
+    Rethrow(caught, call());
+  } catch (const std::bad_alloc& caught) {
+    Rethrow(caught, call());
   } catch (const std::exception& caught) {
-    const std::string call = std::string("corekit::CIniFile::SetValue ") + kXmlPathKey + "," +
-                             listPath + ",Task," + path;
-    // One clause for each type that can occur, so that the copy is of the same type.
-    if (const auto* e = dynamic_cast<const std::out_of_range*>(&caught)) Rethrow(*e, call);
-    if (const auto* e = dynamic_cast<const std::length_error*>(&caught)) Rethrow(*e, call);
-    if (const auto* e = dynamic_cast<const std::bad_alloc*>(&caught)) Rethrow(*e, call);
-    Rethrow(caught, call);
+    Rethrow(caught, call());
   }
 }

@@ -109,6 +109,7 @@ class IXMLParse {
   // Parses a document from text up to its zero byte; `length` is not used. White space around text
   // is removed and runs inside it become one blank; comments are kept. 0, with the document as it
   // was, for text that is not well-formed, nests more than 1000 elements deep, or is 2 GiB long.
+  // The deepest documents take 128 kB of stack, without optimisation up to 2 MB.
   virtual std::int32_t LoadString(const char* text, std::int32_t length) = 0;
 
   // Loads a document from a file; `path` is in the ANSI code page. On success remembers the path
