@@ -78,6 +78,10 @@ void TracePath(const char* format, const std::string& path) {
   if (format != nullptr) corekit::Trace(format, path.c_str());
 }
 
+// A path that is empty or ends in "." lacks the key of what is to be made; the tree would only
+// assert that it does not.
+bool LacksKey(const std::string& path) { return path.empty() || path.back() == '.'; }
+
 template <typename Number>
 Number NumberAt(const ptree& tree, const std::string& path) {
   return tree.get_optional<Number>(path, Translator<Number>()).value_or(Rules<Number>::kMissing);
@@ -200,6 +204,7 @@ template <typename Value>
 std::int32_t XMLParse::PutValue(std::string path, const Value& value) {
   try {
     ToAttrPath(path);
+    if (LacksKey(path)) return kFalse;
     tree_.put(path, value, Translator<Value>());
     return kTrue;
   } catch (...) {
@@ -212,6 +217,7 @@ template <typename Value>
 std::int32_t XMLParse::SetValue(const std::string& path, const Value& value,
                                 std::int32_t (XMLParse::*put)(std::string path, Value value)) {
   if (Exists(path) != kFalse) return (this->*put)(path, value);
+  if (LacksKey(path)) return kFalse;
   tree_.add(path, value, Translator<Value>());
   return kTrue;
 }

@@ -67,7 +67,7 @@ class IXMLParse {
                                        const std::vector<std::string>& values) = 0;
 
   // Put… writes an attribute, creating it and the elements above it where they are missing. 0 for a
-  // path without ".".
+  // path without "." or with nothing behind its last one.
   virtual std::int32_t PutFloat(std::string path, float value) = 0;
   virtual std::int32_t PutInt64(std::string path, std::int64_t value) = 0;
   virtual std::int32_t PutInt(std::string path, std::int32_t value) = 0;
@@ -90,6 +90,7 @@ class IXMLParse {
 
   // Set… adds an element with this text where the path names nothing yet. Where the element exists
   // the value goes through Put… to the attribute of that name, and the element stays as it was.
+  // 0 for a path that is empty or ends in ".".
   virtual std::int32_t SetFloat(std::string path, float value) = 0;
   virtual std::int32_t SetInt64(std::string path, std::int64_t value) = 0;
   virtual std::int32_t SetInt(std::string path, std::int32_t value) = 0;
