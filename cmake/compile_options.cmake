@@ -9,13 +9,11 @@ function(uactask_compile_options target)
     UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN
     _WIN32_WINNT=0x0602) # Windows 8 and later
   if(MSVC)
-    set_target_properties(${target} PROPERTIES
-      MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
     target_compile_definitions(${target} PRIVATE _CRT_SECURE_NO_WARNINGS)
     target_compile_options(${target} PRIVATE /W4 /permissive- /utf-8 /EHsc /GS /guard:cf /Zc:__cplusplus
       $<$<BOOL:${UACTASK_WARNINGS_AS_ERRORS}>:/WX>)
   else()
-    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
       -fstack-protector-strong -ffunction-sections -fdata-sections
       $<$<BOOL:${UACTASK_WARNINGS_AS_ERRORS}>:-Werror>)
   endif()

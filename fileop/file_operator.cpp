@@ -1,5 +1,6 @@
 #include "fileop/file_operator.h"
 
+#include "corekit/text.h"
 #include "fileop/file_system.h"
 
 namespace {
@@ -11,9 +12,17 @@ std::string WithSeparator(std::string directory) {
   return directory;
 }
 
+// Text that is no path would end up as the current directory, and so, on its drive, does a drive
+// without a separator.
+bool CanBeDirectory(const std::string& destination) {
+  const bool isDriveAlone = destination.size() == 2 && destination[1] == ':';
+  return !isDriveAlone && !Utf8ToWide(destination).empty();
+}
+
 }  // namespace
 
-FileOperatorNomal::FileOperatorNomal(DiagnosticSink sink) : sink_(std::move(sink)) {}
+FileOperatorNomal::FileOperatorNomal(DiagnosticSink diagnosticSink)
+    : sink(std::move(diagnosticSink)) {}
 
 bool FileOperatorNomal::AddFileCopy(const char* source, const char* destination) {
   fileCopies.emplace_back(source, destination);
@@ -44,8 +53,7 @@ bool FileOperatorNomal::Execute() {
 
 bool FileOperatorNomal::CopyDirectoryItem(const std::string& source,
                                           const std::string& destination) const {
-  // An empty destination would be the current directory.
-  if (!IsDirectory(source.c_str()) || destination.empty()) return false;
+  if (!IsDirectory(source.c_str()) || !CanBeDirectory(destination)) return false;
 
   const std::string from = WithSeparator(source);
   const std::string to = WithSeparator(destination);
@@ -74,5 +82,5 @@ bool FileOperatorNomal::CopyFileItem(const std::string& source,
 }
 
 void FileOperatorNomal::Report(const std::string& line) const {
-  if (sink_) sink_(line);
+  if (sink) sink(line);
 }

@@ -14,11 +14,14 @@ class IFileOperator {
  public:
   virtual ~IFileOperator() = default;
 
-  // Queues the copy of one file. Always true.
+  // Queues the copy of one file. Of the folders above the destination one may be missing. The item
+  // succeeds when a file is there afterwards, also an older one. Always true.
   virtual bool AddFileCopy(const char* source, const char* destination) = 0;
 
   // Queues the copy of a directory tree. A destination that exists is replaced as a whole, never
-  // merged into. Always true.
+  // merged into; one that is or holds the source thus deletes the source. Both should end in a
+  // separator, which is added where it is missing. A destination that is empty, not UTF-8, or a
+  // drive without a separator fails. Always true.
   virtual bool AddDirectoryCopy(const char* source, const char* destination) = 0;
 
   // Forgets what is queued. Always true.
@@ -37,7 +40,7 @@ class FileOperatorNomal : public tk::IFileOperator {
   using DiagnosticSink = std::function<void(const std::string& line)>;
 
   // Without a sink the diagnostic lines are dropped.
-  explicit FileOperatorNomal(DiagnosticSink sink = nullptr);
+  explicit FileOperatorNomal(DiagnosticSink diagnosticSink = nullptr);
 
   bool AddFileCopy(const char* source, const char* destination) override;
   bool AddDirectoryCopy(const char* source, const char* destination) override;
@@ -52,5 +55,5 @@ class FileOperatorNomal : public tk::IFileOperator {
   using Copy = std::pair<std::string, std::string>;  // source, destination
   std::vector<Copy> fileCopies;
   std::vector<Copy> dirCopies;
-  DiagnosticSink sink_;
+  DiagnosticSink sink;
 };

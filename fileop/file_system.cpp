@@ -4,6 +4,7 @@
 
 #include <boost/filesystem/path.hpp>
 #include <cstdarg>
+#include <cstring>
 #include <cwchar>
 
 #include "corekit/text.h"
@@ -102,33 +103,55 @@ bool IsLinkPath(const std::wstring& path) {
   return FindHandle(path.c_str(), entry).IsOpen() && IsLink(entry);
 }
 
-bool CopyTree(const std::wstring& source, const std::wstring& destination, bool recurse);
+bool IsEmptyDirectory(const std::wstring& directory) {
+  bool isEmpty = true;
+  return ForEachEntry(directory, [&](const WIN32_FIND_DATAW&) { isEmpty = false; }) && isEmpty;
+}
 
-bool CopyOneFile(const std::wstring& source, const std::wstring& destination, const wchar_t* name) {
+// How a directory is copied.
+struct CopyMode {
+  bool recurse;
+  bool behindLink;        // the way into it has led through a link
+  bool intoNewDirectory;  // the destination was empty at the start
+};
+
+bool CopyTree(const std::wstring& source, const std::wstring& destination, CopyMode mode);
+
+bool CopyOneFile(const std::wstring& source, const std::wstring& destination, const wchar_t* name,
+                 CopyMode mode) {
   const EntryPath from(L"%s%s", source, name);
   const EntryPath to(L"%s%s", destination, name);
-  return from.fits && to.fits && CopyFileW(from.text, to.text, FALSE);
+  if (!from.fits || !to.fits) return false;
+  // A link that was there would lead the copy out of the destination.
+  if (!mode.intoNewDirectory && IsLinkPath(to.text)) return false;
+  return CopyFileW(from.text, to.text, FALSE) != FALSE;
 }
 
 bool CopySubdirectory(const std::wstring& source, const std::wstring& destination,
-                      const wchar_t* name) {
-  const EntryPath created(L"%s%s", destination, name);
-  if (!created.fits || !CreateWideDir(created.text)) return false;
-  // A link that was there would lead the copy out of the destination.
-  if (IsLinkPath(created.text)) return false;
+                      const WIN32_FIND_DATAW& entry, CopyMode mode) {
+  const EntryPath created(L"%s%s", destination, entry.cFileName);
+  if (!created.fits) return false;
+  mode.intoNewDirectory = CreateDirectoryW(created.text, nullptr) != FALSE;
+  if (!mode.intoNewDirectory &&
+      (GetLastError() != ERROR_ALREADY_EXISTS || IsLinkPath(created.text))) {
+    return false;
+  }
+  // Links that lead to links can multiply the tree without end.
+  if (IsLink(entry) && mode.behindLink) return false;
+  mode.behindLink = mode.behindLink || IsLink(entry);
 
-  const EntryPath from(L"%s%s/", source, name);
-  const EntryPath to(L"%s%s/", destination, name);
-  return from.fits && to.fits && CopyTree(from.text, to.text, true);
+  const EntryPath from(L"%s%s/", source, entry.cFileName);
+  const EntryPath to(L"%s%s/", destination, entry.cFileName);
+  return from.fits && to.fits && CopyTree(from.text, to.text, mode);
 }
 
-bool CopyTree(const std::wstring& source, const std::wstring& destination, bool recurse) {
+bool CopyTree(const std::wstring& source, const std::wstring& destination, CopyMode mode) {
   bool result = true;
   const bool found = ForEachEntry(source, [&](const WIN32_FIND_DATAW& entry) {
-    if (recurse && IsDirectoryEntry(entry)) {
+    if (mode.recurse && IsDirectoryEntry(entry)) {
       // A subdirectory's result stands for everything before it, failures among it included.
-      result = CopySubdirectory(source, destination, entry.cFileName);
-    } else if (!CopyOneFile(source, destination, entry.cFileName)) {
+      result = CopySubdirectory(source, destination, entry, mode);
+    } else if (!CopyOneFile(source, destination, entry.cFileName, mode)) {
       result = false;
     }
   });
@@ -186,18 +209,23 @@ int DeleteFileOrSchedule(const char* path) {
   return 2;
 }
 
+#ifdef _MSC_VER
+#pragma warning(push)
+#pragma warning(disable : 4996)  // GetVersionExA: deprecated, but it tells the platform right
+#endif
+
 bool IsNtPlatform() {
   static const bool isNt = [] {
     OSVERSIONINFOA version = {};
     version.dwOSVersionInfoSize = sizeof version;
-#ifdef _MSC_VER
-#pragma warning( \
-    suppress : 4996)  // deprecated for its version numbers; the platform it tells is right
-#endif
     return GetVersionExA(&version) && version.dwPlatformId == VER_PLATFORM_WIN32_NT;
   }();
   return isNt;
 }
+
+#ifdef _MSC_VER
+#pragma warning(pop)
+#endif
 
 std::uint32_t GetPathAttributes(const char* path) {
   return GetFileAttributesW(Utf8ToWide(path).c_str());
@@ -235,7 +263,11 @@ bool CopyFileTo(const char* source, const char* destination, std::int32_t failIf
 }
 
 bool CopyDirectoryTree(const char* source, const char* destination, std::int32_t noRecursion) {
-  return CopyTree(Utf8ToWide(source), Utf8ToWide(destination), noRecursion == 0);
+  const std::wstring from = Utf8ToWide(source);
+  const std::wstring to = Utf8ToWide(destination);
+  // Text that is no path would stand for the current directory.
+  if (from.empty() || to.empty()) return false;
+  return CopyTree(from, to, {noRecursion == 0, false, IsEmptyDirectory(to)});
 }
 
 bool RemoveDirectoryTree(const char* directory, std::int32_t mode) {

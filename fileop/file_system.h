@@ -12,9 +12,9 @@
 // True when the file system knows the path, as a file or as a directory.
 bool PathExists(const char* path);
 
-// Deletes a file: 0 when it is gone (also when it was not there), 2 when it could not be deleted
-// and is queued for deletion at the next restart, 1 when neither. Attributes are not changed: a
-// read-only file is queued.
+// Deletes a file. 0: it is gone, or its folder held no such file. 2: it could not be deleted, and
+// is queued for deletion at the next restart if the process's rights allow that. 1: the same where
+// the platform has no such queue. Attributes are not changed: a read-only file is queued.
 int DeleteFileOrSchedule(const char* path);
 
 // True on every Windows of the NT family.
@@ -24,7 +24,8 @@ bool IsNtPlatform();
 std::uint32_t GetPathAttributes(const char* path);
 
 // True when the path names an existing directory, with or without a "/" at its end. Looks at the
-// first 260 bytes only; a null path and a single character are no directory, "C:" is.
+// first 260 bytes only. A null path is no directory, nor is any path of one or two characters but
+// for a drive: "C:" is one, "ab" and "p/" are not.
 bool IsDirectory(const char* path);
 
 // Creates one directory. True as well when it existed.
@@ -46,7 +47,8 @@ bool CopyFileTo(const char* source, const char* destination, std::int32_t failIf
 // subdirectories when `noRecursion` is 0. Both must end in a separator; names are appended as they
 // stand. True when the last subdirectory copied well and so did every file after it. What cannot be
 // copied is passed over: so is every entry whose path would be longer than 259 UTF-16 units, and a
-// subdirectory for which a link stands in the destination. Links in the source are followed.
+// file or subdirectory for which a link stands in the destination. Links in the source are
+// followed, but for links behind links. False for text that is no path.
 bool CopyDirectoryTree(const char* source, const char* destination, std::int32_t noRecursion);
 
 // Empties the directory, which must end in a separator. Modes: 0 deletes everything, the directory

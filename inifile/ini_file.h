@@ -5,7 +5,7 @@
 // - A line with "[" is a header. Its first character is dropped, the text up to the first "]" is
 //   the section's name; a header without "]" throws std::out_of_range.
 // - Any other line with "=" is a key: everything before the first "=" is the key, everything after
-//   it the value. Blanks around "=" belong to them.
+//   it the value. Blanks around "=" belong to them. A header whose name holds "=" is a key as well.
 // - "#" or ";" starts a comment, unless the line also holds "[" or "=": then it is an entry that
 //   was commented out, which is found and changed like an active one.
 // - Names are compared byte for byte; no encoding and no byte-order mark is interpreted.
@@ -36,10 +36,12 @@ class CIniFile {
   static std::string GetValue(std::string key, std::string section, std::string file);
 
   // Sets the value of the first such key. A missing section is added at the end of the file, a
-  // missing key directly below its section's header. Rewriting normalises the file: blank lines
-  // and comments at its end vanish, every line ends with a line break.
-  // Returns false when the file cannot be opened; it is never created. A write that fails after
-  // that is not noticed. Throws std::out_of_range for a header line without "]".
+  // missing key directly below its section's header. Rewriting normalises the file: blank lines,
+  // comments at its end and a last line without a line break vanish, any other line that is no
+  // entry becomes "[]", and a line "=x" a header without its value.
+  // Returns false when the file cannot be opened; it is never created. But for a name outside
+  // ASCII, which Save takes for another one: then a file of that name is. A write that fails
+  // after that is not noticed. Throws std::out_of_range for a header line without "]".
   static bool SetValue(std::string key, std::string value, std::string section, std::string file);
 
   // The first record with this key and section (both compared byte for byte), or none.

@@ -10,6 +10,9 @@
 // A task's parameters by index; what the indexes mean is each task's own.
 using TaskParams = std::map<std::int32_t, std::string>;
 
+// The section of a task file that holds all keys.
+constexpr char kTaskSection[] = "Task";
+
 class IUACTask {
  public:
   // Names the task file (UTF-8) that Run works on. Always true; does not look at the file.

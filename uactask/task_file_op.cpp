@@ -25,7 +25,7 @@ constexpr char kXmlPathKey[] = "xml_path";
 
 template <typename Exception>
 [[noreturn]] void Rethrow(const Exception& caught, const std::string& call) {
-  // Readers of error reports know the place by this name and number.
+  // Fixed text, by which error reports are matched; this file's name and lines do not matter.
   constexpr boost::source_location kLocation(
       "uactask/uactaskfileop", 102,
       "bool __cdecl UACTaskFileOp::SaveTaskInfos(class std::basic_string<char,struct "
@@ -37,7 +37,8 @@ template <typename Exception>
 }  // namespace
 
 bool UACTaskFileOp::Run() {
-  const std::string listPath = corekit::CIniFile::GetValue(kXmlPathKey, "Task", TaskFilePath());
+  const std::string listPath =
+      corekit::CIniFile::GetValue(kXmlPathKey, kTaskSection, TaskFilePath());
 
   const boost::shared_ptr<tk::IFileOperator> fileOperator = boost::make_shared<FileOperatorNomal>();
   boost::shared_ptr<IXMLParse> store;
@@ -64,14 +65,13 @@ bool UACTaskFileOp::Run() {
 bool UACTaskFileOp::SaveTaskInfos(std::string path) {
   std::string listPath;
   const auto call = [&] {
-    return std::string("corekit::CIniFile::SetValue ") + kXmlPathKey + "," + listPath + ",Task," +
-           path;
+    return std::string("corekit::CIniFile::SetValue ") + kXmlPathKey + "," + listPath + "," +
+           kTaskSection + "," + path;
   };
   try {
-    const TaskParams params = Params();
-    if (params.size() != 1) return false;
-    listPath = RequireEntry(params, kXmlPath);
-    const bool listWritten = corekit::CIniFile::SetValue(kXmlPathKey, listPath, "Task", path);
+    if (Params().size() != 1) return false;
+    listPath = RequireEntry(Params(), kXmlPath);
+    const bool listWritten = corekit::CIniFile::SetValue(kXmlPathKey, listPath, kTaskSection, path);
     const bool typeWritten = UACTaskBase::SaveTaskInfos(path);
     return listWritten && typeWritten;
   } catch (const std::out_of_range& caught) {

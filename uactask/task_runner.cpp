@@ -14,7 +14,8 @@ namespace {
 
 std::optional<std::int32_t> ReadTaskType(const std::string& path) {
   try {
-    return boost::lexical_cast<std::int32_t>(corekit::CIniFile::GetValue("type", "Task", path));
+    return boost::lexical_cast<std::int32_t>(
+        corekit::CIniFile::GetValue("type", kTaskSection, path));
   } catch (...) {
     return std::nullopt;
   }

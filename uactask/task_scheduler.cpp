@@ -25,19 +25,7 @@ constexpr char kRootFolder[] = "\\";
 constexpr char kDailyTriggerId[] = "Trigger_Daily";
 constexpr char kWeeklyTriggerId[] = "Trigger_Weekly";
 
-enum Param : std::int32_t {
-  kTaskName,
-  kExePath,
-  kExeArguments,
-  kRuntime,
-  kAuthorName,
-  kTimeType,
-  kTimeWeekday,
-  kTimeMonthday,
-  kParamCount
-};
-
-constexpr std::array<const char*, kParamCount> kParamKeys = {
+constexpr std::array<const char*, UACTaskScheduler::kParamCount> kParamKeys = {
     "task_name",   "exe_path",  "exe_arguments", "runtime",
     "author_name", "time_type", "time_weekday",  "time_monthday"};
 
@@ -51,7 +39,7 @@ bool Failed(HRESULT status, const char* message) {
 // The text as COM takes it. Task files hold the bytes of the ANSI code page.
 _bstr_t ComString(const std::string& text) { return _bstr_t(AnsiToWide(text).c_str()); }
 
-// COM, initialised for this thread until the end of the scope. Declared ahead of every interface
+// Ends what InitTaskSchedulerCom began, at the end of the scope. Declared ahead of every interface
 // pointer, so that they are released first.
 class ComSession {
  public:
@@ -70,14 +58,19 @@ class ComSession {
   bool active_ = true;
 };
 
-HRESULT CreateService(ComPtr<ITaskService>& service) {
-  return CoCreateInstance(__uuidof(TaskScheduler), nullptr, CLSCTX_INPROC_SERVER,
-                          IID_PPV_ARGS(&service));
-}
-
-// To the local machine, under the caller's own account.
-HRESULT Connect(ITaskService& service) {
-  return service.Connect(_variant_t(), _variant_t(), _variant_t(), _variant_t());
+// Connects to the local machine's service, under the caller's own account.
+bool OpenRootFolder(ComPtr<ITaskService>& service, ComPtr<ITaskFolder>& rootFolder) {
+  if (Failed(CoCreateInstance(__uuidof(TaskScheduler), nullptr, CLSCTX_INPROC_SERVER,
+                              IID_PPV_ARGS(&service)),
+             "TaskScheduler: Failed to create an instance of ITaskService,%x\n")) {
+    return false;
+  }
+  if (Failed(service->Connect(_variant_t(), _variant_t(), _variant_t(), _variant_t()),
+             "TaskScheduler: ITaskService::Connect failed,%x\n")) {
+    return false;
+  }
+  return !Failed(service->GetFolder(ComString(kRootFolder), &rootFolder),
+                 "TaskScheduler: Cannot get Root Folder pointer,%x\n");
 }
 
 // Asks for another interface of the same object and lets go of the one asked.
@@ -149,7 +142,7 @@ std::int32_t InitTaskSchedulerCom() {
 bool UACTaskScheduler::Run() {
   std::array<std::string, kParamCount> values;
   for (std::size_t i = 0; i < values.size(); ++i) {
-    values[i] = corekit::CIniFile::GetValue(kParamKeys[i], "Task", TaskFilePath());
+    values[i] = corekit::CIniFile::GetValue(kParamKeys[i], kTaskSection, TaskFilePath());
   }
   // All three numbers are checked first: a malformed task file does not even delete.
   const auto timeType = boost::lexical_cast<std::int32_t>(values[kTimeType]);
@@ -163,13 +156,12 @@ bool UACTaskScheduler::Run() {
 }
 
 bool UACTaskScheduler::SaveTaskInfos(std::string path) {
-  const TaskParams& params = Params();
-  if (params.size() != kParamCount) return false;
+  if (Params().size() != kParamCount) return false;
 
   bool written = true;
   for (std::int32_t index = 0; index < kParamCount; ++index) {
     const char* key = kParamKeys[static_cast<std::size_t>(index)];
-    written &= corekit::CIniFile::SetValue(key, RequireEntry(params, index), "Task", path);
+    written &= corekit::CIniFile::SetValue(key, RequireEntry(Params(), index), kTaskSection, path);
   }
   written &= UACTaskBase::SaveTaskInfos(path);
   return written;
@@ -185,18 +177,8 @@ std::int32_t UACTaskScheduler::RegisterScheduleTask(
   const _bstr_t program = ComString(exePath);
 
   ComPtr<ITaskService> service;
-  if (Failed(CreateService(service),
-             "TaskScheduler: Failed to create an instance of ITaskService,%x\n")) {
-    return kFailed;
-  }
-  if (Failed(Connect(*service.Get()), "TaskScheduler: ITaskService::Connect failed,%x\n")) {
-    return kFailed;
-  }
   ComPtr<ITaskFolder> rootFolder;
-  if (Failed(service->GetFolder(ComString(kRootFolder), &rootFolder),
-             "TaskScheduler: Cannot get Root Folder pointer,%x\n")) {
-    return kFailed;
-  }
+  if (!OpenRootFolder(service, rootFolder)) return kFailed;
   // An older job of this name goes first; that there is none is no error.
   rootFolder->DeleteTask(name, 0);
 
@@ -229,13 +211,13 @@ std::int32_t UACTaskScheduler::RegisterScheduleTask(
   if (Failed(created, "TaskScheduler: Cannot create the trigger,%x\n")) return kFailed;
 
   switch (timeType) {
-    case TASK_TRIGGER_DAILY:
+    case kDaily:
       if (!SetDaily(trigger, runtime)) return kFailed;
       break;
-    case TASK_TRIGGER_WEEKLY:
+    case kWeekly:
       if (!SetWeekly(trigger, runtime, daysOfWeek)) return kFailed;
       break;
-    case TASK_TRIGGER_MONTHLY:
+    case kMonthly:
       if (!SetMonthly(trigger, runtime, daysOfMonth)) return kFailed;
       break;
     default:
@@ -271,8 +253,8 @@ std::int32_t UACTaskScheduler::RegisterScheduleTask(
 
   ComPtr<IRegisteredTask> registered;
   if (Failed(rootFolder->RegisterTaskDefinition(
-                 ComString(taskName), definition.Get(), TASK_CREATE_OR_UPDATE, _variant_t(),
-                 _variant_t(), TASK_LOGON_INTERACTIVE_TOKEN, _variant_t(L""), &registered),
+                 name, definition.Get(), TASK_CREATE_OR_UPDATE, _variant_t(), _variant_t(),
+                 TASK_LOGON_INTERACTIVE_TOKEN, _variant_t(L""), &registered),
              "TaskScheduler: Register Task failed,%x\n")) {
     return kFailed;
   }
@@ -286,17 +268,9 @@ std::int32_t UACTaskScheduler::DeleteScheduleTask(const std::string& taskName) {
   const _bstr_t name = ComString(taskName);
 
   ComPtr<ITaskService> service;
-  if (Failed(CreateService(service),
-             "TaskScheduler: Failed to create an instance of ITaskService,%x\n")) {
-    return kFailed;
-  }
-  if (Failed(Connect(*service.Get()), "TaskScheduler: ITaskService::Connect failed,%x\n")) {
-    return kFailed;
-  }
   ComPtr<ITaskFolder> rootFolder;
-  const HRESULT found = service->GetFolder(ComString(kRootFolder), &rootFolder);
+  if (!OpenRootFolder(service, rootFolder)) return kFailed;
   service.Reset();
-  if (Failed(found, "TaskScheduler: Cannot get Root Folder pointer,%x\n")) return kFailed;
 
   const HRESULT deleted = rootFolder->DeleteTask(name, 0);
   rootFolder.Reset();

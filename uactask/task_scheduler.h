@@ -6,25 +6,31 @@
 
 #include "uactask/task.h"
 
-// Its eight parameters, by index and by key in section "Task" of the task file:
+// Texts in its task file are in the ANSI code page. The three numbers must stand in every one, also
+// in one that deletes.
 //
-//   0 task_name      the job's name in the scheduler's root folder
-//   1 exe_path       the program that it starts
-//   2 exe_arguments  the program's arguments; empty means: delete the job of that name
-//   3 runtime        start of the trigger, as the scheduler takes it: 2026-01-31T08:00:00
-//   4 author_name
-//   5 time_type      2 daily, 3 weekly, 4 monthly
-//   6 time_weekday   days of a weekly trigger, added up: 1 Sunday, 2 Monday … 64 Saturday
-//   7 time_monthday  days of a monthly trigger as a mask: bit 0 is day 1, bit 30 day 31
-//
-// Texts are in the ANSI code page. The three numbers must stand in every task file, also in one
-// that deletes.
-//
-// Every step that fails prints a line on standard output with the failing status; so do the two
-// successes. The job runs as the user who registered it, and only while that user is logged on.
+// A step that fails prints a line on standard output with the failing status; so do the two
+// successes. Silent is a trigger kind that the scheduler knows and this task does not: it fails
+// with COM left initialised and its objects not released. A registration that gets no registration
+// information leaves COM initialised too. The job runs as the user who registered it, and only
+// while that user is logged on.
 class UACTaskScheduler : public UACTaskBase {
  public:
   static constexpr std::int32_t kType = 0;
+
+  // The parameters by index, with their keys in the task file.
+  enum Param : std::int32_t {
+    kTaskName,      // task_name: the job's name in the scheduler's root folder
+    kExePath,       // exe_path: the program that it starts
+    kExeArguments,  // exe_arguments: the program's arguments; empty means: delete that job
+    kRuntime,       // runtime: start of the trigger, as the scheduler takes it: 2026-01-31T08:00:00
+    kAuthorName,    // author_name
+    kTimeType,      // time_type: a TriggerKind
+    kTimeWeekday,   // time_weekday: days of a weekly trigger, added up: 1 Sunday … 64 Saturday
+    kTimeMonthday,  // time_monthday: days of a monthly trigger: bit 0 is day 1, bit 30 day 31
+    kParamCount
+  };
+  enum TriggerKind : std::int32_t { kDaily = 2, kWeekly = 3, kMonthly = 4 };
 
   UACTaskScheduler() : UACTaskBase(kType) {}
 

@@ -3,9 +3,9 @@
 #include <boost/make_shared.hpp>
 #include <boost/property_tree/xml_parser.hpp>
 #include <cstring>
-#include <limits>
 #include <locale>
 #include <sstream>
+#include <stdexcept>
 #include <type_traits>
 #include <utility>
 
@@ -204,7 +204,7 @@ template <typename Value>
 std::int32_t XMLParse::PutValue(std::string path, const Value& value) {
   try {
     ToAttrPath(path);
-    if (LacksKey(path)) return kFalse;
+    if (LacksKey(path)) throw std::out_of_range("no key");
     tree_.put(path, value, Translator<Value>());
     return kTrue;
   } catch (...) {
@@ -344,7 +344,7 @@ std::int32_t XMLParse::LoadFile(std::string path) {
 
     std::string text(static_cast<std::size_t>(size), '\0');
     file.Rewind();
-    file.Read(text.data(), size);
+    if (file.Read(text.data(), size) != size) return kFalse;
     file.Close();
 
     if (LoadString(text.c_str(), size) == kFalse) return kFalse;

@@ -15,7 +15,7 @@
 //
 // Values
 //   Numbers are written and read in the classic ("C") locale whatever the process's locale is, and
-//   must fill their text but for white space behind them. Floats are written with 9 significant
+//   must fill their text but for white space around them. Floats are written with 9 significant
 //   digits. Strings are stored as they stand.
 //
 // Results are 1 for success and 0 for failure unless stated otherwise. A store may not be used by
@@ -28,7 +28,8 @@
 #include <string>
 #include <vector>
 
-// windows.h makes a macro of this name. Include it before this header, not after it.
+// windows.h makes a macro of this name. Where it is included behind this header, calls end up at
+// LoadStringA or LoadStringW, and overriding needs this line again.
 #undef LoadString
 
 class XMLParse;
@@ -74,7 +75,8 @@ class IXMLParse {
   virtual std::int32_t PutString(std::string path, std::string value) = 0;
 
   // Set…Vector differs by type. SetStringVector creates the element where it is missing; where it
-  // exists, an empty attribute of the element's name appears on its parent. SetFloatVector always
+  // exists, an empty attribute of the element's name appears on its parent (the document element,
+  // which has none, gives 0). SetFloatVector always
   // makes that attribute and never the element, and throws std::out_of_range for a path without
   // ".". SetIntVector does nothing and returns 1.
   virtual std::int32_t SetFloatVector(std::string path, const std::vector<float>& values) = 0;
@@ -112,6 +114,13 @@ class IXMLParse {
   // was, for text that is not well-formed, nests more than 1000 elements deep, or is 2 GiB long.
   // The deepest documents take 128 kB of stack, without optimisation up to 2 MB.
   virtual std::int32_t LoadString(const char* text, std::int32_t length) = 0;
+
+  std::int32_t LoadStringA(const char* text, std::int32_t length) {
+    return LoadString(text, length);
+  }
+  std::int32_t LoadStringW(const char* text, std::int32_t length) {
+    return LoadString(text, length);
+  }
 
   // Loads a document from a file; `path` is in the ANSI code page. On success remembers the path
   // and sets the loaded flag. 0, with everything as it was, when the file cannot be read, is 2 GiB

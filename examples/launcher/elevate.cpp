@@ -45,8 +45,9 @@ unsigned long RunHelper(const std::wstring& taskFile) {
   if (!started || start.hProcess == nullptr) throw std::runtime_error(WhyNotStarted(error));
 
   DWORD exitCode = 0;
-  WaitForSingleObject(start.hProcess, INFINITE);
-  GetExitCodeProcess(start.hProcess, &exitCode);
+  const bool known = WaitForSingleObject(start.hProcess, INFINITE) == WAIT_OBJECT_0 &&
+                     GetExitCodeProcess(start.hProcess, &exitCode);
   CloseHandle(start.hProcess);
+  if (!known) throw std::runtime_error("What became of the helper is not known.");
   return exitCode;
 }

@@ -65,30 +65,36 @@ int RunJob(const TaskParams& params, bool dryRun, const char* success, const cha
   return Finish(folder, dryRun, success, failure);
 }
 
-// The kind of trigger is the scheduler's number: 2 daily, 3 weekly, 4 monthly.
-int Schedule(int trigger, const Words& words, bool dryRun) {
-  const std::size_t program = trigger == 2 ? 3 : 4;
+using Job = UACTaskScheduler;
+
+int Schedule(Job::TriggerKind kind, const Words& words, bool dryRun) {
+  const std::size_t program = kind == Job::kDaily ? 3 : 4;
   if (words.size() < program + 2) {
     throw BadArguments(
         "A job needs its name, time, days unless it is daily, program, and at "
         "least one argument: without any it would be deleted.");
   }
-  return RunJob({{0, JobName(words[1])},
-                 {1, ProgramPath(words[program])},
-                 {2, CommandLine({words.begin() + static_cast<int>(program) + 1, words.end()})},
-                 {3, StartBoundary(words[2])},
-                 {4, "uactask example launcher"},
-                 {5, std::to_string(trigger)},
-                 {6, trigger == 3 ? WeekdayMask(words[3]) : "0"},
-                 {7, trigger == 4 ? MonthDayMask(words[3]) : "0"}},
+  const Words arguments(words.begin() + static_cast<int>(program) + 1, words.end());
+  return RunJob({{Job::kTaskName, JobName(words[1])},
+                 {Job::kExePath, ProgramPath(words[program])},
+                 {Job::kExeArguments, CommandLine(arguments)},
+                 {Job::kRuntime, StartBoundary(words[2])},
+                 {Job::kAuthorName, "uactask example launcher"},
+                 {Job::kTimeType, std::to_string(kind)},
+                 {Job::kTimeWeekday, kind == Job::kWeekly ? WeekdayMask(words[3]) : "0"},
+                 {Job::kTimeMonthday, kind == Job::kMonthly ? MonthDayMask(words[3]) : "0"}},
                 dryRun, "Scheduled.",
                 "The Task Scheduler refused the job. An older one of that name may be gone.");
 }
 
 int Unschedule(const Words& words, bool dryRun) {
+  TaskParams params;
+  for (std::int32_t index = 0; index < Job::kParamCount; ++index) params[index] = "";
+  params[Job::kTaskName] = JobName(words[1]);
   // Empty arguments delete; the numbers must be there all the same.
-  const TaskParams params = {
-      {0, JobName(words[1])}, {1, ""}, {2, ""}, {3, ""}, {4, ""}, {5, "0"}, {6, "0"}, {7, "0"}};
+  for (const auto number : {Job::kTimeType, Job::kTimeWeekday, Job::kTimeMonthday}) {
+    params[number] = "0";
+  }
   return RunJob(params, dryRun, "Deleted.", "There is no such job, or it could not be deleted.");
 }
 
@@ -97,9 +103,9 @@ int Run(Words words) {
   if (dryRun) words.erase(words.begin());
   const std::wstring command = words.empty() ? L"" : words[0];
   if (command == L"copy" && words.size() == 3) return RunCopy(words, dryRun);
-  if (command == L"daily") return Schedule(2, words, dryRun);
-  if (command == L"weekly") return Schedule(3, words, dryRun);
-  if (command == L"monthly") return Schedule(4, words, dryRun);
+  if (command == L"daily") return Schedule(Job::kDaily, words, dryRun);
+  if (command == L"weekly") return Schedule(Job::kWeekly, words, dryRun);
+  if (command == L"monthly") return Schedule(Job::kMonthly, words, dryRun);
   if (command == L"unschedule" && words.size() == 2) return Unschedule(words, dryRun);
   throw BadArguments("That is no command with the arguments that it takes.");
 }

@@ -20,6 +20,14 @@ namespace {
 constexpr char kTaskFile[] = "task.ini";
 constexpr char kOperationList[] = "list.xml";
 
+// Neither a task nor the list creates its file as a new one, and one that somebody else has put
+// there must not be used.
+void CreateNew(const char* name) {
+  const HANDLE file = CreateFileA(name, GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
+  if (file == INVALID_HANDLE_VALUE) throw std::runtime_error("A file cannot be created.");
+  CloseHandle(file);
+}
+
 // SaveTaskInfos puts the type first and below it the parameters from the last to the first. On a
 // full disk the file is cut, and a job that lost its arguments would be deleted.
 bool ReadsBack(const TaskParams& params) {
@@ -56,16 +64,15 @@ TaskFolder::~TaskFolder() {
 }
 
 void TaskFolder::WriteTask(IUACTask& task, const TaskParams& params) const {
-  // A task does not create its file.
-  const HANDLE file = CreateFileA(kTaskFile, GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
-  const bool created = file != INVALID_HANDLE_VALUE && CloseHandle(file);
+  CreateNew(kTaskFile);
   task.SetParams(params);
-  if (!created || !task.SaveTaskInfos(kTaskFile) || !ReadsBack(params)) {
+  if (!task.SaveTaskInfos(kTaskFile) || !ReadsBack(params)) {
     throw std::runtime_error("The task file cannot be written.");
   }
 }
 
 std::string TaskFolder::WriteOperationList(const Copy& copy) const {
+  CreateNew(kOperationList);
   XMLParse list;  // more items may follow, each with a key of its own
   list.PutString("root.task.item.key", "1");
   list.PutString("root.task.item.src", WideToUtf8(copy.source));
