@@ -24,7 +24,7 @@ std::uintptr_t __stack_chk_guard = 0;
 namespace {
 
 // Ahead of every other constructor; itself it has no guard, since it changes it.
-__attribute__((constructor(101), optimize("no-stack-protector"))) void SetStackGuard() {
+__attribute__((constructor(101), no_stack_protector)) void SetStackGuard() {
   FILETIME time;
   GetSystemTimeAsFileTime(&time);
   LARGE_INTEGER counter;
