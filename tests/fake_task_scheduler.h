@@ -5,17 +5,15 @@
 
 #include <windows.h>
 
-#include <objbase.h>
-#include <objidl.h>
-#include <oleauto.h>
+#include <ole2.h>
 #include <taskschd.h>
 
 #include <cstdio>
 #include <cstring>
 #include <map>
 #include <regex>
+#include <set>
 #include <string>
-#include <type_traits>
 #include <typeinfo>
 #include <vector>
 
@@ -24,281 +22,184 @@
 
 namespace fake_task_scheduler {
 
+struct Object;
+
 // How arguments are recorded. A text is as long as its BSTR says.
-inline std::string Text(IUnknown* object) { return object == nullptr ? "null" : "object"; }
+inline std::string Text(long number) { return std::to_string(number); }
+inline std::string Text(Object* object) { return object == nullptr ? "null" : "object"; }
 inline std::string Text(BSTR text) {
   return text == nullptr ? "null" : "'" + WideToUtf8({text, SysStringLen(text)}) + "'";
 }
 inline std::string Text(const VARIANT& value) {
-  if (value.vt == VT_EMPTY) return "empty";
-  return value.vt == VT_BSTR ? Text(value.bstrVal) : "vt " + std::to_string(value.vt);
-}
-template <typename Number,
-          typename = std::enable_if_t<!std::is_class_v<Number> && !std::is_pointer_v<Number>>>
-std::string Text(Number number) {
-  return std::to_string(static_cast<long>(number));
+  return value.vt == VT_EMPTY ? "empty" : value.vt == VT_BSTR ? Text(value.bstrVal) : "other";
 }
 
 struct Record {
   std::string calls;     // a line each, also one where an object's last reference went
   std::string lastCall;  // what went is not a call
-  std::string failingStep;
-  HRESULT failure = S_OK;
-  std::map<std::string, long> references;  // by interface
-  int initialisations = 0;                 // of COM, that were not ended
+  // How steps end other than well: "ITaskService::Connect", "QueryInterface to IDailyTrigger",
+  // "CoCreateInstance", "CoInitializeSecurity".
+  std::map<std::string, HRESULT> failures;
+  std::multiset<std::string> references;  // each that was not given back, by interface
+  int initialisations = 0;                // of COM, that were not ended
 
   // Records a call and says how it is to end.
   template <typename... Arguments>
   HRESULT Step(const std::string& name, Arguments... arguments) {
     std::string list;
-    for (const std::string& text : std::vector<std::string>{Text(arguments)...}) {
-      list += (list.empty() ? "" : ", ") + text;
-    }
+    ((list += (list.empty() ? "" : ", ") + Text(arguments)), ...);
     lastCall = name + "(" + list + ")";
     calls += lastCall + "\n";
-    return name == failingStep ? failure : S_OK;
+    return failures[name];
   }
 
-  // An interface for every reference that was not given back, each with a blank ahead.
+  // The references, each with a blank ahead.
   std::string Held() const {
     std::string held;
-    for (const auto& [name, count] : references) {
-      for (long i = 0; i < count; ++i) held += " " + name;
-    }
+    for (const std::string& name : references) held += " " + name;
     return held;
   }
 };
 
 inline Record* record = nullptr;
 
-template <typename Class, typename Interface>
-HRESULT Give(HRESULT status, Interface** out) {
-  *out = SUCCEEDED(status) ? new Class : nullptr;
+// Objects begin with a table of functions, as COM has them: with an entry for each method that the
+// tests need, at its slot in the system's own interface. On 64-bit Windows callers clear the stack,
+// so that one function can stand in all other slots, whatever their arguments. There is one object
+// of each interface, which lives while there are references.
+using Function = void (*)();
+
+struct Method {
+  int slot;
+  const char* name;
+  Function function;
+};
+
+struct Object {
+  Object(const char* declared, const IID& ownIid, const std::vector<Method>& ownMethods);
+
+  template <typename... Arguments>
+  HRESULT Step(int slot, Arguments... arguments) {
+    const char* const state = record->references.count(name) == 0 ? " after its release" : "";
+    return record->Step(name + "::" + methods.at(slot).name + state, arguments...);
+  }
+
+  const Function* slots = table;
+  Function table[32];
+  std::string name;
+  IID iid;
+  std::map<int, Method> methods;
+};
+
+inline ULONG AddRef(Object* self) {
+  record->references.insert(self->name);
+  return 1;
+}
+
+inline ULONG Release(Object* self) {
+  record->references.erase(record->references.find(self->name));
+  if (record->references.count(self->name) == 0) record->calls += "release " + self->name + "\n";
+  return 0;
+}
+
+inline HRESULT Give(HRESULT status, Object& object, Object** out) {
+  *out = SUCCEEDED(status) ? &object : nullptr;
+  if (SUCCEEDED(status)) AddRef(*out);
   return status;
 }
 
-#define METHOD(name, parameters, result) \
-  HRESULT STDMETHODCALLTYPE name parameters override { return result; }
-#define UNUSED(name, parameters) METHOD(name, parameters, E_NOTIMPL)
-#define PROPERTY(name, type) \
-  UNUSED(get_##name, (type*)) METHOD(put_##name, (type value), this->Step("put_" #name, value))
-#define UNUSED2(name1, parameters1, name2, parameters2) \
-  UNUSED(name1, parameters1) UNUSED(name2, parameters2)
-#define PROPERTY2(name1, type1, name2, type2) PROPERTY(name1, type1) PROPERTY(name2, type2)
-#define CHILD(name, type)                                        \
-  HRESULT STDMETHODCALLTYPE get_##name(I##type** out) override { \
-    return Give<type>(this->Step("get_" #name), out);            \
-  }                                                              \
-  UNUSED(put_##name, (I##type*))
-
-// What all objects share. Callers get most of them as `Interface` at once; triggers and actions
-// they get as `Base` and have to ask for the rest, which is a step.
-template <typename Interface, typename Base = Interface>
-class Object : public Interface {
- public:
-  Object() { AddRef(); }
-  virtual ~Object() { record->calls += "release " + name_ + "\n"; }
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    HRESULT status = E_NOINTERFACE;
-    if (iid == __uuidof(IUnknown) || iid == __uuidof(IDispatch) || iid == __uuidof(Base)) {
-      status = S_OK;
-    } else if (iid == __uuidof(Interface)) {
-      status = record->Step("QueryInterface to " + name_);
-    }
-    *out = SUCCEEDED(status) ? this : nullptr;
-    if (SUCCEEDED(status)) AddRef();
-    return status;
+// A step, but where COM itself asks: for the service.
+inline HRESULT QueryInterface(Object* self, REFIID iid, Object** out) {
+  HRESULT status = iid == __uuidof(IUnknown) || iid == self->iid ? S_OK : E_NOINTERFACE;
+  if (iid == self->iid && iid != __uuidof(ITaskService)) {
+    status = record->Step("QueryInterface to " + self->name);
   }
-  ULONG STDMETHODCALLTYPE AddRef() override {
-    ++record->references[name_];
-    return ++references_;
+  return Give(status, *self, out);
+}
+
+inline HRESULT Unexpected() { return record->Step("a method that the fake lacks"); }
+
+template <typename Code>
+Method At(int slot, const char* name, Code* code) {
+  return {slot, name, reinterpret_cast<Function>(code)};
+}
+
+// A method that takes these arguments, and one that makes a new object of them.
+template <int kSlot, typename... Arguments>
+Method Takes(const char* name) {
+  HRESULT (*const code)
+  (Object*, Arguments...) =
+      [](Object* self, Arguments... values) { return self->Step(kSlot, values...); };
+  return At(kSlot, name, code);
+}
+template <int kSlot, Object& kMade, typename... Arguments>
+Method Makes(const char* name) {
+  HRESULT (*const code)
+  (Object*, Arguments..., Object**) = [](Object* self, Arguments... values, Object** out) {
+    return Give(self->Step(kSlot, values...), kMade, out);
+  };
+  return At(kSlot, name, code);
+}
+
+inline Object::Object(const char* declared, const IID& ownIid,
+                      const std::vector<Method>& ownMethods)
+    : name(std::strchr(declared, 'I')), iid(ownIid) {
+  for (Function& function : table) function = reinterpret_cast<Function>(Unexpected);
+  std::vector<Method> all = {At(0, "", QueryInterface), At(1, "", AddRef), At(2, "", Release)};
+  all.insert(all.end(), ownMethods.begin(), ownMethods.end());
+  for (const Method& method : all) {
+    table[method.slot] = method.function;
+    methods[method.slot] = method;
   }
-  ULONG STDMETHODCALLTYPE Release() override {
-    --record->references[name_];
-    const ULONG left = --references_;
-    if (left == 0) delete this;
-    return left;
-  }
-  UNUSED(GetTypeInfoCount, (UINT*))
-  UNUSED(GetTypeInfo, (UINT, LCID, ITypeInfo**))
-  UNUSED(GetIDsOfNames, (REFIID, LPOLESTR*, UINT, LCID, DISPID*))
-  UNUSED(Invoke, (DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*))
+}
 
- protected:
-  template <typename... Arguments>
-  HRESULT Step(const char* method, Arguments... arguments) {
-    return record->Step(name_ + "::" + method, arguments...);
-  }
-
- private:
-  // Compilers put a length or "struct " ahead of the name.
-  const std::string name_ = std::strchr(typeid(Interface).name(), 'I');
-  ULONG references_ = 0;
-};
-
-struct RegisteredTask : Object<IRegisteredTask> {
-  PROPERTY(Enabled, VARIANT_BOOL)
-  UNUSED2(get_Name, (BSTR*), get_Path, (BSTR*))
-  UNUSED2(get_State, (TASK_STATE*), Stop, (LONG))
-  UNUSED2(get_LastRunTime, (DATE*), get_LastTaskResult, (LONG*))
-  UNUSED2(get_NumberOfMissedRuns, (LONG*), get_NextRunTime, (DATE*))
-  UNUSED2(get_Definition, (ITaskDefinition**), get_Xml, (BSTR*))
-  UNUSED2(GetSecurityDescriptor, (LONG, BSTR*), SetSecurityDescriptor, (BSTR, LONG))
-  UNUSED2(Run, (VARIANT, IRunningTask**), GetInstances, (LONG, IRunningTaskCollection**))
-  UNUSED(RunEx, (VARIANT, LONG, LONG, BSTR, IRunningTask**))
-  UNUSED(GetRunTimes, (const LPSYSTEMTIME, const LPSYSTEMTIME, DWORD*, LPSYSTEMTIME*))
-};
-
-struct RegistrationInfo : Object<IRegistrationInfo> {
-  PROPERTY2(SecurityDescriptor, VARIANT, Description, BSTR)
-  PROPERTY2(Author, BSTR, Version, BSTR)
-  PROPERTY2(Date, BSTR, Documentation, BSTR)
-  PROPERTY2(XmlText, BSTR, URI, BSTR)
-  PROPERTY(Source, BSTR)
-};
-
+// Compilers put a length or "struct " ahead of an interface's name.
 template <typename Interface>
-struct Trigger : Object<Interface, ITrigger> {
-  PROPERTY2(Repetition, IRepetitionPattern*, Enabled, VARIANT_BOOL)
-  PROPERTY2(Id, BSTR, ExecutionTimeLimit, BSTR)
-  PROPERTY(EndBoundary, BSTR)
-  HRESULT STDMETHODCALLTYPE put_StartBoundary(BSTR start) override {
-    static const std::regex valid(
-        "'\\d{4}-[01]\\d-[0-3]\\dT[0-2]\\d(:[0-5]\\d){2}(Z|[+-]\\d\\d:\\d\\d)?'");
-    const HRESULT status = this->Step("put_StartBoundary", start);
-    return SUCCEEDED(status) && !std::regex_match(Text(start), valid) ? E_INVALIDARG : status;
-  }
-  UNUSED2(get_Type, (TASK_TRIGGER_TYPE2*), get_StartBoundary, (BSTR*))
-};
+Object Has(const std::vector<Method>& methods) {
+  return {typeid(Interface).name(), __uuidof(Interface), methods};
+}
 
-struct DailyTrigger : Trigger<IDailyTrigger> {
-  PROPERTY2(DaysInterval, short, RandomDelay, BSTR)
-};
+inline HRESULT PutStartBoundary(Object* self, BSTR start) {
+  static const std::regex valid("'\\d{4}-[01]\\d-[0-3]\\dT[0-2]\\d:[0-5]\\d:[0-5]\\d'");
+  const HRESULT status = self->Step(15, start);
+  return SUCCEEDED(status) && !std::regex_match(Text(start), valid) ? E_INVALIDARG : status;
+}
 
-struct WeeklyTrigger : Trigger<IWeeklyTrigger> {
-  PROPERTY2(DaysOfWeek, short, WeeksInterval, short)
-  PROPERTY(RandomDelay, BSTR)
-};
+inline const Method kPutId = Takes<9, BSTR>("put_Id");
+inline const Method kPutStart = At(15, "put_StartBoundary", PutStartBoundary);
+inline Object kTriggers[] = {
+    Has<IDailyTrigger>({kPutId, kPutStart, Takes<21, short>("put_DaysInterval")}),
+    Has<IWeeklyTrigger>({kPutId, kPutStart, Takes<21, short>("put_DaysOfWeek"),
+                         Takes<23, short>("put_WeeksInterval")}),
+    Has<IMonthlyTrigger>({kPutId, kPutStart, Takes<21, LONG>("put_DaysOfMonth")}),
+    Has<ITrigger>({})};
 
-struct MonthlyTrigger : Trigger<IMonthlyTrigger> {
-  PROPERTY2(DaysOfMonth, LONG, MonthsOfYear, short)
-  PROPERTY2(RunOnLastDayOfMonth, VARIANT_BOOL, RandomDelay, BSTR)
-};
+inline HRESULT CreateTrigger(Object* self, int kind, Object** out) {
+  HRESULT status = self->Step(10, kind);
+  if (SUCCEEDED(status) && (kind < 0 || kind > 12)) status = E_INVALIDARG;
+  const bool isPlain = kind < TASK_TRIGGER_DAILY || kind > TASK_TRIGGER_MONTHLY;
+  return Give(status, kTriggers[isPlain ? 3 : kind - TASK_TRIGGER_DAILY], out);
+}
 
-struct TriggerCollection : Object<ITriggerCollection> {
-  HRESULT STDMETHODCALLTYPE Create(TASK_TRIGGER_TYPE2 type, ITrigger** out) override {
-    const int kind = static_cast<int>(type);
-    HRESULT status = Step("Create", kind);
-    if (SUCCEEDED(status) && (kind < 0 || kind > 12)) status = E_INVALIDARG;
-    if (kind == TASK_TRIGGER_DAILY) return Give<DailyTrigger>(status, out);
-    if (kind == TASK_TRIGGER_WEEKLY) return Give<WeeklyTrigger>(status, out);
-    if (kind == TASK_TRIGGER_MONTHLY) return Give<MonthlyTrigger>(status, out);
-    return Give<Trigger<ITrigger>>(status, out);
-  }
-  UNUSED2(get_Count, (LONG*), get_Item, (LONG, ITrigger**))
-  UNUSED2(get__NewEnum, (IUnknown**), Remove, (VARIANT))
-  UNUSED(Clear, ())
-};
+inline Object kTriggerList = Has<ITriggerCollection>({At(10, "Create", CreateTrigger)});
+inline Object kAction =
+    Has<IExecAction>({Takes<11, BSTR>("put_Path"), Takes<13, BSTR>("put_Arguments")});
+inline Object kActionList = Has<IActionCollection>({Makes<12, kAction, LONG>("Create")});
+inline Object kInfo = Has<IRegistrationInfo>({Takes<10, BSTR>("put_Author")});
+inline Object kTask = Has<ITaskDefinition>({Makes<7, kInfo>("get_RegistrationInfo"),
+                                            Makes<9, kTriggerList>("get_Triggers"),
+                                            Makes<17, kActionList>("get_Actions")});
+inline Object kRegistered = Has<IRegisteredTask>({});
+inline Object kFolder =
+    Has<ITaskFolder>({Takes<15, BSTR, LONG>("DeleteTask"),
+                      Makes<17, kRegistered, BSTR, Object*, LONG, VARIANT, VARIANT, LONG, VARIANT>(
+                          "RegisterTaskDefinition")});
+inline Object kService =
+    Has<ITaskService>({Makes<7, kFolder, BSTR>("GetFolder"), Makes<9, kTask, LONG>("NewTask"),
+                       Takes<10, VARIANT, VARIANT, VARIANT, VARIANT>("Connect")});
 
-struct ExecAction : Object<IExecAction, IAction> {
-  PROPERTY2(Id, BSTR, Path, BSTR)
-  PROPERTY2(Arguments, BSTR, WorkingDirectory, BSTR)
-  UNUSED(get_Type, (TASK_ACTION_TYPE*))
-};
-
-struct ActionCollection : Object<IActionCollection> {
-  PROPERTY2(XmlText, BSTR, Context, BSTR)
-  METHOD(Create, (TASK_ACTION_TYPE type, IAction** out),
-         Give<ExecAction>(Step("Create", type), out))
-  UNUSED2(get_Count, (LONG*), get_Item, (LONG, IAction**))
-  UNUSED2(get__NewEnum, (IUnknown**), Remove, (VARIANT))
-  UNUSED(Clear, ())
-};
-
-struct TaskDefinition : Object<ITaskDefinition> {
-  PROPERTY2(Settings, ITaskSettings*, Principal, IPrincipal*)
-  PROPERTY2(Data, BSTR, XmlText, BSTR)
-  CHILD(RegistrationInfo, RegistrationInfo)
-  CHILD(Triggers, TriggerCollection)
-  CHILD(Actions, ActionCollection)
-};
-
-struct TaskFolder : Object<ITaskFolder> {
-  METHOD(DeleteTask, (BSTR name, LONG flags), Step("DeleteTask", name, flags))
-  METHOD(RegisterTaskDefinition,
-         (BSTR path, ITaskDefinition* task, LONG flags, VARIANT user, VARIANT password,
-          TASK_LOGON_TYPE logon, VARIANT security, IRegisteredTask** out),
-         Give<RegisteredTask>(Step("RegisterTaskDefinition", path, task, flags, user, password,
-                                   logon, security),
-                              out))
-  UNUSED2(get_Name, (BSTR*), get_Path, (BSTR*))
-  UNUSED2(GetFolder, (BSTR, ITaskFolder**), GetFolders, (LONG, ITaskFolderCollection**))
-  UNUSED2(CreateFolder, (BSTR, VARIANT, ITaskFolder**), DeleteFolder, (BSTR, LONG))
-  UNUSED2(GetTask, (BSTR, IRegisteredTask**), GetTasks, (LONG, IRegisteredTaskCollection**))
-  UNUSED2(GetSecurityDescriptor, (LONG, BSTR*), SetSecurityDescriptor, (BSTR, LONG))
-  UNUSED(RegisterTask,
-         (BSTR, BSTR, LONG, VARIANT, VARIANT, TASK_LOGON_TYPE, VARIANT, IRegisteredTask**))
-};
-
-struct TaskService : Object<ITaskService> {
-  METHOD(GetFolder, (BSTR path, ITaskFolder** out), Give<TaskFolder>(Step("GetFolder", path), out))
-  METHOD(NewTask, (DWORD flags, ITaskDefinition** out),
-         Give<TaskDefinition>(Step("NewTask", flags), out))
-  METHOD(Connect, (VARIANT server, VARIANT user, VARIANT domain, VARIANT password),
-         Step("Connect", server, user, domain, password))
-  UNUSED2(GetRunningTasks, (LONG, IRunningTaskCollection**), get_Connected, (VARIANT_BOOL*))
-  UNUSED2(get_TargetServer, (BSTR*), get_ConnectedUser, (BSTR*))
-  UNUSED2(get_ConnectedDomain, (BSTR*), get_HighestVersion, (DWORD*))
-};
-
-// An object that is there as long as the fake.
-template <typename Interface>
-struct Lasting : Interface {
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    const bool known = iid == __uuidof(IUnknown) || iid == __uuidof(Interface);
-    *out = known ? this : nullptr;
-    return known ? S_OK : E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
-  ULONG STDMETHODCALLTYPE Release() override { return 1; }
-};
-
-struct Factory : Lasting<IClassFactory> {
-  HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID iid, void** out) override {
-    TaskService* service = nullptr;
-    *out = nullptr;
-    HRESULT status = Give<TaskService>(record->Step("CoCreateInstance"), &service);
-    if (FAILED(status)) return status;
-    status = service->QueryInterface(iid, out);
-    service->Release();
-    return status;
-  }
-  METHOD(LockServer, (BOOL), S_OK)
-};
-
-// Writes each CoUninitialize among what is printed, with what is still held then.
-struct Spy : Lasting<IInitializeSpy> {
-  HRESULT STDMETHODCALLTYPE PreInitialize(DWORD apartment, DWORD) override {
-    record->Step("CoInitializeEx", apartment);
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE PostInitialize(HRESULT status, DWORD, DWORD) override {
-    if (SUCCEEDED(status)) ++record->initialisations;
-    return status;
-  }
-  METHOD(PreUninitialize, (DWORD), S_OK)
-  HRESULT STDMETHODCALLTYPE PostUninitialize(DWORD) override {
-    --record->initialisations;
-    std::printf("<CoUninitialize%s>", record->Held().c_str());
-    return S_OK;
-  }
-};
-
-inline HRESULT WINAPI InitializeSecurity(PSECURITY_DESCRIPTOR, LONG services,
-                                         SOLE_AUTHENTICATION_SERVICE*, void*, DWORD level,
-                                         DWORD impersonation, void*, DWORD capabilities, void*) {
-  return record->Step("CoInitializeSecurity", services, level, impersonation, capabilities);
+inline HRESULT GiveService(HRESULT status, void** out) {
+  return Give(status, kService, reinterpret_cast<Object**>(out));
 }
 
 }  // namespace fake_task_scheduler
@@ -308,18 +209,26 @@ inline HRESULT WINAPI InitializeSecurity(PSECURITY_DESCRIPTOR, LONG services,
 // succeeds. Because of it one source file alone of a program can include this header.
 extern "C" {
 decltype(&CoInitializeSecurity) __imp_CoInitializeSecurity =
-    fake_task_scheduler::InitializeSecurity;
+    [](void*, LONG services, SOLE_AUTHENTICATION_SERVICE*, void*, DWORD level, DWORD impersonation,
+       void*, DWORD capabilities, void*) {
+      return fake_task_scheduler::record->Step("CoInitializeSecurity", services, level,
+                                               impersonation, capabilities);
+    };
 }
 
-class FakeTaskScheduler : public fake_task_scheduler::Record {
+#define METHOD(name, parameters, result) \
+  HRESULT STDMETHODCALLTYPE name parameters override { return result; }
+
+// It is the class object that COM asks for the service, and learns of each use of COM.
+class FakeTaskScheduler : public fake_task_scheduler::Record, IClassFactory, IInitializeSpy {
  public:
   // Joins an apartment of this kind.
   explicit FakeTaskScheduler(DWORD apartment = COINIT_APARTMENTTHREADED) {
     fake_task_scheduler::record = this;
     CoInitializeEx(nullptr, apartment);
-    CoRegisterClassObject(__uuidof(TaskScheduler), &factory_, CLSCTX_INPROC_SERVER,
-                          REGCLS_MULTIPLEUSE, &class_);
-    CoRegisterInitializeSpy(&spy_, &spyCookie_);
+    CoRegisterClassObject(__uuidof(TaskScheduler), static_cast<IClassFactory*>(this),
+                          CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &class_);
+    CoRegisterInitializeSpy(this, &spyCookie_);
   }
   // Also ends the initialisations of COM that were left.
   ~FakeTaskScheduler() {
@@ -328,16 +237,32 @@ class FakeTaskScheduler : public fake_task_scheduler::Record {
     for (int i = 0; i <= initialisations; ++i) CoUninitialize();
   }
 
-  // Lets a step end with a status: "ITaskService::Connect", "QueryInterface to IDailyTrigger",
-  // "CoCreateInstance", "CoInitializeSecurity".
-  void Fail(const std::string& step, HRESULT status) {
-    failingStep = step;
-    failure = status;
+ private:
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
+    *out = static_cast<IClassFactory*>(this);
+    if (iid == __uuidof(IInitializeSpy)) *out = static_cast<IInitializeSpy*>(this);
+    return S_OK;
+  }
+  ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
+  ULONG STDMETHODCALLTYPE Release() override { return 1; }
+
+  METHOD(CreateInstance, (IUnknown*, REFIID, void** out),
+         fake_task_scheduler::GiveService(Step("CoCreateInstance"), out))
+  METHOD(LockServer, (BOOL), S_OK)
+
+  METHOD(PreInitialize, (DWORD apartment, DWORD), Step("CoInitializeEx", apartment))
+  HRESULT STDMETHODCALLTYPE PostInitialize(HRESULT status, DWORD, DWORD) override {
+    if (SUCCEEDED(status)) ++initialisations;
+    return status;
+  }
+  METHOD(PreUninitialize, (DWORD), S_OK)
+  HRESULT STDMETHODCALLTYPE PostUninitialize(DWORD) override {
+    --initialisations;
+    // Among what is printed, with what is still held then.
+    std::printf("<CoUninitialize%s>", Held().c_str());
+    return S_OK;
   }
 
- private:
-  fake_task_scheduler::Factory factory_;
-  fake_task_scheduler::Spy spy_;
   DWORD class_ = 0;
   ULARGE_INTEGER spyCookie_ = {};
 };

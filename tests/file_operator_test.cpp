@@ -1,150 +1,118 @@
 #include "fileop/file_operator.h"
 
 #include <gtest/gtest.h>
-#include <windows.h>
 
-#include "corekit/text.h"
+#include "fileop/file_system.h"
 #include "support.h"
 
 namespace {
 
 class FileOperatorTest : public testing::Test {
  protected:
+  void SetUp() override { WriteTree(folder_ / "from/", TreeOf("2/keep=new, bak=new")); }
+
   bool CopyFolder(const std::string& from, const std::string& to) {
     FileOperatorNomal fileOperator;
     fileOperator.AddDirectoryCopy((folder_ / from).c_str(), (folder_ / to).c_str());
-    return fileOperator.Execute();
-  }
-  // Also returns the diagnostic lines, with the test folder's name left out.
-  bool CopyOneFile(const std::string& from, const std::string& to, std::string* lines) {
-    FileOperatorNomal fileOperator([&](const std::string& line) {
-      *lines += line;
-      const std::size_t at = lines->find(folder_.Path());
-      if (at != std::string::npos) lines->erase(at, folder_.Path().size());
-    });
-    fileOperator.AddFileCopy((folder_ / from).c_str(), (folder_ / to).c_str());
     return fileOperator.Execute();
   }
 
   TestFolder folder_;
 };
 
-TEST_F(FileOperatorTest, NothingQueuedSucceeds) {
-  FileOperatorNomal fileOperator;
-  EXPECT_TRUE(fileOperator.Execute());
-}
-
-TEST_F(FileOperatorTest, ReplacesTheDestinationFolder) {
-  WriteTree(folder_ / "from/", {{"a", "1"}, {"s/b", "2"}});
-  WriteTree(folder_ / "to/", {{"a", "old"}, {"only here", "x"}, {"gone/deep/file", "y"}});
-  SetFileAttributesW(Utf8ToWide(folder_ / "to/only here").c_str(), FILE_ATTRIBUTE_READONLY);
-  EXPECT_TRUE(CopyFolder("from/", "to/"));
-  EXPECT_EQ(ReadTree(folder_ / "to/"), ReadTree(folder_ / "from/"));
+// A folder given without its separator is that folder, and its siblings stay as they are.
+TEST_F(FileOperatorTest, ReplacesTheDestinationAndTouchesNoSiblings) {
+  const std::string siblings = "bbak=1, bb/keep=2, b2/keep=3, bb2/keep=4, ";
+  for (const char* to : {"p/b", "p/b/", "p\\b", "p\\b\\"}) {
+    for (const char* from : {"from", "from/", "from\\"}) {
+      WriteTree(folder_ / "p/", TreeOf(siblings + "b/old=x, b/gone/deep/file=y"));
+      EXPECT_TRUE(CopyFolder(from, to)) << to;
+      EXPECT_EQ(ReadTree(folder_ / "p/"), TreeOf(siblings + "b/bak=new, b/2/keep=new")) << to;
+    }
+  }
   EXPECT_TRUE(CopyFolder("from/", "new/with/ancestors/"));
   EXPECT_EQ(ReadTree(folder_ / "new/with/ancestors/"), ReadTree(folder_ / "from/"));
 }
 
-// A folder given without its separator is that folder, and its siblings stay as they are.
-TEST_F(FileOperatorTest, TouchesNoSiblings) {
-  const Tree siblings = {{"bbak", "1"},    {"bb/", ""},  {"bb/keep", "2"}, {"b2/", ""},
-                         {"b2/keep", "3"}, {"bb2/", ""}, {"bb2/keep", "4"}};
-  for (const char* destination : {"p/b", "p/b/", "p\\b", "p\\b\\"}) {
-    for (const char* source : {"from", "from/", "from\\"}) {
-      WriteTree(folder_ / "from/", {{"bak", "new"}, {"2/keep", "new"}});
-      WriteTree(folder_ / "p/", siblings);
-      WriteTree(folder_ / "p/b/", {{"old", "x"}});
-      EXPECT_TRUE(CopyFolder(source, destination)) << destination;
-      Tree expected = siblings;
-      expected.insert({{"b/", ""}, {"b/bak", "new"}, {"b/2/", ""}, {"b/2/keep", "new"}});
-      EXPECT_EQ(ReadTree(folder_ / "p/"), expected) << destination;
-    }
-  }
-}
-
 TEST_F(FileOperatorTest, FolderCopiesThatFailTouchNothing) {
-  WriteTree(folder_ / "to/", {{"kept", "k"}});
-  WriteTree(folder_ / "from/", {{"file", "f"}});
+  WriteTree(folder_ / "to/", TreeOf("kept=k"));
   const Tree before = folder_.Contents();
   EXPECT_FALSE(CopyFolder("none/", "to/"));
-  EXPECT_FALSE(CopyFolder("from/file", "to/"));
-  FileOperatorNomal fileOperator;
-  fileOperator.AddDirectoryCopy((folder_ / "from/").c_str(), "");
-  EXPECT_FALSE(fileOperator.Execute());
+  EXPECT_FALSE(CopyFolder("from/bak", "to/"));
+  for (const char* noPath : {"", "\xFF"}) {
+    FileOperatorNomal fileOperator;
+    fileOperator.AddDirectoryCopy((folder_ / "from/").c_str(), noPath);
+    EXPECT_FALSE(fileOperator.Execute());
+  }
   EXPECT_EQ(folder_.Contents(), before);
-}
-
-TEST_F(FileOperatorTest, CopiesNothingWhenTheDestinationCannotBeRemoved) {
-  WriteTree(folder_ / "from/", {{"a", "1"}});
-  WriteTree(folder_ / "to/", {{"b", "kept"}});
-  const FileLock lock(folder_ / "to/b");
-  EXPECT_FALSE(CopyFolder("from/", "to/"));
+  const FileLock lock(folder_ / "to/kept");
+  EXPECT_FALSE(CopyFolder("from/", "to/")) << "what is there cannot be removed";
+  EXPECT_FALSE(PathExists((folder_ / "to/bak").c_str())) << "nor is anything copied then";
 }
 
 TEST_F(FileOperatorTest, DoesNotReachThroughLinksInTheDestination) {
-  WriteTree(folder_ / "outside/", {{"precious", "p"}, {"s/more", "m"}});
-  WriteTree(folder_ / "from/", {{"a", "1"}});
+  WriteTree(folder_ / "outside/", TreeOf("precious=p, s/more=m"));
   MakeFolders(folder_ / "to/deep/");
   if (!MakeFolderLink("../outside", folder_ / "to/link") ||
       !MakeFolderLink("../../outside", folder_ / "to/deep/link") ||
       !MakeFolderLink("outside", folder_ / "itself")) {
     GTEST_SKIP() << "links cannot be made here";
   }
-  WriteTree(folder_ / "from/", {{"link/b", "2"}, {"z", "3"}});
-  const Tree from = ReadTree(folder_ / "from/");
-  const Tree outside = ReadTree(folder_ / "outside/");
-  const bool replaced = CopyFolder("from/", "to/");
-  const bool itselfReplaced = CopyFolder("from/", "itself/");
-  EXPECT_EQ(ReadTree(folder_ / "outside/"), outside);
-  if (!OnWine()) {  // which cannot remove links, and so leaves them there
+  WriteTree(folder_ / "from/", TreeOf("link/b=2, z=3"));
+  for (const char* to : {"to/", "itself/"}) {
+    const bool replaced = CopyFolder("from/", to);
+    EXPECT_EQ(ReadTree(folder_ / "outside/"), TreeOf("precious=p, s/more=m"));
+    if (OnWine()) continue;  // which cannot remove links, and so leaves them there
     EXPECT_TRUE(replaced);
-    EXPECT_TRUE(itselfReplaced);
-    EXPECT_EQ(ReadTree(folder_ / "to/"), from);
-    EXPECT_EQ(ReadTree(folder_ / "itself/"), from);
+    EXPECT_EQ(ReadTree(folder_ / to), ReadTree(folder_ / "from/"));
   }
+}
+
+// Links that lead to links would multiply the tree at every level.
+TEST_F(FileOperatorTest, FollowsNoLinksBehindLinks) {
+  if (!MakeFolderLink(".", folder_ / "from/x") || !MakeFolderLink(".", folder_ / "from/y")) {
+    GTEST_SKIP() << "links cannot be made here";
+  }
+  CopyFolder("from/", "to/");
+  const Tree copied = ReadTree(folder_ / "to/");
+  EXPECT_EQ(copied.at("x/bak"), "new");
+  EXPECT_EQ(copied.count("x/y/bak"), 0U);
 }
 
 TEST_F(FileOperatorTest, CopiesFiles) {
-  WriteTree(folder_.Path(), {{"a", "new"}, {"old", "longer than new"}});
-  const struct {
-    const char* from;
-    const char* to;
-    bool result;
-    const char* lines;
-  } kCases[] = {
-      {"a", "b", true, "File Copy Result : Succeed, File Exits : b, TRUE\n"},
-      {"a", "old", true, "File Copy Result : Succeed, File Exits : old, TRUE\n"},
-      {"a", "one/c", true, "File Copy Result : Succeed, File Exits : one/c, TRUE\n"},
-      {"a", "two/levels/c", false, "File Copy Result : Failed, File Exits : two/levels/c, FALSE\n"},
-      {"none", "d", false, "Error File Copy Task : none\n"},
-      // a folder cannot be copied onto a file, but the file is there
-      {"one", "old", true, "File Copy Result : Failed, File Exits : old, TRUE\n"},
-  };
-  for (const auto& c : kCases) {
+  WriteTree(folder_.Path(), TreeOf("a=new, old=longer than new"));
+  const auto expect = [&](const char* from, const char* to, const std::string& line,
+                          const std::string& exists) {
     std::string lines;
-    EXPECT_EQ(CopyOneFile(c.from, c.to, &lines), c.result) << c.to;
-    EXPECT_EQ(lines, c.lines);
-  }
+    FileOperatorNomal fileOperator([&](const std::string& reported) { lines += reported; });
+    fileOperator.AddFileCopy((folder_ / from).c_str(), (folder_ / to).c_str());
+    EXPECT_EQ(fileOperator.Execute(), exists == ", TRUE") << to;
+    EXPECT_EQ(lines, line + folder_ / (exists.empty() ? from : to) + exists + "\n");
+  };
+  expect("a", "b", "File Copy Result : Succeed, File Exits : ", ", TRUE");
+  expect("a", "old", "File Copy Result : Succeed, File Exits : ", ", TRUE");
+  expect("a", "one/c", "File Copy Result : Succeed, File Exits : ", ", TRUE");
+  expect("a", "two/levels/c", "File Copy Result : Failed, File Exits : ", ", FALSE");
+  expect("from", "old", "File Copy Result : Failed, File Exits : ", ", TRUE");  // it is there
+  expect("none", "d", "Error File Copy Task : ", "");
   EXPECT_EQ(folder_.Contents(),
-            (Tree{{"a", "new"}, {"b", "new"}, {"old", "new"}, {"one/", ""}, {"one/c", "new"}}));
+            TreeOf("a=new, b=new, old=new, one/c=new, from/2/keep=new, from/bak=new"));
 }
 
 TEST_F(FileOperatorTest, ExecutesEverythingFoldersFirst) {
-  WriteTree(folder_.Path(), {{"a", "file"}, {"from/x", "1"}, {"to/old", "o"}});
+  WriteTree(folder_.Path(), TreeOf("a=file, to/old=o"));
   FileOperatorNomal fileOperator;
+  EXPECT_TRUE(fileOperator.Execute()) << "nothing queued";
   fileOperator.AddFileCopy((folder_ / "a").c_str(), (folder_ / "to/a").c_str());
   fileOperator.AddFileCopy((folder_ / "none").c_str(), (folder_ / "n").c_str());
   fileOperator.AddDirectoryCopy((folder_ / "none/").c_str(), (folder_ / "m/").c_str());
   fileOperator.AddDirectoryCopy((folder_ / "from/").c_str(), (folder_ / "to/").c_str());
   fileOperator.AddFileCopy((folder_ / "a").c_str(), (folder_ / "last").c_str());
+  Tree expected = TreeOf("a=file, last=file, to/a=file, to/2/keep=new, to/bak=new");
+  expected.merge(TreeOf("from/2/keep=new, from/bak=new"));
   for (int run = 0; run < 2; ++run) {
     EXPECT_FALSE(fileOperator.Execute());
-    EXPECT_EQ(folder_.Contents(), (Tree{{"a", "file"},
-                                        {"from/", ""},
-                                        {"from/x", "1"},
-                                        {"last", "file"},
-                                        {"to/", ""},
-                                        {"to/a", "file"},
-                                        {"to/x", "1"}}));
+    EXPECT_EQ(folder_.Contents(), expected);
   }
   fileOperator.ClearOperations();
   EXPECT_TRUE(fileOperator.Execute());

@@ -5,319 +5,247 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <array>
 #include <boost/lexical_cast.hpp>
-#include <cstdint>
 #include <functional>
 #include <map>
+#include <regex>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "corekit/text.h"
 #include "fake_task_scheduler.h"
 #include "support.h"
 
 namespace {
 
-constexpr int kAny = -1;  // trigger kinds
+constexpr int kDeletion = 0;  // among the kinds of trigger to register
 constexpr int kDaily = 2;
-constexpr int kWeekly = 3;
-constexpr int kMonthly = 4;
 
-const std::string kStart = "2026-01-31T08:00:00";
-const std::string kRegistered = "TaskScheduler: Register Task successfully!\n.";
-const std::string kDeleted = "TaskScheduler: Delete task successfully!\n.";
 const std::string kComLeft = "<CoUninitialize>";  // when no object is held any more
+const std::string kRegistered = "TaskScheduler: Register Task successfully!\n." + kComLeft + "0";
+const std::string kDeleted = "TaskScheduler: Delete task successfully!\n." + kComLeft + "0";
 
-std::int32_t Register(std::int32_t kind, const std::string& start = kStart) {
-  return UACTaskScheduler().RegisterScheduleTask("job", "C:\\a b.exe", "-x \"y z\"", start,
-                                                 "author", kind, 62, 1);
+using Attempt = std::function<std::int32_t()>;
+Attempt To(int kind) {
+  if (kind == kDeletion) return [] { return UACTaskScheduler().DeleteScheduleTask("job"); };
+  return [kind] {
+    return UACTaskScheduler().RegisterScheduleTask("job", "C:\\a b.exe", "-x \"y z\"",
+                                                   "2026-01-31T08:00:00", "author", kind, 62, 1);
+  };
 }
 
-std::int32_t Delete() { return UACTaskScheduler().DeleteScheduleTask("job"); }
-
-// What is printed meanwhile, with a mark for each CoUninitialize.
-std::string PrintedBy(const std::function<void()>& run) {
+// What is printed, with a mark for each CoUninitialize, and the result behind it.
+std::string Outcome(const Attempt& run) {
   testing::internal::CaptureStdout();
-  run();
-  return testing::internal::GetCapturedStdout();
+  const std::string result = std::to_string(run());
+  return testing::internal::GetCapturedStdout() + result;
 }
 
-enum Ending { kStops, kStopsAfterComLeft, kStopsWithComKept, kGoesOn };
+// The fake's calls: who makes it (registrations by kind of trigger, 0 the deletion), the call, what
+// is printed where it fails, and how that ends unless it is just a failure. "#" is the kind of
+// trigger, "@" its interface.
+constexpr char kSteps[] = R"(
+0234|CoInitializeEx(2)
+0234|CoInitializeSecurity(-1, 6, 3, 0)|CoInitializeSecurity failed
+0234|CoCreateInstance()|Failed to create an instance of ITaskService
+0234|ITaskService::Connect(empty, empty, empty, empty)|ITaskService::Connect failed
+0234|ITaskService::GetFolder('\')|Cannot get Root Folder pointer
+0|release ITaskService
+0|ITaskFolder::DeleteTask('job', 0)|Delete task failed|COM left first
+234|ITaskFolder::DeleteTask('job', 0)||goes on
+234|ITaskService::NewTask(0)|Failed to CoCreate an instance of the TaskService class
+234|release ITaskService
+234|ITaskDefinition::get_RegistrationInfo()|Cannot get identification pointer|COM kept
+234|IRegistrationInfo::put_Author('author')|Cannot put identification info
+234|release IRegistrationInfo
+234|ITaskDefinition::get_Triggers()|Cannot get trigger collection
+234|ITriggerCollection::Create(#)|Cannot create the trigger
+234|release ITriggerCollection
+2|QueryInterface to @()|QueryInterface call on IDailyTrigger failed
+34|QueryInterface to @()|\nQueryInterface call for IWeeklyTrigger failed
+2|@::put_Id('Trigger_Daily')|Cannot put trigger ID|goes on
+34|@::put_Id('Trigger_Weekly')|\nCannot put trigger ID|goes on
+2|@::put_StartBoundary('2026-01-31T08:00:00')|Cannot put start boundary|goes on
+34|@::put_StartBoundary('2026-01-31T08:00:00')|\nCannot put the start boundary|goes on
+2|@::put_DaysInterval(1)|Cannot put days interval
+3|@::put_WeeksInterval(1)|\nCannot put weeks interval
+3|@::put_DaysOfWeek(62)|\nCannot put days of week interval
+4|@::put_DaysOfMonth(1)|\nCannot put days of week interval
+234|release @
+234|ITaskDefinition::get_Actions()|Cannot get task collection pointer
+234|IActionCollection::Create(0)|Cannot create action
+234|release IActionCollection
+234|QueryInterface to IExecAction()|QueryInterface call failed for IExecAction
+234|IExecAction::put_Path('C:\a b.exe')|Cannot put the executable path
+234|IExecAction::put_Arguments('-x "y z"')|Cannot put the executable arguments
+234|release IExecAction
+234|ITaskFolder::RegisterTaskDefinition('job', object, 6, empty, empty, 3, '')|Register Task failed
+0234|none fails||goes on
+)";
 
-// One line of the fake's calls, and what is printed where it can fail.
-struct Step {
-  int kind;
-  std::string call;
-  std::string failure = {};
-  Ending ending = kStops;
+// A call, what is printed, the ending.
+using Step = std::array<std::string, 3>;
 
-  bool CanFail() const { return !failure.empty() || ending == kGoesOn; }
-  std::string Printed() const {
-    if (failure.empty()) return "";
-    if (failure[0] == '\n') return failure + ": 8004abcd";
-    return "TaskScheduler: " + failure + ",8004abcd\n";
+std::vector<Step> StepsOf(int kind) {
+  const char* const triggers[] = {"", "", "IDailyTrigger", "IWeeklyTrigger", "IMonthlyTrigger"};
+  const std::string digit = std::to_string(kind);
+  std::string text = std::regex_replace(kSteps, std::regex("@"), triggers[kind]);
+  text = std::regex_replace(text, std::regex("#"), digit);
+  const std::regex row("\n\\d*" + digit + "\\d*\\|([^|\n]+)\\|?([^|\n]*)\\|?([^\n]*)");
+  std::vector<Step> steps;
+  for (std::sregex_iterator at(text.begin(), text.end(), row), end; at != end; ++at) {
+    std::string line = (*at)[2];
+    if (line[0] == '\\')
+      line = "\n" + line.substr(2) + ": 8004abcd";
+    else if (!line.empty())
+      line = "TaskScheduler: " + line + ",8004abcd\n";
+    steps.push_back({(*at)[1], line, (*at)[3]});
   }
-};
+  return steps;
+}
 
-const std::vector<Step> kRegistration = {
-    {kAny, "CoInitializeEx(2)"},
-    {kAny, "CoInitializeSecurity(-1, 6, 3, 0)", "CoInitializeSecurity failed"},
-    {kAny, "CoCreateInstance()", "Failed to create an instance of ITaskService"},
-    {kAny, "ITaskService::Connect(empty, empty, empty, empty)", "ITaskService::Connect failed"},
-    {kAny, "ITaskService::GetFolder('\\')", "Cannot get Root Folder pointer"},
-    {kAny, "ITaskFolder::DeleteTask('job', 0)", "", kGoesOn},
-    {kAny, "ITaskService::NewTask(0)", "Failed to CoCreate an instance of the TaskService class"},
-    {kAny, "release ITaskService"},
-    {kAny, "ITaskDefinition::get_RegistrationInfo()", "Cannot get identification pointer",
-     kStopsWithComKept},
-    {kAny, "IRegistrationInfo::put_Author('author')", "Cannot put identification info"},
-    {kAny, "release IRegistrationInfo"},
-    {kAny, "ITaskDefinition::get_Triggers()", "Cannot get trigger collection"},
-    {kDaily, "ITriggerCollection::Create(2)", "Cannot create the trigger"},
-    {kWeekly, "ITriggerCollection::Create(3)", "Cannot create the trigger"},
-    {kMonthly, "ITriggerCollection::Create(4)", "Cannot create the trigger"},
-    {kAny, "release ITriggerCollection"},
-    {kDaily, "QueryInterface to IDailyTrigger()", "QueryInterface call on IDailyTrigger failed"},
-    {kDaily, "IDailyTrigger::put_Id('Trigger_Daily')", "Cannot put trigger ID", kGoesOn},
-    {kDaily, "IDailyTrigger::put_StartBoundary('2026-01-31T08:00:00')", "Cannot put start boundary",
-     kGoesOn},
-    {kDaily, "IDailyTrigger::put_DaysInterval(1)", "Cannot put days interval"},
-    {kDaily, "release IDailyTrigger"},
-    {kWeekly, "QueryInterface to IWeeklyTrigger()",
-     "\nQueryInterface call for IWeeklyTrigger failed"},
-    {kWeekly, "IWeeklyTrigger::put_Id('Trigger_Weekly')", "\nCannot put trigger ID", kGoesOn},
-    {kWeekly, "IWeeklyTrigger::put_StartBoundary('2026-01-31T08:00:00')",
-     "\nCannot put the start boundary", kGoesOn},
-    {kWeekly, "IWeeklyTrigger::put_WeeksInterval(1)", "\nCannot put weeks interval"},
-    {kWeekly, "IWeeklyTrigger::put_DaysOfWeek(62)", "\nCannot put days of week interval"},
-    {kWeekly, "release IWeeklyTrigger"},
-    {kMonthly, "QueryInterface to IMonthlyTrigger()",
-     "\nQueryInterface call for IWeeklyTrigger failed"},
-    {kMonthly, "IMonthlyTrigger::put_Id('Trigger_Weekly')", "\nCannot put trigger ID", kGoesOn},
-    {kMonthly, "IMonthlyTrigger::put_StartBoundary('2026-01-31T08:00:00')",
-     "\nCannot put the start boundary", kGoesOn},
-    {kMonthly, "IMonthlyTrigger::put_DaysOfMonth(1)", "\nCannot put days of week interval"},
-    {kMonthly, "release IMonthlyTrigger"},
-    {kAny, "ITaskDefinition::get_Actions()", "Cannot get task collection pointer"},
-    {kAny, "IActionCollection::Create(0)", "Cannot create action"},
-    {kAny, "release IActionCollection"},
-    {kAny, "QueryInterface to IExecAction()", "QueryInterface call failed for IExecAction"},
-    {kAny, "IExecAction::put_Path('C:\\a b.exe')", "Cannot put the executable path"},
-    {kAny, "IExecAction::put_Arguments('-x \"y z\"')", "Cannot put the executable arguments"},
-    {kAny, "release IExecAction"},
-    {kAny, "ITaskFolder::RegisterTaskDefinition('job', object, 6, empty, empty, 3, '')",
-     "Register Task failed"},
-};
-
-const std::vector<Step> kDeletion = {
-    kRegistration[0],
-    kRegistration[1],
-    kRegistration[2],
-    kRegistration[3],
-    kRegistration[4],
-    {kAny, "release ITaskService"},
-    {kAny, "ITaskFolder::DeleteTask('job', 0)", "Delete task failed", kStopsAfterComLeft},
-};
-
-// Lets none of the steps fail and then each that can.
-void Walk(const std::vector<Step>& steps, int kind, const std::string& success,
-          const std::function<std::int32_t()>& run) {
-  std::string all;
-  for (const Step& step : steps) {
-    if (step.kind == kAny || step.kind == kind) all += step.call + "\n";
-  }
-  {
-    FakeTaskScheduler fake;
-    EXPECT_EQ(PrintedBy([&] { EXPECT_EQ(run(), 0); }), success + kComLeft);
-    // The order in which the last objects go is free.
-    EXPECT_EQ(fake.calls.substr(0, all.size()), all);
-    EXPECT_EQ(fake.lastCall, steps.back().call);
-  }
-  for (const Step& step : steps) {
-    if (!step.CanFail() || (step.kind != kAny && step.kind != kind)) continue;
-    SCOPED_TRACE(step.call);
-    FakeTaskScheduler fake;
-    fake.Fail(step.call.substr(0, step.call.find('(')), static_cast<HRESULT>(0x8004abcd));
-    std::int32_t result = -1;
-    const std::string printed = PrintedBy([&] { result = run(); });
-    EXPECT_EQ(result, step.ending == kGoesOn ? 0 : 1);
-    EXPECT_EQ(fake.lastCall, (step.ending == kGoesOn ? steps.back() : step).call);
-    EXPECT_EQ(fake.Held(), "");
-    EXPECT_EQ(fake.initialisations, step.ending == kStopsWithComKept ? 1 : 0);
-    const std::map<Ending, std::string> expected = {
-        {kStops, step.Printed() + kComLeft},
-        {kStopsAfterComLeft, kComLeft + step.Printed() + "."},
-        {kStopsWithComKept, step.Printed()},
-        {kGoesOn, step.Printed() + success + kComLeft}};
-    EXPECT_EQ(printed, expected.at(step.ending));
+TEST(Scheduler, EachStepEndsAsItShould) {
+  for (const int kind : {kDeletion, 2, 3, 4}) {
+    const std::vector<Step> steps = StepsOf(kind);
+    std::string calls;
+    for (const Step& step : steps) calls += step[0] + "\n";
+    for (const auto& [call, line, ending] : steps) {
+      if (line.empty() && ending.empty()) continue;
+      SCOPED_TRACE(std::to_string(kind) + call);
+      FakeTaskScheduler fake;
+      fake.failures[call.substr(0, call.find('('))] = static_cast<HRESULT>(0x8004abcd);
+      const std::map<std::string, std::string> outcomes = {
+          {"", line + kComLeft + "1"},
+          {"COM left first", kComLeft + line + ".1"},
+          {"COM kept", line + "1"},
+          {"goes on", line + (kind == kDeletion ? kDeleted : kRegistered)}};
+      EXPECT_EQ(Outcome(To(kind)), outcomes.at(ending));
+      const std::string last = ending == "goes on" ? steps[steps.size() - 2][0] : call;
+      EXPECT_EQ(fake.lastCall, last);
+      // Behind it the last objects go, in any order.
+      const std::size_t length = calls.find(last + "\n") + last.size();
+      EXPECT_EQ(fake.calls.substr(0, length), calls.substr(0, length));
+      EXPECT_EQ(fake.Held(), "");
+      EXPECT_EQ(fake.initialisations, ending == "COM kept" ? 1 : 0);
+    }
   }
 }
 
-TEST(SchedulerTest, EachStepEndsAsItShould) {
-  for (const int kind : {kDaily, kWeekly, kMonthly}) {
-    Walk(kRegistration, kind, kRegistered, [&] { return Register(kind); });
-  }
-  Walk(kDeletion, kAny, kDeleted, Delete);
-}
-
-TEST(SchedulerTest, GoesOnWhenSecurityWasSetBefore) {
+TEST(Scheduler, GoesOnWhenSecurityWasSetBefore) {
   FakeTaskScheduler fake;
-  fake.Fail("CoInitializeSecurity", RPC_E_TOO_LATE);
-  EXPECT_EQ(PrintedBy([] { EXPECT_EQ(Register(kDaily), 0); }), kRegistered + kComLeft);
-  EXPECT_EQ(PrintedBy([] { EXPECT_EQ(Delete(), 0); }), kDeleted + kComLeft);
-  EXPECT_EQ(PrintedBy([] { EXPECT_EQ(InitTaskSchedulerCom(), 0); }), "");
+  fake.failures["CoInitializeSecurity"] = RPC_E_TOO_LATE;
+  EXPECT_EQ(Outcome(To(kDaily)), kRegistered);
+  EXPECT_EQ(Outcome(To(kDeletion)), kDeleted);
+  EXPECT_EQ(Outcome(InitTaskSchedulerCom), "0");
   EXPECT_EQ(fake.initialisations, 1);
 }
 
-TEST(SchedulerTest, FailsInAMultithreadedApartment) {
+TEST(Scheduler, FailsInAMultithreadedApartment) {
   FakeTaskScheduler fake(COINIT_MULTITHREADED);
   const std::string line = "TaskScheduler: CoInitializeEx failed,80010106\n";
-  EXPECT_EQ(PrintedBy([] { EXPECT_EQ(Register(kDaily), 1); }), line);
-  EXPECT_EQ(PrintedBy([] { EXPECT_EQ(Delete(), 1); }), line);
-  EXPECT_EQ(PrintedBy([] { EXPECT_EQ(InitTaskSchedulerCom(), E_FAIL); }), line);
+  EXPECT_EQ(Outcome(To(kDaily)), line + "1");
+  EXPECT_EQ(Outcome(To(kDeletion)), line + "1");
+  EXPECT_EQ(Outcome(InitTaskSchedulerCom), line + std::to_string(E_FAIL));
   EXPECT_EQ(fake.lastCall, "CoInitializeEx(2)");
 }
 
-TEST(SchedulerTest, LeavesAnUnsupportedTriggerInSilence) {
-  for (int kind = -1; kind <= 13; ++kind) {
-    if (kind >= kDaily && kind <= kMonthly) continue;
-    SCOPED_TRACE(kind);
+TEST(Scheduler, LeavesAnUnsupportedTriggerInSilence) {
+  for (const int kind : {-1, 1, 5, 12, 13}) {
     const bool known = kind >= 0 && kind <= 12;
     FakeTaskScheduler fake;
-    EXPECT_EQ(PrintedBy([&] { EXPECT_EQ(Register(kind), 1); }),
-              known ? "" : "TaskScheduler: Cannot create the trigger,80070057\n" + kComLeft);
-    EXPECT_EQ(fake.Held(), known ? " ITaskDefinition ITaskFolder ITrigger" : "");
+    EXPECT_EQ(Outcome(To(kind)),
+              known ? "1" : "TaskScheduler: Cannot create the trigger,80070057\n" + kComLeft + "1");
+    EXPECT_EQ(fake.Held(), known ? " ITaskDefinition ITaskFolder ITrigger" : "") << kind;
     EXPECT_EQ(fake.initialisations, known ? 1 : 0);
   }
 }
 
-TEST(SchedulerTest, RegistersInSpiteOfAMalformedStart) {
-  for (const char* start : {"2026-01-31 08:00:00", "2026-01-31", ""}) {
-    FakeTaskScheduler fake;
-    EXPECT_EQ(PrintedBy([&] { EXPECT_EQ(Register(kDaily, start), 0); }),
-              "TaskScheduler: Cannot put start boundary,80070057\n" + kRegistered + kComLeft);
-    EXPECT_EQ(PrintedBy([&] { EXPECT_EQ(Register(kMonthly, start), 0); }),
-              "\nCannot put the start boundary: 80070057" + kRegistered + kComLeft);
-  }
+// Runs a task file that registers a weekly job, but for the entries that stand ahead of its own.
+constexpr char kEntries[] =
+    "\ntype=0\ntask_name=job\nexe_path=a.exe\nexe_arguments=-x\nruntime=2026-01-31T08:00:00\n"
+    "author_name=author\ntime_type=3\ntime_weekday=62\ntime_monthday=1\n";
+
+Attempt ToRun(const std::string& entries) {
+  return [entries] {
+    const TestFolder folder;
+    WriteFileBytes(folder / "task.ini", "[Task]\n" + entries + kEntries);
+    UACTaskScheduler task;
+    task.SetTaskFile(folder / "task.ini");
+    return task.Run() ? 0 : 1;
+  };
 }
 
-// Runs a task file that registers a weekly job, but for these changes.
-using Entries = std::map<std::string, std::string>;
-const std::string kMissing = "(missing)";
-
-bool RunFile(const Entries& changes) {
-  Entries entries = {{"type", "0"},           {"task_name", "job"},   {"exe_path", "a.exe"},
-                     {"exe_arguments", "-x"}, {"runtime", kStart},    {"author_name", "author"},
-                     {"time_type", "3"},      {"time_weekday", "62"}, {"time_monthday", "1"}};
-  for (const auto& [key, value] : changes) entries[key] = value;
-  std::string text = "[Task]\r\n";
-  for (const auto& [key, value] : entries) {
-    if (value != kMissing) text += key + "=" + value + "\r\n";
-  }
-  const TestFolder folder;
-  WriteFileBytes(folder / "task.ini", text);
-  UACTaskScheduler task;
-  task.SetTaskFile(folder / "task.ini");
-  return task.Run();
-}
-
-TEST(SchedulerTaskFileTest, RefusesMalformedNumbersBeforeAnythingElse) {
+TEST(SchedulerTaskFile, RefusesMalformedNumbersBeforeAnythingElse) {
   FakeTaskScheduler fake;
-  for (const char* key : {"time_type", "time_weekday", "time_monthday"}) {
-    for (const char* text :
-         {kMissing.c_str(), "", "1.0", " 3", "3x", "0x3", "+-3", "2147483648", "-2147483649"}) {
-      for (const char* arguments : {"", "-x"}) {
-        const auto run = [&] { RunFile({{key, text}, {"exe_arguments", arguments}}); };
-        EXPECT_EQ(PrintedBy([&] { EXPECT_THROW(run(), boost::bad_lexical_cast) << text; }), "");
+  testing::internal::CaptureStdout();
+  for (const char* key : {"time_type=", "time_weekday=", "time_monthday="}) {
+    for (const char* number : {"", "1.0", " 3", "3x", "0x3", "+-3", "2147483648"}) {
+      for (const char* arguments : {"", "\nexe_arguments="}) {
+        const auto run = ToRun(key + std::string(number) + arguments);
+        EXPECT_THROW(run(), boost::bad_lexical_cast) << key << number;
       }
     }
   }
-  EXPECT_EQ(fake.calls, "");
+  EXPECT_EQ(testing::internal::GetCapturedStdout() + fake.calls, "");
 }
 
-TEST(SchedulerTaskFileTest, HandsNumbersOn) {
-  const std::map<std::string, Entries> table = {
-      {"ITriggerCollection::Create(3)", {{"time_type", "+3 "}}},
-      {"ITriggerCollection::Create(-2147483648)", {{"time_type", "-2147483648"}}},
-      {"IWeeklyTrigger::put_DaysOfWeek(65)", {{"time_weekday", "65"}}},
-      {"IWeeklyTrigger::put_DaysOfWeek(62)", {{"time_weekday", "65598"}}},
-      {"IWeeklyTrigger::put_DaysOfWeek(-1)", {{"time_weekday", "-1"}}},
-      {"IMonthlyTrigger::put_DaysOfMonth(-2147483648)",
-       {{"time_type", "4"}, {"time_monthday", "-2147483648"}}}};
-  for (const auto& [call, changes] : table) {
+TEST(SchedulerTaskFile, HandsItsEntriesOn) {
+  const std::string table[][3] = {
+      {"time_type=+3 ", "ITriggerCollection::Create(3)\n", kRegistered},
+      {"time_weekday=65598", "IWeeklyTrigger::put_DaysOfWeek(62)\n", kRegistered},
+      {"time_weekday=-1", "IWeeklyTrigger::put_DaysOfWeek(-1)\n", kRegistered},
+      {"time_type=4\ntime_monthday=-2147483648", "put_DaysOfMonth(-2147483648)\n", kRegistered},
+      {"exe_path=\nexe_arguments=0", "put_Path('')\n", kRegistered},
+      {"exe_arguments= \ntime_type=0", "DeleteTask('job', 0)\n", kDeleted}};
+  for (const auto& [entries, call, outcome] : table) {
     FakeTaskScheduler fake;
-    PrintedBy([&, &changes = changes] { RunFile(changes); });
-    EXPECT_NE(fake.calls.find(call + "\n"), std::string::npos) << call << "\n" << fake.calls;
+    EXPECT_EQ(Outcome(ToRun(entries)), outcome) << entries;
+    EXPECT_NE(fake.calls.find(call), std::string::npos) << call << fake.calls;
   }
 }
 
-TEST(SchedulerTaskFileTest, DeletesWithoutArgumentsAndOnlyThen) {
-  const std::vector<std::pair<Entries, std::string>> table = {
-      {{{"exe_arguments", kMissing}, {"exe_path", kMissing}, {"runtime", kMissing}}, kDeleted},
-      {{{"exe_arguments", " "}, {"time_type", "0"}, {"time_weekday", "0"}}, kDeleted},
-      {{{"exe_arguments", "0"}, {"exe_path", ""}}, kRegistered}};
-  for (const auto& row : table) {
-    FakeTaskScheduler fake;
-    EXPECT_EQ(PrintedBy([&] { EXPECT_TRUE(RunFile(row.first)); }), row.second + kComLeft);
-    fake.Fail("ITaskService::Connect", E_ACCESSDENIED);
-    PrintedBy([&] { EXPECT_FALSE(RunFile(row.first)); });
-  }
-}
-
-// The same two bytes everywhere: two letters in code page 1252, one character in 936.
-TEST(SchedulerTaskFileTest, ReadsTextsInTheAnsiCodePage) {
-  const std::map<UINT, std::string> texts = {{1252, "'\xc3\x96\xc3\x90'"}, {936, "'\xe4\xb8\xad'"}};
+// The same two bytes everywhere: two letters in code page 1252, one character in 936. The start is
+// refused, which prevents nothing.
+TEST(SchedulerTaskFile, ReadsTextsInTheAnsiCodePage) {
+  const std::map<UINT, std::string> texts = {{1252, "('\xc3\x96\xc3\x90"}, {936, "('\xe4\xb8\xad"}};
   if (texts.count(GetACP()) == 0) GTEST_SKIP() << "no text for code page " << GetACP();
   const std::string& text = texts.at(GetACP());
-  const std::string bytes = "\xd6\xd0";
-  Entries entries = {{"task_name", bytes}, {"exe_path", bytes}, {"exe_arguments", bytes}};
-  entries.insert({{"runtime", bytes}, {"author_name", bytes}});
-
+  const std::map<std::string, std::string> keys = {
+      {"DeleteTask", "task_name"},      {"RegisterTaskDefinition", "task_name"},
+      {"put_Path", "exe_path"},         {"put_Arguments", "exe_arguments"},
+      {"put_StartBoundary", "runtime"}, {"put_Author", "author_name"}};
+  std::string entries;
+  for (const auto& [call, key] : keys) entries += key + "=\xd6\xd0 " + key + "\n";
   FakeTaskScheduler fake;
-  PrintedBy([&] { RunFile(entries); });
-  for (const char* call : {"DeleteTask(", "put_Author(", "put_StartBoundary(", "put_Path(",
-                           "put_Arguments(", "RegisterTaskDefinition("}) {
-    EXPECT_NE(fake.calls.find(call + text), std::string::npos) << call << fake.calls;
+  EXPECT_EQ(Outcome(ToRun(entries)), "\nCannot put the start boundary: 80070057" + kRegistered);
+  for (const auto& [call, key] : keys) {
+    EXPECT_NE(fake.calls.find(call + text + " " + key + "'"), std::string::npos)
+        << call << fake.calls;
   }
-  PrintedBy([&] { RunFile({{"task_name", bytes}, {"exe_arguments", ""}}); });
-  EXPECT_EQ(fake.lastCall, "ITaskFolder::DeleteTask(" + text + ", 0)");
+  EXPECT_EQ(Outcome(ToRun("exe_arguments=\n" + entries)), kDeleted);
+  EXPECT_EQ(fake.lastCall, "ITaskFolder::DeleteTask" + text + " task_name', 0)");
 }
 
-TEST(SchedulerTaskFileTest, SavesExactlyItsEightParameters) {
+// What it writes is shown by the launcher's tests.
+TEST(SchedulerTaskFile, SavesExactlyItsEightParameters) {
   const TestFolder folder;
-  const std::string file = folder / "task.ini";
-  TaskParams params = {{0, "name"},   {1, "path"}, {2, "arguments"}, {3, "start"},
-                       {4, "author"}, {5, "type"}, {6, "weekday"},   {7, "monthday"}};
-  const auto save = [&] {
+  const auto save = [&](const TaskParams& params) {
     UACTaskScheduler task;
     task.SetParams(params);
-    return task.SaveTaskInfos(file);
+    return task.SaveTaskInfos(folder / "task.ini");
   };
-  EXPECT_FALSE(save());
-  EXPECT_EQ(folder.Contents(), Tree());
-  WriteFileBytes(file, "");
-  EXPECT_TRUE(save());
-  const std::string saved =
-      "[Task]\r\ntype=0\r\ntime_monthday=monthday\r\ntime_weekday=weekday\r\ntime_type=type\r\n"
-      "author_name=author\r\nruntime=start\r\nexe_arguments=arguments\r\nexe_path=path\r\n"
-      "task_name=name\r\n";
-  EXPECT_EQ(ReadFileBytes(file), saved);
-
-  params[7] = "other";
-  params[8] = "a ninth";
-  EXPECT_FALSE(save());
+  TaskParams params;
+  for (int i = 0; i < 8; ++i) params[i] = "a";
+  EXPECT_FALSE(save(params)) << "no file";
+  WriteFileBytes(folder / "task.ini", "");
+  params[8] = "a";
+  EXPECT_FALSE(save(params)) << "nine";
   params.erase(0);
-  try {
-    save();
-    ADD_FAILURE() << "nothing thrown without number 0";
-  } catch (const std::out_of_range& error) {
-    EXPECT_STREQ(error.what(), "invalid map<K, T> key");
-  }
+  EXPECT_THROW(save(params), std::out_of_range);
   params.erase(8);
-  EXPECT_FALSE(save());
-  EXPECT_EQ(ReadFileBytes(file), saved);
+  EXPECT_FALSE(save(params)) << "seven";
+  EXPECT_EQ(ReadFileBytes(folder / "task.ini"), "");
 }
 
 }  // namespace

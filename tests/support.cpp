@@ -3,33 +3,18 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <memory>
+#include <algorithm>
+#include <boost/filesystem/operations.hpp>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include "corekit/text.h"
 #include "fileop/file_system.h"
 
 namespace {
 
-struct HandleCloser {
-  void operator()(void* handle) const { CloseHandle(handle); }
-};
-using Handle = std::unique_ptr<void, HandleCloser>;
-
 std::wstring Widen(const std::string& path) { return Utf8ToWide(path); }
-
-HANDLE OpenFile(const std::string& path, DWORD access, DWORD share, DWORD disposition) {
-  return CreateFileW(Widen(path).c_str(), access, share, nullptr, disposition,
-                     FILE_ATTRIBUTE_NORMAL, nullptr);
-}
-
-std::string ReadToEnd(HANDLE handle) {
-  std::string bytes;
-  char buffer[65536];
-  for (DWORD count = 0; ReadFile(handle, buffer, sizeof buffer, &count, nullptr) && count > 0;) {
-    bytes.append(buffer, count);
-  }
-  return bytes;
-}
 
 // Wine neither makes nor removes links to folders, but shows those of the file system below and
 // starts its programs. They give no handle to wait for, so this waits until their work shows.
@@ -44,11 +29,14 @@ void RunUnixProgram(const std::string& command, Done done) {
   for (int i = 0; i < 500 && !done(); ++i) Sleep(10);
 }
 
-void RemoveFolderLink(const std::string& link) {
-  if (OnWine()) {
-    RunUnixProgram("rm " + link, [&] { return !PathExists(link.c_str()); });
-  } else {
+// The links made, which must go while what they lead to is still there.
+std::vector<std::string> folderLinks;
+
+void RemoveFolderLinksBelow(const std::string& folder) {
+  for (const std::string& link : folderLinks) {
+    if (link.rfind(folder, 0) != 0 || !PathExists(link.c_str())) continue;
     RemoveDirectoryW(Widen(link).c_str());
+    if (OnWine()) RunUnixProgram("rm -f " + link, [&] { return !PathExists(link.c_str()); });
   }
 }
 
@@ -65,31 +53,22 @@ void ForEachEntry(const std::string& folder, Visit visit) {
   FindClose(find);
 }
 
-void RemoveLinks(const std::string& folder) {
-  ForEachEntry(folder, [&](const std::string& name, DWORD attributes) {
-    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return;
-    if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
-      RemoveFolderLink(folder + name);
-    } else {
-      RemoveLinks(folder + name + "/");
-    }
-  });
-}
-
-void ReadInto(Tree& tree, const std::string& folder, const std::string& prefix) {
-  ForEachEntry(folder + prefix, [&](const std::string& name, DWORD attributes) {
-    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
-      tree[prefix + name] = ReadFileBytes(folder + prefix + name);
-      return;
-    }
-    tree[prefix + name + "/"] = "";
-    if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) {
-      ReadInto(tree, folder, prefix + name + "/");
-    }
-  });
-}
-
 }  // namespace
+
+Tree TreeOf(const std::string& entries) {
+  Tree tree;
+  for (std::size_t at = 0, end; at < entries.size(); at = end + 2) {
+    end = std::min(entries.find(", ", at), entries.size());
+    const std::size_t equals = std::min(entries.find('=', at), end);
+    const std::string name = entries.substr(at, equals - at);
+    for (std::size_t slash = 0; (slash = name.find('/', slash) + 1) != 0;) {
+      tree[name.substr(0, slash)] = "";
+    }
+    const std::size_t bytes = std::min(equals + 1, end);
+    tree[name] = entries.substr(bytes, end - bytes);
+  }
+  return tree;
+}
 
 TestFolder::TestFolder() {
   static int count = 0;
@@ -104,18 +83,24 @@ Tree TestFolder::Contents() const { return ReadTree(path_); }
 
 void WriteFileBytes(const std::string& path, const std::string& bytes) {
   MakeFolders(path.substr(0, path.rfind('/') + 1));
-  const Handle file(OpenFile(path, GENERIC_WRITE, 0, CREATE_ALWAYS));
-  ASSERT_NE(file.get(), INVALID_HANDLE_VALUE) << path;
-  DWORD written = 0;
-  WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
-  ASSERT_EQ(written, bytes.size());
+  std::ofstream file(std::filesystem::path(Widen(path)), std::ios::binary);
+  file << bytes << std::flush;
+  ASSERT_TRUE(file) << path;
 }
 
 std::string ReadFileBytes(const std::string& path) {
-  const Handle file(
-      OpenFile(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING));
-  EXPECT_NE(file.get(), INVALID_HANDLE_VALUE) << path;
-  return ReadToEnd(file.get());
+  std::ifstream file(std::filesystem::path(Widen(path)), std::ios::binary);
+  EXPECT_TRUE(file) << path;
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void MakeReadOnly(const std::string& path) {
+  EXPECT_TRUE(SetFileAttributesW(Widen(path).c_str(), FILE_ATTRIBUTE_READONLY)) << path;
+}
+
+void WriteSparseFile(const std::string& path, const std::string& bytes, std::int64_t size) {
+  WriteFileBytes(path, bytes);
+  boost::filesystem::resize_file(Widen(path), static_cast<std::uintmax_t>(size));
 }
 
 void MakeFolders(const std::string& path) {
@@ -127,22 +112,29 @@ void MakeFolders(const std::string& path) {
 void WriteTree(const std::string& folder, const Tree& tree) {
   MakeFolders(folder);
   for (const auto& [name, bytes] : tree) {
-    if (name.back() == '/') {
-      MakeFolders(folder + name);
-    } else {
-      WriteFileBytes(folder + name, bytes);
-    }
+    MakeFolders(folder + name);
+    if (name.back() != '/') WriteFileBytes(folder + name, bytes);
   }
 }
 
 Tree ReadTree(const std::string& folder) {
   Tree tree;
-  ReadInto(tree, folder, "");
+  ForEachEntry(folder, [&](const std::string& name, DWORD attributes) {
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+      tree[name] = ReadFileBytes(folder + name);
+      return;
+    }
+    tree[name + "/"] = "";
+    if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) return;
+    for (const auto& [below, bytes] : ReadTree(folder + name + "/")) {
+      tree[name + "/" + below] = bytes;
+    }
+  });
   return tree;
 }
 
 void RemoveTreeForSure(const std::string& folder) {
-  RemoveLinks(folder);  // while what they lead to is still there
+  RemoveFolderLinksBelow(folder);
   ForEachEntry(folder, [&](const std::string& name, DWORD attributes) {
     if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
       RemoveTreeForSure(folder + name + "/");
@@ -159,6 +151,7 @@ bool OnWine() {
 }
 
 bool MakeFolderLink(const std::string& target, const std::string& link) {
+  folderLinks.push_back(link);
   if (OnWine()) {
     RunUnixProgram("ln -s " + target + " " + link, [&] { return PathExists(link.c_str()); });
   } else {
@@ -173,46 +166,44 @@ bool MakeFolderLink(const std::string& target, const std::string& link) {
 ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments) {
   wchar_t self[MAX_PATH] = {};
   GetModuleFileNameW(nullptr, self, MAX_PATH);
-  const std::wstring folder = std::wstring(self).substr(0, std::wstring(self).rfind(L'\\') + 1);
-  std::wstring command = L"\"" + folder + Widen(name) + L"\"";
+  const auto program = std::filesystem::path(self).replace_filename(Widen(name));
+  std::wstring command = L"\"" + program.wstring() + L"\"";
   for (const std::string& argument : arguments) command += L" \"" + Widen(argument) + L"\"";
 
   SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-  HANDLE readEnd = nullptr;
-  HANDLE writeEnd = nullptr;
-  if (!CreatePipe(&readEnd, &writeEnd, &inherit, 0)) ADD_FAILURE() << "no pipe";
-  const Handle reader(readEnd);
-  Handle writer(writeEnd);
-  SetHandleInformation(reader.get(), HANDLE_FLAG_INHERIT, 0);
-
+  HANDLE reader = nullptr;
+  HANDLE writer = nullptr;
+  EXPECT_TRUE(CreatePipe(&reader, &writer, &inherit, 0));
+  SetHandleInformation(reader, HANDLE_FLAG_INHERIT, 0);
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   startup.dwFlags = STARTF_USESTDHANDLES;
   startup.hStdInput = INVALID_HANDLE_VALUE;
-  startup.hStdOutput = writer.get();
+  startup.hStdOutput = writer;
   startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
   PROCESS_INFORMATION process = {};
-  if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                      &startup, &process)) {
-    ADD_FAILURE() << "cannot start " << name << ": error " << GetLastError();
-    return {~0UL, ""};
-  }
-  const Handle running(process.hProcess);
-  const Handle thread(process.hThread);
-  writer.reset();
+  EXPECT_TRUE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                             &startup, &process))
+      << "cannot start " << name << ": error " << GetLastError();
+  CloseHandle(writer);
   // What these programs print fits the pipe, so it can wait there until they end.
-  if (WaitForSingleObject(running.get(), 30000) != WAIT_OBJECT_0) {
+  if (WaitForSingleObject(process.hProcess, 30000) != WAIT_OBJECT_0) {
     ADD_FAILURE() << name << " hangs";
-    TerminateProcess(running.get(), ~0U);
+    TerminateProcess(process.hProcess, ~0U);
   }
-  ProgramResult result = {};
-  result.output = ReadToEnd(reader.get());
-  GetExitCodeProcess(running.get(), &result.exitCode);
+  ProgramResult result = {~0UL, ""};
+  char buffer[65536];
+  for (DWORD n = 0; ReadFile(reader, buffer, sizeof buffer, &n, nullptr) && n > 0;) {
+    result.output.append(buffer, n);
+  }
+  GetExitCodeProcess(process.hProcess, &result.exitCode);
+  for (HANDLE handle : {reader, process.hProcess, process.hThread}) CloseHandle(handle);
   return result;
 }
 
 FileLock::FileLock(const std::string& path)
-    : handle_(OpenFile(path, GENERIC_READ, 0, OPEN_EXISTING)) {
+    : handle_(
+          CreateFileW(Widen(path).c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr)) {
   EXPECT_NE(handle_, INVALID_HANDLE_VALUE) << path;
 }
 

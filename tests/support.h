@@ -2,6 +2,7 @@
 // programs run to their end. Paths and names are UTF-8.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -9,6 +10,10 @@
 // Every file and folder below a folder, by path with "/", a folder's with "/" at its end. Files map
 // to their bytes, folders to "".
 using Tree = std::map<std::string, std::string>;
+
+// A tree from its short form: "a.txt=bytes, empty/, s/b=" are two files, a folder, and the folder
+// s/ above a file. Names may hold blanks, but neither names nor bytes ", ".
+Tree TreeOf(const std::string& entries);
 
 // A new, empty folder below the working directory, removed with everything in it at the end.
 class TestFolder {
@@ -33,6 +38,11 @@ void WriteFileBytes(const std::string& path, const std::string& bytes);
 
 // The file's bytes; fails the test when it cannot be read.
 std::string ReadFileBytes(const std::string& path);
+
+void MakeReadOnly(const std::string& path);
+
+// A file that begins with the bytes, in which nothing else is stored up to its size.
+void WriteSparseFile(const std::string& path, const std::string& bytes, std::int64_t size);
 
 void MakeFolders(const std::string& path);
 void WriteTree(const std::string& folder, const Tree& tree);

@@ -1,10 +1,11 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <boost/property_tree/xml_parser.hpp>
-#include <cmath>
 #include <limits>
 #include <locale>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 
@@ -18,29 +19,54 @@
 namespace {
 
 using boost::property_tree::ptree;
+using X = IXMLParse;
 
 constexpr std::int32_t kFailed = static_cast<std::int32_t>(0x80004005);
-constexpr char kDeclaration[] = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
+const std::string kDeclaration = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
+
+std::string Repeated(int count, const std::string& text) {
+  std::string all;
+  for (int i = 0; i < count; ++i) all += text;
+  return all;
+}
 
 std::string Nested(int levels, const std::string& inside = "") {
-  std::string text;
-  for (int i = 0; i < levels; ++i) text += "<a>";
-  text += inside;
-  for (int i = 0; i < levels; ++i) text += "</a>";
-  return text;
+  return Repeated(levels, "<a>") + inside + Repeated(levels, "</a>");
 }
 
 class XmlStore : public testing::Test, protected XMLParse {
  protected:
-  void Load(const std::string& text) { ASSERT_EQ(LoadString(text.c_str(), 0), 1) << text; }
+  std::int32_t TryLoad(const std::string& text) { return LoadString(text.c_str(), 0); }
+  // The store with this document.
+  X& On(const std::string& text) {
+    EXPECT_EQ(TryLoad(text), 1) << text;
+    return *this;
+  }
+  // Takes an operation's result, and what it left.
+  void Expect(std::int32_t result, std::int32_t expected, const std::string& document) {
+    EXPECT_EQ(result, expected) << document;
+    EXPECT_EQ(Document(), document);
+  }
 
-  // The document as SaveAs writes it, without the declaration.
-  std::string Saved() {
-    const std::string file = folder_ / "saved.xml";
-    EXPECT_EQ(SaveAs(file), 1);
-    const std::string text = ReadFileBytes(file);
-    EXPECT_EQ(text.substr(0, sizeof kDeclaration - 1), kDeclaration);
-    return text.substr(sizeof kDeclaration - 1);
+  // The document in one line, with single quotes.
+  std::string Document() {
+    std::ostringstream stream;
+    write_xml(stream, GetTree());
+    std::string text = stream.str().substr(kDeclaration.size());
+    std::replace(text.begin(), text.end(), '"', '\'');
+    return text;
+  }
+
+  // The result of reading the vector r.v from the saved document, and the entries that it gave.
+  template <typename Value>
+  std::string Read(std::int32_t (X::*get)(std::string, std::vector<Value>&)) {
+    EXPECT_EQ(SaveAs(folder_ / "saved.xml"), 1);
+    EXPECT_EQ(LoadFile(folder_ / "saved.xml"), 1);
+    std::vector<Value> out(3);
+    std::ostringstream text;
+    text << (static_cast<X*>(this)->*get)("r.v", out) << ':';
+    for (const Value& value : out) text << ' ' << value << ',';
+    return text.str();
   }
 
   TestFolder folder_;
@@ -50,118 +76,70 @@ class XmlStore : public testing::Test, protected XMLParse {
 
 TEST_F(XmlStore, LoadsAndSaves) {
   const std::string file = folder_ / "a.xml";
-  EXPECT_EQ(LoadFile(file), 0);
-  EXPECT_EQ(LoadFile(folder_.Path()), 0);
+  for (const std::string& path : {file, folder_.Path()}) EXPECT_EQ(LoadFile(path), 0) << path;
   EXPECT_EQ(IsLoaded(), 0);
-  EXPECT_EQ(Save(), kFailed);
+  for (const std::string& path : {std::string(), folder_.Path()}) EXPECT_EQ(SaveAs(path), kFailed);
 
-  WriteFileBytes(file, "<root><!-- c --><a x='1'>  two \n words </a><b/></root>");
-  ASSERT_EQ(LoadFile(file), 1);
+  const std::string saved =
+      kDeclaration + "<r>\n\t<!-- c -->\n\t<a x=\"1\">two words</a>\n\t<b/>\n</r>\n";
+  WriteFileBytes(file, "<r><!-- c --><a x='1'>  two \n words </a><b/></r>");
+  Expect(LoadFile(file), 1, "<r><!-- c --><a x='1'>two words</a><b/></r>");
+  WriteFileBytes(folder_ / "bad.xml", "<r>");
+  Expect(LoadFile(folder_ / "bad.xml"), 0, "<r><!-- c --><a x='1'>two words</a><b/></r>");
   EXPECT_EQ(IsLoaded(), 1);
-  EXPECT_EQ(GetTree().get<std::string>("root.a"), "two words");
-  EXPECT_EQ(GetTree().get<std::string>("root.a.<xmlattr>.x"), "1");
-  EXPECT_EQ(Save(), 1);
-  EXPECT_EQ(ReadFileBytes(file), std::string(kDeclaration) +
-                                     "<root>\n\t<!-- c -->\n\t<a x=\"1\">two words</a>\n\t<b/>\n"
-                                     "</root>\n");
-
-  WriteFileBytes(folder_ / "bad.xml", "<root>");
-  EXPECT_EQ(LoadFile(folder_ / "bad.xml"), 0);
-  EXPECT_EQ(IsLoaded(), 1);
-  EXPECT_EQ(GetTree().get<std::string>("root.a"), "two words");
-
+  EXPECT_EQ(Save(), 1) << "to the file of the last load that succeeded";
+  EXPECT_EQ(ReadFileBytes(file), saved);
   EXPECT_EQ(SaveAs(folder_ / "x\\y\\z.xml"), 1);
-  EXPECT_EQ(ReadFileBytes(folder_ / "x/y/z.xml"), ReadFileBytes(file));
-  EXPECT_EQ(SaveAs(folder_.Path()), kFailed);
-  EXPECT_EQ(SaveAs(""), kFailed);
-}
+  EXPECT_EQ(ReadFileBytes(folder_ / "x/y/z.xml"), saved);
 
-TEST_F(XmlStore, EscapesWhatItWrites) {
-  GetTree().put("r.<xmlattr>.k", "   ");
-  GetTree().put("r.t", "a<b>&\"'");
-  const std::string text = Saved();
-  EXPECT_EQ(text, "<r k=\"&#32;  \">\n\t<t>a&lt;b&gt;&amp;&quot;&apos;</t>\n</r>\n");
-  ptree before = GetTree();
-  Load(text);
-  EXPECT_EQ(GetTree(), before);
-}
+  const boost::shared_ptr<X> copy(Clone());
+  EXPECT_EQ(copy->IsLoaded(), 1);
+  EXPECT_EQ(copy->PutInt("r.x", 2), 1);
+  Expect(copy->Save(), 1, "<r><!-- c --><a x='1'>two words</a><b/></r>");
+  EXPECT_NE(ReadFileBytes(file).find("<r x=\"2\">"), std::string::npos);
 
-TEST_F(XmlStore, PathsAreInTheCodePage) {
-  const std::string ansi = Utf8ToAnsi("\xC3\xA9");
-  EXPECT_EQ(SaveAs(folder_ / ansi + "/" + ansi), 1);
-  EXPECT_TRUE(folder_.Contents().count("\xC3\xA9/\xC3\xA9"));
-  EXPECT_EQ(LoadFile(folder_ / ansi + "/" + ansi), 1);
-  EXPECT_EQ(LoadFile(folder_ / "\xC3\xA9/\xC3\xA9"), 0);
+  // Paths are in the code page.
+  EXPECT_EQ(SaveAs(folder_ / Utf8ToAnsi("é/é")), 1);
+  EXPECT_EQ(ReadFileBytes(folder_ / "é/é"), saved);
+  EXPECT_EQ(LoadFile(folder_ / Utf8ToAnsi("é/é")), 1);
+  EXPECT_EQ(LoadFile(folder_ / "é/é"), 0);
 }
 
 TEST_F(XmlStore, RefusesWhatIsNoDocumentAndKeepsTheOldOne) {
-  Load("<old/>");
-  const ptree old = GetTree();
-  for (const std::string& text : {
-           std::string("text"),
-           std::string("<a"),
-           std::string("<a>"),
-           std::string("<a b></a>"),
-           std::string("<a b='></a>"),
-           std::string("<a>&#xFFFFFFFF;</a>"),
-           std::string("<a>&#65</a>"),
-           std::string("<!--"),
-           std::string("<![CDATA[x"),
-           std::string("<?xml "),
-           std::string("<!DOCTYPE a ["),
-           std::string("</a>"),
-           std::string("\x01\x02\xFF\xFE"),
-           std::string("<"),
-           std::string("<a></a"),
-       }) {
-    EXPECT_EQ(LoadString(text.c_str(), 0), 0) << text;
-    EXPECT_EQ(GetTree(), old) << text;
+  On("<old/>");
+  for (const char* text :
+       {"text", "<a", "<a>", "<a b></a>", "<a b='></a>", "<a>&#xFFFFFFFF;</a>", "<a>&#65</a>",
+        "<!--", "<![CDATA[x", "<?xml ", "<!DOCTYPE a [", "</a>", "\x01\x02\xFF\xFE", "<a></a"}) {
+    SCOPED_TRACE(text);
+    Expect(TryLoad(text), 0, "<old/>");
   }
   EXPECT_EQ(LoadString(nullptr, 0), 0);
-  EXPECT_EQ(LoadString("", 0), 1);  // an empty document is one
-  EXPECT_TRUE(GetTree().empty());
-
+  Expect(TryLoad(""), 1, "");  // an empty document is one
   WriteFileBytes(folder_ / "zero.xml", std::string("<a/>\0<b>", 8));
-  EXPECT_EQ(LoadFile(folder_ / "zero.xml"), 1);  // read up to the zero byte
-  EXPECT_EQ(GetTree().size(), 1U);
+  Expect(LoadFile(folder_ / "zero.xml"), 1, "<a/>");  // read up to the zero byte
 }
 
 TEST_F(XmlStore, RefusesDeepNesting) {
-  const struct {
-    std::string text;
-    std::int32_t loaded;
-  } kCases[] = {
-      {Nested(1000), 1},
-      {Nested(1001), 0},
-      {Nested(1000, "<b/>"), 0},
-      {Nested(200000), 0},
-      {std::string(300000, '<'), 0},
-      {std::string("<r>") + std::string(100000, ' ') + "</r>", 1},
-      // what only looks like the end of an element, or hides its start
-      {Nested(600, "<!--" + std::string("</a></a></a>") + "-->" + Nested(401)), 0},
-      {Nested(600, "<![CDATA[</a></a></a>]]>" + Nested(401)), 0},
-      {Nested(600, "<?p </a></a></a>?>" + Nested(401)), 0},
-      {Nested(600, "<b c='</a></a></a>'/>" + Nested(401)), 0},
-      {Nested(600, "<b c=\"</a>'</a>\"/>" + Nested(401)), 0},
-      {Nested(600, "<!X </a></a></a '>" + Nested(401)), 0},
-      {"<b\">" + Nested(1001) + "<c\">", 0},  // a quote in a name quotes nothing
-      // what only looks like elements
-      {"<r><!--" + Nested(2000) + "--></r>", 1},
-      {"<r><![CDATA[" + Nested(2000) + "]]></r>", 1},
-      {"<r b='" + Nested(2000) + "'/>", 1},
-      {"<!DOCTYPE a [" + Nested(2000) + "]><a/>", 1},
-  };
-  for (const auto& c : kCases) {
-    EXPECT_EQ(LoadString(c.text.c_str(), 0), c.loaded) << c.text.substr(0, 60);
+  for (const std::string& text : {Nested(1001), Nested(1000, "<b/>"), Nested(200000),
+                                  Repeated(300000, "<"), "<b\">" + Nested(1001) + "<c\">"}) {
+    EXPECT_EQ(TryLoad(text), 0) << text.substr(0, 60);
   }
-  std::string wide = "<r>";
-  for (int i = 0; i < 20000; ++i) wide += "<a><b/></a>";
-  EXPECT_EQ(LoadString((wide + "</r>").c_str(), 0), 1);
-}
-
-TEST_F(XmlStore, CopesWithTheDeepestDocumentItLoads) {
-  Load(Nested(1000));
-  const boost::shared_ptr<IXMLParse> copy(Clone());
+  // What only looks like the end of an element, or hides its start.
+  for (const std::string text :
+       {"<!--</a></a></a>-->", "<![CDATA[</a></a></a>]]>", "<?p </a></a></a>?>",
+        "<b c='</a></a></a>'/>", "<b c=\"</a>'</a>\"/>", "<!X </a></a></a '>"}) {
+    EXPECT_EQ(TryLoad(Nested(600, text + Nested(401))), 0) << text;
+  }
+  // What only looks like elements.
+  const std::string deep = Nested(2000);
+  for (const std::string& text :
+       {Nested(1000), "<r>" + Repeated(20000, "<a><b/></a>") + "</r>", "<r b='" + deep + "'/>",
+        "<r><!--" + deep + "--></r>", "<r><![CDATA[" + deep + "]]></r>",
+        "<!DOCTYPE a [" + deep + "]><a/>"}) {
+    EXPECT_EQ(TryLoad(text), 1) << text.substr(0, 60);
+  }
+  // The deepest document that loads can be copied and saved as well.
+  const boost::shared_ptr<X> copy(On(Nested(1000)).Clone());
   EXPECT_EQ(copy->GetTree(), GetTree());
   EXPECT_EQ(copy->SaveAs(folder_ / "deep.xml"), 1);
   EXPECT_EQ(LoadFile(folder_ / "deep.xml"), 1);
@@ -201,24 +179,15 @@ TEST(XmlNesting, SeesTheDepthThatTheReaderMeets) {
     ++parsed;
     const int depth = Depth(tree);
     EXPECT_FALSE(NestsDeeperThan(text.c_str(), depth)) << text;
-    if (depth > 0) {
-      EXPECT_TRUE(NestsDeeperThan(text.c_str(), depth - 1)) << text;
-    }
+    EXPECT_TRUE(depth == 0 || NestsDeeperThan(text.c_str(), depth - 1)) << text;
   }
   EXPECT_GT(parsed, 1000);
 }
 
-TEST_F(XmlStore, RefusesHugeFiles) {
+TEST_F(XmlStore, RefusesHugeAndLockedFiles) {
   const std::string file = folder_ / "sparse.xml";
-  for (const std::int64_t size : {std::int64_t{3} << 30, std::int64_t{5} << 30}) {
-    WriteFileBytes(file, "<a/>");
-    const HANDLE handle = CreateFileW(Utf8ToWide(file).c_str(), GENERIC_WRITE, 0, nullptr,
-                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    LARGE_INTEGER end;
-    end.QuadPart = size;
-    SetFilePointerEx(handle, end, nullptr, FILE_BEGIN);
-    SetEndOfFile(handle);
-    CloseHandle(handle);
+  for (const std::int64_t gibs : {3, 5}) {
+    WriteSparseFile(file, "<a/>", gibs << 30);
     EXPECT_EQ(LoadFile(file), 0);
   }
   WriteFileBytes(file, "<a/>");
@@ -229,200 +198,143 @@ TEST_F(XmlStore, RefusesHugeFiles) {
   EXPECT_EQ(LoadFile(file), 1);  // nothing of the failures still holds the file
 }
 
-TEST_F(XmlStore, IsCreatedAndCloned) {
-  boost::shared_ptr<IXMLParse> store;
-  ASSERT_EQ(CreateXMLParse(store), 0);
-  WriteFileBytes(folder_ / "a.xml", "<r a='1'/>");
-  ASSERT_EQ(store->LoadFile(folder_ / "a.xml"), 1);
-  const boost::shared_ptr<IXMLParse> copy(store->Clone());
-  EXPECT_EQ(copy->IsLoaded(), 1);
-  EXPECT_EQ(copy->PutInt("r.a", 2), 1);
-  std::int32_t value = 0;
-  EXPECT_EQ(store->GetInt("r.a", value), 1);
-  EXPECT_EQ(value, 1);
-  EXPECT_EQ(copy->Save(), 1);
-  EXPECT_NE(ReadFileBytes(folder_ / "a.xml").find("a=\"2\""), std::string::npos);
-}
-
-// Paths.
-
-TEST_F(XmlStore, TurnsPathsIntoAttributePaths) {
-  const char* const kCases[][2] = {{"root.a.b", "root.a.<xmlattr>.b"},
-                                   {"root.<xmlattr>.b", "root.<xmlattr>.b"},
-                                   {"a.<xmlattr>.b.c", "a.<xmlattr>.b.c"},
-                                   {".a", ".<xmlattr>.a"},
-                                   {"a.", "a.<xmlattr>."}};
-  for (const auto& c : kCases) {
-    std::string path = c[0];
-    ToAttrPath(path);
-    EXPECT_EQ(path, c[1]);
-  }
-  std::string path = "root";
-  EXPECT_THROW(ToAttrPath(path), std::out_of_range);
-
-  Load("<r><a/><a b='1'><c/></a></r>");
-  const struct {
-    const char* path;
-    std::int32_t exists;
-  } kExists[] = {{"r", 1},    {"r.a", 1}, {"r.a.c", 0}, {"", 0},  {".", 0},
-                 {"r..a", 0}, {"r.", 0},  {".r", 0},    {"x", 0}, {"r.a.<xmlattr>.b", 0}};
-  for (const auto& c : kExists) EXPECT_EQ(Exists(c.path), c.exists) << c.path;
-}
-
 // Single values, the same rules for each type.
-
-template <typename Value>
-struct Operations {
-  const char* name;
-  std::int32_t (IXMLParse::*get)(std::string, Value&);
-  std::int32_t (IXMLParse::*put)(std::string, Value);
-  std::int32_t (IXMLParse::*setAttr)(std::string, Value);
-  std::int32_t (IXMLParse::*set)(std::string, Value);
-  std::vector<std::pair<Value, std::string>> texts;  // values and how they are stored
-  std::vector<std::string> unreadable;
-  Value missing;  // what a missing value reads as
-  std::int32_t missingResult;
-};
-
-const Operations<float> kFloat = {"float",
-                                  &IXMLParse::GetFloat,
-                                  &IXMLParse::PutFloat,
-                                  &IXMLParse::SetFloatAttr,
-                                  &IXMLParse::SetFloat,
-                                  {{0.1F, "0.100000001"},
-                                   {1.5F, "1.5"},
-                                   {-0.0F, "-0"},
-                                   {16777216.0F, "16777216"},
-                                   {1e30F, "1.00000002e+30"},
-                                   {std::numeric_limits<float>::max(), "3.40282347e+38"},
-                                   {-99999.9F, "-99999.8984"}},
-                                  {"", "x", "1,5", "1.5x", "1e40", "inf", "nan", "0x"},
-                                  -99999.9F,
-                                  1};
-const Operations<std::int64_t> kInt64 = {
-    "int64",
-    &IXMLParse::GetInt64,
-    &IXMLParse::PutInt64,
-    &IXMLParse::SetInt64Attr,
-    &IXMLParse::SetInt64,
-    {{0, "0"}, {INT64_MAX, "9223372036854775807"}, {INT64_MIN, "-9223372036854775808"}},
-    {"", "12abc", "9223372036854775808", "1.5", "-9999999"},
-    -9999999,
-    0};
-const Operations<std::int32_t> kInt = {
-    "int",
-    &IXMLParse::GetInt,
-    &IXMLParse::PutInt,
-    &IXMLParse::SetIntAttr,
-    &IXMLParse::SetInt,
-    {{1234567, "1234567"}, {INT32_MAX, "2147483647"}, {INT32_MIN, "-2147483648"}},
-    {"", "12abc", "2147483648", "-9999999"},
-    -9999999,
-    0};
-const Operations<std::string> kString = {
-    "string",
-    &IXMLParse::GetString,
-    &IXMLParse::PutString,
-    &IXMLParse::SetStringAttr,
-    &IXMLParse::SetString,
-    {{"", ""}, {" a<b\t\n\xC3\xA9", " a<b\t\n\xC3\xA9"}, {"12abc", "12abc"}},
-    {"{__see_it_is_read_string_failed_}"},
-    "unchanged",
-    0};
 
 class XmlValues : public XmlStore {
  protected:
+  // `texts` are the values as they are stored; `missing` is what an absent one reads as, and what
+  // reading it returns.
   template <typename Value>
-  void Check(const Operations<Value>& o) {
-    SCOPED_TRACE(o.name);
-    IXMLParse& store = *this;
-    Value out = o.missing;
+  void Check(std::int32_t (X::*get)(std::string, Value&),
+             std::int32_t (X::*put)(std::string, Value),
+             std::int32_t (X::*setAttr)(std::string, Value),
+             std::int32_t (X::*set)(std::string, Value), const std::vector<Value>& values,
+             const std::vector<std::string>& texts, const std::vector<std::string>& unreadable,
+             const std::pair<Value, std::int32_t>& missing) {
+    SCOPED_TRACE(texts[1]);
+    X& store = *this;
+    const Value& value = values[1];
+    Value out;
+    const auto stored = [&](const char* path) { return GetTree().get<std::string>(path); };
+    const auto expectMissing = [&](const char* path) {
+      out = value;
+      EXPECT_EQ((store.*get)(path, out), missing.second) << path;
+      EXPECT_EQ(out, missing.first) << path;
+    };
     GetTree().clear();
-    for (const auto& [value, text] : o.texts) {
-      EXPECT_EQ((store.*o.put)("root.a.n", value), 1);
-      EXPECT_EQ(GetTree().get<std::string>("root.a.<xmlattr>.n"), text);
-      EXPECT_EQ((store.*o.get)("root.a.n", out), 1) << text;
-      EXPECT_EQ(out, value) << text;
-      EXPECT_EQ((store.*o.get)("root.a.<xmlattr>.n", out), 1);
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      EXPECT_EQ((store.*put)("root.a.n", values[i]), 1);
+      EXPECT_EQ(stored("root.a.<xmlattr>.n"), texts[i]);
+      EXPECT_EQ((store.*get)(i % 2 == 0 ? "root.a.n" : "root.a.<xmlattr>.n", out), 1) << texts[i];
+      EXPECT_EQ(out, values[i]);
+    }
+    for (const std::string& text : unreadable) {
+      SCOPED_TRACE(text);
+      GetTree().put("root.a.<xmlattr>.n", text);
+      expectMissing("root.a.n");
     }
     EXPECT_EQ(GetTree().get_child("root.a").size(), 1U) << "replaced, not added";
-
-    for (const std::string& text : o.unreadable) {
-      GetTree().put("root.a.<xmlattr>.n", text);
-      out = o.missing;
-      EXPECT_EQ((store.*o.get)("root.a.n", out), o.missingResult) << text;
-      EXPECT_EQ(out, o.missing) << text;
-    }
-    EXPECT_EQ((store.*o.get)("root.none.n", out), o.missingResult);
-    EXPECT_EQ(out, o.missing);
+    expectMissing("root.none.n");
 
     // Without a "." getting and putting fail, the attribute forms throw.
-    const auto& [value, text] = o.texts[1];
     const ptree before = GetTree();
     out = value;
-    EXPECT_EQ((store.*o.get)("root", out), 0);
+    EXPECT_EQ((store.*get)("root", out), 0);
     EXPECT_EQ(out, value);
-    EXPECT_EQ((store.*o.put)("root", value), 0);
-    EXPECT_THROW((store.*o.setAttr)("root", value), std::out_of_range);
+    EXPECT_EQ((store.*put)("root", value), 0);
+    EXPECT_THROW((store.*setAttr)("root", value), std::out_of_range);
+    for (const char* path : {"", "top.", "root.a."}) EXPECT_EQ((store.*set)(path, value), 0);
     EXPECT_EQ(GetTree(), before);
 
-    // Set…Attr: a new attribute, then the same one again.
+    // Set…Attr: a new attribute, then the same one again. Set…: a new element, which getting does
+    // not see; then, over the element, an attribute.
     GetTree().clear();
-    EXPECT_EQ((store.*o.setAttr)("root.a.n", o.texts[0].first), 1);
-    EXPECT_EQ((store.*o.setAttr)("root.a.n", value), 1);
+    for (std::size_t i = 0; i < 2; ++i) {
+      EXPECT_EQ((store.*setAttr)("root.a.n", values[i]), 1);
+      EXPECT_EQ(stored("root.a.<xmlattr>.n"), texts[i]);
+      if (i == 1) expectMissing("root.b.n");
+      EXPECT_EQ((store.*set)("root.b.n", values[i]), 1);
+      EXPECT_EQ(stored("root.b.n"), texts[0]);
+    }
     EXPECT_EQ(GetTree().get_child("root.a.<xmlattr>").size(), 1U);
-    EXPECT_EQ(GetTree().get<std::string>("root.a.<xmlattr>.n"), text);
-
-    // Set…: a new element, which getting does not see; then, over the element, an attribute.
-    EXPECT_EQ((store.*o.set)("root.b.n", o.texts[0].first), 1);
-    EXPECT_EQ(GetTree().get<std::string>("root.b.n"), o.texts[0].second);
-    out = o.missing;
-    EXPECT_EQ((store.*o.get)("root.b.n", out), o.missingResult);
-    EXPECT_EQ((store.*o.set)("root.b.n", value), 1);
-    EXPECT_EQ(GetTree().get<std::string>("root.b.n"), o.texts[0].second);
-    EXPECT_EQ(GetTree().get<std::string>("root.b.<xmlattr>.n"), text);
-    EXPECT_EQ((store.*o.set)("top", value), 1);
-    EXPECT_EQ((store.*o.set)("top", value), 0) << "no attribute without an element above it";
+    EXPECT_EQ(stored("root.b.<xmlattr>.n"), texts[1]);
+    EXPECT_EQ((store.*set)("top", value), 1);
+    EXPECT_EQ((store.*set)("top", value), 0) << "no attribute without an element above it";
+  }
+  void CheckAll() {
+    Check<float>(
+        &X::GetFloat, &X::PutFloat, &X::SetFloatAttr, &X::SetFloat,
+        {0.1F, 1.5F, -0.0F, 1 << 24, 1e30F, std::numeric_limits<float>::max(), -99999.9F},
+        {"0.100000001", "1.5", "-0", "16777216", "1.00000002e+30", "3.40282347e+38", "-99999.8984"},
+        {"", "x", "1,5", "1.5x", "1e40", "inf", "nan", "0x"}, {-99999.9F, 1});
+    Check<std::int64_t>(&X::GetInt64, &X::PutInt64, &X::SetInt64Attr, &X::SetInt64,
+                        {0, INT64_MAX, INT64_MIN},
+                        {"0", "9223372036854775807", "-9223372036854775808"},
+                        {"", "12abc", "9223372036854775808", "1.5", "-9999999"}, {-9999999, 0});
+    Check<std::int32_t>(&X::GetInt, &X::PutInt, &X::SetIntAttr, &X::SetInt,
+                        {1234567, INT32_MAX, INT32_MIN}, {"1234567", "2147483647", "-2147483648"},
+                        {"", "12abc", "2147483648", "-9999999"}, {-9999999, 0});
+    Check<std::string>(&X::GetString, &X::PutString, &X::SetStringAttr, &X::SetString,
+                       {"", " a<b\t\né", "12abc"}, {"", " a<b\t\né", "12abc"},
+                       {"{__see_it_is_read_string_failed_}"}, {" a<b\t\né", 0});  // stays as it was
   }
 };
 
-TEST_F(XmlValues, FollowTheSameRulesForEachType) {
-  Check(kFloat);
-  Check(kInt64);
-  Check(kInt);
-  Check(kString);
-}
-
-TEST_F(XmlValues, AcceptWhiteSpaceBehindNumbers) {
-  std::int32_t value = 0;
-  GetTree().put("r.<xmlattr>.n", "12 \t\n");
-  EXPECT_EQ(GetInt("r.n", value), 1);
-  EXPECT_EQ(value, 12);
-  EXPECT_EQ(PutFloat("r.n", std::numeric_limits<float>::infinity()), 1);
-  float number = 0;
-  EXPECT_EQ(GetFloat("r.n", number), 1);
-  EXPECT_EQ(number, -99999.9F);
-}
-
-struct German : std::numpunct<char> {
+struct Foreign : std::numpunct<char> {
   char do_decimal_point() const override { return ','; }
-  char do_thousands_sep() const override { return '.'; }
   std::string do_grouping() const override { return "\3"; }
 };
 
-TEST_F(XmlValues, IgnoreTheProcessLocale) {
-  const std::locale before = std::locale::global(std::locale(std::locale::classic(), new German));
-  Check(kFloat);
-  Check(kInt);
-  EXPECT_EQ(SetString("root.v", ""), 1);
-  EXPECT_EQ(PutIntVector("root.v", {1234567}), 1);
-  EXPECT_EQ(GetTree().get<std::string>("root.v.item.<xmlattr>.key"), "1234567");
-  std::locale::global(before);
+TEST_F(XmlValues, FollowTheSameRulesForEachTypeWhateverTheLocale) {
+  const std::locale classic = std::locale::classic();
+  for (const std::locale& locale : {classic, std::locale(classic, new Foreign)}) {
+    std::locale::global(locale);
+    CheckAll();
+    Expect(On("<r/>").PutFloat("r.n", std::numeric_limits<float>::infinity()), 1, "<r n='inf'/>");
+    Expect(On("<r/>").PutInt("r.", 1), 0, "<r/>");
+    Expect(On("<r/>").PutIntVector("r", {1234567}), 1, "<r><item key='1234567'/></r>");
+  }
+  std::locale::global(classic);
+  std::int32_t value = 0;
+  EXPECT_EQ(On("<r n='12 \t\n'/>").GetInt("r.n", value), 1);
+  EXPECT_EQ(value, 12) << "white space behind numbers";
+}
+
+// The trace.
+
+std::string tracedLines;
+
+LONG CALLBACK CatchDebugOutput(EXCEPTION_POINTERS* pointers) {
+  const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
+  if (record.ExceptionCode != DBG_PRINTEXCEPTION_C) return EXCEPTION_CONTINUE_SEARCH;
+  tracedLines += reinterpret_cast<const char*>(record.ExceptionInformation[1]);
+  return EXCEPTION_CONTINUE_EXECUTION;
+}
+
+// Of all that CheckAll does, just the paths without a "." are failures.
+TEST_F(XmlValues, TraceFailuresWhenSwitchedOn) {
+  void* const handler = AddVectoredExceptionHandler(1, CatchDebugOutput);
+  tracedLines.clear();
+  CheckAll();
+  EXPECT_EQ(tracedLines, "");
+  corekit::EnableTrace(true);
+  CheckAll();
+  const std::regex line("\\d\\d:\\d\\d:\\d\\d\\.\\d{3} XMLParse: error (.*)\n");
+  EXPECT_EQ(std::regex_replace(tracedLines, line, "$1;"),
+            "read flot from root;WriteXML float to root;WriteXML float to top;"
+            "read __int64 from root;WriteXML int to root;WriteXML int to top;"
+            "read int from root;WriteXML int to root;WriteXML int to top;");
+  tracedLines.clear();
+  std::int32_t value = 0;
+  GetInt(std::string(20000, '%'), value);
+  EXPECT_EQ(tracedLines.size(), 10239U);
+  EXPECT_EQ(tracedLines.back(), '%');
+  corekit::EnableTrace(false);
+  RemoveVectoredExceptionHandler(handler);
 }
 
 // A store that sees what is forwarded to it.
-class CountingStore : public XMLParse {
- public:
+struct CountingStore : XMLParse {
   std::int32_t PutInt(std::string path, std::int32_t) override { return Seen(path); }
   std::int32_t PutString(std::string path, std::string) override { return Seen(path); }
   std::int32_t Remove(std::string path) override { return Seen(path); }
@@ -430,16 +342,13 @@ class CountingStore : public XMLParse {
     return Seen(path);
   }
   std::int32_t LoadString(const char* text, std::int32_t length) override {
-    Seen(text);
-    return XMLParse::LoadString(text, length);
+    return Seen(text) & XMLParse::LoadString(text, length);
   }
-  std::string seen;
-
- private:
   std::int32_t Seen(const std::string& path) {
     seen += path + ";";
     return 1;
   }
+  std::string seen;
 };
 
 TEST_F(XmlStore, ForwardsThroughTheVirtualTable) {
@@ -456,224 +365,98 @@ TEST_F(XmlStore, ForwardsThroughTheVirtualTable) {
 }
 
 TEST_F(XmlStore, Removes) {
-  const char kDocument[] = "<r a='1' b='2'><i/><j/><i x='1'/><i/><r>in</r></r>";
-  const struct {
-    std::int32_t (IXMLParse::*remove)(std::string);
-    const char* path;
-    std::int32_t result;
-    const char* left;
-  } kCases[] = {
-      {&IXMLParse::Remove, "r.none", 1, kDocument},
-      {&IXMLParse::Remove, "none", 1, kDocument},
-      {&IXMLParse::Remove, "r.i", 1, "<r a='1' b='2'><j/><i x='1'/><i/><r>in</r></r>"},
-      {&IXMLParse::Remove, "r.r", 1, "<r a='1' b='2'><i/><j/><i x='1'/><i/></r>"},
-      {&IXMLParse::Remove, "r", 1, "<r a='1' b='2'><i/><j/><i x='1'/><i/></r>"},
-      {&IXMLParse::RemoveAttr, "r.a", 1, "<r b='2'><i/><j/><i x='1'/><i/><r>in</r></r>"},
-      {&IXMLParse::RemoveAll, "r.i", 1, "<r a='1' b='2'><j/><r>in</r></r>"},
-      {&IXMLParse::RemoveAll, "r.none", 1, kDocument},
-      {&IXMLParse::RemoveAll, "none.i", 1, kDocument},
-      {&IXMLParse::RemoveAll, "r", 0, kDocument},
-      {&IXMLParse::RemoveAll, "r.", 0, kDocument},
-      {&IXMLParse::RemoveAll, ".r", 0, kDocument},
-  };
-  for (const auto& c : kCases) {
-    Load(c.left);
-    const ptree left = GetTree();
-    Load(kDocument);
-    IXMLParse& store = *this;
-    EXPECT_EQ((store.*c.remove)(c.path), c.result) << c.path;
-    EXPECT_EQ(GetTree(), left) << c.path;
+  const std::string document = "<r a='1' b='2'><i/><j/><i x='1'/><i/><r>in</r></r>";
+  // The last one names an attribute that the first i lacks.
+  for (const char* path : {"r.none", "none", "", ".", "r.", ".r", "r..i", "r.i.<xmlattr>.x"}) {
+    Expect(On(document).Remove(path), 1, document);
   }
+  for (const char* path : {"r.r", "r"}) {
+    Expect(On(document).Remove(path), 1, "<r a='1' b='2'><i/><j/><i x='1'/><i/></r>");
+  }
+  Expect(On(document).Remove("r.i"), 1, "<r a='1' b='2'><j/><i x='1'/><i/><r>in</r></r>");
+  Expect(On("<q><i/></q>").Remove("q"), 1, "<q><i/></q>");  // holds nothing of that name
+  Expect(On(document).RemoveAttr("r.a"), 1, "<r b='2'><i/><j/><i x='1'/><i/><r>in</r></r>");
   EXPECT_THROW(RemoveAttr("r"), std::out_of_range);
-  Load("<q><i/></q>");
-  EXPECT_EQ(Remove("q"), 1) << "nothing of that name inside: nothing is removed";
-  EXPECT_EQ(GetTree().get_child("q").size(), 1U);
-}
-
-// The trace.
-
-std::string tracedLines;
-
-LONG CALLBACK CatchDebugOutput(EXCEPTION_POINTERS* pointers) {
-  const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
-  if (record.ExceptionCode != DBG_PRINTEXCEPTION_C) return EXCEPTION_CONTINUE_SEARCH;
-  tracedLines += reinterpret_cast<const char*>(record.ExceptionInformation[1]);
-  return EXCEPTION_CONTINUE_EXECUTION;
-}
-
-TEST_F(XmlStore, TracesFailuresWhenSwitchedOn) {
-  std::int32_t int32 = 0;
-  std::int64_t int64 = 0;
-  float number = 0;
-  std::string text;
-  const auto failEach = [&](const std::string& path) {
-    tracedLines.clear();
-    GetInt(path, int32);
-    GetInt64(path, int64);
-    GetFloat(path, number);
-    GetString(path, text);
-    PutInt(path, 0);
-    PutInt64(path, 0);
-    PutFloat(path, 0);
-    PutString(path, "");
-  };
-  void* const handler = AddVectoredExceptionHandler(1, CatchDebugOutput);
-  failEach("nodot");
-  EXPECT_EQ(tracedLines, "");
-
-  corekit::EnableTrace(true);
-  failEach("nodot");
-  std::string unstamped;
-  std::istringstream lines(tracedLines);
-  for (std::string line; std::getline(lines, line);) {
-    ASSERT_GT(line.size(), 13U);
-    EXPECT_EQ(line[2], ':');
-    EXPECT_EQ(line[8], '.');
-    unstamped += line.substr(13) + "\n";
-  }
-  EXPECT_EQ(unstamped,
-            "XMLParse: error read int from nodot\n"
-            "XMLParse: error read __int64 from nodot\n"
-            "XMLParse: error read flot from nodot\n"
-            "XMLParse: error WriteXML int to nodot\n"
-            "XMLParse: error WriteXML int to nodot\n"
-            "XMLParse: error WriteXML float to nodot\n");
-
-  // Values that do not convert are no failures.
-  tracedLines.clear();
-  PutString("r.n", "12abc");
-  GetInt("r.n", int32);
-  EXPECT_EQ(tracedLines, "");
-  GetInt(std::string(20000, '%'), int32);
-  EXPECT_EQ(tracedLines.size(), 10239U);
-  EXPECT_EQ(tracedLines.back(), '%');
-  corekit::EnableTrace(false);
-  RemoveVectoredExceptionHandler(handler);
+  Expect(On(document).RemoveAll("r.i"), 1, "<r a='1' b='2'><j/><r>in</r></r>");
+  for (const char* path : {"r.none", "none.i"}) Expect(On(document).RemoveAll(path), 1, document);
+  for (const char* path : {"r", "r.", ".r"}) Expect(On(document).RemoveAll(path), 0, document);
 }
 
 // Vectors.
 
-TEST_F(XmlStore, KeepsVectors) {
-  Load("<root><list a='1'><item key='9'/><other/><item key='8'/></list></root>");
-  EXPECT_EQ(PutFloatVector("root.list", {1.5F, 2, 0.1F}), 1);
-  EXPECT_EQ(Saved(),
-            "<root>\n\t<list a=\"1\">\n\t\t<other/>\n\t\t<item key=\"1.5\"/>\n\t\t<item key=\"2\"/>"
-            "\n\t\t<item key=\"0.100000001\"/>\n\t</list>\n</root>\n");
-  std::vector<float> floats = {7};
-  EXPECT_EQ(GetFloatVector("root.list", floats), 0) << "another child is no entry";
-  EXPECT_TRUE(floats.empty());
-  RemoveAll("root.list.other");
-  ASSERT_EQ(LoadFile(folder_ / "saved.xml"), 1);
-  RemoveAll("root.list.other");
-  EXPECT_EQ(GetFloatVector("root.list", floats), 1);
-  EXPECT_EQ(floats, (std::vector<float>{1.5F, 2, 0.1F}));
-
-  const std::vector<std::string> strings = {"", " a<b ", "\xC3\xA9", "  "};
-  EXPECT_EQ(PutStringVector("root.list", strings), 1);
-  Saved();
-  ASSERT_EQ(LoadFile(folder_ / "saved.xml"), 1);
-  std::vector<std::string> read = {"old"};
-  EXPECT_EQ(GetStringVector("root.list", read), 1);
-  EXPECT_EQ(read, strings);
-  EXPECT_EQ(PutIntVector("root.list", {}), 1);
-  std::vector<std::int32_t> ints = {1};
-  EXPECT_EQ(GetIntVector("root.list", ints), 1);
-  EXPECT_TRUE(ints.empty());
-  EXPECT_EQ(PutIntVector("root.list", {INT32_MIN, INT32_MAX}), 1);
-  EXPECT_EQ(GetIntVector("root.list", ints), 1);
-  EXPECT_EQ(ints, (std::vector<std::int32_t>{INT32_MIN, INT32_MAX}));
+TEST_F(XmlStore, ReplacesTheItemsOfVectors) {
+  Expect(On("<r><v a='1'><item key='9'/><i/><item/></v></r>").PutFloatVector("r.v", {1.5F, 0.1F}),
+         1, "<r><v a='1'><i/><item key='1.5'/><item key='0.100000001'/></v></r>");
+  EXPECT_EQ(Read(&X::GetFloatVector), "0:") << "another child is no entry";
+  RemoveAll("r.v.i");
+  EXPECT_EQ(Read(&X::GetFloatVector), "1: 1.5, 0.1,");
+  EXPECT_EQ(PutIntVector("r.v", {INT32_MIN, INT32_MAX}), 1);
+  EXPECT_EQ(Read(&X::GetIntVector), "1: -2147483648, 2147483647,");
+  EXPECT_EQ(PutStringVector("r.v", {"", " a<b ", "é", "  "}), 1);
+  EXPECT_EQ(Read(&X::GetStringVector), "1: ,  a<b , é,   ,");
+  EXPECT_EQ(PutIntVector("r.v", {}), 1);
+  EXPECT_EQ(Read(&X::GetIntVector), "1:");
 }
 
 TEST_F(XmlStore, ReadsVectorsUpToTheFirstFault) {
-  const struct {
-    const char* items;
-    std::int32_t result;
-    std::vector<std::int32_t> out;
-  } kCases[] = {
-      {"", 1, {}},
-      {"<item key='1'/><item key='2'/>", 1, {1, 2}},
-      {"<item key='1'>text<more/></item>", 1, {1}},
-      {"<item key='1'/><!-- c --><item key='2'/>", 0, {1}},
-      {"<item key='1'/><item/><item key='2'/>", 0, {1}},
-      {"<item key='1'/><item other='2'/>", 0, {1}},
-      {"<item key='1'/><Item key='2'/>", 0, {1}},
-      {"<item key='1'/><item key='2x'/>", 0, {1}},
-      {"<item key='2147483648'/>", 0, {}},
-  };
-  for (const auto& c : kCases) {
-    Load(std::string("<r><v a='1'>") + c.items + "</v></r>");
-    std::vector<std::int32_t> out = {42};
-    EXPECT_EQ(GetIntVector("r.v", out), c.result) << c.items;
-    EXPECT_EQ(out, c.out) << c.items;
+  On("<r><v a='1'><item key='1'/><item key='2'>text<more/></item></v></r>");
+  EXPECT_EQ(Read(&X::GetIntVector), "1: 1, 2,");
+  for (const std::string fault : {"<!-- c -->", "<item/>", "<item other='2'/>", "<Item key='2'/>",
+                                  "<item key='2x'/>", "<item key='2147483648'/>"}) {
+    On("<r><v><item key='1'/>" + fault + "<item key='2'/></v></r>");
+    EXPECT_EQ(Read(&X::GetIntVector), "0: 1,") << fault;
   }
-  Load("<r/>");
-  const ptree before = GetTree();
-  std::vector<float> floats = {1};
-  std::vector<std::int32_t> ints = {1};
-  std::vector<std::string> strings = {"1"};
-  EXPECT_EQ(GetFloatVector("r.v", floats), 0);
-  EXPECT_EQ(GetIntVector("r.v", ints), 0);
-  EXPECT_EQ(GetStringVector("r.v", strings), 0);
-  EXPECT_EQ(floats.size() + ints.size() + strings.size(), 0U);
-  EXPECT_EQ(PutFloatVector("r.v", {1}), 0);
-  EXPECT_EQ(PutIntVector("r.v", {1}), 0);
-  EXPECT_EQ(PutStringVector("r.v", {"1"}), 0);
-  EXPECT_EQ(GetTree(), before);
+  On("<r/>");
+  Expect(PutFloatVector("r.v", {1}), 0, "<r/>");
+  Expect(PutIntVector("r.v", {1}), 0, "<r/>");
+  Expect(PutStringVector("r.v", {"1"}), 0, "<r/>");
+  EXPECT_EQ(Read(&X::GetFloatVector), "0:");
+  EXPECT_EQ(Read(&X::GetIntVector), "0:");
+  EXPECT_EQ(Read(&X::GetStringVector), "0:");
 }
 
 TEST_F(XmlStore, SetsVectorsEachInItsOwnWay) {
-  Load("<r/>");
-  EXPECT_EQ(SetIntVector("r.i", {1}), 1);
-  EXPECT_EQ(Saved(), "<r/>\n");
-  EXPECT_EQ(SetFloatVector("r.f", {1}), 0);
-  EXPECT_EQ(Saved(), "<r f=\"\"/>\n");
-  EXPECT_EQ(SetStringVector("r.s", {"x"}), 1);
-  EXPECT_EQ(SetStringVector("r.s", {"y"}), 1);
-  EXPECT_EQ(Saved(), "<r f=\"\" s=\"\">\n\t<s>\n\t\t<item key=\"y\"/>\n\t</s>\n</r>\n");
-  EXPECT_EQ(SetFloatVector("r.s", {2}), 1);
-  EXPECT_EQ(Saved(), "<r f=\"\" s=\"\">\n\t<s>\n\t\t<item key=\"2\"/>\n\t</s>\n</r>\n");
+  Expect(On("<r/>").SetIntVector("r.i", {1}), 1, "<r/>");
+  Expect(SetFloatVector("r.f", {1}), 0, "<r f=''/>");
+  Expect(SetStringVector("r.s", {"x"}), 1, "<r f=''><s><item key='x'/></s></r>");
+  Expect(SetStringVector("r.s", {"y"}), 1, "<r f='' s=''><s><item key='y'/></s></r>");
+  Expect(SetFloatVector("r.s", {2}), 1, "<r f='' s=''><s><item key='2'/></s></r>");
   EXPECT_THROW(SetFloatVector("r", {1}), std::out_of_range);
 }
 
 // Keyed records.
 
 TEST_F(XmlStore, ReadsKeyedRecords) {
-  const std::map<std::int32_t, std::string> kFields = {{0, "key"}, {1, "src"}};
-  const struct {
-    const char* items;
-    std::int32_t result;
-    KeyedRecords records;
-  } kCases[] = {
-      {"", 0, {}},
-      {"<i key='b' src='1'/><j key='a' src='2' x='y'>t<u/></j><i key='b' src='3'/>",
-       0,
-       {{"a", {{0, "a"}, {1, "2"}}}, {"b", {{0, "b"}, {1, "1"}}}}},
-      {"<i src='1'/><i src='2'/><i key='' src='3'/>",
-       0,
-       {{"?", {{0, "?"}, {1, "1"}}}, {"", {{0, ""}, {1, "3"}}}}},
-      {"<i key='a'/><i/><i key='b'/>", kFailed, {{"a", {{0, "a"}, {1, "?"}}}}},
-      {"<i key='a'/><!-- c -->", kFailed, {{"a", {{0, "a"}, {1, "?"}}}}},
-      {"<i.j key='a'/>", kFailed, {}},  // its name is a path that leads nowhere
-      {"text<![CDATA[ more]]>", 0, {}},
-  };
-  for (const auto& c : kCases) {
-    Load(std::string("<root><task key='own'>") + c.items + "</task></root>");
+  using Fields = std::map<std::int32_t, std::string>;
+  // The records as "key: 0=field 1=field; ", behind "failed " where reading fails.
+  const auto read = [&](const std::string& items, const Fields& fields = {{0, "key"}, {1, "src"}}) {
+    On(items);
     const ptree before = GetTree();
     KeyedRecords records = {{"old", {}}};
-    EXPECT_EQ(ReadKeyedRecords(GetTree(), "root.task", records, kFields, "?"), c.result) << c.items;
-    EXPECT_EQ(records, c.records) << c.items;
+    const std::int32_t result = ReadKeyedRecords(GetTree(), "r.t", records, fields, "?");
     EXPECT_EQ(GetTree(), before);
+    std::string text = result == 0 ? "" : result == kFailed ? "failed " : "odd result ";
+    for (const auto& [key, record] : records) {
+      text += key + ":";
+      for (const auto& [index, field] : record) text += " " + std::to_string(index) + "=" + field;
+      text += "; ";
+    }
+    return text;
+  };
+  EXPECT_EQ(read("<r/>"), "failed ");
+  EXPECT_EQ(read("<r><t key='own'>text<![CDATA[ more]]></t></r>"), "");
+  EXPECT_EQ(
+      read("<r><t><i key='b' src='1'/><j key='a' src='2' x='y'>t<u/></j><i key='b'/></t></r>"),
+      "a: 0=a 1=2; b: 0=b 1=1; ");
+  EXPECT_EQ(read("<r><t><i src='1'/><i src='2'/><i key='' src='3'/></t></r>"),
+            ": 0= 1=3; ?: 0=? 1=1; ");
+  // A name with a "." is a path that leads nowhere.
+  for (const std::string fault : {"<i/>", "<!-- c -->", "<i.j key='c'/>"}) {
+    EXPECT_EQ(read("<r><t><i key='a'/>" + fault + "<i key='b'/></t></r>"), "failed a: 0=a 1=?; ");
   }
-  KeyedRecords records = {{"old", {}}};
-  EXPECT_EQ(ReadKeyedRecords(GetTree(), "root.none", records, kFields, "?"), kFailed);
-  EXPECT_TRUE(records.empty());
-
   // Indexes count from 0 whatever the table holds; one that it lacks reads as the default.
-  Load("<r><i key='a' x='1'/></r>");
-  EXPECT_EQ(ReadKeyedRecords(GetTree(), "r", records, {{0, "key"}, {5, "x"}}, "?"), 0);
-  EXPECT_EQ(records, (KeyedRecords{{"a", {{0, "a"}, {1, "?"}}}}));
-  EXPECT_EQ(ReadKeyedRecords(GetTree(), "r", records, {}, "?"), 0);
-  EXPECT_EQ(records, (KeyedRecords{{"?", {}}}));
+  EXPECT_EQ(read("<r><t><i key='a' x='1'/></t></r>", {{0, "key"}, {5, "x"}}), "a: 0=a 1=?; ");
+  EXPECT_EQ(read("<r><t><i key='a' x='1'/></t></r>", {}), "?:; ");
 }
 
 }  // namespace
