@@ -14,6 +14,7 @@
 #include <regex>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <typeinfo>
 #include <vector>
 
@@ -25,7 +26,10 @@ namespace fake_task_scheduler {
 struct Object;
 
 // How arguments are recorded. A text is as long as its BSTR says.
-inline std::string Text(long number) { return std::to_string(number); }
+template <typename Number, typename = std::enable_if_t<!std::is_pointer_v<Number>>>
+std::string Text(Number number) {
+  return std::to_string(static_cast<long>(number));
+}
 inline std::string Text(Object* object) { return object == nullptr ? "null" : "object"; }
 inline std::string Text(BSTR text) {
   return text == nullptr ? "null" : "'" + WideToUtf8({text, SysStringLen(text)}) + "'";
@@ -127,14 +131,15 @@ Method At(int slot, const char* name, Code* code) {
 // A method that takes these arguments, and one that makes a new object of them.
 template <int kSlot, typename... Arguments>
 Method Takes(const char* name) {
-  HRESULT (*const code)
-  (Object*, Arguments...) =
-      [](Object* self, Arguments... values) { return self->Step(kSlot, values...); };
+  HRESULT(*const code)
+  (Object*, Arguments...) = [](Object* self, Arguments... values) {
+    return self->Step(kSlot, values...);
+  };
   return At(kSlot, name, code);
 }
 template <int kSlot, Object& kMade, typename... Arguments>
 Method Makes(const char* name) {
-  HRESULT (*const code)
+  HRESULT(*const code)
   (Object*, Arguments..., Object**) = [](Object* self, Arguments... values, Object** out) {
     return Give(self->Step(kSlot, values...), kMade, out);
   };

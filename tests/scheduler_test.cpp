@@ -96,10 +96,8 @@ std::vector<Step> StepsOf(int kind) {
   std::vector<Step> steps;
   for (std::sregex_iterator at(text.begin(), text.end(), row), end; at != end; ++at) {
     std::string line = (*at)[2];
-    if (line[0] == '\\')
-      line = "\n" + line.substr(2) + ": 8004abcd";
-    else if (!line.empty())
-      line = "TaskScheduler: " + line + ",8004abcd\n";
+    if (!line.empty() && line[0] != '\\') line = "TaskScheduler: " + line + ",8004abcd\n";
+    if (line[0] == '\\') line = "\n" + line.substr(2) + ": 8004abcd";
     steps.push_back({(*at)[1], line, (*at)[3]});
   }
   return steps;
