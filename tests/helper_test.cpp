@@ -36,7 +36,7 @@ class Helper : public testing::Test {
     }
   }
   void ExpectToBeKept(const Tree& files) {
-    SCOPED_TRACE(files.begin()->second.substr(0, 60));
+    SCOPED_TRACE(files.at("list.xml").substr(0, 60) + files.at("task.ini").substr(0, 60));
     WriteTree(folder_.Path(), files);
     ExpectCleanFailure();
     EXPECT_EQ(folder_.Contents(), files);
@@ -62,13 +62,16 @@ TEST_F(Helper, KeepsTaskFilesThatItCannotRun) {
   for (const char* text : {"", "[Task\ntype=1\n", "\x1A[Task]\ntype=1\n", "[Task]\ntype=1"}) {
     tasks.push_back(text);
   }
+  const std::string listPath = "\nxml_path=" + folder_ / "list.xml\n";
   for (const std::string& type :
        {""s, " 1"s, "1.0"s, "2"s, "-1"s, "99999999999"s, "1\0"s, std::string(1 << 20, '1'),
-        "0\ntask_name=uactask test"s, "1"s, "1\nxml_path="s, "1\nxml_path=none.xml"s,
-        "1\nxml_path=."s, "1\nxml_path=" + std::string(5000, 'x')}) {
-    tasks.push_back("[Task]\ntype=" + type + "\n");
+        "0\ntask_name=uactask test"s, "1\nxml_path="s, "1\nxml_path=none.xml"s, "1\nxml_path=."s,
+        "1\nxml_path=" + std::string(5000, 'x')}) {
+    tasks.push_back("[Task]\ntype=" + type + listPath);
   }
-  for (const std::string& task : tasks) ExpectToBeKept({{"task.ini", task}});
+  for (const std::string& task : tasks) {
+    ExpectToBeKept({{"list.xml", "<root><task/></root>"}, {"task.ini", task}});
+  }
 
   std::string deep;
   for (int i = 0; i < 200000; ++i) deep += "<a>";
