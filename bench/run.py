@@ -34,11 +34,14 @@ def program(name):
 
 
 def in_turn(*jobs, rounds=ROUNDS):
-    """Runs the jobs in turn, so that what the machine does meanwhile meets them alike."""
+    """Runs the jobs in turn, each round beginning with another one, so that what the machine does meanwhile, writing
+    back what the last job wrote above all, meets them alike."""
     results = [[] for _ in jobs]
-    for _ in range(rounds):
-        for job, result in zip(jobs, results):
-            result.append(job())
+    for first in range(rounds):
+        for i in range(len(jobs)):
+            job = (first + i) % len(jobs)
+            os.sync()
+            results[job].append(jobs[job]())
     return results
 
 
