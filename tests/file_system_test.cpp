@@ -135,6 +135,15 @@ TEST(CopyTree, EndsWhenTheDestinationLiesInTheSource) {
   EXPECT_EQ(ReadFileBytes(folder / "s/in/in/file"), "f");
 }
 
+TEST(CopyTree, DoesNotReachThroughLinksInTheDestination) {
+  const TestFolder folder;
+  WriteTree(folder.Path(), TreeOf("from/link/b=2, outside/kept=k, to/"));
+  if (!MakeFolderLink("../outside", folder / "to/link"))
+    GTEST_SKIP() << "links cannot be made here";
+  EXPECT_FALSE(Copy(folder / "from/", folder / "to/"));
+  EXPECT_EQ(ReadTree(folder / "outside/"), TreeOf("kept=k"));
+}
+
 TEST(RemoveTree, RemovesByMode) {
   // What each mode leaves, and whether the folder itself is left.
   const char* const kLeft[] = {"", "d/, e/", "a=1, d/b=2", "a=1, d/b=2, e/"};

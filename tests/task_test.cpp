@@ -20,7 +20,7 @@ TEST(TaskFactory, MakesTheTwoKinds) {
   for (std::int32_t type : {0, 1}) {
     ASSERT_TRUE(CreateTask(type, owner));
     EXPECT_EQ(owner->GetType(), type);
-    EXPECT_TRUE(CreateTask(2, owner)) << "an unknown type leaves the owner as it is";
+    ASSERT_TRUE(CreateTask(2, owner)) << "an unknown type leaves the owner as it is";
     EXPECT_EQ(owner->GetType(), type);
   }
 }
