@@ -13,7 +13,7 @@ bool UACTaskBase::SetTaskFile(std::string path) {
 }
 
 bool UACTaskBase::SaveTaskInfos(std::string path) {
-  return corekit::CIniFile::SetValue("type", std::to_string(taskType), kTaskSection, path);
+  return corekit::CIniFile::SetValue(kTypeKey, std::to_string(taskType), kTaskSection, path);
 }
 
 bool UACTaskBase::SetParams(const std::map<std::int32_t, std::string>& newParams) {

@@ -7,11 +7,7 @@
 #include <map>
 #include <string>
 
-// A task's parameters by index; what the indexes mean is each task's own.
-using TaskParams = std::map<std::int32_t, std::string>;
-
-// The section of a task file that holds all keys.
-constexpr char kTaskSection[] = "Task";
+#include "uactask/task_file.h"
 
 class IUACTask {
  public:

@@ -8,20 +8,13 @@
 #include <boost/throw_exception.hpp>
 #include <new>
 #include <stdexcept>
+#include <vector>
 
 #include "fileop/file_operator.h"
-#include "inifile/ini_file.h"
-#include "xmlstore/keyed_records.h"
+#include "uactask/operation_list.h"
 #include "xmlstore/xml_parse.h"
 
 namespace {
-
-enum Field : std::int32_t { kKey, kSource, kDestination, kItemType };
-
-const TaskParams kFieldNames = {
-    {kKey, "key"}, {kSource, "src"}, {kDestination, "dec"}, {kItemType, "type"}};
-
-constexpr char kXmlPathKey[] = "xml_path";
 
 template <typename Exception>
 [[noreturn]] void Rethrow(const Exception& caught, const std::string& call) {
@@ -37,25 +30,18 @@ template <typename Exception>
 }  // namespace
 
 bool UACTaskFileOp::Run() {
-  const std::string listPath =
-      corekit::CIniFile::GetValue(kXmlPathKey, kTaskSection, TaskFilePath());
+  const std::string listPath = ReadParam(kXmlPath, TaskFilePath());
 
   const boost::shared_ptr<tk::IFileOperator> fileOperator = boost::make_shared<FileOperatorNomal>();
   boost::shared_ptr<IXMLParse> store;
   if (CreateXMLParse(store) != 0 || store->LoadFile(listPath) == 0) return false;
 
-  KeyedRecords items;
-  if (ReadKeyedRecords(store->GetTree(), "root.task", items, kFieldNames, "error of read") != 0) {
-    return false;
-  }
-  for (const auto& [key, item] : items) {
-    const char* source = RequireEntry(item, kSource).c_str();
-    const char* destination = RequireEntry(item, kDestination).c_str();
-    if (RequireEntry(item, kItemType) == "dir") {
-      fileOperator->AddDirectoryCopy(source, destination);
-    } else {
-      fileOperator->AddFileCopy(source, destination);
-    }
+  std::vector<Operation> operations;
+  if (!ReadOperationList(store->GetTree(), operations)) return false;
+  for (const Operation& operation : operations) {
+    const auto add =
+        operation.isFolder ? &tk::IFileOperator::AddDirectoryCopy : &tk::IFileOperator::AddFileCopy;
+    (fileOperator.get()->*add)(operation.source.c_str(), operation.destination.c_str());
   }
   // The task is done when everything was attempted; single copies may fail.
   fileOperator->Execute();
@@ -65,13 +51,13 @@ bool UACTaskFileOp::Run() {
 bool UACTaskFileOp::SaveTaskInfos(std::string path) {
   std::string listPath;
   const auto call = [&] {
-    return std::string("corekit::CIniFile::SetValue ") + kXmlPathKey + "," + listPath + "," +
-           kTaskSection + "," + path;
+    return std::string("corekit::CIniFile::SetValue ") + kParamKeys[kXmlPath] + "," + listPath +
+           "," + kTaskSection + "," + path;
   };
   try {
     if (Params().size() != 1) return false;
     listPath = RequireEntry(Params(), kXmlPath);
-    const bool listWritten = corekit::CIniFile::SetValue(kXmlPathKey, listPath, kTaskSection, path);
+    const bool listWritten = WriteParam(kXmlPath, listPath, path);
     const bool typeWritten = UACTaskBase::SaveTaskInfos(path);
     return listWritten && typeWritten;
   } catch (const std::out_of_range& caught) {

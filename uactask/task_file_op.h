@@ -9,13 +9,8 @@
 // Tells which call failed, and with what arguments, in the exceptions of SaveTaskInfos.
 using errinfo_func_and_args = boost::error_info<struct errinfo_func_and_args_tag, std::string>;
 
-// Its one parameter, index 8, is the path of the operation list, which stands in the task file
-// under "xml_path". The list is an XML file
-//
-//   <root><task><item key="1" src="C:/a/" dec="D:/b/" type="dir"/> … </task></root>
-//
-// whose items may have any name without a ".". They are carried out in the byte-wise order of their
-// keys, directories ("dir") before files (any other type).
+// Its one parameter, index 8, is the path of the operation list (uactask/operation_list.h). The
+// operations are carried out in the list's order, folders before files.
 class UACTaskFileOp : public UACTaskBase {
  public:
   static constexpr std::int32_t kType = 1;

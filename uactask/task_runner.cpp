@@ -15,7 +15,7 @@ namespace {
 std::optional<std::int32_t> ReadTaskType(const std::string& path) {
   try {
     return boost::lexical_cast<std::int32_t>(
-        corekit::CIniFile::GetValue("type", kTaskSection, path));
+        corekit::CIniFile::GetValue(kTypeKey, kTaskSection, path));
   } catch (...) {
     return std::nullopt;
   }

@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "corekit/text.h"
-#include "inifile/ini_file.h"
 #include "uactask/weekly_monthly_trigger.h"
 
 namespace {
@@ -25,9 +24,7 @@ constexpr char kRootFolder[] = "\\";
 constexpr char kDailyTriggerId[] = "Trigger_Daily";
 constexpr char kWeeklyTriggerId[] = "Trigger_Weekly";
 
-constexpr std::array<const char*, UACTaskScheduler::kParamCount> kParamKeys = {
-    "task_name",   "exe_path",  "exe_arguments", "runtime",
-    "author_name", "time_type", "time_weekday",  "time_monthday"};
+static_assert(kParamKeys.size() == UACTaskScheduler::kParamCount + 1);
 
 // Whether a step failed; if so, prints its message, which has a "%x" for the status.
 bool Failed(HRESULT status, const char* message) {
@@ -141,8 +138,8 @@ std::int32_t InitTaskSchedulerCom() {
 
 bool UACTaskScheduler::Run() {
   std::array<std::string, kParamCount> values;
-  for (std::size_t i = 0; i < values.size(); ++i) {
-    values[i] = corekit::CIniFile::GetValue(kParamKeys[i], kTaskSection, TaskFilePath());
+  for (std::int32_t i = 0; i < kParamCount; ++i) {
+    values[static_cast<std::size_t>(i)] = ReadParam(i, TaskFilePath());
   }
   // All three numbers are checked first: a malformed task file does not even delete.
   const auto timeType = boost::lexical_cast<std::int32_t>(values[kTimeType]);
@@ -160,8 +157,7 @@ bool UACTaskScheduler::SaveTaskInfos(std::string path) {
 
   bool written = true;
   for (std::int32_t index = 0; index < kParamCount; ++index) {
-    const char* key = kParamKeys[static_cast<std::size_t>(index)];
-    written &= corekit::CIniFile::SetValue(key, RequireEntry(Params(), index), kTaskSection, path);
+    written &= WriteParam(index, RequireEntry(Params(), index), path);
   }
   written &= UACTaskBase::SaveTaskInfos(path);
   return written;

@@ -1,0 +1,50 @@
+#include "uactask/operation_list.h"
+
+#include <boost/property_tree/xml_parser.hpp>
+#include <sstream>
+
+#include "uactask/task.h"
+#include "xmlstore/keyed_records.h"
+
+using boost::property_tree::ptree;
+
+const std::map<std::int32_t, std::string>& OperationFieldNames() {
+  static const std::map<std::int32_t, std::string> kNames = {
+      {kKeyField, "key"}, {kSourceField, "src"}, {kDestinationField, "dec"}, {kTypeField, "type"}};
+  return kNames;
+}
+
+bool ReadOperationList(ptree& document, std::vector<Operation>& operations) {
+  KeyedRecords items;
+  if (ReadKeyedRecords(document, kOperationListPath, items, OperationFieldNames(), kMissingField) !=
+      0) {
+    return false;
+  }
+  operations.clear();
+  for (const auto& [key, item] : items) {
+    operations.push_back({RequireEntry(item, kSourceField), RequireEntry(item, kDestinationField),
+                          RequireEntry(item, kTypeField) == kFolderType});
+  }
+  return true;
+}
+
+std::string FormatOperationList(const std::vector<Operation>& operations) {
+  ptree document;
+  ptree& list = document.put_child(kOperationListPath, ptree());
+  const std::size_t digits = std::to_string(operations.size()).size();
+  std::size_t number = 0;
+  for (const Operation& operation : operations) {
+    // Padded, because keys are ordered byte by byte: "10" would come before "9".
+    std::string key = std::to_string(++number);
+    key.insert(0, digits - key.size(), '0');
+    ptree& attributes = list.push_back({"item", ptree()})->second.put_child("<xmlattr>", ptree());
+    attributes.put(OperationFieldNames().at(kKeyField), key);
+    attributes.put(OperationFieldNames().at(kSourceField), operation.source);
+    attributes.put(OperationFieldNames().at(kDestinationField), operation.destination);
+    attributes.put(OperationFieldNames().at(kTypeField), operation.isFolder ? kFolderType : "file");
+  }
+  std::ostringstream stream;
+  write_xml(stream, document,
+            boost::property_tree::xml_writer_make_settings<std::string>('\t', 1, "utf-8"));
+  return stream.str();
+}

@@ -1,0 +1,35 @@
+// The operation list's format: an XML file that names what the file-operation task copies.
+//
+//   <root><task><item key="1" src="C:/a/" dec="D:/b/" type="dir"/> … </task></root>
+//
+// The items may have any name without a "."; all texts are UTF-8.
+#pragma once
+
+#include <boost/property_tree/ptree.hpp>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+// Where the items stand, their attributes by field index, and what a missing one reads as.
+constexpr char kOperationListPath[] = "root.task";
+enum OperationField : std::int32_t { kKeyField, kSourceField, kDestinationField, kTypeField };
+const std::map<std::int32_t, std::string>& OperationFieldNames();
+constexpr char kMissingField[] = "error of read";
+
+// The type of a folder; any other text means a file.
+constexpr char kFolderType[] = "dir";
+
+struct Operation {
+  std::string source;
+  std::string destination;
+  bool isFolder = false;
+};
+
+// Reads the items in the byte-wise order of their keys, of equal keys the first in the document.
+// False when there is no such list, or one of its items has no attributes or a "." in its name.
+bool ReadOperationList(boost::property_tree::ptree& document, std::vector<Operation>& operations);
+
+// A whole list, with keys that keep the operations in this order. Throws xml_parser_error for text
+// that cannot stand in XML.
+std::string FormatOperationList(const std::vector<Operation>& operations);

@@ -1,0 +1,33 @@
+#include "uactask/task_file.h"
+
+#include <algorithm>
+
+#include "inifile/ini_file.h"
+
+namespace {
+
+std::string KeyOf(std::int32_t index) { return kParamKeys.at(static_cast<std::size_t>(index)); }
+
+}  // namespace
+
+std::string ReadParam(std::int32_t index, const std::string& file) {
+  return corekit::CIniFile::GetValue(KeyOf(index), kTaskSection, file);
+}
+
+bool WriteParam(std::int32_t index, const std::string& value, const std::string& file) {
+  return corekit::CIniFile::SetValue(KeyOf(index), value, kTaskSection, file);
+}
+
+std::string FormatTaskFile(std::int32_t type, const TaskParams& params) {
+  std::string text = std::string("[") + kTaskSection + "]\r\n";
+  text += std::string(kTypeKey) + "=" + std::to_string(type) + "\r\n";
+  for (const auto& [index, value] : params) text += KeyOf(index) + "=" + value + "\r\n";
+  return text;
+}
+
+// Bytes are looked at, because a "[" can be the second byte of a Chinese or Japanese character.
+bool FitsTaskFile(const std::string& value) {
+  const auto breaksLine = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '['; };
+  return std::none_of(value.begin(), value.end(), breaksLine) &&
+         (value.empty() || value.back() != ' ');
+}
