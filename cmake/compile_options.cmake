@@ -1,7 +1,7 @@
 # How everything here is compiled, and how what ships is linked.
 
 # For every target of this project: standard C++17, all warnings, hardened code. The protected stacks
-# need corekit.
+# need the library corekit.
 function(uactask_compile_options target)
   target_compile_features(${target} PUBLIC cxx_std_17)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)

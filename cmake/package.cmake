@@ -3,17 +3,19 @@
 #   development  headers, libraries and the CMake package: find_package(uactask) gives uactask::core
 include(CMakePackageConfigHelpers)
 
-set(rooms corekit inifile fileop xmlstore uactask_tasks)
+get_property(libraries GLOBAL PROPERTY UACTASK_LIBRARIES)
+get_property(folders GLOBAL PROPERTY UACTASK_LIBRARY_FOLDERS)
+get_property(programs GLOBAL PROPERTY UACTASK_PROGRAMS)
 set(package_folder lib/cmake/uactask)
 
-install(TARGETS uactask RUNTIME DESTINATION bin COMPONENT helper)
-install(FILES README.md DESTINATION . COMPONENT helper)
-install(DIRECTORY docs DESTINATION . COMPONENT helper)
+install(TARGETS ${programs} EXPORT uactaskTargets RUNTIME DESTINATION bin COMPONENT helper)
+install(FILES README.md DESTINATION share/doc/uactask COMPONENT helper)
+install(DIRECTORY docs DESTINATION share/doc/uactask COMPONENT helper)
 
 # The helper is linked statically, so these travel with it.
 function(install_licence file name)
   if(EXISTS ${file})
-    install(FILES ${file} DESTINATION licences RENAME ${name} COMPONENT helper)
+    install(FILES ${file} DESTINATION share/doc/uactask/licences RENAME ${name} COMPONENT helper)
   else()
     message(WARNING "The package will lack ${name}: there is no ${file}.")
   endif()
@@ -26,10 +28,11 @@ else()
   install_licence(${Boost_INCLUDE_DIRS}/../share/boost-filesystem/copyright Boost.txt)
 endif()
 
-install(TARGETS uactask_core ${rooms} EXPORT uactaskTargets ARCHIVE DESTINATION lib COMPONENT development)
-foreach(folder corekit inifile fileop xmlstore uactask)
-  install(DIRECTORY ${folder} DESTINATION include COMPONENT development FILES_MATCHING PATTERN "*.h")
+install(TARGETS uactask_core ${libraries} EXPORT uactaskTargets ARCHIVE DESTINATION lib COMPONENT development)
+foreach(folder IN LISTS folders)
+  install(DIRECTORY ${folder} DESTINATION include/uactask COMPONENT development FILES_MATCHING PATTERN "*.h")
 endforeach()
+install(DIRECTORY ${PROJECT_BINARY_DIR}/include/ DESTINATION include/uactask COMPONENT development OPTIONAL)
 install(EXPORT uactaskTargets NAMESPACE uactask:: DESTINATION ${package_folder} COMPONENT development)
 configure_package_config_file(cmake/uactaskConfig.cmake.in uactaskConfig.cmake
   INSTALL_DESTINATION ${package_folder})

@@ -1,0 +1,71 @@
+# What this project is made of: libraries and programs, each a folder with one job. A folder includes only from itself
+# and from what it USES; cmake/check_includes.py holds them to that.
+#
+# The names of targets and of library files begin with "uactask", so that they meet none of a project that takes this
+# one in with add_subdirectory. What is added here is installed and packed as well (cmake/package.cmake).
+
+# uactask_library(name [FOLDER folder] [EXCEPT source…] [USES name…] [LINKS library…])
+#
+# The static library uactask_<name>, exported as uactask::<name>, of the sources in the folder, which has the library's
+# name unless it is told. A header `x.h.in` is configured and found as `<folder>/x.h`.
+function(uactask_library name)
+  cmake_parse_arguments(arg "" "FOLDER" "EXCEPT;USES;LINKS" FOLDER ${name} ${ARGN})
+  set(target uactask_${name})
+  uactask_sources(sources ${arg_FOLDER})
+  foreach(source IN LISTS arg_EXCEPT)
+    list(REMOVE_ITEM sources ${PROJECT_SOURCE_DIR}/${arg_FOLDER}/${source})
+  endforeach()
+
+  add_library(${target} STATIC ${sources})
+  add_library(uactask::${name} ALIAS ${target})
+  set_target_properties(${target} PROPERTIES EXPORT_NAME ${name})
+  target_include_directories(${target} PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:include/uactask>)
+  list(TRANSFORM arg_USES PREPEND uactask_)
+  target_link_libraries(${target} PUBLIC ${arg_USES} ${arg_LINKS})
+  uactask_compile_options(${target})
+
+  file(GLOB templates CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/${arg_FOLDER}/*.h.in)
+  foreach(template IN LISTS templates)
+    string(REGEX REPLACE "\\.in$" "" header ${template})
+    configure_file(${template} ${PROJECT_BINARY_DIR}/include/${header} @ONLY)
+    target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>)
+  endforeach()
+
+  set_property(GLOBAL APPEND PROPERTY UACTASK_LIBRARIES ${target})
+  set_property(GLOBAL APPEND PROPERTY UACTASK_LIBRARY_FOLDERS ${arg_FOLDER})
+endfunction()
+
+# uactask_program(name DESCRIPTION text [SOURCES source…] [USES name…] [LINKS library…])
+#
+# The program <name>, exported as uactask::<name>, of the sources in the folder of that name (of these alone, when they
+# are named), with a wmain, the manifest and the version.
+function(uactask_program name)
+  cmake_parse_arguments(arg "" "DESCRIPTION" "SOURCES;USES;LINKS" ${ARGN})
+  if(arg_SOURCES)
+    list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/${name}/ OUTPUT_VARIABLE sources)
+  else()
+    uactask_sources(sources ${name})
+  endif()
+
+  set(resources ${PROJECT_BINARY_DIR}/${name}.rc)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/program.rc.in ${resources} @ONLY)
+  set_property(SOURCE ${resources} PROPERTY OBJECT_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/program.manifest)
+
+  add_executable(${name} ${sources} ${resources})
+  add_executable(uactask::${name} ALIAS ${name})
+  list(TRANSFORM arg_USES PREPEND uactask_)
+  target_link_libraries(${name} PRIVATE ${arg_USES} ${arg_LINKS})
+  uactask_executable_options(${name})
+  if(MINGW)
+    target_link_options(${name} PRIVATE -municode)
+  else()
+    target_link_options(${name} PRIVATE /MANIFEST:NO) # it stands in the resources
+  endif()
+  set_property(GLOBAL APPEND PROPERTY UACTASK_PROGRAMS ${name})
+endfunction()
+
+function(uactask_sources variable folder)
+  file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.cpp)
+  set(${variable} ${sources} PARENT_SCOPE)
+endfunction()
