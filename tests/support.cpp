@@ -201,9 +201,9 @@ ProgramResult RunProgram(const std::string& name, const std::vector<std::string>
   return result;
 }
 
-FileLock::FileLock(const std::string& path)
-    : handle_(
-          CreateFileW(Widen(path).c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr)) {
+FileLock::FileLock(const std::string& path, unsigned long share)
+    : handle_(CreateFileW(Widen(path).c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, 0,
+                          nullptr)) {
   EXPECT_NE(handle_, INVALID_HANDLE_VALUE) << path;
 }
 

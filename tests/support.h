@@ -67,10 +67,10 @@ struct ProgramResult {
 // longer than half a minute.
 ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments);
 
-// An exclusive lock on a file while in scope.
+// A file held open while in scope. Others may open it as `share` says (FILE_SHARE_…).
 class FileLock {
  public:
-  explicit FileLock(const std::string& path);
+  explicit FileLock(const std::string& path, unsigned long share = 0);
   ~FileLock();
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;
