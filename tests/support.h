@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -57,6 +58,11 @@ bool MakeFolderLink(const std::string& target, const std::string& link);
 
 // Whether the tests run under Wine rather than on Windows.
 bool OnWine();
+
+// Under Wine, which neither makes nor removes links to folders nor has names that hold separators,
+// but shows those of the system below and starts its programs: runs one (from /bin). Wine gives no
+// handle to wait for, so this waits until the work shows.
+void RunUnixProgram(const std::string& command, const std::function<bool()>& done);
 
 struct ProgramResult {
   unsigned long exitCode;
