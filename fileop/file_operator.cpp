@@ -54,7 +54,9 @@ bool FileOperatorNomal::ClearOperations() {
 bool FileOperatorNomal::Execute() {
   bool succeeded = true;
   for (const auto& [source, destination] : dirCopies) {
-    succeeded &= CopyDirectoryItem(source, destination);
+    const bool copied = CopyDirectoryItem(source, destination);
+    if (!copied) Report("Directory Copy Failed : " + destination + "\n");
+    succeeded &= copied;
   }
   for (const auto& [source, destination] : fileCopies) {
     succeeded &= CopyFileItem(source, destination);
