@@ -246,10 +246,12 @@ TEST(JFileTest, ReadsAndWritesWholeFiles) {
   EXPECT_FALSE(file.Open(folder / "none", JFile::OpenRead));
   EXPECT_EQ(file.GetSize(), -1) << "failing to open closes what was open";
 
-  ASSERT_TRUE(file.Open(path, JFile::OpenWrite | JFile::OpenText));
-  EXPECT_EQ(file.Write("a\n", 2), 2);
-  file.Close();
-  EXPECT_EQ(ReadFileBytes(path), "a\r\n");
+  for (const std::int32_t kind : {JFile::OpenText, JFile::OpenText | JFile::OpenBinary, 0}) {
+    ASSERT_TRUE(file.Open(path, JFile::OpenWrite | kind));
+    EXPECT_EQ(file.Write("a\r\nb\n", 5), 5);
+    file.Close();
+    EXPECT_EQ(ReadFileBytes(path), "a\r\r\nb\r\n") << kind;
+  }
   EXPECT_FALSE(file.Open(folder.Path(), JFile::OpenRead | JFile::OpenBinary));
 }
 
