@@ -1,7 +1,6 @@
 #include "xmlstore/nesting.h"
 
 #include <cstring>
-#include <string_view>
 
 namespace {
 
@@ -74,42 +73,61 @@ const char* BehindAttributes(const char* at) {
 
 struct Tag {
   const char* end;
+  std::size_t nameSize;
   bool opens;  // whether contents follow
 };
 
 Tag ReadElementTag(const char* at) {
   const char* name = at;
   while (!IsNameEnd(*at)) ++at;
-  if (at == name) return {nullptr, false};
+  if (at == name) return {};
+  const auto nameSize = static_cast<std::size_t>(at - name);
   at = BehindAttributes(SkipBlanks(at));
-  if (at == nullptr) return {nullptr, false};
-  if (*at == '>') return {at + 1, true};
-  if (StartsWith(at, "/>")) return {at + 2, false};
-  return {nullptr, false};
+  if (at == nullptr) return {};
+  if (*at == '>') return {at + 1, nameSize, true};
+  if (StartsWith(at, "/>")) return {at + 2, nameSize, false};
+  return {};
 }
 
 }  // namespace
 
-bool NestsDeeperThan(const char* text, int limit) {
-  int depth = 0;
-  const char* at = text;
-  while (at != nullptr && (at = std::strchr(at, '<')) != nullptr) {
-    ++at;
-    if (*at == '/') {
-      at = BehindClosingTag(at + 1);
-      --depth;
-    } else if (*at == '?') {
-      at = BehindNext(at + 1, "?>");
-    } else if (*at == '!') {
-      at = BehindDeclaration(at + 1);
+bool NodeScanner::Next(XmlNode& node) {
+  while (at_ != nullptr && (at_ = std::strchr(at_, '<')) != nullptr) {
+    const char* const start = at_++;
+    if (*at_ == '/') {
+      at_ = BehindClosingTag(at_ + 1);
+      if (--depth_ < 0) at_ = nullptr;  // at the top: the reader fails
+    } else if (*at_ == '?') {
+      at_ = BehindNext(at_ + 1, "?>");
+    } else if (*at_ == '!') {
+      const bool isComment = StartsWith(at_, "!--");
+      at_ = BehindDeclaration(at_ + 1);
+      if (!isComment || at_ == nullptr) continue;
+      node = {start, {}, depth_ + 1};
+      return true;
     } else {
-      const Tag tag = ReadElementTag(at);
-      at = tag.end;
-      // One without contents is a level of its own as well: the reader enters it.
-      if (at != nullptr && depth + 1 > limit) return true;
-      if (tag.opens) ++depth;
+      const Tag tag = ReadElementTag(at_);
+      if (tag.end == nullptr) break;
+      node = {start, {at_, tag.nameSize}, depth_ + 1};
+      at_ = tag.end;
+      if (tag.opens) ++depth_;
+      return true;
     }
-    if (depth < 0) return false;  // a closing tag at the top: the reader fails
   }
+  at_ = nullptr;
   return false;
+}
+
+const char* FindNestedDeeperThan(const char* text, int limit) {
+  NodeScanner scanner(text);
+  for (XmlNode node; scanner.Next(node);) {
+    // An element without contents is a level of its own as well: the reader enters it. A comment is
+    // not.
+    if (node.depth > limit && !node.name.empty()) return node.start;
+  }
+  return nullptr;
+}
+
+bool NestsDeeperThan(const char* text, int limit) {
+  return FindNestedDeeperThan(text, limit) != nullptr;
 }

@@ -2,7 +2,6 @@
 
 #include <boost/make_shared.hpp>
 #include <boost/property_tree/xml_parser.hpp>
-#include <cstring>
 #include <locale>
 #include <sstream>
 #include <stdexcept>
@@ -12,7 +11,7 @@
 #include "corekit/trace.h"
 #include "fileop/file_system.h"
 #include "fileop/jfile.h"
-#include "xmlstore/nesting.h"
+#include "xmlstore/document.h"
 #include "xmlstore/status.h"
 
 namespace {
@@ -21,9 +20,6 @@ using boost::property_tree::ptree;
 
 constexpr std::int32_t kTrue = 1;
 constexpr std::int32_t kFalse = 0;
-
-// Far below the some 3,000 levels at which the reader overflows the smallest usual stack.
-constexpr int kMaxNesting = 1000;
 
 constexpr char kAttributes[] = "<xmlattr>";
 constexpr char kItem[] = "item";
@@ -322,13 +318,7 @@ std::int32_t XMLParse::RemoveAll(std::string path) {
 
 std::int32_t XMLParse::LoadString(const char* text, std::int32_t) {
   try {
-    if (text == nullptr || std::strlen(text) > INT32_MAX) return kFalse;
-    if (NestsDeeperThan(text, kMaxNesting)) return kFalse;
-
-    std::istringstream stream{std::string(text)};
-    // Replaces the document only when the whole text is well-formed.
-    read_xml(stream, tree_, boost::property_tree::xml_parser::trim_whitespace);
-    return kTrue;
+    return text != nullptr && ParseDocument(text, tree_, nullptr) ? kTrue : kFalse;
   } catch (...) {
     return kFalse;
   }

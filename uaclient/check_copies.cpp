@@ -1,0 +1,351 @@
+#include "uaclient/check_copies.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <map>
+#include <numeric>
+#include <tuple>
+#include <unordered_set>
+#include <utility>
+
+#include "corekit/text.h"
+#include "uaclient/check_tree.h"
+
+namespace uaclient {
+namespace {
+
+// The helper looks at so many bytes of a folder's path.
+constexpr std::size_t kMaxFolderBytes = 260;
+
+bool EndsInSeparator(const std::wstring& path) {
+  return !path.empty() && (path.back() == L'/' || path.back() == L'\\');
+}
+
+std::wstring ParentOf(const std::wstring& fullPath) {
+  return FullPath(fullPath.substr(0, fullPath.rfind(L'\\') + 1));
+}
+
+// Goes through the items and remembers what those before have changed.
+class Checker {
+ public:
+  Checker(const std::vector<CopyItem>& items, Origin origin) : items_(items), origin_(origin) {}
+
+  CopyCheck Check() {
+    for (at_ = 0; at_ < items_.size(); ++at_) CheckItem(items_[at_]);
+    CheckOverlaps();
+    CheckRoom();
+    std::stable_sort(
+        result_.remarks.begin(), result_.remarks.end(),
+        [](const CopyRemark& left, const CopyRemark& right) { return left.item < right.item; });
+    return std::move(result_);
+  }
+
+ private:
+  // A path of the plan, for the comparison of each with all others.
+  struct Role {
+    std::wstring key;
+    std::size_t item = 0;
+    bool isDestination = false;
+  };
+  // What copies take from a drive or share.
+  struct Room {
+    std::uint64_t needed = 0;
+    std::uint64_t freed = 0;
+    std::size_t item = 0;  // the last one
+  };
+
+  void Add(Weight weight, std::wstring text) {
+    result_.remarks.push_back({at_, {weight, std::move(text)}});
+  }
+  void AddAll(Remarks remarks) {
+    for (Remark& remark : remarks) Add(remark.weight, std::move(remark.text));
+  }
+
+  // Checks what both paths of an item have in common. Returns the full path, L"" when there is
+  // none.
+  std::wstring CheckPath(const std::wstring& path, bool isFolder) {
+    Remarks remarks = CheckPathText(path);
+    const bool isUsable = remarks.empty() || remarks.front().weight < Weight::kFails;
+    AddAll(std::move(remarks));
+    // What somebody wrote into a list the helper tries; of a plan there is nothing more to know.
+    const std::wstring full =
+        isUsable || origin_ == Origin::kList ? FullPath(path) : std::wstring();
+    if (full.empty()) return full;
+    if (IsRoot(full)) {
+      Add(Weight::kHarms, Quoted(path) + L" is a whole drive or share; name a folder on it.");
+      return {};
+    }
+    const std::wstring fault = places_.DriveFault(full);
+    if (!fault.empty()) Add(Weight::kFails, Quoted(path) + L": " + fault);
+    if (full[0] == L'\\') {
+      Add(Weight::kDoubt, Quoted(path) +
+                              L" is on another computer, which the helper with its raised rights "
+                              L"may reach under another name, or not at all.");
+    }
+    if (!isFolder && EndsInSeparator(path)) {
+      Add(Weight::kFails, Quoted(path) +
+                              L" ends like a folder, but the item is a file's copy; give "
+                              L"the file's name, or make it a folder's copy.");
+    }
+    const bool tooManyBytes =
+        isFolder && WideToUtf8(path).size() + (EndsInSeparator(path) ? 0 : 1) > kMaxFolderBytes;
+    if (tooManyBytes || full.size() > (isFolder ? kMaxFolderPath : kMaxFilePath)) {
+      Add(Weight::kFails, Quoted(path) +
+                              L" is too long: a file's path may have 259 units, a "
+                              L"folder's 247 and 260 bytes of UTF-8.");
+    }
+    return full;
+  }
+
+  void CheckItem(const CopyItem& item) {
+    const std::wstring source = CheckPath(item.source.native(), item.isFolder);
+    const std::wstring destination = CheckPath(item.destination.native(), item.isFolder);
+    if (source.empty()) return;
+    const Place from = places_.Look(source);
+    roles_.push_back({ComparisonKey(from.real), at_, false});
+    if (!from.exists) {
+      Add(Weight::kFails, L"The source " + Quoted(item.source.native()) +
+                              L" does not exist, or is where this user may not look.");
+      return;
+    }
+    if (from.isFolder != item.isFolder) {
+      Add(Weight::kFails,
+          L"The source " + Quoted(item.source.native()) +
+              (from.isFolder ? L" is a folder, but the item is a file's copy"
+                             : L" is a file, but the item is a folder's copy") +
+              (origin_ == Origin::kList ? L"; write type=\"dir\" for a folder, \"file\" for a file."
+                                        : L"."));
+      return;
+    }
+    if (destination.empty()) return;
+
+    const Place to = places_.Look(destination);
+    roles_.push_back({ComparisonKey(to.real), at_, true});
+    if (to.exists && to.isFolder != item.isFolder) {
+      Add(Weight::kFails, L"At the destination " + Quoted(item.destination.native()) +
+                              (to.isFolder ? L" there is a folder" : L" there is a file") +
+                              L" already, which a " + (to.isFolder ? L"file" : L"folder") +
+                              L" cannot replace; remove it or choose another name.");
+      return;
+    }
+    if (to.exists && (to.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+      Add(Weight::kDoubt, L"The destination " + Quoted(item.destination.native()) +
+                              L" is a link; write where it leads, or remove it.");
+    }
+    if (!to.exists) CheckFoldersAbove(item, destination);
+
+    Step step;
+    step.kind = item.isFolder ? Step::Kind::kCopyFolder : Step::Kind::kCopyFile;
+    step.source = item.source;
+    step.destination = item.destination;
+    if (item.isFolder) {
+      CheckFolder(source, destination, to, step);
+    } else {
+      CheckFile(source, destination, from, to, step);
+    }
+    Room& room = rooms_[to.real.substr(0, to.real.find(L'\\', 2))];
+    room.needed += step.bytes;
+    room.freed += step.emptiedBytes + to.size;
+    room.item = at_;
+    result_.steps.push_back(std::move(step));
+  }
+
+  void CheckFolder(const std::wstring& source, const std::wstring& destination, const Place& to,
+                   Step& step) {
+    Remarks remarks;
+    const TreeSize size = MeasureSource(source, destination, origin_ == Origin::kList, remarks);
+    step.files = size.files;
+    step.bytes = size.bytes;
+    step.text = L"copies the folder " + Quoted(source) + L" (" + Described(size) + L") to " +
+                Quoted(destination);
+    if (to.exists) {
+      const TreeSize emptied = MeasureEmptied(destination, remarks);
+      step.empties = true;
+      step.emptiedFiles = emptied.files;
+      step.emptiedBytes = emptied.bytes;
+      step.text += L" after deleting what is there (" + Described(emptied) + L")";
+      if (emptied.files > 0) {
+        Add(Weight::kEmpties,
+            Quoted(destination) + L" is replaced: " + Described(emptied) + L" in it are deleted.");
+      }
+    }
+    AddAll(std::move(remarks));
+  }
+
+  void CheckFile(const std::wstring& source, const std::wstring& destination, const Place& from,
+                 const Place& to, Step& step) {
+    step.files = 1;
+    step.bytes = from.size;
+    step.text = L"copies the file " + Quoted(source) + L" (" + Described({1, from.size}) +
+                L") to " + Quoted(destination) +
+                (to.exists ? L", over the one that is there" : L"");
+    if (origin_ == Origin::kList) {
+      const std::wstring fault = AccessFault(source, Access::kRead);
+      if (!fault.empty()) Add(Weight::kDoubt, L"The source " + Quoted(source) + L" " + fault);
+      if ((from.attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+        Add(Weight::kDoubt, L"The source " + Quoted(source) + L" is a link; write where it leads.");
+      }
+    }
+    if (!to.exists) return;
+    constexpr DWORD kProtected =
+        FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+    if ((to.attributes & kProtected) != 0) {
+      Add(Weight::kFails, L"The file at the destination " + Quoted(destination) +
+                              L" is read-only, hidden or a system file, over which Windows copies "
+                              L"nothing; clear that attribute.");
+    }
+    const std::wstring fault = AccessFault(destination, Access::kOverwrite);
+    if (!fault.empty()) {
+      Add(Weight::kDoubt, L"The file at the destination " + Quoted(destination) + L" " + fault);
+    }
+  }
+
+  // Of a file's the helper makes one, of a folder's all.
+  void CheckFoldersAbove(const CopyItem& item, const std::wstring& destination) {
+    const std::wstring parent = ParentOf(destination);
+    std::vector<std::wstring> missing;  // comparison keys
+    Place place;
+    for (std::wstring folder = parent;; folder = ParentOf(folder)) {
+      place = places_.Look(folder);
+      const std::wstring key = ComparisonKey(place.real);
+      if (place.exists || made_.count(key) != 0) break;
+      missing.push_back(key);
+      if (IsRoot(folder)) break;
+    }
+    if (place.exists && !place.isFolder) {
+      Add(Weight::kFails, L"Above the destination " + Quoted(destination) + L" there is a file, " +
+                              Quoted(place.real) + L", where a folder would have to be.");
+    } else if (!item.isFolder && missing.size() > 1) {
+      Add(Weight::kFails, L"Of the folders above the destination " + Quoted(destination) +
+                              L" more than one is missing, and for a file only one is made; make "
+                              L"them first, or copy a folder.");
+    } else if (item.isFolder && !missing.empty() && origin_ == Origin::kList) {
+      // What is missing is made up to each "/", and up to each "\" behind the last of these; a "/"
+      // is put at an end without a separator.
+      const std::wstring& text = item.destination.native();
+      const bool hasSlash = text.find(L'/') != std::wstring::npos || !EndsInSeparator(text);
+      if (hasSlash && text.find(L'\\') != std::wstring::npos) {
+        Add(Weight::kFails,
+            Quoted(text) +
+                L" mixes \"/\" and \"\\\", or ends in no separator, and folders above "
+                L"it are missing, which are not all made then; write \"/\" "
+                L"everywhere, at the end as well.");
+      }
+    }
+    if (item.isFolder || missing.size() == 1) made_.insert(missing.begin(), missing.end());
+    if (item.isFolder) made_.insert(roles_.back().key);
+  }
+
+  // Sorted, everything that lies in a folder follows it, so one look at each path and at the
+  // folders that it is in finds all pairs.
+  void CheckOverlaps() {
+    std::sort(roles_.begin(), roles_.end(), [](const Role& left, const Role& right) {
+      return std::tie(left.key, left.item, left.isDestination) <
+             std::tie(right.key, right.item, right.isDestination);
+    });
+    struct Holder {
+      const Role* role;
+      const Role* source;       // this one or the nearest around it
+      const Role* destination;  // the same
+    };
+    std::vector<Holder> around;
+    for (const Role& role : roles_) {
+      while (!around.empty() &&
+             role.key.compare(0, around.back().role->key.size(), around.back().role->key) != 0) {
+        around.pop_back();
+      }
+      Holder now = {&role, nullptr, nullptr};
+      if (!around.empty()) {
+        now.source = around.back().source;
+        now.destination = around.back().destination;
+      }
+      if (now.destination != nullptr) {
+        if (role.isDestination) {
+          AddOverlap(std::max(role.item, now.destination->item),
+                     std::min(role.item, now.destination->item));
+        } else {
+          AddSourceLost(now.destination->item, role.item);
+        }
+      }
+      if (now.source != nullptr && role.isDestination) AddSourceLost(role.item, now.source->item);
+      (role.isDestination ? now.destination : now.source) = &role;
+      around.push_back(now);
+    }
+  }
+
+  void AddOverlap(std::size_t later, std::size_t earlier) {
+    at_ = later;
+    Add(Weight::kHarms, L"The destination " + Quoted(items_[later].destination.native()) +
+                            L" is, holds or lies in that of another item, " +
+                            Quoted(items_[earlier].destination.native()) +
+                            L", so that one destroys the other; choose destinations apart.");
+  }
+  void AddSourceLost(std::size_t destination, std::size_t source) {
+    at_ = destination;
+    Add(Weight::kHarms,
+        L"The destination " + Quoted(items_[destination].destination.native()) +
+            L" is, holds or lies in " +
+            (source == destination ? L"its own source, " : L"the source of another item, ") +
+            Quoted(items_[source].source.native()) +
+            L", which would be changed or lost; choose another destination.");
+  }
+
+  void CheckRoom() {
+    for (const auto& [root, room] : rooms_) {
+      ULARGE_INTEGER free = {};
+      if (!GetDiskFreeSpaceExW((root + L"\\").c_str(), &free, nullptr, nullptr) ||
+          room.needed <= free.QuadPart + room.freed) {
+        continue;
+      }
+      at_ = room.item;
+      Add(Weight::kDoubt,
+          L"On " + root + L" there is not enough room for " + DescribedBytes(room.needed) + L".");
+    }
+  }
+
+  const std::vector<CopyItem>& items_;
+  const Origin origin_;
+  std::size_t at_ = 0;  // the item that remarks are on
+  Places places_;
+  std::vector<Role> roles_;
+  std::unordered_set<std::wstring> made_;  // folders that will be there, as comparison keys
+  std::map<std::wstring, Room> rooms_;     // by drive or server
+  CopyCheck result_;
+};
+
+}  // namespace
+
+CopyCheck CheckCopies(const std::vector<CopyItem>& items, Origin origin) {
+  return Checker(items, origin).Check();
+}
+
+std::vector<std::size_t> HelperOrder(const std::vector<CopyItem>& items) {
+  std::vector<std::size_t> order(items.size());
+  std::iota(order.begin(), order.end(), std::size_t{0});
+  std::stable_partition(order.begin(), order.end(),
+                        [&](std::size_t item) { return items[item].isFolder; });
+  return order;
+}
+
+// The plan as the helper will carry it out.
+Findings CopyPlan::Check() const {
+  if (items_.empty()) {
+    return {{Severity::kError, false, {}, 0, L"The plan is empty; add a file or a folder."}};
+  }
+  std::vector<CopyItem> ordered;
+  for (const std::size_t item : HelperOrder(items_)) ordered.push_back(items_[item]);
+
+  Findings findings;
+  for (CopyRemark& found : CheckCopies(ordered, Origin::kPlan).remarks) {
+    const bool isError = found.remark.weight >= Weight::kFails;
+    findings.push_back({isError ? Severity::kError : Severity::kWarning,
+                        found.remark.weight == Weight::kHarms,
+                        {},
+                        0,
+                        std::move(found.remark.text)});
+  }
+  return findings;
+}
+
+}  // namespace uaclient

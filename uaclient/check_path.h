@@ -1,0 +1,85 @@
+// What a path says by itself, and where it leads.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace uaclient {
+
+// What speaks against a copy, from the harmless to the worst.
+enum class Weight {
+  kEmpties,  // what the helper deletes by design
+  kDoubt,    // it may not arrive as it is
+  kFails,    // it does not arrive
+  kHarms     // it destroys what nobody asked to destroy
+};
+
+struct Remark {
+  Weight weight = Weight::kFails;
+  std::wstring text;
+};
+using Remarks = std::vector<Remark>;
+
+// The longest paths, in UTF-16 units, that Windows takes without a prefix of its own: a folder
+// needs room for a file of the old form (8.3) in it. The helper composes paths of at most
+// kMaxFilePath.
+constexpr std::size_t kMaxFilePath = 259;
+constexpr std::size_t kMaxFolderPath = 247;
+
+std::wstring Quoted(const std::wstring& text);
+
+// Whether a file's name is one by which every Windows program finds the file again: no sign with a
+// meaning of its own, no blank or dot at its end, no device's name.
+bool IsPlainName(const std::wstring& name);
+
+// Whether the path begins with a drive and "\", or with "\\".
+bool IsAbsolute(const std::wstring& path);
+
+// What is wrong with a path, whatever there is on the disk. "." and ".." are refused, because what
+// they mean depends on who looks: the path is to be written out.
+Remarks CheckPathText(const std::wstring& path);
+
+// The path from the drive down, with "\" alone, without "." and "..", without a separator at its
+// end unless it is a root. L"" for what cannot be a path, or is a device's.
+std::wstring FullPath(const std::wstring& path);
+
+// A full path that is a drive's root or a share: "C:\", "\\server\share".
+bool IsRoot(const std::wstring& fullPath);
+
+// A full path in the form in which Windows sets no limit to its length.
+std::wstring Verbatim(const std::wstring& fullPath);
+
+// What there is at a full path.
+struct Place {
+  bool exists = false;
+  bool isFolder = false;
+  std::uint32_t attributes = 0;
+  std::uint64_t size = 0;
+  // Where the path leads, whatever links, short names and substituted drives it goes through, as
+  // far as it exists.
+  std::wstring real;
+};
+
+// Looks places up. Each folder is looked at once: what lies in one that is missing costs nothing.
+class Places {
+ public:
+  Place Look(const std::wstring& fullPath);
+
+  // Why a process with raised rights does not reach the path's drive by this letter, and what to
+  // write instead; L"" when it does.
+  std::wstring DriveFault(const std::wstring& fullPath);
+
+ private:
+  const Place& Folder(const std::wstring& fullPath, const std::wstring& composed);
+
+  std::unordered_map<std::wstring, Place> folders_;
+  std::unordered_map<wchar_t, std::wstring> driveFaults_;
+};
+
+// Real paths in a form that is equal for equal ones, and in which a folder's is the beginning of
+// all that lie in it. Sorted, these follow the folder.
+std::wstring ComparisonKey(const std::wstring& real);
+
+}  // namespace uaclient

@@ -1,0 +1,32 @@
+// What lies in a folder that the helper would copy or empty, and what of it would not work.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "uaclient/check_path.h"
+
+namespace uaclient {
+
+struct TreeSize {
+  std::uint64_t files = 0;
+  std::uint64_t bytes = 0;
+};
+
+// "3.4 MB", and "12 files, 3.4 MB".
+std::wstring DescribedBytes(std::uint64_t bytes);
+std::wstring Described(const TreeSize& size);
+
+// Why a file or folder cannot be opened as the helper will open it, as the end of a sentence; L""
+// when it can. What only lacks rights can be deleted and overwritten with raised ones, so for these
+// that is no reason.
+enum class Access { kRead, kOverwrite, kDelete };
+std::wstring AccessFault(const std::wstring& fullPath, Access access);
+
+// Walks the whole folder and adds what stands in the way; links are not followed. `openFiles` tries
+// to read each file as well.
+TreeSize MeasureSource(const std::wstring& folder, const std::wstring& destination, bool openFiles,
+                       Remarks& remarks);
+TreeSize MeasureEmptied(const std::wstring& folder, Remarks& remarks);
+
+}  // namespace uaclient
