@@ -61,6 +61,7 @@ bool OnWine();
 struct ProgramResult {
   unsigned long exitCode;
   std::string output;  // standard output, byte for byte
+  std::string errors;  // standard error
 };
 
 // Runs a program that stands beside the test program and waits for it. Fails the test when it takes
