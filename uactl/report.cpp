@@ -51,6 +51,23 @@ int ExitCodeOf(const uaclient::TaskFileReport& report) {
   return report.findings.empty() ? kExitDone : kExitNotDone;
 }
 
+// Whether the files at the destinations were counted and compared.
+bool WasLookedAt(Status status) {
+  return status == Status::kDone || status == Status::kIncomplete || status == Status::kFailed;
+}
+
+// What was not even started is named by what speaks against it.
+Report ReportRefusal(const uaclient::Findings& findings) {
+  Report report;
+  report.exitCode = kExitRefused;
+  for (const Finding& finding : findings) {
+    if (finding.harmful || finding.severity == uaclient::Severity::kError) {
+      report.errors += FindingLine(finding);
+    }
+  }
+  return report;
+}
+
 const char* KindName(Step::Kind kind) {
   switch (kind) {
     case Step::Kind::kCopyFolder:
@@ -83,28 +100,30 @@ std::wstring ProgressText(const uaclient::Progress& progress) {
 }
 
 Report ReportRun(const uaclient::Result& result, const std::wstring& jobsDone) {
+  if (result.status == Status::kInvalid) return ReportRefusal(result.findings);
   Report report;
-  report.exitCode = result.status == Status::kDone      ? kExitDone
-                    : result.status == Status::kInvalid ? kExitRefused
-                                                        : kExitNotDone;
+  report.exitCode = result.status == Status::kDone ? kExitDone : kExitNotDone;
+  if (!result.reason.empty()) report.errors = ErrorLine(result.reason);
   bool copies = false;
   for (const uaclient::Item& item : result.items) {
     copies |= item.job.empty();
-    const std::wstring name = item.job.empty() ? L"\"" + item.destination.wstring() + L"\""
-                                               : L"The job \"" + item.job + L"\"";
-    if (item.done && !item.job.empty()) report.output += Line(name + L" was " + jobsDone + L".");
-    if (!item.done && result.status == Status::kIncomplete) {
-      report.errors += ErrorLine(name + L": " + item.reason);
+    if (item.done && !item.job.empty()) {
+      report.output += Line(L"The job \"" + item.job + L"\" was " + jobsDone + L".");
+    }
+    if (!item.reason.empty() && item.reason != result.reason) {
+      const std::wstring name = item.job.empty() ? item.destination.wstring() : item.job;
+      report.errors += ErrorLine(L"\"" + name + L"\": " + item.reason);
     }
   }
-  if (result.status == Status::kDone && !copies) return report;
-  if (copies && (result.status == Status::kDone || result.status == Status::kIncomplete)) {
+  if (copies && WasLookedAt(result.status)) {
     report.output += Line(Files(result.files) + L", " + Size(result.bytes) + L", " +
                           OneDecimal(Seconds(result.elapsed)) + L" s");
   }
-  if (result.status == Status::kDone) return report;
-  report.errors = ErrorLine(result.reason) + report.errors;
-  for (const Finding& finding : result.findings) report.errors += FindingLine(finding);
+  if (result.status == Status::kFailed) {
+    for (const Finding& finding : result.findings) {
+      if (!finding.file.empty()) report.errors += FindingLine(finding);
+    }
+  }
   return report;
 }
 
