@@ -4,6 +4,7 @@
 #include <boost/system/error_code.hpp>
 #include <cstdio>
 
+#include "corekit/disk_file.h"
 #include "corekit/text.h"
 #include "fileop/file_system.h"
 
@@ -29,8 +30,13 @@ bool JFile::Open(const std::string& path, std::int32_t flags) {
   std::string mode;
   if ((flags & OpenWrite) != 0) mode += 'w';
   if ((flags & OpenRead) != 0) mode += 'r';
-  mode += (flags & OpenText) != 0 ? 't' : 'b';
-  stream_ = std::fopen(path.c_str(), mode.c_str());
+  if ((flags & OpenText) != 0) {
+    mode += 't';
+  } else if ((flags & OpenBinary) != 0) {
+    mode += 'b';
+  }
+  stream_ = (flags & OpenWrite) != 0 ? std::fopen(path.c_str(), mode.c_str())
+                                     : OpenDiskFile(path.c_str(), mode.c_str()).release();
   return stream_ != nullptr;
 }
 

@@ -11,7 +11,8 @@
 // The destructor does not close the stream; whoever opened the file calls Close.
 class JFile {
  public:
-  // Flags of Open, combined with "|". OpenText wins over OpenBinary, which is also the default.
+  // Flags of Open, combined with "|". OpenText wins over OpenBinary; with neither, the C runtime's
+  // default holds, which is text.
   static constexpr std::int32_t OpenRead = 0x1;
   static constexpr std::int32_t OpenWrite = 0x2;
   static constexpr std::int32_t OpenText = 0x100;
@@ -23,7 +24,8 @@ class JFile {
   JFile& operator=(const JFile&) = delete;
 
   // Opens the file, closing whatever was open before. OpenWrite creates the file, and the
-  // directories missing above it, or empties it. Returns whether a stream is open. Give either
+  // directories missing above it, or empties it. Only a file on a disk is opened for reading, no
+  // device and no pipe. Returns whether a stream is open. Give either
   // OpenRead or OpenWrite: what becomes of both or neither is the C runtime's decision.
   bool Open(const std::string& path, std::int32_t flags);
 

@@ -52,6 +52,16 @@ TEST_F(IniFile, ReadsTheDialect) {
   EXPECT_EQ(Get("[Task]\ntype=" + bytes + "\n"), bytes);
 }
 
+// A copy of the section's name for each line would take 100 GB here.
+TEST_F(IniFile, NeedsNoMoreMemoryThanTheFile) {
+  std::string lines;
+  for (int i = 0; i < 100000; ++i) lines += "a=\r\n";
+  const std::string name(1 << 20, 's');
+  const std::string text = "[" + name + "]\r\n" + lines + "[Task]\r\ntype=1\r\n";
+  EXPECT_EQ(Get(text), "1");
+  EXPECT_EQ(Set(text, "S"), text + "[S]\r\nk=new\r\n");
+}
+
 TEST_F(IniFile, ThrowsForAHeaderWithoutItsEnd) {
   for (const char* text : {"[Task\ntype=1\n", "[\n", "#[\n", "]a[b\n"}) {
     EXPECT_THROW(Get(text), std::out_of_range) << text;
@@ -88,6 +98,7 @@ TEST_F(IniFile, RewritesNormalised) {
 TEST_F(IniFile, WritesOnlyWhatItCanOpen) {
   EXPECT_FALSE(CIniFile::SetValue("a", "b", "c", folder_ / "missing.ini"));
   EXPECT_FALSE(CIniFile::SetValue("a", "b", "c", folder_.Path()));
+  EXPECT_FALSE(CIniFile::SetValue("a", "b", "c", "NUL")) << "a device, like a pipe, is never read";
   EXPECT_EQ(folder_.Contents(), Tree());
   WriteFileBytes(file_, "[c]\n");
   const FileLock lock(file_);

@@ -103,7 +103,7 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"", "command"},
       {"remove a", "\"remove\""},
       {"--fast copy a b", "\"--fast\""},
-      {"copy a", "\"" + FullPath("a") + "\" does not exist"},
+      {"copy a b", "\"" + FullPath("a") + "\" does not exist"},
       {"copy . a .", "DESTINATION of \"" + FullPath(".")},
       {"copy -x . a", "\"-x\""},
       {"copy --timeout 0 . a", "\"0\""},

@@ -76,7 +76,9 @@ class XmlStore : public testing::Test, protected XMLParse {
 
 TEST_F(XmlStore, LoadsAndSaves) {
   const std::string file = folder_ / "a.xml";
-  for (const std::string& path : {file, folder_.Path()}) EXPECT_EQ(LoadFile(path), 0) << path;
+  for (const std::string& path : {file, folder_.Path(), std::string("NUL")}) {
+    EXPECT_EQ(LoadFile(path), 0) << path;
+  }
   EXPECT_EQ(IsLoaded(), 0);
   for (const std::string& path : {std::string(), folder_.Path()}) EXPECT_EQ(SaveAs(path), kFailed);
 

@@ -1,0 +1,86 @@
+#include "inifile/ini_parser.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <stdexcept>
+#include <utility>
+
+#include "corekit/disk_file.h"
+#include "corekit/text.h"
+
+namespace corekit {
+namespace {
+
+constexpr char kBlanks[] = " \t\n\r";
+
+bool IsCommentSign(char c) { return c == '#' || c == ';'; }
+
+bool Contains(std::string_view text, char c) { return text.find(c) != std::string_view::npos; }
+
+// The name in a header line. The first character goes whichever it is, so "x[y]" names "[y".
+std::string_view HeaderName(std::string_view line) {
+  line.remove_prefix(1);
+  const std::size_t end = line.find(']');
+  if (end == std::string_view::npos) throw std::out_of_range("invalid string position");
+  return line.substr(0, end);
+}
+
+}  // namespace
+
+std::optional<IniRecord> IniParser::Parse(std::string_view line) {
+  line = Trimmed(line, kBlanks, 0);
+  if (line.empty()) return std::nullopt;
+
+  IniRecord record;
+  if (IsCommentSign(line.front())) {
+    if (!Contains(line, '[') && !Contains(line, '=')) {
+      pendingComments_.append(line) += '\n';
+      return std::nullopt;
+    }
+    record.Commented = line.front();
+    line = Trimmed(line.substr(1), kBlanks, 0);
+  }
+
+  if (Contains(line, '[')) {
+    section_ = line = HeaderName(line);
+    TakeComments(record);
+  }
+  // A header whose name holds "=" becomes a key of the section that it opens.
+  const std::size_t equals = line.find('=');
+  if (equals != std::string_view::npos) {
+    TakeComments(record);
+    record.Key = line.substr(0, equals);
+    record.Value = line.substr(equals + 1);
+  }
+  // Headers and keys have taken the comments; any other line is kept, as an empty record, only
+  // when there were none.
+  if (!pendingComments_.empty()) return std::nullopt;
+  return record;
+}
+
+void IniParser::TakeComments(IniRecord& record) {
+  record.Comments = std::exchange(pendingComments_, {});
+  record.Section = section_;
+}
+
+std::optional<std::string> ReadIniText(const std::string& file) {
+  const Stream stream = OpenDiskFile(Utf8ToAnsi(file).c_str(), "r");
+  if (!stream) return std::nullopt;
+
+  std::string text;
+  char block[1 << 16];
+  while (const std::size_t size = std::fread(block, 1, sizeof block, stream.get())) {
+    text.append(block, size);
+  }
+  return text;
+}
+
+std::string_view Trimmed(std::string_view text, std::string_view set, int mode) {
+  if (mode == 0 || mode == 2) text = text.substr(0, text.find_last_not_of(set) + 1);
+  if (mode == 0 || mode == 1) {
+    text.remove_prefix(std::min(text.find_first_not_of(set), text.size()));
+  }
+  return text;
+}
+
+}  // namespace corekit
