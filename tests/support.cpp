@@ -160,6 +160,40 @@ bool MakeFolderLink(const std::string& target, const std::string& link) {
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
 }
 
+namespace {
+
+// What a program prints, in a file that goes with the object: unlike a pipe's, its size has no end,
+// and no process that the program leaves behind can keep it open.
+class Capture {
+ public:
+  explicit Capture(const wchar_t* name) {
+    SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
+    const std::wstring path = name + std::to_wstring(GetCurrentProcessId());
+    handle_ = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_DELETE,
+                          &inherit, CREATE_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    EXPECT_NE(handle_, INVALID_HANDLE_VALUE);
+  }
+  ~Capture() { CloseHandle(handle_); }
+  Capture(const Capture&) = delete;
+  Capture& operator=(const Capture&) = delete;
+
+  HANDLE Handle() const { return handle_; }
+  std::string Text() const {
+    std::string text;
+    char buffer[65536];
+    SetFilePointer(handle_, 0, nullptr, FILE_BEGIN);
+    for (DWORD n = 0; ReadFile(handle_, buffer, sizeof buffer, &n, nullptr) && n > 0;) {
+      text.append(buffer, n);
+    }
+    return text;
+  }
+
+ private:
+  HANDLE handle_;
+};
+
+}  // namespace
+
 ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments) {
   wchar_t self[MAX_PATH] = {};
   GetModuleFileNameW(nullptr, self, MAX_PATH);
@@ -167,34 +201,25 @@ ProgramResult RunProgram(const std::string& name, const std::vector<std::string>
   std::wstring command = L"\"" + program.wstring() + L"\"";
   for (const std::string& argument : arguments) command += L" \"" + Widen(argument) + L"\"";
 
-  SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-  HANDLE reader = nullptr;
-  HANDLE writer = nullptr;
-  EXPECT_TRUE(CreatePipe(&reader, &writer, &inherit, 0));
-  SetHandleInformation(reader, HANDLE_FLAG_INHERIT, 0);
+  const Capture output(L"stdout-");
+  const Capture errors(L"stderr-");
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   startup.dwFlags = STARTF_USESTDHANDLES;
   startup.hStdInput = INVALID_HANDLE_VALUE;
-  startup.hStdOutput = writer;
-  startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
+  startup.hStdOutput = output.Handle();
+  startup.hStdError = errors.Handle();
   PROCESS_INFORMATION process = {};
   EXPECT_TRUE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                              &startup, &process))
       << "cannot start " << name << ": error " << GetLastError();
-  CloseHandle(writer);
-  // What these programs print fits the pipe, so it can wait there until they end.
   if (WaitForSingleObject(process.hProcess, 30000) != WAIT_OBJECT_0) {
     ADD_FAILURE() << name << " hangs";
     TerminateProcess(process.hProcess, ~0U);
   }
-  ProgramResult result = {~0UL, ""};
-  char buffer[65536];
-  for (DWORD n = 0; ReadFile(reader, buffer, sizeof buffer, &n, nullptr) && n > 0;) {
-    result.output.append(buffer, n);
-  }
+  ProgramResult result = {~0UL, output.Text(), errors.Text()};
   GetExitCodeProcess(process.hProcess, &result.exitCode);
-  for (HANDLE handle : {reader, process.hProcess, process.hThread}) CloseHandle(handle);
+  for (HANDLE handle : {process.hProcess, process.hThread}) CloseHandle(handle);
   return result;
 }
 

@@ -67,6 +67,7 @@ void RunUnixProgram(const std::string& command, const std::function<bool()>& don
 struct ProgramResult {
   unsigned long exitCode;
   std::string output;  // standard output, byte for byte
+  std::string errors;  // standard error
 };
 
 // Runs a program that stands beside the test program and waits for it. Fails the test when it takes
