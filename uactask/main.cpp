@@ -2,6 +2,9 @@
 
 #include <windows.h>
 
+#include <cstdlib>
+#include <new>
+
 #include "corekit/text.h"
 #include "fileop/file_system.h"
 #include "uactask/task_runner.h"
@@ -26,6 +29,9 @@ int wmain(int argumentCount, wchar_t* arguments[]) {
   SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   // Nobody is there to answer a dialog: not about a missing disk, nor after a crash.
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
+  // Exhausted memory is a failure as any other. Not left to std::bad_alloc, because the runtime of
+  // MinGW itself allocates to throw it, and crashes where that fails.
+  std::set_new_handler([] { std::_Exit(kFailed); });
   if (argumentCount < 2) return kFailed;
   try {
     return RunAndDelete(WideToUtf8(arguments[1]));
