@@ -73,7 +73,6 @@ class Converter {
   Converter() { stream_.imbue(std::locale::classic()); }
 
   std::string ToText(Value value) {
-    stream_.clear();
     stream_.str({});
     Conversion::insert(stream_, value);
     return stream_.str();
