@@ -2,21 +2,32 @@
 
 #include "corekit/text.h"
 #include "fileop/file_system.h"
+#include "fileop/tree_walk.h"
 
 namespace {
 
+constexpr const char* kSeparators = "/\\";
+
+// Paths that begin so reach the file system as they stand: "/" does not separate in them.
+bool IsVerbatim(const std::string& path) { return path.rfind(R"(\\?\)", 0) == 0; }
+
 // The tree walkers append names to a directory as it stands: without its separator they would
 // reach the siblings whose names begin like it.
-std::string WithSeparator(std::string directory) {
-  if (directory.back() != '/' && directory.back() != '\\') directory += '/';
-  return directory;
+std::string WithSeparator(const std::string& directory) {
+  if (directory.find_last_of(kSeparators) == directory.size() - 1) return directory;
+  return directory + (IsVerbatim(directory) ? '\\' : '/');
 }
 
 // Text that is no path would end up as the current directory, and so, on its drive, does a drive
-// without a separator.
+// without a separator. "." and "..", also behind a path, are folders that somebody stands in or
+// above; nobody means to have them emptied. Longer rows of dots and blanks are dropped, or are not,
+// by what follows them.
 bool CanBeDirectory(const std::string& destination) {
-  const bool isDriveAlone = destination.size() == 2 && destination[1] == ':';
-  return !isDriveAlone && !Utf8ToWide(destination).empty();
+  if (Utf8ToWide(destination).empty() || destination.back() == ':') return false;
+  if (IsVerbatim(destination) && destination.find('/') != std::string::npos) return false;
+  const std::string path = destination.substr(0, destination.find_last_not_of(kSeparators) + 1);
+  const std::string name = path.substr(path.find_last_of("/\\:") + 1);
+  return name.empty() || name.find_first_not_of(". ") != std::string::npos;
 }
 
 }  // namespace
@@ -25,12 +36,12 @@ FileOperatorNomal::FileOperatorNomal(DiagnosticSink diagnosticSink)
     : sink(std::move(diagnosticSink)) {}
 
 bool FileOperatorNomal::AddFileCopy(const char* source, const char* destination) {
-  fileCopies.emplace_back(source, destination);
+  fileCopies.emplace_back(PathText(source), PathText(destination));
   return true;
 }
 
 bool FileOperatorNomal::AddDirectoryCopy(const char* source, const char* destination) {
-  dirCopies.emplace_back(source, destination);
+  dirCopies.emplace_back(PathText(source), PathText(destination));
   return true;
 }
 
@@ -43,7 +54,9 @@ bool FileOperatorNomal::ClearOperations() {
 bool FileOperatorNomal::Execute() {
   bool succeeded = true;
   for (const auto& [source, destination] : dirCopies) {
-    succeeded &= CopyDirectoryItem(source, destination);
+    const bool copied = CopyDirectoryItem(source, destination);
+    if (!copied) Report("Directory Copy Failed : " + destination + "\n");
+    succeeded &= copied;
   }
   for (const auto& [source, destination] : fileCopies) {
     succeeded &= CopyFileItem(source, destination);
@@ -55,11 +68,14 @@ bool FileOperatorNomal::CopyDirectoryItem(const std::string& source,
                                           const std::string& destination) const {
   if (!IsDirectory(source.c_str()) || !CanBeDirectory(destination)) return false;
 
-  const std::string from = WithSeparator(source);
-  const std::string to = WithSeparator(destination);
-  if (IsDirectory(to.c_str()) && !RemoveDirectoryTree(to.c_str(), 0)) return false;
-  if (!IsDirectory(to.c_str()) && !CreateDir(to.c_str())) CreateDirTree(to.c_str());
-  return CopyDirectoryTree(from.c_str(), to.c_str(), 0);
+  // Open from here to the end: a destination goes only for a source that can be listed.
+  Directory from(Utf8ToWide(WithSeparator(source)));
+  if (!from.IsOpen()) return false;
+  const std::string path = WithSeparator(destination);
+  if (IsDirectory(path.c_str()) && !RemoveDirectoryTree(path.c_str(), 0)) return false;
+  if (!IsDirectory(path.c_str()) && !CreateDir(path.c_str())) CreateDirTree(path.c_str());
+  Directory to(Utf8ToWide(path));
+  return to.IsOpen() && !to.IsLink() && CopyTree(from, to, true);
 }
 
 bool FileOperatorNomal::CopyFileItem(const std::string& source,

@@ -9,7 +9,7 @@
 
 namespace tk {
 
-// Paths are UTF-8.
+// Paths are UTF-8. A null path is no path: it is queued, and its item fails with nothing touched.
 class IFileOperator {
  public:
   virtual ~IFileOperator() = default;
@@ -19,9 +19,10 @@ class IFileOperator {
   virtual bool AddFileCopy(const char* source, const char* destination) = 0;
 
   // Queues the copy of a directory tree. A destination that exists is replaced as a whole, never
-  // merged into; one that is or holds the source thus deletes the source. Both should end in a
-  // separator, which is added where it is missing. A destination that is empty, not UTF-8, or a
-  // drive without a separator fails. Always true.
+  // merged into; one that is or holds the source thus empties the source. Both should end in a
+  // separator, which is added where it is missing. With nothing touched fail a source that cannot
+  // be listed, and a destination that is empty, not UTF-8, a drive without a separator, or ends in
+  // a name of nothing but dots and blanks ("..", "C:/x/."). Always true.
   virtual bool AddDirectoryCopy(const char* source, const char* destination) = 0;
 
   // Forgets what is queued. Always true.
@@ -36,7 +37,8 @@ class IFileOperator {
 
 class FileOperatorNomal : public tk::IFileOperator {
  public:
-  // Receives the diagnostic lines about file copies, each ending in "\n".
+  // Receives the diagnostic lines about file copies and failed directory copies, each ending in
+  // "\n".
   using DiagnosticSink = std::function<void(const std::string& line)>;
 
   // Without a sink the diagnostic lines are dropped.

@@ -1,13 +1,17 @@
 // The functions through which the system touches the file system: thin wraps of the Win32 calls
 // with one path convention and a few deliberate rules about separators, lengths and results.
 //
-// Paths are UTF-8 unless a function says otherwise; "/" and "\" both separate. The functions never
-// throw (exhausted memory apart) and never print: the result is all they report.
+// Paths are UTF-8 unless a function says otherwise; "/" and "\" both separate, but only "\" in paths
+// that begin with "\\?\". A null path is no path: the call fails with nothing done. The functions
+// never throw (exhausted memory apart) and never print: the result is all they report.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
+
+// The path as text: "" for a null one.
+std::string PathText(const char* path);
 
 // True when the file system knows the path, as a file or as a directory.
 bool PathExists(const char* path);
@@ -24,8 +28,8 @@ bool IsNtPlatform();
 std::uint32_t GetPathAttributes(const char* path);
 
 // True when the path names an existing directory, with or without a "/" at its end. Looks at the
-// first 260 bytes only. A null path is no directory, nor is any path of one or two characters but
-// for a drive: "C:" is one, "ab" and "p/" are not.
+// first 260 bytes only. No path of one or two characters is a directory but for a drive: "C:" is
+// one, "ab" and "p/" are not.
 bool IsDirectory(const char* path);
 
 // Creates one directory. True as well when it existed.
@@ -46,20 +50,26 @@ bool CopyFileTo(const char* source, const char* destination, std::int32_t failIf
 // Copies what lies in directory `source` into the existing directory `destination`, with
 // subdirectories when `noRecursion` is 0. Both must end in a separator; names are appended as they
 // stand. True when the last subdirectory copied well and so did every file after it. What cannot be
-// copied is passed over: so is every entry whose path would be longer than 259 UTF-16 units, and a
-// file or subdirectory for which a link stands in the destination. Links in the source are
-// followed, but for links behind links. False for text that is no path.
+// copied is passed over: so is every entry whose path would be longer than 259 UTF-16 units or whose
+// name holds "/", "\" or ":", and a file or subdirectory for which a link stands in the destination.
+// A file that another program puts into a folder of the destination that was empty is not replaced.
+// Links in the source are followed, but for links behind links.
+//
+// From before its check to the end of its walk every folder is open on both sides: nobody can
+// rename, remove or replace it. One that somebody else has open for that already is passed over.
 bool CopyDirectoryTree(const char* source, const char* destination, std::int32_t noRecursion);
 
 // Empties the directory, which must end in a separator. Modes: 0 deletes everything, the directory
 // included; 1 deletes files and keeps directories; 2 keeps files and removes directories that are
 // empty then; 3 changes nothing. Of a link to a directory only the link itself is removed, by the
-// modes that remove directories. Returns the result of the last entry handled; entries whose path
-// would be longer than 259 UTF-16 units cannot be handled and count as failed.
+// modes that remove directories; what cannot be told from a link is treated as one. Returns the
+// result of the last entry handled; entries whose path would be longer than 259 UTF-16 units, or
+// whose name holds "/", "\" or ":", cannot be handled and count as failed. Each folder is open
+// while it is emptied, as in CopyDirectoryTree.
 bool RemoveDirectoryTree(const char* directory, std::int32_t mode);
 
-// The last element of the path and its parent, as boost::filesystem takes a path apart. Either
-// output may be null.
+// The last element of the path and its parent, as boost::filesystem takes a path apart; both "" for
+// a null path. Either output may be null.
 void SplitPath(const char* path, std::string* fileName, std::string* parent);
 
 // Formats like swprintf, with the platform's own meaning of "%s" (a wide string), into a buffer of

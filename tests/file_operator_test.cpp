@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "fileop/file_system.h"
 #include "support.h"
 
@@ -11,10 +13,19 @@ class FileOperatorTest : public testing::Test {
  protected:
   void SetUp() override { WriteTree(folder_ / "from/", TreeOf("2/keep=new, bak=new")); }
 
-  bool CopyFolder(const std::string& from, const std::string& to) {
+  static bool Copy(const std::string& from, const std::string& to) {
     FileOperatorNomal fileOperator;
-    fileOperator.AddDirectoryCopy((folder_ / from).c_str(), (folder_ / to).c_str());
+    fileOperator.AddDirectoryCopy(from.c_str(), to.c_str());
     return fileOperator.Execute();
+  }
+
+  bool CopyFolder(const std::string& from, const std::string& to) const {
+    return Copy(folder_ / from, folder_ / to);
+  }
+
+  // The path behind which only "\" separates.
+  std::string Verbatim(const std::string& name) const {
+    return R"(\\?\)" + std::filesystem::absolute(folder_.Path()).make_preferred().string() + name;
   }
 
   TestFolder folder_;
@@ -30,22 +41,53 @@ TEST_F(FileOperatorTest, ReplacesTheDestinationAndTouchesNoSiblings) {
       EXPECT_EQ(ReadTree(folder_ / "p/"), TreeOf(siblings + "b/bak=new, b/2/keep=new")) << to;
     }
   }
+  EXPECT_TRUE(Copy(Verbatim("from"), Verbatim("p\\b")));
+  EXPECT_EQ(ReadTree(folder_ / "p/b/"), ReadTree(folder_ / "from/"));
   EXPECT_TRUE(CopyFolder("from/", "new/with/ancestors/"));
   EXPECT_EQ(ReadTree(folder_ / "new/with/ancestors/"), ReadTree(folder_ / "from/"));
 }
 
+// The current folder and the one above it are among what could be emptied.
 TEST_F(FileOperatorTest, FolderCopiesThatFailTouchNothing) {
-  WriteTree(folder_ / "to/", TreeOf("kept=k"));
+  WriteTree(folder_.Path(), TreeOf("to/here/kept=k, other/kept=k"));
   const Tree before = folder_.Contents();
-  EXPECT_FALSE(CopyFolder("none/", "to/"));
-  EXPECT_FALSE(CopyFolder("from/bak", "to/"));
-  for (const char* noPath : {"", "\xFF"}) {
-    FileOperatorNomal fileOperator;
-    fileOperator.AddDirectoryCopy((folder_ / "from/").c_str(), noPath);
-    EXPECT_FALSE(fileOperator.Execute());
+  const std::filesystem::path start = std::filesystem::current_path();
+  std::string many;
+  while (many.size() < 248) many += "./";
+  const std::string from = "../../from/";
+  const std::string to = "../../other/";
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      // Found as folders, but listed by another name, or by none.
+      {"../../from ", to},
+      {"../../from /", to},
+      {"../../from..", to},
+      {"../../" + many + "from/", to},
+      {Verbatim("from/"), to},
+      {"../../none/", to},
+      {"../../from/bak", to},
+      // What nobody means as a destination, and what is none.
+      {from, "."},
+      {from, ".."},
+      {from, "./"},
+      {from, "..\\"},
+      {from, "../here/.."},
+      {from, "../here/.//"},
+      {from, "../here/... "},
+      {from, start.string().substr(0, 2) + ".."},
+      {from, start.string().substr(0, 2)},
+      {from, ""},
+      {from, "\xFF"},
+      {from, Verbatim("to/")},
+      {from, Verbatim("new/")},
+      {from, Verbatim("to\\..")}};
+  for (const auto& [source, destination] : cases) {
+    std::filesystem::current_path(folder_ / "to/here");
+    EXPECT_FALSE(Copy(source, destination)) << source << " to " << destination;
+    std::filesystem::current_path(start);
+    EXPECT_EQ(folder_.Contents(), before) << source << " to " << destination;
+    WriteTree(folder_.Path(), before);
   }
-  EXPECT_EQ(folder_.Contents(), before);
-  const FileLock lock(folder_ / "to/kept");
+  const FileLock lock(folder_ / "to/here/kept");
   EXPECT_FALSE(CopyFolder("from/", "to/")) << "what is there cannot be removed";
   EXPECT_FALSE(PathExists((folder_ / "to/bak").c_str())) << "nor is anything copied then";
 }

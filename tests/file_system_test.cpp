@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <atomic>
+#include <thread>
+
 #include "corekit/text.h"
+#include "fileop/file_operator.h"
 #include "fileop/jfile.h"
 #include "support.h"
 
@@ -36,7 +40,6 @@ TEST(Directories, AreRecognised) {
   // Two characters are a drive or nothing.
   for (const char* path : {"C:", "C:/"}) EXPECT_TRUE(IsDirectory(path)) << path;
   for (const char* path : {"", ".", ".."}) EXPECT_FALSE(IsDirectory(path)) << path;
-  EXPECT_FALSE(IsDirectory(nullptr));
 
   const std::string longest = PathOfLength(folder, 260);
   MakeFolders(longest + "/");
@@ -184,6 +187,78 @@ TEST(RemoveTree, LeavesAloneWhatItCannotName) {
     EXPECT_EQ(PathExists((longFolder + "longername").c_str()), length + 10 > 259) << length;
     EXPECT_TRUE(length <= 260 || ReadFileBytes(prefix) == "not yours") << length;
   }
+}
+
+// Whoever may write in a folder must not be able to put another folder or a link in its place.
+TEST(Walks, KeepTheirFoldersInPlace) {
+  const TestFolder folder;
+  const auto moved = [&](auto walk, auto within, const std::vector<std::string>& names) {
+    std::atomic<bool> over = false;
+    std::thread walker([&] {
+      walk();
+      over = true;
+    });
+    while (!within() && !over) std::this_thread::yield();
+    std::string result;
+    for (const std::string& name : names) {
+      if (MoveFileA((folder / name).c_str(), (folder / "away").c_str())) result += name + " ";
+    }
+    EXPECT_FALSE(over) << "too quick to tell";
+    walker.join();
+    return result;
+  };
+  const auto exists = [&](const char* name) { return PathExists((folder / name).c_str()); };
+
+  MakeFolders(folder / "to/");
+  WriteSparseFile(folder / "from/s/large", "", 64 << 20);
+  EXPECT_EQ(moved([&] { Copy(folder / "from/", folder / "to/"); },
+                  [&] { return exists("to/s/large"); }, {"from/s", "to/s", "from", "to"}),
+            "");
+  for (int i = 1; i < 300; ++i) WriteFileBytes(folder / "to/s/" + std::to_string(i), "");
+  EXPECT_EQ(
+      moved([&] { Remove(folder / "to/"); }, [&] { return !exists("to/s/1"); }, {"to/s", "to"}),
+      "");
+  EXPECT_FALSE(exists("to"));
+}
+
+// As part of a path such a name leads out of the tree.
+TEST(Walks, PassOverNamesThatHoldSeparators) {
+  if (!OnWine()) GTEST_SKIP() << "the system has no such names";
+  const TestFolder folder;
+  WriteTree(folder.Path(), TreeOf("from/a=1, p/to/, victim/kept=k, odd/new=n"));
+  const auto oddExists = [&] { return PathExists((folder / "odd").c_str()); };
+  const std::string oddName = folder / "from/..\\victim";
+  RunUnixProgram("mv " + folder / "odd " + oddName, [&] { return !oddExists(); });
+  EXPECT_FALSE(Copy(folder / "from/", folder / "p/to/"));
+  EXPECT_EQ(ReadTree(folder / "p/"), TreeOf("to/a=1"));
+  Remove(folder / "from/");
+  RunUnixProgram("mv " + oddName + " " + folder / "odd", oddExists);
+  EXPECT_EQ(folder.Contents(), TreeOf("from/, odd/new=n, p/to/a=1, victim/kept=k"));
+}
+
+TEST(NullPaths, AreNoPaths) {
+  const TestFolder folder;
+  WriteTree(folder.Path(), TreeOf("d/a=1"));
+  const std::string file = folder / "d/a";
+  const std::string directory = folder / "d/";
+  std::string name = "x", parent = "x";
+  SplitPath(nullptr, &name, &parent);
+  EXPECT_EQ(name + parent, "");
+  FileOperatorNomal items[4];
+  items[0].AddFileCopy(nullptr, file.c_str());
+  items[1].AddFileCopy(file.c_str(), nullptr);
+  items[2].AddDirectoryCopy(nullptr, directory.c_str());
+  items[3].AddDirectoryCopy(directory.c_str(), nullptr);
+  for (FileOperatorNomal& item : items) EXPECT_FALSE(item.Execute());
+  for (const bool result :
+       {PathExists(nullptr), DeleteFileOrSchedule(nullptr) == 0, IsDirectory(nullptr),
+        GetPathAttributes(nullptr) != INVALID_FILE_ATTRIBUTES, CreateDir(nullptr),
+        CreateDirTree(nullptr), MakeParentDirs(nullptr), CopyFileTo(nullptr, file.c_str(), 0),
+        CopyFileTo(file.c_str(), nullptr, 0), CopyDirectoryTree(nullptr, directory.c_str(), 0),
+        CopyDirectoryTree(directory.c_str(), nullptr, 0), RemoveDirectoryTree(nullptr, 0)}) {
+    EXPECT_FALSE(result);
+  }
+  EXPECT_EQ(folder.Contents(), TreeOf("d/a=1"));
 }
 
 TEST(SplitPath, TakesPathsApart) {

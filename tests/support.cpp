@@ -16,19 +16,6 @@ namespace {
 
 std::wstring Widen(const std::string& path) { return Utf8ToWide(path); }
 
-// Wine neither makes nor removes links to folders, but shows those of the file system below and
-// starts its programs. They give no handle to wait for, so this waits until their work shows.
-template <typename Done>
-void RunUnixProgram(const std::string& command, Done done) {
-  std::wstring line = L"Z:\\bin\\" + Widen(command);
-  STARTUPINFOW startup = {};
-  startup.cb = sizeof startup;
-  PROCESS_INFORMATION process = {};
-  CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                 &process);
-  for (int i = 0; i < 500 && !done(); ++i) Sleep(10);
-}
-
 // The links made, which must go while what they lead to is still there.
 std::vector<std::string> folderLinks;
 
@@ -150,6 +137,16 @@ bool OnWine() {
   return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
 }
 
+void RunUnixProgram(const std::string& command, const std::function<bool()>& done) {
+  std::wstring line = L"Z:\\bin\\" + Widen(command);
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process = {};
+  CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                 &process);
+  for (int i = 0; i < 500 && !done(); ++i) Sleep(10);
+}
+
 bool MakeFolderLink(const std::string& target, const std::string& link) {
   folderLinks.push_back(link);
   if (OnWine()) {
@@ -201,9 +198,9 @@ ProgramResult RunProgram(const std::string& name, const std::vector<std::string>
   return result;
 }
 
-FileLock::FileLock(const std::string& path)
-    : handle_(
-          CreateFileW(Widen(path).c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr)) {
+FileLock::FileLock(const std::string& path, unsigned long share)
+    : handle_(CreateFileW(Widen(path).c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, 0,
+                          nullptr)) {
   EXPECT_NE(handle_, INVALID_HANDLE_VALUE) << path;
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -58,6 +59,11 @@ bool MakeFolderLink(const std::string& target, const std::string& link);
 // Whether the tests run under Wine rather than on Windows.
 bool OnWine();
 
+// Under Wine, which neither makes nor removes links to folders nor has names that hold separators,
+// but shows those of the system below and starts its programs: runs one (from /bin). Wine gives no
+// handle to wait for, so this waits until the work shows.
+void RunUnixProgram(const std::string& command, const std::function<bool()>& done);
+
 struct ProgramResult {
   unsigned long exitCode;
   std::string output;  // standard output, byte for byte
@@ -67,10 +73,10 @@ struct ProgramResult {
 // longer than half a minute.
 ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments);
 
-// An exclusive lock on a file while in scope.
+// A file held open while in scope. Others may open it as `share` says (FILE_SHARE_…).
 class FileLock {
  public:
-  explicit FileLock(const std::string& path);
+  explicit FileLock(const std::string& path, unsigned long share = 0);
   ~FileLock();
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;

@@ -28,8 +28,6 @@ using Remarks = std::vector<Remark>;
 constexpr std::size_t kMaxFilePath = 259;
 constexpr std::size_t kMaxFolderPath = 247;
 
-std::wstring Quoted(const std::wstring& text);
-
 // Whether a file's name is one by which every Windows program finds the file again: no sign with a
 // meaning of its own, no blank or dot at its end, no device's name.
 bool IsPlainName(const std::wstring& name);

@@ -2,7 +2,10 @@
 
 #include <windows.h>
 
+#include <exception>
+
 #include "corekit/text.h"
+#include "corekit/trace.h"
 #include "fileop/file_system.h"
 #include "uactask/task_runner.h"
 
@@ -19,6 +22,21 @@ int RunAndDelete(const std::string& taskFile) {
   return kSucceeded;
 }
 
+// The trace tells a developer why a run ended as it did: one who has started the helper in a
+// debugger, or has built it with UACTASK_TRACE to run where there is none.
+void EnableTraceForDevelopers() {
+#ifdef UACTASK_TRACE
+  corekit::EnableTrace(true);
+#else
+  corekit::EnableTrace(IsDebuggerPresent() != FALSE);
+#endif
+}
+
+int Answer(int exitCode) {
+  corekit::Trace("uactask: exit code %d\n", exitCode);
+  return exitCode;
+}
+
 }  // namespace
 
 int wmain(int argumentCount, wchar_t* arguments[]) {
@@ -26,10 +44,14 @@ int wmain(int argumentCount, wchar_t* arguments[]) {
   SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   // Nobody is there to answer a dialog: not about a missing disk, nor after a crash.
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
-  if (argumentCount < 2) return kFailed;
+  EnableTraceForDevelopers();
+  if (argumentCount < 2) return Answer(kFailed);
   try {
-    return RunAndDelete(WideToUtf8(arguments[1]));
+    return Answer(RunAndDelete(WideToUtf8(arguments[1])));
+  } catch (const std::exception& problem) {
+    corekit::Trace("uactask: the task ended with an exception: %s\n", problem.what());
   } catch (...) {
-    return kFailed;
+    corekit::Trace("uactask: the task ended with an exception of an unknown kind\n");
   }
+  return Answer(kFailed);
 }

@@ -10,11 +10,14 @@
 #include <stdexcept>
 #include <vector>
 
+#include "corekit/trace.h"
 #include "fileop/file_operator.h"
 #include "uactask/operation_list.h"
 #include "xmlstore/xml_parse.h"
 
 namespace {
+
+void TraceLine(const std::string& line) { corekit::Trace("%s", line.c_str()); }
 
 template <typename Exception>
 [[noreturn]] void Rethrow(const Exception& caught, const std::string& call) {
@@ -32,12 +35,20 @@ template <typename Exception>
 bool UACTaskFileOp::Run() {
   const std::string listPath = ReadParam(kXmlPath, TaskFilePath());
 
-  const boost::shared_ptr<tk::IFileOperator> fileOperator = boost::make_shared<FileOperatorNomal>();
+  const boost::shared_ptr<tk::IFileOperator> fileOperator =
+      boost::make_shared<FileOperatorNomal>(TraceLine);
   boost::shared_ptr<IXMLParse> store;
-  if (CreateXMLParse(store) != 0 || store->LoadFile(listPath) == 0) return false;
+  if (CreateXMLParse(store) != 0 || store->LoadFile(listPath) == 0) {
+    corekit::Trace("uactask: the operation list \"%s\" cannot be loaded\n", listPath.c_str());
+    return false;
+  }
 
   std::vector<Operation> operations;
-  if (!ReadOperationList(store->GetTree(), operations)) return false;
+  if (!ReadOperationList(store->GetTree(), operations)) {
+    corekit::Trace("uactask: \"%s\" holds no operation list, or an item without attributes\n",
+                   listPath.c_str());
+    return false;
+  }
   for (const Operation& operation : operations) {
     const auto add =
         operation.isFolder ? &tk::IFileOperator::AddDirectoryCopy : &tk::IFileOperator::AddFileCopy;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "corekit/trace.h"
 #include "fileop/file_system.h"
 #include "inifile/ini_file.h"
 #include "uactask/task.h"
@@ -17,6 +18,7 @@ std::optional<std::int32_t> ReadTaskType(const std::string& path) {
     return boost::lexical_cast<std::int32_t>(
         corekit::CIniFile::GetValue(kTypeKey, kTaskSection, path));
   } catch (...) {
+    corekit::Trace("uactask: no task type can be read from \"%s\"\n", path.c_str());
     return std::nullopt;
   }
 }
@@ -30,5 +32,9 @@ bool RunTaskFile(std::string path) {
   const auto type = ReadTaskType(path);
   if (!type) return false;
   boost::shared_ptr<IUACTask> task;
-  return CreateTask(*type, task) && task->SetTaskFile(path) && task->Run();
+  if (!CreateTask(*type, task)) {
+    corekit::Trace("uactask: there is no task type %d\n", static_cast<int>(*type));
+    return false;
+  }
+  return task->SetTaskFile(path) && task->Run();
 }

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "corekit/text.h"
+#include "corekit/trace.h"
 #include "uactask/weekly_monthly_trigger.h"
 
 namespace {
@@ -30,6 +31,7 @@ static_assert(kParamKeys.size() == UACTaskScheduler::kParamCount + 1);
 bool Failed(HRESULT status, const char* message) {
   if (SUCCEEDED(status)) return false;
   std::printf(message, static_cast<unsigned>(status));
+  corekit::Trace(message, static_cast<unsigned>(status));
   return true;
 }
 

@@ -1,0 +1,309 @@
+// The application's side end to end: plans, jobs and task files, carried out by the real helper.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <objbase.h>
+#include <tlhelp32.h>
+
+#include <future>
+
+#include "corekit/text.h"
+#include "support.h"
+#include "uaclient/helper_process.h"
+#include "uaclient/job_task.h"
+#include "uaclient/uaclient.h"
+
+namespace uaclient {
+namespace {
+
+using testing::HasSubstr;
+
+std::filesystem::path FullPath(const std::string& path) {
+  return std::filesystem::absolute(Utf8ToWide(path)).make_preferred();
+}
+
+// Has a folder for temporary files, in which nothing is left in the end.
+class Client : public testing::Test {
+ protected:
+  Client() { UseTemp("temp/"); }
+  ~Client() override {
+    for (int i = 0; i < 100 && temp_.Contents() != temps_; ++i) Sleep(50);
+    EXPECT_EQ(temp_.Contents(), temps_);
+  }
+
+  void UseTemp(const std::string& name) {
+    temps_[name] = "";
+    MakeFolders(temp_ / name);
+    SetEnvironmentVariableW(L"TMP", FullPath(temp_ / name).c_str());
+  }
+  void AddFolder(const std::string& from, const std::string& to) {
+    plan_.Folder(FullPath(folder_ / from), FullPath(folder_ / to));
+  }
+  void AddFile(const std::string& from, const std::string& to) {
+    plan_.File(FullPath(folder_ / from), FullPath(folder_ / to));
+  }
+  // Each item's reason, "" for one that is done.
+  static std::vector<std::string> Reasons(const Result& result) {
+    std::vector<std::string> reasons;
+    for (const Item& item : result.items) {
+      EXPECT_EQ(item.done, item.reason.empty());
+      reasons.push_back(WideToUtf8(item.reason));
+    }
+    return reasons;
+  }
+
+  const TestFolder folder_;
+  CopyPlan plan_;
+  Options options_;
+
+ private:
+  const TestFolder temp_;
+  Tree temps_;
+};
+
+const Tree kTree = {{"empty/", ""}, {"sub/", ""}, {"sub/日本 😀.txt", "far"}, {"ü  a.txt", "near"}};
+
+// The task file's name reaches the helper through the code page, whatever the user's folder is.
+TEST_F(Client, CopiesWhateverTheTemporaryFolderIsCalled) {
+  std::vector<std::string> temps = {"temp/", "t ü/"};
+  // No task file can carry these; their short names, which Windows may lack, do.
+  if (OnWine()) temps.insert(temps.end(), {"t [/", "日 😀/"});
+  WriteTree(folder_ / "from/", kTree);
+  AddFile("from/sub/日本 😀.txt", "file");
+  AddFolder("from", "old");
+  AddFolder("from/", "new/");
+  AddFile("from/ü  a.txt", "made/日本");
+  for (const std::string& temp : temps) {
+    UseTemp(temp);
+    RemoveTreeForSure(folder_ / "new/");
+    WriteTree(folder_ / "old/", {{"gone/", ""}, {"gone/x", "x"}, {"ü  a.txt", "older"}});
+    WriteFileBytes(folder_ / "file", "older");
+    const Result result = uaclient::Run(plan_, options_);
+    EXPECT_EQ(result.status, Status::kDone) << temp << WideToUtf8(result.reason);
+    EXPECT_EQ(Reasons(result), std::vector<std::string>(4));
+    EXPECT_EQ(result.files, 6U);
+    EXPECT_EQ(result.bytes, 21U);
+    for (const char* copy : {"new/", "old/"}) EXPECT_EQ(ReadTree(folder_ / copy), kTree);
+    EXPECT_EQ(ReadFileBytes(folder_ / "file") + ReadFileBytes(folder_ / "made/日本"), "farnear");
+  }
+}
+
+TEST_F(Client, PutsItsFilesNowhereElse) {
+  WriteFileBytes(folder_ / "a", "a");
+  AddFile("a", "b");
+  const std::wstring longPath = L"C:\\" + std::wstring(300, L'x');
+  const wchar_t* const kTemps[] = {nullptr,         L"", L"temp", L"\\temp", L"C:\\no such folder",
+                                   longPath.c_str()};
+  for (const wchar_t* temp : kTemps) {
+    SetEnvironmentVariableW(L"TMP", temp);
+    const Result result = uaclient::Run(plan_, options_);
+    EXPECT_EQ(result.status, Status::kNotStarted);
+    EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("TMP"));
+    EXPECT_EQ(Reasons(result), std::vector<std::string>{WideToUtf8(result.reason)});
+  }
+  EXPECT_EQ(folder_.Contents(), TreeOf("a=a"));
+}
+
+// The helper answers 0 for all of these.
+TEST_F(Client, NamesWhatDidNotArrive) {
+  WriteTree(folder_.Path(), TreeOf("from/a=new, from/s/b=new, to/kept=k, same=old, gone/a=a, z=z"));
+  CopyFileW(FullPath(folder_ / "from/a").c_str(), FullPath(folder_ / "same time").c_str(), FALSE);
+  AddFile("from/a", "same");
+  AddFile("from/a", "same time");
+  AddFolder("from", "to");
+  AddFolder("gone", "new");
+  AddFile("z", "y");
+  {
+    // Changed, with its time as it was.
+    const std::filesystem::path path = FullPath(folder_ / "same time");
+    const auto time = std::filesystem::last_write_time(path);
+    WriteFileBytes(folder_ / "same time", "bad");
+    std::filesystem::last_write_time(path, time);
+  }
+  const FileLock unreadable(folder_ / "gone/a");
+  const FileLock locks[] = {FileLock(folder_ / "same", FILE_SHARE_READ),
+                            FileLock(folder_ / "same time", FILE_SHARE_READ),
+                            FileLock(folder_ / "to/kept", FILE_SHARE_READ)};
+  for (const Comparison comparison : {Comparison::kContent, Comparison::kSizeAndTime}) {
+    options_.comparison = comparison;
+    const Result result = uaclient::Run(plan_, options_);
+    EXPECT_EQ(result.status, Status::kIncomplete);
+    EXPECT_EQ(WideToUtf8(result.reason), "4 of 5 items did not arrive as they should.");
+    const std::vector<std::string> reasons = Reasons(result);
+    EXPECT_THAT(reasons[0], testing::AllOf(HasSubstr("same\" is not what its source is"),
+                                           HasSubstr("another program has it open")));
+    EXPECT_THAT(reasons[1], HasSubstr("same time\" is not what its source is"));
+    EXPECT_THAT(reasons[2], testing::AllOf(testing::StartsWith("\"kept\" is left over"),
+                                           HasSubstr("\"a\" is missing")));
+    EXPECT_THAT(reasons[3], HasSubstr("\"a\" is missing: its source cannot be read"));
+    EXPECT_EQ(reasons[4], "");
+    EXPECT_EQ(result.files, 1U);
+    EXPECT_EQ(FullPath(folder_ / "same"), result.items[0].destination);
+  }
+}
+
+TEST_F(Client, CarriesOutManyItemsInTheirOrderAndShowsHowFarItIs) {
+  Tree tree;
+  for (int i = 0; i < 1000; ++i) {
+    tree["from/" + std::to_string(i)] = std::to_string(i);
+    const std::string to = "to/" + std::to_string(i % 20) + "/";
+    tree[to] = "";
+    AddFile("from/" + std::to_string(i), to + std::to_string(999 - i));
+  }
+  WriteTree(folder_.Path(), tree);
+  std::vector<std::uint64_t> seen;
+  std::filesystem::path last;
+  options_.progress = [&](const Progress& now) {
+    if (!now.comparing) seen.push_back(now.files);
+    EXPECT_EQ(now.allFiles, 1000U);
+    EXPECT_EQ(now.allBytes, 2890U);
+    return true;
+  };
+  const Result result = uaclient::Run(plan_, options_);
+  EXPECT_EQ(result.status, Status::kDone);
+  EXPECT_EQ(result.items.size(), 1000U);
+  EXPECT_EQ(result.bytes, 2890U);
+  EXPECT_EQ(ReadFileBytes(folder_ / "to/19/0"), "999");
+  EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+  EXPECT_TRUE(seen.empty() || seen.back() > 0) << "progress is seen while the helper works";
+}
+
+// A pipe that nobody writes to keeps the helper waiting.
+class HangingHelper : public Client {
+ protected:
+  HangingHelper() {
+    const std::string name = R"(\\.\pipe\)" + std::to_string(GetCurrentProcessId());
+    pipe_ = CreateNamedPipeA(name.c_str(), PIPE_ACCESS_OUTBOUND, 0, 1, 0, 0, 0, nullptr);
+    WriteFileBytes(folder_ / "a", "a");
+    WriteFileBytes(folder_ / "list.xml", "<root><task><i key='1' src='" + name + "' dec='" +
+                                             WideToUtf8(FullPath(folder_ / "p").wstring()) +
+                                             "' type='file'/></task></root>");
+    WriteFileBytes(folder_ / "task.ini", "[Task]\ntype=1\nxml_path=" + folder_ / "list.xml" + "\n");
+  }
+  ~HangingHelper() override {
+    CloseHandle(pipe_);
+    KillHelper();
+  }
+  static bool KillHelper() {
+    const HANDLE all = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    PROCESSENTRY32W entry = {};
+    entry.dwSize = sizeof entry;
+    bool killed = false;
+    for (BOOL more = Process32FirstW(all, &entry); more; more = Process32NextW(all, &entry)) {
+      if (entry.th32ParentProcessID != GetCurrentProcessId() ||
+          _wcsicmp(entry.szExeFile, L"uactask.exe") != 0) {
+        continue;
+      }
+      const HANDLE helper =
+          OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, entry.th32ProcessID);
+      killed = TerminateProcess(helper, 0xC0000005) != FALSE;
+      WaitForSingleObject(helper, 5000);
+      CloseHandle(helper);
+    }
+    CloseHandle(all);
+    return killed;
+  }
+
+ private:
+  HANDLE pipe_;
+};
+
+TEST_F(HangingHelper, IsLeftToItself) {
+  options_.timeout = std::chrono::milliseconds(200);
+  for (const bool cancels : {false, true}) {
+    options_.progress = [cancels](const Progress& now) { return !cancels || now.allFiles == 0; };
+    const Result result = uaclient::Run(TaskFile{FullPath(folder_ / "task.ini")}, options_);
+    EXPECT_EQ(result.status, Status::kStillRunning);
+    EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("it goes on"));
+    EXPECT_FALSE(result.items.at(0).done);
+    EXPECT_TRUE(KillHelper());
+  }
+}
+
+TEST_F(HangingHelper, IsKilled) {
+  options_.progress = [](const Progress&) { return KillHelper(); };
+  const Result result = uaclient::Run(TaskFile{FullPath(folder_ / "task.ini")}, options_);
+  EXPECT_EQ(result.status, Status::kFailed);
+  EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("ended abnormally"));
+  EXPECT_FALSE(result.items.at(0).done);
+}
+
+TEST_F(Client, SaysThatThereIsNoHelper) {
+  WriteFileBytes(folder_ / "a", "a");
+  AddFile("a", "b");
+  options_.helper = FullPath(folder_ / "none.exe");
+  Result result = uaclient::Run(plan_, options_);
+  EXPECT_EQ(result.status, Status::kNotStarted);
+  EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("none.exe"));
+  options_.helper = FullPath(folder_ / "a");
+  result = uaclient::Run(plan_, options_);
+  EXPECT_EQ(result.status, Status::kNotStarted);
+  EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("could not be started"));
+}
+
+TEST_F(Client, ServesTwoThreadsAtOnceAndLeavesTheProcessAsItWas) {
+  const std::filesystem::path directory = std::filesystem::current_path();
+  CopyPlan plans[2];
+  for (int i = 0; i < 2; ++i) {
+    const std::string name = std::to_string(i);
+    WriteTree(folder_ / name + "/", kTree);
+    plans[i].Folder(FullPath(folder_ / name), FullPath(folder_ / name + " copy"));
+  }
+  auto other = std::async(std::launch::async, [&] { return uaclient::Run(plans[1], options_); });
+  EXPECT_EQ(uaclient::Run(plans[0], options_).status, Status::kDone);
+  EXPECT_EQ(other.get().status, Status::kDone);
+  EXPECT_EQ(ReadTree(folder_ / "1 copy/"), kTree);
+  EXPECT_EQ(std::filesystem::current_path(), directory);
+  EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK) << "COM is as it was";
+  CoUninitialize();
+}
+
+// As a process without raised rights does it; Wine asks nobody.
+TEST_F(Client, AsksForRaisedRights) {
+  if (!OnWine() && !IsElevated()) GTEST_SKIP() << "the system would ask the user";
+  HelperProcess process;
+  std::wstring why;
+  const std::wstring helper = OwnFolder() + L"uactask.exe";
+  ASSERT_EQ(process.StartByShell(helper, L"C:\\no such file", OwnFolder(), nullptr, why),
+            Status::kDone);
+  EXPECT_TRUE(process.HasEnded(30000));
+  EXPECT_EQ(process.ExitCode(), 2U);
+  EXPECT_EQ(process.StartByShell(L"C:\\none.exe", L"", OwnFolder(), nullptr, why),
+            Status::kNotStarted);
+  EXPECT_THAT(WideToUtf8(why), HasSubstr("none.exe"));
+}
+
+TEST_F(Client, SchedulesAndUnschedules) {
+  Job job;
+  job.name = L"uactask test client ü " + std::to_wstring(GetCurrentProcessId());
+  job.program = L"C:\\windows\\system32\\cmd.exe";
+  job.arguments = {L"/c"};
+  const Result registered = uaclient::Run(job, options_);
+  EXPECT_EQ(registered.status, Status::kDone) << WideToUtf8(registered.reason);
+  EXPECT_EQ(registered.items.at(0).job, job.name);
+  EXPECT_EQ(uaclient::Run(JobRemoval{job.name}, options_).status, Status::kDone);
+  const Result missing = uaclient::Run(JobRemoval{job.name}, options_);
+  EXPECT_EQ(missing.status, Status::kFailed);
+  EXPECT_THAT(Reasons(missing).at(0), HasSubstr("There is no job of that name."));
+}
+
+TEST(JobTask, HandsArgumentsOnAsTheyAreGiven) {
+  EXPECT_EQ(CommandLine({L"plain", L"", L"b ü", L"a \"b\"", L"C:\\a b\\", L"C:\\c\\", L"\\\"\\"}),
+            L"plain \"\" \"b ü\" \"a \\\"b\\\"\" \"C:\\a b\\\\\" C:\\c\\ \"\\\\\\\"\\\\\"");
+  Job job;
+  job.arguments = {L"a"};
+  job.days = 42;
+  job.hour = 7;
+  for (const auto& [every, kind, weekdays, monthDays] :
+       {std::tuple(Job::Every::kDay, "2", "0", "0"), std::tuple(Job::Every::kWeek, "3", "42", "0"),
+        std::tuple(Job::Every::kMonth, "4", "0", "42")}) {
+    job.every = every;
+    const TaskParams params = RegistrationParams(job);
+    EXPECT_EQ(params.at(5) + params.at(6) + params.at(7), std::string(kind) + weekdays + monthDays);
+    EXPECT_THAT(params.at(3), testing::EndsWith("T07:00:00"));
+  }
+}
+
+}  // namespace
+}  // namespace uaclient

@@ -1,0 +1,87 @@
+#include "uaclient/job_task.h"
+
+#include <windows.h>
+
+#include <cstdio>
+#include <iterator>
+
+#include "corekit/text.h"
+#include "uactask/task_scheduler.h"
+
+namespace uaclient {
+namespace {
+
+using Task = UACTaskScheduler;
+
+std::string Ansi(const std::wstring& text) { return Utf8ToAnsi(WideToUtf8(text)); }
+
+std::wstring QuotedArgument(const std::wstring& argument) {
+  if (!argument.empty() && argument.find_first_of(L" \t\"") == std::wstring::npos) return argument;
+  std::wstring quoted = L"\"";
+  std::size_t backslashes = 0;  // right before the current character
+  for (const wchar_t c : argument) {
+    if (c == L'"') quoted.append(backslashes + 1, L'\\');
+    backslashes = c == L'\\' ? backslashes + 1 : 0;
+    quoted += c;
+  }
+  return quoted.append(backslashes, L'\\') + L"\"";
+}
+
+// Today at that time. One that has passed does no harm: the job then starts on its next day.
+std::string StartBoundary(int hour, int minute) {
+  SYSTEMTIME today;
+  GetLocalTime(&today);
+  char text[64];
+  std::snprintf(text, std::size(text), "%04d-%02d-%02dT%02d:%02d:00", today.wYear, today.wMonth,
+                today.wDay, hour, minute);
+  return text;
+}
+
+Task::TriggerKind TriggerOf(Job::Every every) {
+  switch (every) {
+    case Job::Every::kDay:
+      return Task::kDaily;
+    case Job::Every::kWeek:
+      return Task::kWeekly;
+    case Job::Every::kMonth:
+      break;
+  }
+  return Task::kMonthly;
+}
+
+std::string DaysIf(bool used, std::uint32_t days) { return std::to_string(used ? days : 0); }
+
+}  // namespace
+
+std::wstring CommandLine(const std::vector<std::wstring>& arguments) {
+  std::wstring line;
+  for (const std::wstring& argument : arguments) {
+    line += (line.empty() ? L"" : L" ") + QuotedArgument(argument);
+  }
+  return line;
+}
+
+TaskParams RegistrationParams(const Job& job) {
+  return {{Task::kTaskName, Ansi(job.name)},
+          {Task::kExePath, Ansi(job.program.wstring())},
+          {Task::kExeArguments, Ansi(CommandLine(job.arguments))},
+          {Task::kRuntime, StartBoundary(job.hour, job.minute)},
+          {Task::kAuthorName, Ansi(job.author)},
+          {Task::kTimeType, std::to_string(TriggerOf(job.every))},
+          {Task::kTimeWeekday, DaysIf(job.every == Job::Every::kWeek, job.days)},
+          {Task::kTimeMonthday, DaysIf(job.every == Job::Every::kMonth, job.days)}};
+}
+
+// Empty arguments delete; the numbers must be there all the same.
+TaskParams DeletionParams(const JobRemoval& removal) {
+  return {{Task::kTaskName, Ansi(removal.name)},
+          {Task::kExePath, ""},
+          {Task::kExeArguments, ""},
+          {Task::kRuntime, ""},
+          {Task::kAuthorName, ""},
+          {Task::kTimeType, "0"},
+          {Task::kTimeWeekday, "0"},
+          {Task::kTimeMonthday, "0"}};
+}
+
+}  // namespace uaclient

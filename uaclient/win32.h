@@ -1,0 +1,37 @@
+// Small things that the client's files share about Win32.
+#pragma once
+
+#include <windows.h>
+
+#include <memory>
+#include <string>
+#include <type_traits>
+
+namespace uaclient {
+
+// Closes a handle; one that is INVALID_HANDLE_VALUE counts as none.
+struct HandleCloser {
+  void operator()(HANDLE handle) const { CloseHandle(handle); }
+};
+class Handle : public std::unique_ptr<std::remove_pointer_t<HANDLE>, HandleCloser> {
+ public:
+  explicit Handle(HANDLE handle = nullptr)
+      : unique_ptr(handle == INVALID_HANDLE_VALUE ? nullptr : handle) {}
+};
+
+// To read a file from its start to its end, whoever else has it open. Empty when that fails.
+Handle OpenForReading(const std::wstring& path);
+
+// The system's own words for an error, with its number, ending in a full stop.
+std::wstring SystemMessage(DWORD error);
+
+std::wstring WithSeparator(std::wstring folder);
+std::wstring Quoted(const std::wstring& text);
+
+// Whether a folder is there, links to folders included.
+bool IsFolder(const std::wstring& path);
+
+// Whether this process has raised rights already.
+bool IsElevated();
+
+}  // namespace uaclient
