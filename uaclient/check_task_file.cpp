@@ -117,8 +117,11 @@ class TaskFileCheck {
     const std::optional<std::int32_t> type = ReadType();
     if (type == Task::kType) CheckJob();
     if (type == UACTaskFileOp::kType) {
-      CheckOperationList(ReadParam(UACTaskFileOp::kXmlPath, helperPath_), path_,
-                         LineOf(kParamKeys[UACTaskFileOp::kXmlPath]), report_);
+      const std::string list = ReadParam(UACTaskFileOp::kXmlPath, helperPath_);
+      const std::size_t line = LineOf(kParamKeys[UACTaskFileOp::kXmlPath]);
+      if (list.empty())
+        return Fail(line, L"\"xml_path\" is missing or empty; write the list's path.");
+      CheckOperationList(list, path_, line, report_);
     }
   }
 
@@ -200,7 +203,7 @@ class TaskFileCheck {
     std::string_view text = corekit::Trimmed(line.text, kBlanks, 0);
     if (text.empty()) return;
     if (!line.ended) {
-      if (text.find("exe_arguments") != std::string_view::npos) argumentsCutOff_ = line.number;
+      NoteLostArguments(line.number, text, L"has no line break");
       return WarnOfLine(line.number,
                         L"The last line has no line break and so is not read; end it.");
     }
@@ -222,6 +225,12 @@ class TaskFileCheck {
     }
   }
 
+  void NoteLostArguments(std::size_t line, std::string_view text, const wchar_t* why) {
+    if (text.find(kParamKeys[Task::kExeArguments]) == std::string_view::npos) return;
+    lostArguments_ = line;
+    lostWhy_ = why;
+  }
+
   void CheckHeader(std::size_t line, std::string_view text, std::string_view section,
                    bool isCommented) {
     if (isCommented) {
@@ -229,6 +238,7 @@ class TaskFileCheck {
                  L"A \"[\" makes even a comment a header: what follows belongs to the section " +
                      Shown(section) + L". Leave the \"[\" out.");
     } else if (text[0] != '[') {
+      NoteLostArguments(line, text, L"holds a \"[\"");
       WarnOfLine(line,
                  L"A \"[\" makes the whole line a header: it sets nothing, and what follows "
                  L"belongs to the section " +
@@ -246,7 +256,7 @@ class TaskFileCheck {
     if (!IsKnownKey(key)) {
       const char* const meant = NearestKey(key);
       if (meant == nullptr) return;
-      if (std::strcmp(meant, "exe_arguments") == 0) argumentsMisspelt_ = line;
+      NoteLostArguments(line, meant, L"is misspelt");
       return WarnOfLine(line, Shown(key) + L" is not the key " + Shown(meant) +
                                   L", in just these letters and without blanks around the \"=\".");
     }
@@ -362,16 +372,15 @@ class TaskFileCheck {
     const std::size_t line = LineOf(kParamKeys[Task::kExeArguments]);
     const bool hasProgram = !values_[Task::kExePath].empty();
     if (line != 0 && !hasProgram) return;
-    std::wstring why = L"\"exe_arguments\" is missing";
-    if (line != 0) why = L"\"exe_arguments\" is empty";
-    if (argumentsMisspelt_ != 0) why = L"\"exe_arguments\" is misspelt";
-    if (argumentsCutOff_ != 0) why = L"the line \"exe_arguments\" has no line break";
-    Warn(std::max({line, argumentsMisspelt_, argumentsCutOff_}),
-         L"This file deletes the job " + Quoted(job_) + L", because " + why +
+    const std::wstring why = line != 0             ? L"is empty"
+                             : lostArguments_ != 0 ? lostWhy_
+                                                   : L"is missing";
+    Warn(std::max(line, lostArguments_),
+         L"This file deletes the job " + Quoted(job_) + L", because \"exe_arguments\" " + why +
              L". If that is meant, write \"exe_arguments=\" and leave \"exe_path\" out; if not, "
              L"give "
              L"the program an argument.",
-         line != 0 || hasProgram || argumentsMisspelt_ != 0 || argumentsCutOff_ != 0);
+         hasProgram || lostArguments_ != 0);
   }
 
   void CheckRegistration(std::int32_t kind, std::int32_t weekdays, std::int32_t monthDays) {
@@ -425,8 +434,9 @@ class TaskFileCheck {
   TaskFileReport& report_;
   std::map<std::string, Entry> entries_;  // of the keys that the helper knows, those that count
   std::size_t lineFindings_ = 0;
-  std::size_t argumentsMisspelt_ = 0;  // lines
-  std::size_t argumentsCutOff_ = 0;
+  // The line that seems to have been meant for "exe_arguments", and what is wrong with it.
+  std::size_t lostArguments_ = 0;
+  std::wstring lostWhy_;
   std::array<std::string, Task::kParamCount> values_;
   std::wstring job_;
 };
