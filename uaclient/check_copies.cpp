@@ -11,6 +11,7 @@
 
 #include "corekit/text.h"
 #include "uaclient/check_tree.h"
+#include "uaclient/win32.h"
 
 namespace uaclient {
 namespace {
@@ -32,7 +33,16 @@ class Checker {
   Checker(const std::vector<CopyItem>& items, Origin origin) : items_(items), origin_(origin) {}
 
   CopyCheck Check() {
-    for (at_ = 0; at_ < items_.size(); ++at_) CheckItem(items_[at_]);
+    for (at_ = 0; at_ < items_.size(); ++at_) {
+      const CopyItem& item = items_[at_];
+      Step step;
+      step.kind = item.isFolder ? Step::Kind::kCopyFolder : Step::Kind::kCopyFile;
+      step.source = item.source;
+      step.destination = item.destination;
+      step.text = L"copies nothing to " + Quoted(item.destination.native());
+      CheckItem(item, step);
+      result_.steps.push_back(std::move(step));
+    }
     CheckOverlaps();
     CheckRoom();
     std::stable_sort(
@@ -98,7 +108,7 @@ class Checker {
     return full;
   }
 
-  void CheckItem(const CopyItem& item) {
+  void CheckItem(const CopyItem& item, Step& step) {
     const std::wstring source = CheckPath(item.source.native(), item.isFolder);
     const std::wstring destination = CheckPath(item.destination.native(), item.isFolder);
     if (source.empty()) return;
@@ -135,10 +145,6 @@ class Checker {
     }
     if (!to.exists) CheckFoldersAbove(item, destination);
 
-    Step step;
-    step.kind = item.isFolder ? Step::Kind::kCopyFolder : Step::Kind::kCopyFile;
-    step.source = item.source;
-    step.destination = item.destination;
     if (item.isFolder) {
       CheckFolder(source, destination, to, step);
     } else {
@@ -148,7 +154,6 @@ class Checker {
     room.needed += step.bytes;
     room.freed += step.emptiedBytes + to.size;
     room.item = at_;
-    result_.steps.push_back(std::move(step));
   }
 
   void CheckFolder(const std::wstring& source, const std::wstring& destination, const Place& to,
@@ -221,11 +226,11 @@ class Checker {
                               L" more than one is missing, and for a file only one is made; make "
                               L"them first, or copy a folder.");
     } else if (item.isFolder && !missing.empty() && origin_ == Origin::kList) {
-      // What is missing is made up to each "/", and up to each "\" behind the last of these; a "/"
+      // What is missing is made up to each "/", and up to each "\\" behind the last of these; a "/"
       // is put at an end without a separator.
       const std::wstring& text = item.destination.native();
-      const bool hasSlash = text.find(L'/') != std::wstring::npos || !EndsInSeparator(text);
-      if (hasSlash && text.find(L'\\') != std::wstring::npos) {
+      const std::size_t lastSlash = EndsInSeparator(text) ? text.rfind(L'/') : text.size();
+      if (lastSlash != std::wstring::npos && text.find(L'\\') < lastSlash) {
         Add(Weight::kFails,
             Quoted(text) +
                 L" mixes \"/\" and \"\\\", or ends in no separator, and folders above "

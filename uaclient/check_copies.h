@@ -21,7 +21,7 @@ struct CopyRemark {
 
 struct CopyCheck {
   std::vector<CopyRemark> remarks;  // by item
-  std::vector<Step> steps;          // of the items that do anything, in their order
+  std::vector<Step> steps;          // one for each item
 };
 
 // `items` in the helper's order: folders first.

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "corekit/text.h"
+#include "uaclient/win32.h"
 
 namespace uaclient {
 namespace {
@@ -49,33 +50,17 @@ bool IsDeviceName(const std::wstring& name) {
          });
 }
 
-class Handle {
- public:
-  explicit Handle(HANDLE handle) : handle_(handle) {}
-  ~Handle() {
-    if (IsOpen()) CloseHandle(handle_);
-  }
-  Handle(const Handle&) = delete;
-  Handle& operator=(const Handle&) = delete;
-
-  bool IsOpen() const { return handle_ != INVALID_HANDLE_VALUE; }
-  HANDLE Get() const { return handle_; }
-
- private:
-  HANDLE handle_;
-};
-
 // Asks the system where an existing path leads; L"" when it cannot say.
 std::wstring FinalPath(const std::wstring& fullPath) {
   constexpr DWORD kShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
   const Handle file(CreateFileW(Verbatim(fullPath).c_str(), 0, kShare, nullptr, OPEN_EXISTING,
                                 FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-  if (!file.IsOpen()) return {};
+  if (!file) return {};
   std::wstring path(MAX_PATH, L'\0');
-  DWORD size = GetFinalPathNameByHandleW(file.Get(), path.data(), MAX_PATH, VOLUME_NAME_DOS);
+  DWORD size = GetFinalPathNameByHandleW(file.get(), path.data(), MAX_PATH, VOLUME_NAME_DOS);
   if (size > MAX_PATH) {
     path.resize(size);
-    size = GetFinalPathNameByHandleW(file.Get(), path.data(), size, VOLUME_NAME_DOS);
+    size = GetFinalPathNameByHandleW(file.get(), path.data(), size, VOLUME_NAME_DOS);
   }
   if (size > path.size()) return {};
   path.resize(size);

@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "uaclient/win32.h"
+
 namespace uaclient {
 namespace {
 
@@ -93,14 +95,11 @@ std::wstring Described(const TreeSize& size) {
 
 std::wstring AccessFault(const std::wstring& fullPath, Access access) {
   constexpr DWORD kReadWrite = FILE_SHARE_READ | FILE_SHARE_WRITE;
-  constexpr DWORD kAll = kReadWrite | FILE_SHARE_DELETE;
   const auto open = [&](DWORD rights, DWORD share) -> DWORD {
-    const HANDLE file =
-        CreateFileW(Verbatim(fullPath).c_str(), rights, share, nullptr, OPEN_EXISTING,
-                    FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return GetLastError();
-    CloseHandle(file);
-    return ERROR_SUCCESS;
+    const Handle file(CreateFileW(Verbatim(fullPath).c_str(), rights, share, nullptr, OPEN_EXISTING,
+                                  FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT,
+                                  nullptr));
+    return file ? ERROR_SUCCESS : GetLastError();
   };
   DWORD error = ERROR_SUCCESS;
   switch (access) {
@@ -112,14 +111,14 @@ std::wstring AccessFault(const std::wstring& fullPath, Access access) {
       if (error == ERROR_ACCESS_DENIED) error = open(GENERIC_READ, FILE_SHARE_READ);
       break;
     case Access::kDelete:
-      error = open(DELETE, kAll);
+      error = open(DELETE, kReadWrite);
       break;
   }
   if (error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION) {
     return L"is in use by another program; have that end first.";
   }
   if (error == ERROR_SUCCESS || access != Access::kRead) return {};
-  return L"cannot be opened for reading (error " + std::to_wstring(error) + L"); make it readable.";
+  return L"cannot be opened for reading: " + SystemMessage(error);
 }
 
 TreeSize MeasureSource(const std::wstring& folder, const std::wstring& destination, bool openFiles,
@@ -148,7 +147,7 @@ TreeSize MeasureSource(const std::wstring& folder, const std::wstring& destinati
                     L"is not copied: there or at the destination its path is longer than Windows "
                     L"takes it (259 units for a file, 247 for a folder). Use shorter paths.");
     }
-    if (openFiles && !entry.isFolder) {
+    if (openFiles) {
       const std::wstring fault = AccessFault(entry.path, Access::kRead);
       if (!fault.empty()) remark(Weight::kDoubt, entry, fault);
     }
@@ -156,8 +155,8 @@ TreeSize MeasureSource(const std::wstring& folder, const std::wstring& destinati
     return true;
   };
   WalkTree(folder, visit, [&](const std::wstring& path, DWORD error) {
-    remarks.push_back({Weight::kDoubt, Quoted(path) + L" cannot be listed (error " +
-                                           std::to_wstring(error) + L"); make it readable."});
+    remarks.push_back(
+        {Weight::kDoubt, Quoted(path) + L" cannot be listed: " + SystemMessage(error)});
   });
   Shorten(remarks, before);
   return size;
@@ -196,8 +195,8 @@ TreeSize MeasureEmptied(const std::wstring& folder, Remarks& remarks) {
   };
   WalkTree(folder, visit, [&](const std::wstring& path, DWORD error) {
     if (error == ERROR_ACCESS_DENIED) return;  // what raised rights are for
-    remarks.push_back({Weight::kDoubt, Quoted(path) + L" cannot be listed (error " +
-                                           std::to_wstring(error) + L") and so not emptied."});
+    remarks.push_back({Weight::kDoubt, Quoted(path) + L" cannot be listed, and so not emptied: " +
+                                           SystemMessage(error)});
   });
   Shorten(remarks, before);
   return size;

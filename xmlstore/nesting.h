@@ -1,6 +1,6 @@
 // A look at a document's nodes that needs neither memory nor recursion. It guards the XML reader,
-// which recurses for every level of nesting and has no limit of its own, and tells where in the text
-// the nodes of the reader's tree stand, which the tree does not know.
+// which recurses for every level of nesting and has no limit of its own, and tells where in the
+// text the nodes of the reader's tree stand, which the tree does not know.
 #pragma once
 
 #include <string_view>

@@ -1,0 +1,354 @@
+#include "uaclient/check_list.h"
+
+#include <algorithm>
+#include <array>
+#include <boost/property_tree/ptree.hpp>
+#include <cstring>
+#include <iterator>
+#include <map>
+#include <optional>
+#include <utility>
+
+#include "corekit/text.h"
+#include "fileop/file_system.h"
+#include "fileop/jfile.h"
+#include "uaclient/check_copies.h"
+#include "uaclient/check_path.h"
+#include "uaclient/win32.h"
+#include "uactask/operation_list.h"
+#include "xmlstore/document.h"
+#include "xmlstore/nesting.h"
+#include "xmlstore/xml_parse.h"
+
+namespace uaclient {
+namespace {
+
+using boost::property_tree::ptree;
+
+constexpr char kRoot[] = "root";
+constexpr char kTask[] = "task";
+constexpr char kAttributes[] = "<xmlattr>";
+constexpr char kComment[] = "<xmlcomment>";
+
+// The bytes that the XML store reads, found by the same name.
+std::optional<std::string> ReadBytes(const std::string& path) {
+  JFile file;
+  if (!file.Open(path, JFile::OpenRead | JFile::OpenBinary)) return std::nullopt;
+  const std::int32_t size = file.GetSize();
+  std::string bytes(static_cast<std::size_t>(std::max(size, 0)), '\0');
+  const bool isRead = size >= 0 && file.Read(bytes.data(), size) == size;
+  file.Close();
+  if (!isRead) return std::nullopt;
+  return bytes;
+}
+
+// Where in the text the items stand; and how many lists there are.
+struct ItemPlaces {
+  std::vector<std::size_t> itemLines;  // of everything in the first task of the first root
+  std::size_t secondList = 0;          // the line of another root, or of another task in the first
+};
+
+ItemPlaces FindItems(const char* text) {
+  ItemPlaces places;
+  const char* counted = text;
+  std::size_t line = 1;
+  int roots = 0;
+  int tasks = 0;
+  bool inRoot = false;
+  bool inTask = false;
+  NodeScanner scanner(text);
+  for (XmlNode node; scanner.Next(node);) {
+    line += static_cast<std::size_t>(std::count(counted, node.start, '\n'));
+    counted = node.start;
+    if (node.depth == 1) {
+      inRoot = node.name == kRoot && ++roots == 1;
+      inTask = false;
+      if (node.name == kRoot && roots == 2) places.secondList = line;
+    } else if (node.depth == 2) {
+      inTask = inRoot && node.name == kTask && ++tasks == 1;
+      if (inRoot && node.name == kTask && tasks == 2) places.secondList = line;
+    } else if (node.depth == 3 && inTask) {
+      places.itemLines.push_back(line);
+    }
+  }
+  return places;
+}
+
+// An item as it stands in the document.
+struct ListItem {
+  std::string key;
+  std::size_t line = 0;
+  bool isUsable = true;  // as far as its attributes go
+};
+
+class ListCheck {
+ public:
+  ListCheck(std::filesystem::path list, TaskFileReport& report)
+      : list_(std::move(list)), report_(report) {}
+
+  void Check(ptree& document, const std::string& text) {
+    places_ = FindItems(text.c_str());
+    if (text.find('\0') != std::string::npos) {
+      Warn(0, L"The list holds a NUL byte, and what follows it is not read; remove it.");
+    }
+    if (places_.secondList != 0) {
+      Warn(places_.secondList,
+           L"Only the first \"task\" in the first \"root\" is read; put all "
+           L"items into it.");
+    }
+    std::vector<Operation> operations;
+    const bool isRead = ReadOperationList(document, operations);
+    if (!isRead) report_.helperFails = true;
+    if (!CheckElements(document) || !isRead) return;
+    DropEqualKeys();
+    if (items_.size() != operations.size()) return;  // never so: both follow the same rules
+    CheckOrder();
+    CheckOperations(operations);
+  }
+
+  void Fail(std::size_t line, std::wstring text) {
+    report_.helperFails = true;
+    report_.findings.push_back({Severity::kError, false, list_, line, std::move(text)});
+  }
+
+ private:
+  void Warn(std::size_t line, std::wstring text) {
+    report_.findings.push_back({Severity::kWarning, false, list_, line, std::move(text)});
+  }
+
+  // False when there are no items to speak of.
+  bool CheckElements(const ptree& document) {
+    const auto root = document.find(kRoot);
+    if (root == document.not_found()) {
+      Fail(0,
+           L"There is no element \"root\" at the top, in just these letters; write "
+           L"<root><task>…</task></root>.");
+      return false;
+    }
+    const auto task = root->second.find(kTask);
+    if (task == root->second.not_found()) {
+      Fail(0,
+           L"There is no element \"task\" in the first \"root\", in just these letters; write "
+           L"<root><task>…</task></root>.");
+      return false;
+    }
+    const auto count = std::count_if(task->second.begin(), task->second.end(),
+                                     [](const auto& child) { return child.first != kAttributes; });
+    const bool hasLines = places_.itemLines.size() == static_cast<std::size_t>(count);
+    std::size_t number = 0;
+    bool isWhole = true;
+    for (const auto& [name, item] : task->second) {
+      if (name == kAttributes) continue;
+      const std::size_t line = hasLines ? places_.itemLines[number] : 0;
+      ++number;
+      isWhole &= CheckElement(name, item, line);
+    }
+    if (count == 0) Warn(0, L"The list is empty, so nothing is copied; add an item.");
+    return isWhole;
+  }
+
+  bool CheckElement(const std::string& name, const ptree& item, std::size_t line) {
+    const auto attributes = item.find(kAttributes);
+    if (name == kComment) {
+      Fail(line,
+           L"A comment in \"task\" makes the helper refuse the whole list; move it out of "
+           L"\"task\".");
+      return false;
+    }
+    if (name.find('.') != std::string::npos) {
+      Fail(line, L"The element's name " + Quoted(Utf8ToWide(name)) +
+                     L" holds a dot, which makes the helper refuse the whole list; name it "
+                     L"\"item\".");
+      return false;
+    }
+    if (attributes == item.not_found()) {
+      Fail(line,
+           L"An element without attributes in \"task\" makes the helper refuse the whole list; "
+           L"remove it, or give it key, src, dec and type.");
+      return false;
+    }
+    CheckAttributes(attributes->second, line);
+    return true;
+  }
+
+  void CheckAttributes(const ptree& attributes, std::size_t line) {
+    ListItem listed = {kMissingField, line, true};
+    std::array<int, 4> counts = {};
+    std::wstring others;
+    for (const auto& [name, value] : attributes) {
+      bool isKnown = false;
+      for (const auto& [field, fieldName] : OperationFieldNames()) {
+        if (name != fieldName) continue;
+        isKnown = true;
+        const auto place = static_cast<std::size_t>(field);
+        if (++counts[place] == 2) {
+          Warn(line, Quoted(Utf8ToWide(name)) +
+                         L" stands twice, and the first one counts; remove "
+                         L"one.");
+        }
+        if (counts[place] == 1) CheckField(field, value.data(), listed);
+      }
+      if (!isKnown) others += L" " + Quoted(Utf8ToWide(name)) + L" is not read.";
+    }
+    for (const auto& [field, fieldName] : OperationFieldNames()) {
+      if (counts[static_cast<std::size_t>(field)] != 0) continue;
+      const bool isPath = field == kSourceField || field == kDestinationField;
+      if (isPath) listed.isUsable = false;
+      Warn(line,
+           L"The item has no " + Quoted(Utf8ToWide(fieldName)) +
+               (field == kTypeField ? L", and so counts as a file; write type=\"dir\" or "
+                                      L"type=\"file\"."
+                : field == kKeyField ? L"; of all such items only the first counts. Give each "
+                                       L"a key of its own."
+                                     : L", and so cannot be copied; write it.") +
+               others);
+    }
+    items_.push_back(std::move(listed));
+  }
+
+  void CheckField(std::int32_t field, const std::string& text, ListItem& listed) {
+    const std::wstring name = Utf8ToWide(OperationFieldNames().at(field));
+    if (field == kKeyField) {
+      listed.key = text;
+    } else if (field == kTypeField) {
+      if (text == kFolderType || text == "file") return;
+      Warn(listed.line, Quoted(Utf8ToWide(text)) +
+                            L" is not \"dir\", in just these letters, and so means a file; write "
+                            L"\"dir\" or \"file\".");
+    } else if (text.find('\0') != std::string::npos) {
+      Warn(listed.line, Quoted(name) + L" holds a NUL character and is cut off there; remove it.");
+    } else if (Utf8ToWide(text).empty() && !text.empty()) {
+      listed.isUsable = false;
+      Warn(listed.line, Quoted(name) +
+                            L" is not UTF-8, which the texts of a list are whatever its "
+                            L"first line says; save the list as UTF-8.");
+    }
+  }
+
+  // Leaves the items that count, in the helper's order of keys.
+  void DropEqualKeys() {
+    std::stable_sort(items_.begin(), items_.end(), [](const ListItem& left, const ListItem& right) {
+      return left.key < right.key;
+    });
+    std::vector<ListItem> kept;
+    for (ListItem& item : items_) {
+      if (kept.empty() || item.key != kept.back().key) {
+        kept.push_back(std::move(item));
+        continue;
+      }
+      Warn(item.line, L"The key " + Quoted(Utf8ToWide(item.key)) + L" stands in line " +
+                          std::to_wstring(kept.back().line) +
+                          L" already, so this item is left out; give it another key.");
+    }
+    items_ = std::move(kept);
+  }
+
+  // Keys that look like numbers should not surprise.
+  void CheckOrder() {
+    const auto isNumber = [](const std::string& key) {
+      return !key.empty() && key.size() < 19 &&
+             key.find_first_not_of("0123456789") == std::string::npos;
+    };
+    for (std::size_t i = 1; i < items_.size(); ++i) {
+      const std::string& before = items_[i - 1].key;
+      const std::string& key = items_[i].key;
+      if (!isNumber(before) || !isNumber(key) || std::stoll(before) <= std::stoll(key)) continue;
+      Warn(items_[i].line,
+           L"The key \"" + Utf8ToWide(key) + L"\" comes after \"" + Utf8ToWide(before) +
+               L"\", because keys are compared sign by sign; write them with equally "
+               L"many digits.");
+      return;
+    }
+  }
+
+  void CheckOperations(const std::vector<Operation>& operations) {
+    // Folders first, as the helper carries them out.
+    std::vector<std::size_t> order(operations.size());
+    for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+    std::stable_partition(order.begin(), order.end(),
+                          [&](std::size_t i) { return operations[i].isFolder; });
+    std::vector<CopyItem> copies;
+    std::vector<std::size_t> lines;
+    for (const std::size_t i : order) {
+      // As far as the first NUL, like the helper.
+      CopyItem copy = {Utf8ToWide(operations[i].source.c_str()),
+                       Utf8ToWide(operations[i].destination.c_str()), operations[i].isFolder};
+      if (!items_[i].isUsable) {
+        Step step;
+        step.kind = copy.isFolder ? Step::Kind::kCopyFolder : Step::Kind::kCopyFile;
+        step.source = std::move(copy.source);
+        step.destination = std::move(copy.destination);
+        step.text = L"copies nothing, for the item in line " + std::to_wstring(items_[i].line);
+        report_.steps.push_back(std::move(step));
+        continue;
+      }
+      copies.push_back(std::move(copy));
+      lines.push_back(items_[i].line);
+    }
+    CopyCheck check = CheckCopies(copies, Origin::kList);
+    for (CopyRemark& found : check.remarks) {
+      if (found.remark.weight == Weight::kEmpties) continue;  // the steps say so
+      report_.findings.push_back({Severity::kWarning, found.remark.weight == Weight::kHarms, list_,
+                                  lines[found.item], std::move(found.remark.text)});
+    }
+    report_.steps.insert(report_.steps.end(), std::make_move_iterator(check.steps.begin()),
+                         std::make_move_iterator(check.steps.end()));
+  }
+
+  const std::filesystem::path list_;
+  TaskFileReport& report_;
+  ItemPlaces places_;
+  std::vector<ListItem> items_;
+};
+
+}  // namespace
+
+void CheckOperationList(const std::string& listPath, const std::filesystem::path& taskFile,
+                        std::size_t line, TaskFileReport& report) {
+  const std::wstring shown = AnsiToWide(listPath);
+  if (!shown.empty() && !IsAbsolute(shown)) {
+    report.findings.push_back({Severity::kWarning, false, taskFile, line,
+                               L"The list's path " + Quoted(shown) +
+                                   L" is relative to whatever folder the helper is started in; "
+                                   L"write the whole path."});
+  }
+  ListCheck check(shown, report);
+  XMLParse store;
+  const bool isLoaded = store.LoadFile(listPath) != 0;
+  if (!isLoaded) report.helperFails = true;
+  const std::optional<std::string> text = ReadBytes(listPath);
+  if (text && isLoaded) {
+    check.Check(store.GetTree(), *text);
+    return;
+  }
+  if (!text) {
+    const std::wstring misread = Utf8ToWide(listPath);
+    const bool isElsewhere = misread != shown && PathExists(listPath.c_str());
+    report.helperFails = true;
+    report.findings.push_back(
+        {Severity::kError, false, taskFile, line,
+         L"The list " + Quoted(shown) +
+             (isElsewhere
+                  ? L" cannot be read; the path is in UTF-8, but task files are read in the "
+                    L"system's code page. Save the task file in that, or use ASCII."
+                  : L" does not exist, cannot be read, is no file on a disk, or has 2 GiB "
+                    L"and more; write the path of the list.")});
+    return;
+  }
+  DocumentError why;
+  ptree ignored;
+  const bool isWide = text->compare(0, 2, "\xFF\xFE") == 0 || text->compare(0, 2, "\xFE\xFF") == 0;
+  if (isWide) {
+    check.Fail(1, L"The list is in UTF-16; save it as UTF-8.");
+  } else if (!ParseDocument(text->c_str(), ignored, &why)) {
+    check.Fail(why.line, L"The list is no XML that the helper can read: " +
+                             Utf8ToWide(why.message) + L". Put that right" +
+                             (std::strlen(text->c_str()) < text->size()
+                                  ? L"; it ends at a NUL byte for the helper."
+                                  : L"."));
+  } else {
+    check.Fail(0, L"The list could not be read; it may have changed meanwhile.");
+  }
+}
+
+}  // namespace uaclient
