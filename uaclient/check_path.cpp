@@ -119,8 +119,6 @@ Place Describe(const std::wstring& fullPath, std::wstring composed) {
 
 }  // namespace
 
-std::wstring Quoted(const std::wstring& text) { return L"\"" + text + L"\""; }
-
 bool IsPlainName(const std::wstring& name) {
   const auto isSign = [](wchar_t c) {
     return c < L' ' || std::wcschr(L"<>:\"/\\|?*", c) != nullptr;

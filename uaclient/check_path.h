@@ -6,6 +6,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "uaclient/win32.h"
+
 namespace uaclient {
 
 // What speaks against a copy, from the harmless to the worst.
@@ -27,8 +29,6 @@ using Remarks = std::vector<Remark>;
 // kMaxFilePath.
 constexpr std::size_t kMaxFilePath = 259;
 constexpr std::size_t kMaxFolderPath = 247;
-
-std::wstring Quoted(const std::wstring& text);
 
 // Whether a file's name is one by which every Windows program finds the file again: no sign with a
 // meaning of its own, no blank or dot at its end, no device's name.
