@@ -13,6 +13,7 @@
 
 #include "corekit/text.h"
 #include "support.h"
+#include "uactl/arguments.h"
 
 namespace {
 
@@ -127,6 +128,37 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"run none.ini", "none.ini\" does not exist"},
       {"run .", "folder"}};
   for (const auto& [line, named] : lines) EXPECT_THAT(Refusal(Words(line)), HasSubstr(named));
+}
+
+TEST_F(Uactl, ReadsTimesDaysAndArguments) {
+  using Every = uaclient::Job::Every;
+  struct Case {
+    std::string line;
+    Every every;
+    int minutes;  // from midnight on
+    std::uint32_t days;
+  };
+  const Case cases[] = {{"daily N 00:00 P", Every::kDay, 0, 0},
+                        {"weekly N 07:05 mon,Wednesday,FRI,mon P", Every::kWeek, 425, 42},
+                        {"weekly N 23:59 sun,tues,thu,sat P", Every::kWeek, 1439, 85},
+                        {"monthly N 12:30 1,15,31 P", Every::kMonth, 750, 0x40004001}};
+  for (const Case& c : cases) {
+    std::vector<std::wstring> words;
+    for (const std::string& word : Words(c.line)) words.push_back(Utf8ToWide(word));
+    // As they are: options of the program, and text that is no UTF-16.
+    const std::vector<std::wstring> given = {L"--help", L"", L"/?", L"--", L"a b\\", L"\xD83D"};
+    words.insert(words.end(), given.begin(), given.end());
+    const auto job = std::get<uaclient::Job>(ReadArguments(words).request);
+    EXPECT_EQ(job.name, Utf8ToWide(kJob));
+    EXPECT_EQ(job.program, Utf8ToWide(kProgram));
+    EXPECT_EQ(job.arguments, given);
+    EXPECT_TRUE(job.every == c.every && job.hour * 60 + job.minute == c.minutes) << c.line;
+    EXPECT_EQ(job.days, c.days) << c.line;
+  }
+  const Arguments run =
+      ReadArguments({L"run", L"--timeout", L"90", L"--fast", Utf8ToWide(kProgram)});
+  EXPECT_EQ(run.options.timeout, std::chrono::seconds(90));
+  EXPECT_EQ(run.options.comparison, uaclient::Comparison::kSizeAndTime);
 }
 
 // Whatever is typed is one value, or is refused and shown harmlessly.
