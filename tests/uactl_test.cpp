@@ -6,12 +6,14 @@
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "corekit/text.h"
 #include "support.h"
+#include "uactl/arguments.h"
 
 namespace {
 
@@ -53,10 +55,10 @@ class Uactl : public testing::Test {
     EXPECT_EQ(result.exitCode, exitCode) << testing::PrintToString(arguments) << result.errors;
     return result.output + result.errors;
   }
-  // The one line by which it refuses what was asked for.
+  // The lines, all fit to be shown, by which it refuses what was asked for.
   static std::string Refusal(const Strings& arguments, unsigned long exitCode = 2) {
     const std::string text = Says(exitCode, arguments);
-    EXPECT_THAT(text, MatchesRegex("uactl: .+\n"));
+    EXPECT_TRUE(std::regex_match(text, std::regex("(uactl: [^\\x01-\\x1F\\x7F]+\n)+"))) << text;
     return text;
   }
   // The text of a check, written from what the same check says to programs.
@@ -117,8 +119,6 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"daily N 12:60 P a", "\"12:60\""},
       {"daily N 12:00:00 P a", "\"12:00:00\""},
       {"daily N -1:00 P a", "\"-1:00\""},
-      {"daily n/m 08:00 P a", "\"n/m\""},
-      {"daily 😀 08:00 P a", "\"😀\""},
       {"weekly N 08:00 mon,,tue P a", "\"\" is no weekday"},
       {"weekly N 08:00 mo P a", "\"mo\""},
       {"weekly N 08:00 tue,mondays P a", "\"mondays\""},
@@ -130,18 +130,51 @@ TEST_F(Uactl, RefusesBadArguments) {
   for (const auto& [line, named] : lines) EXPECT_THAT(Refusal(Words(line)), HasSubstr(named));
 }
 
-// Whatever is typed is one value, or is refused with one line that shows it harmlessly.
+TEST_F(Uactl, ReadsTimesDaysAndArguments) {
+  using Every = uaclient::Job::Every;
+  struct Case {
+    std::string line;
+    Every every;
+    int minutes;  // from midnight on
+    std::uint32_t days;
+  };
+  const Case cases[] = {{"daily N 00:00 P", Every::kDay, 0, 0},
+                        {"weekly N 07:05 mon,Wednesday,FRI,mon P", Every::kWeek, 425, 42},
+                        {"weekly N 23:59 sun,tues,thu,sat P", Every::kWeek, 1439, 85},
+                        {"monthly N 12:30 1,15,31 P", Every::kMonth, 750, 0x40004001}};
+  for (const Case& c : cases) {
+    std::vector<std::wstring> words;
+    for (const std::string& word : Words(c.line)) words.push_back(Utf8ToWide(word));
+    // As they are: options of the program, and text that is no UTF-16.
+    const std::vector<std::wstring> given = {L"--help", L"", L"/?", L"--", L"a b\\", L"\xD83D"};
+    words.insert(words.end(), given.begin(), given.end());
+    const auto job = std::get<uaclient::Job>(ReadArguments(words).request);
+    EXPECT_EQ(job.name, Utf8ToWide(kJob));
+    EXPECT_EQ(job.program, Utf8ToWide(kProgram));
+    EXPECT_EQ(job.arguments, given);
+    EXPECT_TRUE(job.every == c.every && job.hour * 60 + job.minute == c.minutes) << c.line;
+    EXPECT_EQ(job.days, c.days) << c.line;
+  }
+  const Arguments run =
+      ReadArguments({L"run", L"--timeout", L"90", L"--fast", Utf8ToWide(kProgram)});
+  EXPECT_EQ(run.options.timeout, std::chrono::seconds(90));
+  EXPECT_EQ(run.options.comparison, uaclient::Comparison::kSizeAndTime);
+}
+
+// Whatever is typed is one value, or is refused and shown harmlessly.
 TEST_F(Uactl, TypedTextAddsNoLineAndNoKey) {
-  Strings names = {"", " a", "a ", "a.", "[Task]", "a\nexe_arguments=b", "a\rb", "a\x1B[2J"};
-  for (const char sign : std::string("\\/:*?<>|")) names.push_back(sign + std::string("a"));
+  Strings names = {"", " " + kJob, "[Task]", "😀"};
+  for (const char* end : {" ", ".", "\nexe_arguments=b", "\r", "\x1B[2J"})
+    names.push_back(kJob + end);
+  for (const char sign : std::string("\\/:*?<>|")) names.push_back(sign + kJob);
   for (const std::string& name : names) {
     Refusal({"unschedule", name});
-    Refusal({"daily", name, "08:00", kProgram, "a"});
   }
   for (const char* text : {"a\n[Task]", "[a]", "a\nexe_path=C:\\none.exe", "a\r", "😀"}) {
     Refusal({"daily", kJob, "08:00", kProgram, "a", text});
     Refusal({"daily", kJob, "08:00", kProgram + text, "a"});
   }
+  Refusal({"daily", names.back(), "08:00", kProgram, "a"});
   Refusal({"copy", folder_.Path(), folder_ / "a\n/b"});
 }
 
@@ -201,7 +234,9 @@ TEST_F(Uactl, SchedulesAndUnschedules) {
 TEST_F(Uactl, ChecksAndRunsTaskFiles) {
   const std::string file = folder_ / "task.ini";
   const std::string list = folder_ / "list.xml";
-  const std::string job = "[Task]\ntype=0\ntask_name=" + kJob;
+  const std::string job = "[Task]\ntype=0\ntask_name=" + Utf8ToAnsi(kJob) +
+                          "\ntime_type=2\ntime_weekday=0\ntime_monthday=0\nexe_path=" + kProgram +
+                          "\nruntime=2030-01-01T08:00:00";
   struct Case {
     std::string text;
     unsigned long check;
@@ -209,11 +244,11 @@ TEST_F(Uactl, ChecksAndRunsTaskFiles) {
     Strings said;  // by the check
   };
   const std::vector<Case> cases = {
-      {"[Task]\ntype=1\nxml_path=" + list + "\n", 0, 0, {"plan: copies "}},
-      {"[Task]\ntype=1\nxml_path=" + list, 2, 1, {"task.ini:3: error: "}},
+      {"[Task]\ntype=1\nxml_path=" + FullPath(list) + "\n", 0, 0, {"plan: copies "}},
+      {"[Task]\ntype=1\nxml_path=" + FullPath(list), 2, 1, {"error: ", "task.ini:3: warning: "}},
       {"[Task]\ntype=7\n", 2, 1, {"task.ini:2: error: "}},
       {"", 2, 1, {"task.ini: error: "}},
-  };
+      {job + "\nexe_arguments=a", 1, 1, {"task.ini:9: ", "plan: deletes the job \"" + kJob}}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.text);
     WriteTree(folder_.Path(), {{"a", "aa"}, {"task.ini", c.text}});

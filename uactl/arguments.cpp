@@ -3,7 +3,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cwchar>
-#include <cwctype>
 #include <memory>
 #include <optional>
 
@@ -95,7 +94,7 @@ std::uint32_t Days(const std::wstring& days, int (*bitOf)(const std::wstring&)) 
 // From the drive down. A separator at its end stays.
 fs::path FullPath(const std::wstring& path) {
   std::error_code error;
-  const fs::path full = fs::absolute(path, error);
+  fs::path full = fs::absolute(path, error);
   if (path.empty() || error) Refuse(path, L"is not the path of a file or folder.");
   return full;
 }

@@ -12,7 +12,11 @@ HANDLE HandleOf(Stream stream) {
   return GetStdHandle(stream == Stream::kOutput ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
 }
 
-bool IsControl(wchar_t c) { return c < L' ' || (c >= 0x7F && c <= 0x9F); }
+// The last two ranges break lines and turn the direction of writing.
+bool IsControl(wchar_t c) {
+  return c < 0x20 || (c >= 0x7F && c <= 0x9F) || (c >= 0x2028 && c <= 0x202E) ||
+         (c >= 0x2066 && c <= 0x2069);
+}
 
 // Of a console window, in characters; one is kept free, so that the cursor stays on its line.
 std::size_t Width() {

@@ -45,13 +45,13 @@ struct Carrier {
     return ReportRun(RunShowingProgress(plan, options), L"");
   }
   Report operator()(const uaclient::Job& job) const {
-    return ReportRun(RunShowingProgress(job, options), L"registered");
+    return ReportRun(RunShowingProgress(job, options), L"was registered");
   }
   Report operator()(const uaclient::JobRemoval& removal) const {
-    return ReportRun(RunShowingProgress(removal, options), L"deleted");
+    return ReportRun(RunShowingProgress(removal, options), L"was deleted");
   }
   Report operator()(const uaclient::TaskFile& task) const {
-    Report report = ReportRun(RunShowingProgress(task, options), L"carried out");
+    Report report = ReportRun(RunShowingProgress(task, options), L"is as the task file says");
     // The arguments were right; what is wrong stands in the file.
     if (report.exitCode == kExitRefused) report.exitCode = kExitNotDone;
     return report;

@@ -56,7 +56,7 @@ bool WasLookedAt(Status status) {
   return status == Status::kDone || status == Status::kIncomplete || status == Status::kFailed;
 }
 
-// What was not even started is named by what speaks against it.
+// Of what was not even started: what speaks against it.
 Report ReportRefusal(const uaclient::Findings& findings) {
   Report report;
   report.exitCode = kExitRefused;
@@ -65,6 +65,7 @@ Report ReportRefusal(const uaclient::Findings& findings) {
       report.errors += FindingLine(finding);
     }
   }
+  report.errors += ErrorLine(L"Nothing was started.");
   return report;
 }
 
@@ -99,7 +100,7 @@ std::wstring ProgressText(const uaclient::Progress& progress) {
          Size(progress.bytes) + L" of " + Size(progress.allBytes) + L", " + Size(rate) + L"/s";
 }
 
-Report ReportRun(const uaclient::Result& result, const std::wstring& jobsDone) {
+Report ReportRun(const uaclient::Result& result, const std::wstring& jobDone) {
   if (result.status == Status::kInvalid) return ReportRefusal(result.findings);
   Report report;
   report.exitCode = result.status == Status::kDone ? kExitDone : kExitNotDone;
@@ -108,7 +109,7 @@ Report ReportRun(const uaclient::Result& result, const std::wstring& jobsDone) {
   for (const uaclient::Item& item : result.items) {
     copies |= item.job.empty();
     if (item.done && !item.job.empty()) {
-      report.output += Line(L"The job \"" + item.job + L"\" was " + jobsDone + L".");
+      report.output += Line(L"The job \"" + item.job + L"\" " + jobDone + L".");
     }
     if (!item.reason.empty() && item.reason != result.reason) {
       const std::wstring name = item.job.empty() ? item.destination.wstring() : item.job;

@@ -25,8 +25,8 @@ std::wstring ErrorLine(const std::wstring& text);
 // How far the helper is, in one line.
 std::wstring ProgressText(const uaclient::Progress& progress);
 
-// Says of jobs that they were `jobsDone`.
-Report ReportRun(const uaclient::Result& result, const std::wstring& jobsDone);
+// What became of a run. Of a job that was dealt with it says `jobDone`, such as "was deleted".
+Report ReportRun(const uaclient::Result& result, const std::wstring& jobDone);
 
 // As compilers do: FILE:LINE: error: TEXT, then a line "plan: TEXT" for every step.
 Report ReportCheck(const uaclient::TaskFileReport& report);
