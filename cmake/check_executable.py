@@ -6,6 +6,7 @@ import sys
 
 SYSTEM_DLLS = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "ntdll.dll", "ole32.dll", "oleaut32.dll", "shell32.dll",
                "user32.dll"}
+START_DLLS = {"kernel32.dll", "msvcrt.dll", "ntdll.dll"}  # all others take as long to load as the rest of a start
 CHARACTERISTICS = {"high-entropy ASLR": 0x0020, "ASLR": 0x0040, "DEP": 0x0100}
 WRITABLE, EXECUTABLE = 0x80000000, 0x20000000
 
@@ -52,6 +53,7 @@ while u32(at + 12):
     name = offset(u32(at + 12))
     imports.add(data[name : data.index(b"\0", name)].decode().lower())
     at += 20
+faults += [f"loads {name} at its start (uactask_delay_load)" for name in sorted(imports & SYSTEM_DLLS - START_DLLS)]
 # DLLs that are loaded on the first call stand in no table that every linker fills.
 imports |= {name.decode().lower() for name in re.findall(rb"[\w.-]+\.dll(?=\0)", data)}
 faults += [f"imports {name}" for name in sorted(imports - SYSTEM_DLLS)]
