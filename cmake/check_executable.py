@@ -1,11 +1,12 @@
-"""Checks a built program: imports, hardening, sections, resources and size. Usage: check_executable.py FILE VERSION SIZE"""
+"""Checks a program that ships: imports, hardening, sections, resources and size.
+Usage: check_executable.py FILE VERSION MAX_SIZE"""
 
 import re
 import struct
 import sys
 
-SYSTEM_DLLS = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "ntdll.dll", "ole32.dll", "oleaut32.dll", "shell32.dll",
-               "user32.dll"}
+SYSTEM_DLLS = {f"{name}.dll" for name in ("advapi32", "kernel32", "msvcrt", "ntdll", "ole32", "oleaut32", "shell32",
+                                          "shlwapi", "user32")}
 START_DLLS = {"kernel32.dll", "msvcrt.dll", "ntdll.dll"}  # all others take as long to load as the rest of a start
 CHARACTERISTICS = {"high-entropy ASLR": 0x0020, "ASLR": 0x0040, "DEP": 0x0100}
 WRITABLE, EXECUTABLE = 0x80000000, 0x20000000
