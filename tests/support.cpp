@@ -168,7 +168,9 @@ class Capture {
  public:
   explicit Capture(const wchar_t* name) {
     SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-    const std::wstring path = name + std::to_wstring(GetCurrentProcessId());
+    static int count = 0;  // another process may still have the one before
+    const std::wstring path =
+        name + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(++count);
     handle_ = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_DELETE,
                           &inherit, CREATE_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE, nullptr);
     EXPECT_NE(handle_, INVALID_HANDLE_VALUE);
