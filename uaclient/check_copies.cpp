@@ -30,21 +30,23 @@ std::wstring ParentOf(const std::wstring& fullPath) {
 // Goes through the items and remembers what those before have changed.
 class Checker {
  public:
-  Checker(const std::vector<CopyItem>& items, Origin origin) : items_(items), origin_(origin) {}
+  Checker(std::vector<CopyItem> items, Origin origin) : items_(std::move(items)), origin_(origin) {}
 
   CopyCheck Check() {
     for (at_ = 0; at_ < items_.size(); ++at_) {
       const CopyItem& item = items_[at_];
       Step step;
       step.kind = item.isFolder ? Step::Kind::kCopyFolder : Step::Kind::kCopyFile;
-      step.source = item.source;
-      step.destination = item.destination;
       step.text = L"copies nothing to " + Quoted(item.destination.native());
       CheckItem(item, step);
       result_.steps.push_back(std::move(step));
     }
     CheckOverlaps();
     CheckRoom();
+    for (std::size_t i = 0; i < items_.size(); ++i) {
+      result_.steps[i].source = std::move(items_[i].source);
+      result_.steps[i].destination = std::move(items_[i].destination);
+    }
     std::stable_sort(
         result_.remarks.begin(), result_.remarks.end(),
         [](const CopyRemark& left, const CopyRemark& right) { return left.item < right.item; });
@@ -76,12 +78,13 @@ class Checker {
   // none.
   std::wstring CheckPath(const std::wstring& path, bool isFolder) {
     Remarks remarks = CheckPathText(path);
-    const bool isUsable = remarks.empty() || remarks.front().weight < Weight::kFails;
+    const bool isPlain = remarks.empty();
+    const bool isUsable = isPlain || remarks.front().weight < Weight::kFails;
     AddAll(std::move(remarks));
     // What somebody wrote into a list the helper tries; of a plan there is nothing more to know.
     const std::wstring full =
-        isUsable || origin_ == Origin::kList ? FullPath(path) : std::wstring();
-    if (full.empty()) return full;
+        isUsable || origin_ == Origin::kList ? FullPath(path, isPlain) : std::wstring();
+    if (full.empty()) return {};
     if (IsRoot(full)) {
       Add(Weight::kHarms, Quoted(path) + L" is a whole drive or share; name a folder on it.");
       return {};
@@ -309,7 +312,7 @@ class Checker {
     }
   }
 
-  const std::vector<CopyItem>& items_;
+  std::vector<CopyItem> items_;
   const Origin origin_;
   std::size_t at_ = 0;  // the item that remarks are on
   Places places_;
@@ -321,8 +324,8 @@ class Checker {
 
 }  // namespace
 
-CopyCheck CheckCopies(const std::vector<CopyItem>& items, Origin origin) {
-  return Checker(items, origin).Check();
+CopyCheck CheckCopies(std::vector<CopyItem> items, Origin origin) {
+  return Checker(std::move(items), origin).Check();
 }
 
 std::vector<std::size_t> HelperOrder(const std::vector<CopyItem>& items) {
@@ -342,7 +345,7 @@ Findings CopyPlan::Check() const {
   for (const std::size_t item : HelperOrder(items_)) ordered.push_back(items_[item]);
 
   Findings findings;
-  for (CopyRemark& found : CheckCopies(ordered, Origin::kPlan).remarks) {
+  for (CopyRemark& found : CheckCopies(std::move(ordered), Origin::kPlan).remarks) {
     const bool isError = found.remark.weight >= Weight::kFails;
     findings.push_back({isError ? Severity::kError : Severity::kWarning,
                         found.remark.weight == Weight::kHarms,

@@ -25,7 +25,7 @@ struct CopyCheck {
 };
 
 // `items` in the helper's order: folders first.
-CopyCheck CheckCopies(const std::vector<CopyItem>& items, Origin origin);
+CopyCheck CheckCopies(std::vector<CopyItem> items, Origin origin);
 
 // The order in which the helper carries items out: their indexes, folders first.
 std::vector<std::size_t> HelperOrder(const std::vector<CopyItem>& items);

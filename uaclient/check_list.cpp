@@ -285,7 +285,7 @@ class ListCheck {
       copies.push_back(std::move(copy));
       lines.push_back(items_[i].line);
     }
-    CopyCheck check = CheckCopies(copies, Origin::kList);
+    CopyCheck check = CheckCopies(std::move(copies), Origin::kList);
     for (CopyRemark& found : check.remarks) {
       if (found.remark.weight == Weight::kEmpties) continue;  // the steps say so
       report_.findings.push_back({Severity::kWarning, found.remark.weight == Weight::kHarms, list_,

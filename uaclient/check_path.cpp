@@ -21,6 +21,10 @@ constexpr DWORD kMaxUnits = 32768;
 // that a path of thousands of folders costs no more than another.
 constexpr std::size_t kMaxLookedAt = 4 * MAX_PATH;
 
+// A folder in which many files are looked up is cheaper to list, unless it is huge.
+constexpr std::size_t kLooksBeforeListing = 50;
+constexpr std::size_t kMaxListed = 1'000'000;
+
 bool IsSeparator(wchar_t c) { return c == L'\\' || c == L'/'; }
 
 bool IsLetter(wchar_t c) { return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z'); }
@@ -33,21 +37,33 @@ bool IsNetworkPath(const std::wstring& path) {
   return path.size() >= 2 && IsSeparator(path[0]) && IsSeparator(path[1]);
 }
 
+bool HasLoneSurrogate(const std::wstring& text) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (IS_HIGH_SURROGATE(text[i]) && i + 1 < text.size() && IS_LOW_SURROGATE(text[i + 1])) {
+      ++i;
+    } else if (text[i] >= HIGH_SURROGATE_START && text[i] <= LOW_SURROGATE_END) {
+      return true;
+    }
+  }
+  return false;
+}
+
 // CON, NUL, COM1 and so on, with or without an extension.
-bool IsDeviceName(const std::wstring& name) {
-  constexpr std::array<std::wstring_view, 6> kNames = {L"CON", L"PRN",    L"AUX",
-                                                       L"NUL", L"CONIN$", L"CONOUT$"};
-  constexpr std::array<std::wstring_view, 2> kNumbered = {L"COM", L"LPT"};
-  std::wstring stem = name.substr(0, name.find(L'.'));
-  stem.erase(stem.find_last_not_of(L' ') + 1);
-  const auto is = [&stem](std::wstring_view device, std::size_t size) {
-    return stem.size() == size && _wcsnicmp(stem.c_str(), device.data(), device.size()) == 0;
+bool IsDeviceName(std::wstring_view name) {
+  // "#" is a digit.
+  constexpr std::array<std::wstring_view, 8> kDevices = {L"CON",    L"PRN",     L"AUX",  L"NUL",
+                                                         L"CONIN$", L"CONOUT$", L"COM#", L"LPT#"};
+  name = name.substr(0, name.find(L'.'));
+  name = name.substr(0, name.find_last_not_of(L' ') + 1);
+  const auto matches = [](wchar_t c, wchar_t device) {
+    constexpr std::wstring_view kDigits = L"0123456789\u00B9\u00B2\u00B3";
+    if (device == L'#') return kDigits.find(c) != std::wstring_view::npos;
+    return c == device || (c >= L'a' && c <= L'z' && c - L'a' + L'A' == device);
   };
-  return std::any_of(kNames.begin(), kNames.end(),
-                     [&](std::wstring_view device) { return is(device, device.size()); }) ||
-         std::any_of(kNumbered.begin(), kNumbered.end(), [&](std::wstring_view device) {
-           return is(device, 4) && std::wcschr(L"0123456789\u00B9\u00B2\u00B3", stem[3]) != nullptr;
-         });
+  return std::any_of(kDevices.begin(), kDevices.end(), [&](std::wstring_view device) {
+    return name.size() == device.size() &&
+           std::equal(name.begin(), name.end(), device.begin(), matches);
+  });
 }
 
 // Asks the system where an existing path leads; L"" when it cannot say.
@@ -81,6 +97,14 @@ std::wstring Joined(const std::wstring& folder, const std::wstring& name) {
   return folder.empty() || folder.back() == L'\\' ? folder + name : folder + L"\\" + name;
 }
 
+template <typename Data>
+void SetData(Place& place, const Data& data) {
+  place.exists = true;
+  place.attributes = data.dwFileAttributes;
+  place.isFolder = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+  if (!place.isFolder) place.size = std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+}
+
 // Looks at the path itself; what lies above it has led to `composed`.
 Place Describe(const std::wstring& fullPath, std::wstring composed) {
   Place place;
@@ -89,10 +113,7 @@ Place Describe(const std::wstring& fullPath, std::wstring composed) {
   if (!GetFileAttributesExW(Verbatim(fullPath).c_str(), GetFileExInfoStandard, &data)) {
     return place;
   }
-  place.exists = true;
-  place.attributes = data.dwFileAttributes;
-  place.isFolder = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-  if (!place.isFolder) place.size = std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+  SetData(place, data);
   // Of a file the folder above tells where it is, unless its own name is a link or a short one.
   if (place.isFolder || (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 ||
       fullPath.find(L'~') != std::wstring::npos) {
@@ -102,11 +123,17 @@ Place Describe(const std::wstring& fullPath, std::wstring composed) {
   return place;
 }
 
+std::wstring UpperCase(std::wstring text) {
+  CharUpperBuffW(text.data(), static_cast<DWORD>(text.size()));
+  return text;
+}
+
 }  // namespace
 
-bool IsPlainName(const std::wstring& name) {
-  const auto isSign = [](wchar_t c) {
-    return c < L' ' || std::wcschr(L"<>:\"/\\|?*", c) != nullptr;
+bool IsPlainName(std::wstring_view name) {
+  constexpr std::wstring_view kSigns = L"<>:\"/\\|?*";
+  const auto isSign = [&](wchar_t c) {
+    return c < L' ' || (c < 0x80 && kSigns.find(c) != std::wstring_view::npos);
   };
   return !name.empty() && std::none_of(name.begin(), name.end(), isSign) && name.back() != L' ' &&
          name.back() != L'.' && !IsDeviceName(name);
@@ -117,48 +144,58 @@ bool IsAbsolute(const std::wstring& path) {
 }
 
 Remarks CheckPathText(const std::wstring& path) {
+  const auto fails = [&path](const std::wstring& text) {
+    return Remarks{{Weight::kFails, Quoted(path) + text}};
+  };
   if (path.empty()) return {{Weight::kFails, L"The path is empty; write where it leads."}};
-  const std::wstring shown = Quoted(path);
   if (std::any_of(path.begin(), path.end(), [](wchar_t c) { return c < L' '; }) ||
-      Utf8ToWide(WideToUtf8(path)) != path) {
-    return {{Weight::kFails, shown +
-                                 L" holds a control character or half of a surrogate pair, which "
-                                 L"no list can carry; give the file another name."}};
+      HasLoneSurrogate(path)) {
+    return fails(
+        L" holds a control character or half of a surrogate pair, which no list can carry; give "
+        L"the "
+        L"file another name.");
   }
   if (IsNetworkPath(path) && path.size() > 3 && (path[2] == L'?' || path[2] == L'.') &&
       IsSeparator(path[3])) {
-    return {{Weight::kFails, shown + L" names a device, or is a path that Windows takes as it "
-                                     L"stands; the helper cannot walk it. Write it without the "
-                                     L"prefix."}};
+    return fails(
+        L" names a device, or is a path that Windows takes as it stands; the helper cannot walk "
+        L"it. "
+        L"Write it without the prefix.");
   }
   if (!IsAbsolute(path)) {
-    return {{Weight::kFails, shown + L" is relative to whatever folder the helper is started in; "
-                                     L"write the whole path from its drive on."}};
+    return fails(
+        L" is relative to whatever folder the helper is started in; write the whole path from its "
+        L"drive on.");
   }
 
-  Remarks remarks;
-  bool doubled = false;
+  bool isDoubled = false;
   for (std::size_t at = 2; at < path.size();) {
-    const std::size_t end = std::min(path.find_first_of(kSeparators, at), path.size());
-    const std::wstring name = path.substr(at, end - at);
-    if (name.empty() && at > 2 && at < path.size()) doubled = true;
-    if (name == L"." || name == L"..") {
-      remarks.push_back(
-          {Weight::kFails, shown + L" holds " + Quoted(name) + L"; write the path out."});
-    } else if (!name.empty() && !IsPlainName(name)) {
-      remarks.push_back(
-          {Weight::kFails,
-           shown + L" holds " + Quoted(name) +
-               L", which names something else than it says: < > : \" | ? * have meanings of their "
-               L"own, blanks and dots at the end are dropped, and some names are devices. Use "
-               L"another name."});
+    const auto end =
+        std::find_if(path.begin() + static_cast<std::ptrdiff_t>(at), path.end(), IsSeparator);
+    const auto next = static_cast<std::size_t>(end - path.begin());
+    const std::wstring_view name = std::wstring_view(path).substr(at, next - at);
+    if (name.empty()) {
+      isDoubled |= at > 2;
+    } else if (name == L"." || name == L"..") {
+      return fails(L" holds " + Quoted(std::wstring(name)) + L"; write the path out.");
+    } else if (!IsPlainName(name)) {
+      return fails(
+          L" holds " + Quoted(std::wstring(name)) +
+          L", which names something else than it says: < > : \" | ? * have meanings of their own, "
+          L"blanks and dots at the end are dropped, and some names are devices. Use another name.");
     }
-    at = end + 1;
+    at = next + 1;
   }
-  if (doubled) {
-    remarks.push_back({Weight::kDoubt, shown + L" holds two separators in a row; write one."});
-  }
-  return remarks;
+  if (!isDoubled) return {};
+  return {{Weight::kDoubt, Quoted(path) + L" holds two separators in a row; write one."}};
+}
+
+std::wstring FullPath(const std::wstring& path, bool isPlain) {
+  if (!isPlain) return FullPath(path);
+  std::wstring full = path;
+  std::replace(full.begin(), full.end(), L'/', L'\\');
+  if (full.size() > 3 && full.back() == L'\\') full.pop_back();
+  return full;
 }
 
 std::wstring FullPath(const std::wstring& path) {
@@ -189,27 +226,72 @@ Place Places::Look(const std::wstring& fullPath) {
   // Down from the root to the folder above, as far as there is anything.
   const std::size_t last = fullPath.rfind(L'\\');
   std::size_t at = RootSize(fullPath);
-  const std::wstring root = fullPath.substr(0, at);
-  const Place* above = &Folder(root, root);
-  while (above->isFolder && at < last) {
-    const std::size_t end = std::min(fullPath.find(L'\\', at + 1), last);
-    const std::size_t name = fullPath[at] == L'\\' ? at + 1 : at;
-    above =
-        &Folder(fullPath.substr(0, end), Joined(above->real, fullPath.substr(name, end - name)));
-    at = end;
+  KnownFolder* above = Known(fullPath.substr(0, last));
+  if (above != nullptr) {
+    at = last;
+  } else {
+    const std::wstring root = fullPath.substr(0, at);
+    above = &Folder(root, nullptr);
+  }
+  while (above->place.isFolder && at < last) {
+    at = std::min(fullPath.find(L'\\', at + 1), last);
+    above = &Folder(fullPath.substr(0, at), above);
   }
   const std::size_t rest = fullPath[at] == L'\\' ? at + 1 : at;
-  const std::wstring composed = Joined(above->real, fullPath.substr(rest));
-  if (above->isFolder) return Describe(fullPath, composed);
+  std::wstring composed = Joined(above->place.real, fullPath.substr(rest));
+  if (above->place.isFolder) return LookIn(*above, fullPath, std::move(composed));
   Place missing;
-  missing.real = composed;
+  missing.real = std::move(composed);
   return missing;
 }
 
-const Place& Places::Folder(const std::wstring& fullPath, const std::wstring& composed) {
+Places::KnownFolder* Places::Known(const std::wstring& fullPath) {
   const auto known = folders_.find(fullPath);
-  if (known != folders_.end()) return known->second;
-  return folders_.emplace(fullPath, Describe(fullPath, composed)).first->second;
+  return known == folders_.end() ? nullptr : &known->second;
+}
+
+Places::KnownFolder& Places::Folder(const std::wstring& fullPath, const KnownFolder* above) {
+  if (KnownFolder* const known = Known(fullPath)) return *known;
+  std::wstring composed =
+      above == nullptr ? fullPath
+                       : Joined(above->place.real, fullPath.substr(fullPath.rfind(L'\\') + 1));
+  return folders_
+      .emplace(fullPath, KnownFolder{Describe(fullPath, std::move(composed)), 0, false, {}})
+      .first->second;
+}
+
+Place Places::LookIn(KnownFolder& folder, const std::wstring& fullPath, std::wstring composed) {
+  if (folder.looks == kLooksBeforeListing) folder.isListed = List(folder, fullPath);
+  ++folder.looks;
+  if (!folder.isListed || fullPath.find(L'~') != std::wstring::npos) {
+    return Describe(fullPath, std::move(composed));
+  }
+  const auto found = folder.files.find(UpperCase(fullPath.substr(fullPath.rfind(L'\\') + 1)));
+  if (found != folder.files.end() && !found->second.exists) {
+    return Describe(fullPath, std::move(composed));
+  }
+  Place place = found == folder.files.end() ? Place() : found->second;
+  place.real = std::move(composed);
+  return place;
+}
+
+bool Places::List(KnownFolder& folder, const std::wstring& fullPath) {
+  const std::wstring pattern = Verbatim(fullPath.substr(0, fullPath.rfind(L'\\') + 1)) + L"*";
+  WIN32_FIND_DATAW data;
+  const HANDLE find = FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &data,
+                                       FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH);
+  if (find == INVALID_HANDLE_VALUE) return false;
+  bool isWhole = true;
+  do {
+    Place place;
+    constexpr DWORD kLookedAtItself = FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY;
+    if ((data.dwFileAttributes & kLookedAtItself) == 0) SetData(place, data);
+    folder.files.emplace(UpperCase(data.cFileName), place);
+    isWhole = folder.files.size() <= kMaxListed;
+  } while (isWhole && FindNextFileW(find, &data));
+  FindClose(find);
+  if (!isWhole) folder.files.clear();
+  return isWhole;
 }
 
 std::wstring Places::DriveFault(const std::wstring& fullPath) {
@@ -237,9 +319,8 @@ std::wstring Places::DriveFault(const std::wstring& fullPath) {
 }
 
 std::wstring ComparisonKey(const std::wstring& real) {
-  std::wstring key = real;
+  std::wstring key = UpperCase(real);
   if (key.empty() || key.back() != L'\\') key += L'\\';
-  CharUpperBuffW(key.data(), static_cast<DWORD>(key.size()));
   // Before every sign that a name can hold, so that nothing comes between a folder and its
   // contents.
   std::replace(key.begin(), key.end(), L'\\', L'\x01');

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -32,7 +33,7 @@ constexpr std::size_t kMaxFolderPath = 247;
 
 // Whether a file's name is one by which every Windows program finds the file again: no sign with a
 // meaning of its own, no blank or dot at its end, no device's name.
-bool IsPlainName(const std::wstring& name);
+bool IsPlainName(std::wstring_view name);
 
 // Whether the path begins with a drive and "\", or with "\\".
 bool IsAbsolute(const std::wstring& path);
@@ -44,6 +45,9 @@ Remarks CheckPathText(const std::wstring& path);
 // The path from the drive down, with "\" alone, without "." and "..", without a separator at its
 // end unless it is a root. L"" for what cannot be a path, or is a device's.
 std::wstring FullPath(const std::wstring& path);
+
+// The same for a path on which CheckPathText has had no remarks; quicker where that is known.
+std::wstring FullPath(const std::wstring& path, bool isPlain);
 
 // A full path that is a drive's root or a share: "C:\", "\\server\share".
 bool IsRoot(const std::wstring& fullPath);
@@ -62,7 +66,8 @@ struct Place {
   std::wstring real;
 };
 
-// Looks places up. Each folder is looked at once: what lies in one that is missing costs nothing.
+// Looks places up. Each folder is looked at once: what lies in one that is missing costs nothing,
+// and of many files in one folder each costs little.
 class Places {
  public:
   Place Look(const std::wstring& fullPath);
@@ -72,9 +77,21 @@ class Places {
   std::wstring DriveFault(const std::wstring& fullPath);
 
  private:
-  const Place& Folder(const std::wstring& fullPath, const std::wstring& composed);
+  struct KnownFolder {
+    Place place;
+    std::size_t looks = 0;
+    bool isListed = false;
+    // By name in upper case. One that does not exist is no plain file and is to be looked at
+    // itself.
+    std::unordered_map<std::wstring, Place> files;
+  };
 
-  std::unordered_map<std::wstring, Place> folders_;
+  KnownFolder* Known(const std::wstring& fullPath);
+  KnownFolder& Folder(const std::wstring& fullPath, const KnownFolder* above);
+  static Place LookIn(KnownFolder& folder, const std::wstring& fullPath, std::wstring composed);
+  static bool List(KnownFolder& folder, const std::wstring& fullPath);
+
+  std::unordered_map<std::wstring, KnownFolder> folders_;
   std::unordered_map<wchar_t, std::wstring> driveFaults_;
 };
 

@@ -11,7 +11,6 @@
 #include <optional>
 #include <stdexcept>
 #include <string_view>
-#include <tuple>
 #include <utility>
 
 #include "corekit/disk_file.h"
@@ -454,12 +453,15 @@ TaskFileReport CheckTaskFile(const std::filesystem::path& taskFile) {
     check.Fail(0, L"It takes more memory than there is; use smaller files.");
   }
   if (report.helperFails) report.steps.clear();
-  std::stable_sort(report.findings.begin(), report.findings.end(),
-                   [&](const Finding& left, const Finding& right) {
-                     const bool leftIsList = left.file != taskFile;
-                     const bool rightIsList = right.file != taskFile;
-                     return std::tie(leftIsList, left.line) < std::tie(rightIsList, right.line);
-                   });
+  // The task file's first, each file's by line.
+  Findings& findings = report.findings;
+  const auto list = std::stable_partition(findings.begin(), findings.end(),
+                                          [&](const Finding& one) { return one.file == taskFile; });
+  const auto isBefore = [](const Finding& left, const Finding& right) {
+    return left.line < right.line;
+  };
+  std::stable_sort(findings.begin(), list, isBefore);
+  std::stable_sort(list, findings.end(), isBefore);
   return report;
 }
 
