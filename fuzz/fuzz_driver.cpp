@@ -198,7 +198,8 @@ ptree Normal(const ptree& tree) {
   if (!text.empty() && text.back() == ' ') text.pop_back();
   const std::size_t size = tree.data().size();
   if (tree.data() == std::string(size, ' ') && size > (result.empty() ? 1U : 0U)) text = " ";
-  const ptree attributes = tree.get_child("<xmlattr>", ptree());
+  const ptree none;
+  const ptree attributes = tree.get_child("<xmlattr>", none);
   if (!attributes.empty()) result.push_front({"<xmlattr>", attributes});
   return result;
 }
