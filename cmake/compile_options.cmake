@@ -12,6 +12,8 @@ function(uactask_compile_options target)
     target_compile_definitions(${target} PRIVATE _CRT_SECURE_NO_WARNINGS)
     # Code that is not reached is found by the code generator, in the templates of other libraries too.
     target_compile_options(${target} PRIVATE /W4 /wd4702 /permissive- /utf-8 /EHsc /GS /guard:cf /Zc:__cplusplus
+      # Tasks have no virtual destructor: their owner destroys them as what they are.
+      $<$<CXX_COMPILER_ID:Clang>:-Wno-delete-non-abstract-non-virtual-dtor>
       $<$<BOOL:${UACTASK_WARNINGS_AS_ERRORS}>:/WX>)
   else()
     file(REAL_PATH ${Boost_INCLUDE_DIRS} boost)

@@ -58,6 +58,15 @@ bool MakeFolderLink(const std::string& target, const std::string& link);
 // Whether the tests run under Wine rather than on Windows.
 bool OnWine();
 
+// Whether full paths may be longer than 259 units, which Windows must be told.
+bool LongPathsWork();
+
+// Whether starting a program with raised rights would ask somebody.
+bool ElevationPrompts();
+
+// Takes back what was left to the next restart: deletions of files with this in their path.
+void ForgetDeletionsAtRestart(const std::string& name);
+
 struct ProgramResult {
   unsigned long exitCode;
   std::string output;  // standard output, byte for byte
