@@ -10,16 +10,19 @@ function(uactask_compile_options target)
     _WIN32_WINNT=0x0602) # Windows 8 and later
   if(MSVC)
     target_compile_definitions(${target} PRIVATE _CRT_SECURE_NO_WARNINGS)
-    target_compile_options(${target} PRIVATE /W4 /permissive- /utf-8 /EHsc /GS /guard:cf /Zc:__cplusplus
+    # Code that is not reached is found by the code generator, in the templates of other libraries too.
+    target_compile_options(${target} PRIVATE /W4 /wd4702 /permissive- /utf-8 /EHsc /GS /guard:cf /Zc:__cplusplus
+      # Tasks have no virtual destructor: their owner destroys them as what they are.
+      $<$<CXX_COMPILER_ID:Clang>:-Wno-delete-non-abstract-non-virtual-dtor>
       $<$<BOOL:${UACTASK_WARNINGS_AS_ERRORS}>:/WX>)
   else()
+    file(REAL_PATH ${Boost_INCLUDE_DIRS} boost)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
       -fstack-protector-strong -ffunction-sections -fdata-sections
       $<$<BOOL:${UACTASK_WARNINGS_AS_ERRORS}>:-Werror>
-      # The same bytes wherever this is built. Of several that match the last one counts; links stay what they are.
-      -fno-canonical-system-headers
+      # The same bytes wherever this is built. Of several that match the last one counts. GCC follows links to Boost.
       -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build
-      -ffile-prefix-map=${Boost_INCLUDE_DIRS}=boost)
+      -ffile-prefix-map=${Boost_INCLUDE_DIRS}=boost -ffile-prefix-map=${boost}=boost)
   endif()
 endfunction()
 

@@ -247,7 +247,7 @@ TEST_F(Client, ServesTwoThreadsAtOnceAndLeavesTheProcessAsItWas) {
 
 // As a process without raised rights does it; Wine asks nobody.
 TEST_F(Client, AsksForRaisedRights) {
-  if (!OnWine() && !IsElevated()) GTEST_SKIP() << "the system would ask the user";
+  if (ElevationPrompts()) GTEST_SKIP() << "the system would ask the user";
   HelperProcess process;
   std::wstring why;
   const std::wstring helper = OwnFolder() + L"uactask.exe";
