@@ -199,7 +199,9 @@ class HangingHelper : public Client {
 TEST_F(HangingHelper, IsLeftToItself) {
   for (const bool cancels : {false, true}) {
     options_.timeout = std::chrono::milliseconds(cancels ? 0 : 200);
-    options_.progress = [cancels](const Progress&) { return !cancels; };
+    options_.progress = [cancels](const Progress& now) {
+      return !cancels || now.elapsed.count() == 0;
+    };
     const Result result = uaclient::Run(plan_, options_);
     EXPECT_EQ(result.status, Status::kStillRunning);
     EXPECT_THAT(Reasons(result).at(0), HasSubstr("it goes on"));
@@ -208,7 +210,9 @@ TEST_F(HangingHelper, IsLeftToItself) {
 }
 
 TEST_F(HangingHelper, IsKilled) {
-  options_.progress = [](const Progress& now) { return now.comparing || KillHelper(); };
+  options_.progress = [](const Progress& now) {
+    return now.comparing || now.elapsed.count() == 0 || KillHelper();
+  };
   const Result result = uaclient::Run(plan_, options_);
   EXPECT_EQ(result.status, Status::kFailed);
   EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("ended abnormally"));
@@ -225,6 +229,9 @@ TEST_F(Client, SaysThatThereIsNoHelper) {
   options_.helper = FullPath(folder_ / "a");
   result = uaclient::Run(plan_, options_);
   EXPECT_EQ(result.status, Status::kNotStarted);
+  EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("could not be started"));
+  options_.progress = [](const Progress&) { return false; };
+  EXPECT_EQ(uaclient::Run(plan_, options_).status, Status::kNotStarted);
   EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("could not be started"));
 }
 

@@ -53,6 +53,10 @@ class HelperRun {
       return Status::kNotStarted;
     }
     start_ = Clock::now();
+    if (options_.progress && !options_.progress(watch_.Seen())) {
+      why = L"It was given up before the helper was started. Nothing was done.";
+      return Status::kNotStarted;
+    }
     const Status started = process_.Start(helper, taskFile, directory, options_.owner, why);
     if (started != Status::kDone) return started;
     if (!Wait()) {

@@ -118,7 +118,8 @@ struct Options {
   std::filesystem::path helper;  // empty: uactask.exe beside the calling program
   // How long to wait for the helper; zero: until it ends.
   std::chrono::milliseconds timeout{0};
-  // Called in the calling thread about ten times a second. Returns false to wait no longer.
+  // Called in the calling thread, once right before the start and then about ten times a second.
+  // Returns false to wait no longer; before the start, to do nothing.
   std::function<bool(const Progress&)> progress;
   Comparison comparison = Comparison::kContent;
 };
@@ -128,7 +129,7 @@ enum class Status {
   kIncomplete,   // the helper went through it, but not every item is as it should be
   kInvalid,      // refused by the check: nothing was started
   kRefused,      // the user refused the raised rights: nothing was started
-  kNotStarted,   // no helper, no place for its files: nothing was done
+  kNotStarted,   // no helper, no place for its files, given up before: nothing was done
   kFailed,       // the helper gave up, or ended abnormally
   kStillRunning  // waiting was given up. The helper cannot be ended from here: it goes on
 };
