@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "corekit/text.h"
+#include "uaclient/check_path.h"
 #include "uaclient/win32.h"
 
 namespace uaclient {
@@ -36,13 +37,15 @@ bool FindTempFolder(std::wstring& folder, std::wstring& why) {
         L"characters, in which the helper's files are put.";
   } else if (folder.size() < 3 || (folder.substr(1, 2) != L":\\" && folder.substr(1, 2) != L":/" &&
                                    folder.substr(0, 2) != L"\\\\")) {
-    why = L"The environment variable TMP says \"" + folder +
-          L"\". It must be a full path, such as C:\\Users\\Name\\AppData\\Local\\Temp.";
+    why = L"The environment variable TMP says " + Quoted(folder) +
+          L". It must be a full path, such as C:\\Users\\Name\\AppData\\Local\\Temp.";
   } else if (!IsFolder(folder)) {
-    why = L"The environment variable TMP names \"" + folder +
-          L"\", which is no folder. Create it, or set TMP to a folder that exists.";
+    why = L"The environment variable TMP names " + Quoted(folder) +
+          L", which is no folder. Create it, or set TMP to a folder that exists.";
   }
-  if (folder.empty() || folder.back() != L'\\') folder += L'\\';
+  const std::wstring drive = why.empty() ? Places().DriveFault(FullPath(folder)) : std::wstring();
+  if (!drive.empty()) why = L"The environment variable TMP says " + Quoted(folder) + L". " + drive;
+  folder = WithSeparator(folder);
   return why.empty();
 }
 
