@@ -198,8 +198,7 @@ void CopyWatch::CompareBehind(const Tick& tick) {
 
 std::wstring CopyWatch::WhyNotArrived(const Target& target, const FileState* there,
                                       const Tick& tick) {
-  const std::wstring name =
-      Quoted(items_[target.item].isFolder ? target.entry.path : DestinationOf(target));
+  const std::wstring name = items_[target.item].isFolder ? Quoted(target.entry.path) : L"It";
   if (target.entry.isFolder)
     return there != nullptr ? L"" : L"The folder " + name + L" is missing.";
   if (there == nullptr) {
