@@ -261,11 +261,11 @@ class RandomTaskFiles : public testing::Test {
 
   std::size_t Below(std::size_t limit) { return random_() % limit; }
   std::string OneOf(const std::vector<std::string>& texts) { return texts[Below(texts.size())]; }
-  // In half of the files one thing is bad.
+  // In half of the files one thing is bad. Of several bad ones each comes in its turn.
   std::string OneOf(const std::vector<std::string>& good, const std::vector<std::string>& bad) {
-    const bool isBad = bad_ > 0 && Below(12) == 0;
-    if (isBad) --bad_;
-    return OneOf(isBad ? bad : good);
+    if (bad_ == 0 || Below(bad.size() > 3 ? 4 : 14) != 0) return OneOf(good);
+    --bad_;
+    return bad[turn_++ % bad.size()];
   }
 
   // Sources and destinations that other items do not touch, unless something bad is wanted.
@@ -349,6 +349,7 @@ class RandomTaskFiles : public testing::Test {
 
   std::mt19937 random_{4711};
   std::size_t bad_ = 0;  // things that may still be
+  std::size_t turn_ = 0;
   std::vector<Copy> copies_;
   uaclient::TaskFileReport report_;
   std::size_t files_ = 0;
