@@ -1,4 +1,8 @@
-"""Runs the benchmark's jobs under Wine in turn and prints one table. Usage: run.py BIN WORK [ROUNDS]"""
+"""Runs the benchmark's jobs under Wine in turn and prints one table. Usage: run.py BIN WORK [ROUNDS]
+
+What is compared runs in the same round, so that what the machine does meanwhile meets both. A verdict rests on the
+median of the ratios within rounds; there are as many rounds as it takes until that is known to 2 %, at most ROUNDS.
+"""
 
 import os
 import shutil
@@ -7,7 +11,8 @@ import subprocess
 import sys
 
 BIN, WORK = sys.argv[1:3]
-ROUNDS = int(sys.argv[3]) if len(sys.argv) > 3 else 9
+ROUNDS = int(sys.argv[3]) if len(sys.argv) > 3 else 25
+FEWEST, WIDTH = 5, 0.02
 
 
 class Run:
@@ -33,35 +38,61 @@ def program(name):
     return os.path.join(BIN, name + ".exe")
 
 
-def in_turn(*jobs, rounds=ROUNDS):
-    """Runs the jobs in turn, each round beginning with another one, so that what the machine does meanwhile, writing
-    back what the last job wrote above all, meets them alike."""
-    results = [[] for _ in jobs]
-    for first in range(rounds):
-        for i in range(len(jobs)):
-            job = (first + i) % len(jobs)
-            os.sync()
-            results[job].append(jobs[job]())
-    return results
+def spread(ratios):
+    """How far the median of these may be from the true one, to either side: the notch of a box plot."""
+    if len(ratios) < FEWEST:
+        return float("inf")
+    low, _, high = statistics.quantiles(ratios, n=4)
+    return 1.57 * (high - low) / len(ratios) ** 0.5
 
 
-def median(runs, measure):
-    return statistics.median(getattr(run, measure) for run in runs)
+class Comparison:
+    """Two jobs of a round by one measure, and the most that their ratio may be."""
+
+    def __init__(self, what, ours, base, measure, unit, limit=None, factor=1):
+        self.what, self.ours, self.base, self.measure, self.unit = what, ours, base, measure, unit
+        self.limit, self.factor, self.pairs = limit, factor, []
+
+    def add(self, runs):
+        value = self.measure if callable(self.measure) else lambda run: getattr(run, self.measure)
+        self.pairs.append((self.factor * value(runs[self.ours]), self.factor * value(runs[self.base])))
+
+    def ratios(self):
+        return [ours / base for ours, base in self.pairs]
+
+    def is_stable(self):
+        return self.limit is None or spread(self.ratios()) <= WIDTH
+
+    def report(self):
+        """One line; false when the aim is missed."""
+        ours, base = (statistics.median(pair[i] for pair in self.pairs) for i in (0, 1))
+        ratio = statistics.median(self.ratios())
+        reached = self.limit is None or ratio <= self.limit
+        verdict = "" if self.limit is None else f"{'reached' if reached else 'MISSED'}: at most {self.limit}"
+        print(f"{self.what:46} {ours:10.1f} {self.unit:3} {self.base:16} {base:10.1f} {self.unit:3}"
+              f" {ratio:6.2f} ± {spread(self.ratios()):4.2f} ({len(self.pairs):2})  {verdict}", flush=True)
+        return reached
 
 
 missed = 0
 
 
-def row(what, value, base_name, base, unit, limit=None):
-    """One line: a median, the one beside it, their ratio, and whether that reaches its aim."""
+def compare(jobs, comparisons, most=ROUNDS):
+    """Runs the named jobs in rounds, each beginning with another one: what a job left to be written back would
+    otherwise always meet the same one."""
     global missed
-    ratio = value / base
-    verdict = ""
-    if limit is not None:
-        reached = ratio <= limit
-        missed += not reached
-        verdict = f"{'reached' if reached else 'MISSED'}: at most {limit}"
-    print(f"{what:46} {value:10.1f} {unit:3} {base_name:22} {base:10.1f} {unit:3} {ratio:6.2f}  {verdict}")
+    names = list(jobs)
+    for first in range(most):
+        runs = {}
+        for i in range(len(names)):
+            name = names[(first + i) % len(names)]
+            os.sync()
+            runs[name] = jobs[name]()
+        for comparison in comparisons:
+            comparison.add(runs)
+        if first + 1 >= FEWEST and all(comparison.is_stable() for comparison in comparisons):
+            break
+    missed += sum(not comparison.report() for comparison in comparisons)
 
 
 def write_tree(folder, folders, files, size):
@@ -87,6 +118,11 @@ def helper_copy(folder):
     return Run(program("uactask"), "task.ini")
 
 
+def client_copy(folder, *options):
+    fresh("out")
+    return Run(program("uactl"), "copy", *options, folder, "out")
+
+
 def bare_copy(folder):
     fresh("out")
     return Run(program("bench"), "copy", folder + "/", "out/")
@@ -99,42 +135,51 @@ def xcopy(folder):
 
 fresh("")
 os.makedirs(WORK)
-print(f"{'medians of ' + str(ROUNDS) + ' runs in turn':46} {'':14} {'against':22} {'':14} {'ratio':>6}")
+print(f"{'medians':46} {'':14} {'against':16} {'':14} ratio, within rounds")
 
 for name, folders, files, size in (("small", 20, 100, 2048), ("large", 1, 4, 64 << 20)):
     write_tree(name, folders, files, size)
-    what = f"copy {folders * files} files of {size >> 10} kB"
-    runs = in_turn(lambda: helper_copy(name), lambda: bare_copy(name), lambda: xcopy(name))
-    for measure, unit in (("processor", "processor"), ("clock", "clock")):
-        ours, bare, other = (1000 * median(r, measure) for r in runs)
-        row(f"{what}, {unit}", ours, "bare loop", bare, "ms", 1.05)
-        row("", ours, "xcopy", other, "ms")
+    what = f"{folders * files} files of {size >> 10} kB"
+    compare(
+        {"bare loop": lambda: bare_copy(name), "helper": lambda: helper_copy(name), "xcopy": lambda: xcopy(name)},
+        [Comparison(f"helper, {what}, {measure}", "helper", base, measure, "ms", limit, 1000)
+         for measure in ("processor", "clock") for base, limit in (("bare loop", 1.05), ("xcopy", None))])
+    compare(
+        {"helper": lambda: helper_copy(name), "uactl": lambda: client_copy(name),
+         "uactl --fast": lambda: client_copy(name, "--fast")},
+        [Comparison(f"{ours}, {what}, clock", ours, "helper", "clock", "ms", limit, 1000)
+         for ours, limit in (("uactl", 1.3), ("uactl --fast", 1.1))])
     fresh("out")
     fresh(name)
 
-runs = in_turn(lambda: Run(program("uactask"), "none.ini", expect=2), lambda: Run(program("empty")),
-               rounds=5 * ROUNDS)
-for measure in ("processor", "clock"):
-    ours, empty = (1000 * median(r, measure) for r in runs)
-    row(f"start on a missing path, {measure}", ours, "empty program", empty, "ms", 1.15)
+compare({"helper": lambda: Run(program("uactask"), "none.ini", expect=2), "empty program": lambda: Run(program("empty"))},
+        [Comparison(f"start on a missing path, {measure}", "helper", "empty program", measure, "ms", 1.15, 1000)
+         for measure in ("processor", "clock")], most=5 * ROUNDS)
 
 with open(os.path.join(WORK, "list.xml"), "w") as file:
     items = (f'<item key="{i:06}" src="C:/source/folder/{i}.txt" dec="D:/target/{i}.txt" type="file"/>'
              for i in range(100000))
     file.write("<root><task>" + "\n".join(items) + "</task></root>")
-runs = in_turn(lambda: Run(program("bench"), "records", "list.xml"), lambda: Run(program("bench"), "read_xml", "list.xml"))
-for measure, factor, unit, limit in (("processor", 1000, "ms", 1.4), ("clock", 1000, "ms", 1.4), ("memory", 1, "MB", 1.5)):
-    ours, bare = (factor * median(r, measure) for r in runs)
-    row(f"read 100,000 records, {measure}", ours, "read_xml alone", bare, unit, limit)
+with open(os.path.join(WORK, "task.ini"), "w") as file:
+    file.write("[Task]\ntype=1\nxml_path=list.xml\n")
+compare({"records": lambda: Run(program("bench"), "records", "list.xml"),
+         "read_xml alone": lambda: Run(program("bench"), "read_xml", "list.xml"),
+         "check": lambda: Run(program("uactl"), "check", "task.ini", expect=1)},
+        [Comparison(f"read 100,000 records, {measure}", "records", "read_xml alone", measure, unit, limit, factor)
+         for measure, unit, limit, factor in (("processor", "ms", 1.4, 1000), ("clock", "ms", 1.4, 1000),
+                                              ("memory", "MB", 1.5, 1))]
+        + [Comparison("uactl check of 100,000 items, clock", "check", "records", "clock", "ms", 3, 1000)])
 
-many, few = in_turn(lambda: Run(program("bench"), "vectors", "1000000"), lambda: Run(program("bench"), "vectors", "10000"),
-                    rounds=5)
-row("vector of 1,000,000, time of an entry", statistics.median(float(r.output) for r in many),
-    "vector of 10,000", statistics.median(float(r.output) for r in few), "ns", 1.5)
 
-long, short = in_turn(lambda: Run(program("bench"), "ini", "1000"), lambda: Run(program("bench"), "ini", "10"))
-row("INI SetValue, 1,000 lines", statistics.median(float(r.output) / 1000 for r in long),
-    "10 lines", statistics.median(float(r.output) / 1000 for r in short), "us")
+def printed(run):
+    return float(run.output)
+
+
+compare({"1,000,000 entries": lambda: Run(program("bench"), "vectors", "1000000"),
+         "10,000 entries": lambda: Run(program("bench"), "vectors", "10000")},
+        [Comparison("vector of 1,000,000, time of an entry", "1,000,000 entries", "10,000 entries", printed, "ns", 1.5)])
+compare({"1,000 lines": lambda: Run(program("bench"), "ini", "1000"), "10 lines": lambda: Run(program("bench"), "ini", "10")},
+        [Comparison("INI SetValue, 1,000 lines", "1,000 lines", "10 lines", printed, "us", None, 0.001)])
 
 fresh("")
 print(f"{missed} aims missed" if missed else "all aims reached")

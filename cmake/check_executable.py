@@ -1,15 +1,17 @@
-"""Checks a built helper: imports, hardening, sections, resources and size. Usage: check_executable.py FILE VERSION"""
+"""Checks a program that ships: imports, hardening, sections, resources and size.
+Usage: check_executable.py FILE VERSION MAX_SIZE"""
 
 import re
 import struct
 import sys
 
-SYSTEM_DLLS = {"advapi32.dll", "kernel32.dll", "msvcrt.dll", "ntdll.dll", "ole32.dll", "oleaut32.dll"}
+SYSTEM_DLLS = {f"{name}.dll" for name in ("advapi32", "kernel32", "msvcrt", "ntdll", "ole32", "oleaut32", "shell32",
+                                          "shlwapi", "user32")}
+START_DLLS = {"kernel32.dll", "msvcrt.dll", "ntdll.dll"}  # all others take as long to load as the rest of a start
 CHARACTERISTICS = {"high-entropy ASLR": 0x0020, "ASLR": 0x0040, "DEP": 0x0100}
-MAX_SIZE = 1_500_000
 WRITABLE, EXECUTABLE = 0x80000000, 0x20000000
 
-path, version = sys.argv[1:]
+path, version, max_size = sys.argv[1:]
 data = open(path, "rb").read()
 faults = []
 
@@ -52,6 +54,7 @@ while u32(at + 12):
     name = offset(u32(at + 12))
     imports.add(data[name : data.index(b"\0", name)].decode().lower())
     at += 20
+faults += [f"loads {name} at its start (uactask_delay_load)" for name in sorted(imports & SYSTEM_DLLS - START_DLLS)]
 # DLLs that are loaded on the first call stand in no table that every linker fills.
 imports |= {name.decode().lower() for name in re.findall(rb"[\w.-]+\.dll(?=\0)", data)}
 faults += [f"imports {name}" for name in sorted(imports - SYSTEM_DLLS)]
@@ -60,8 +63,8 @@ if b'level="asInvoker"' not in data:
     faults.append("no manifest")
 if version.encode("utf-16-le") not in data:
     faults.append(f"no version {version}")
-if len(data) > MAX_SIZE:
-    faults.append(f"{len(data)} bytes are more than {MAX_SIZE}")
+if len(data) > int(max_size):
+    faults.append(f"{len(data)} bytes are more than {max_size}")
 
 print(f"{path}: {len(data)} bytes, imports {', '.join(sorted(imports))}")
 sys.exit("\n".join(faults) if faults else 0)

@@ -8,7 +8,7 @@ import sys
 folders = {}  # of libraries, by the library's name
 allowed = {}  # the folders that each folder may include from
 
-for kind, name, arguments in re.findall(r"^uactask_(library|program)\((\w+)([^)]*)\)",
+for kind, name, arguments in re.findall(r"^ *uactask_(library|program)\((\w+)([^)]*)\)",
                                         pathlib.Path("CMakeLists.txt").read_text(), re.MULTILINE):
     named = re.search(r"\bFOLDER (\w+)", arguments)
     used = re.search(r"\bUSES ([a-z_\s]+)", arguments)

@@ -10,12 +10,19 @@ function(uactask_compile_options target)
     _WIN32_WINNT=0x0602) # Windows 8 and later
   if(MSVC)
     target_compile_definitions(${target} PRIVATE _CRT_SECURE_NO_WARNINGS)
-    target_compile_options(${target} PRIVATE /W4 /permissive- /utf-8 /EHsc /GS /guard:cf /Zc:__cplusplus
+    # Code that is not reached is found by the code generator, in the templates of other libraries too.
+    target_compile_options(${target} PRIVATE /W4 /wd4702 /permissive- /utf-8 /EHsc /GS /guard:cf /Zc:__cplusplus
+      # Tasks have no virtual destructor: their owner destroys them as what they are.
+      $<$<CXX_COMPILER_ID:Clang>:-Wno-delete-non-abstract-non-virtual-dtor>
       $<$<BOOL:${UACTASK_WARNINGS_AS_ERRORS}>:/WX>)
   else()
+    file(REAL_PATH ${Boost_INCLUDE_DIRS} boost)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
       -fstack-protector-strong -ffunction-sections -fdata-sections
-      $<$<BOOL:${UACTASK_WARNINGS_AS_ERRORS}>:-Werror>)
+      $<$<BOOL:${UACTASK_WARNINGS_AS_ERRORS}>:-Werror>
+      # The same bytes wherever this is built. Of several that match the last one counts. GCC follows links to Boost.
+      -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build
+      -ffile-prefix-map=${Boost_INCLUDE_DIRS}=boost -ffile-prefix-map=${boost}=boost)
   endif()
 endfunction()
 
@@ -28,6 +35,19 @@ function(uactask_executable_options target)
       /guard:cf /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT /DEPENDENTLOADFLAG:0x800 /STACK:8388608)
   else()
     target_link_options(${target} PRIVATE -static -Wl,--gc-sections -Wl,--stack,8388608
-      -Wl,--dynamicbase,--high-entropy-va,--nxcompat $<$<CONFIG:Release>:-s>)
+      -Wl,--dynamicbase,--high-entropy-va,--nxcompat -Wl,--no-insert-timestamp
+      $<$<AND:$<CONFIG:Release>,$<NOT:$<BOOL:$<TARGET_PROPERTY:UACTASK_KEEPS_SYMBOLS>>>>:-s>)
+  endif()
+endfunction()
+
+# For what ships: the debug symbols go into a file beside the program, which names it.
+function(uactask_separate_symbols target)
+  set_property(TARGET ${target} PROPERTY UACTASK_KEEPS_SYMBOLS ON)
+  if(MINGW AND CMAKE_BUILD_TYPE STREQUAL "Release")
+    set(symbols $<TARGET_FILE_DIR:${target}>/${target}.debug)
+    add_custom_command(TARGET ${target} POST_BUILD VERBATIM
+      COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}> ${symbols}
+      COMMAND ${CMAKE_STRIP} $<TARGET_FILE:${target}>
+      COMMAND ${CMAKE_OBJCOPY} --add-gnu-debuglink=${symbols} $<TARGET_FILE:${target}>)
   endif()
 endfunction()

@@ -24,6 +24,7 @@ function(uactask_library name)
   list(TRANSFORM arg_USES PREPEND uactask_)
   target_link_libraries(${target} PUBLIC ${arg_USES} ${arg_LINKS})
   uactask_compile_options(${target})
+  target_compile_options(${target} PRIVATE $<$<BOOL:${MINGW}>:-g>)
 
   file(GLOB templates CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/${arg_FOLDER}/*.h.in)
   foreach(template IN LISTS templates)
@@ -36,12 +37,12 @@ function(uactask_library name)
   set_property(GLOBAL APPEND PROPERTY UACTASK_LIBRARY_FOLDERS ${arg_FOLDER})
 endfunction()
 
-# uactask_program(name DESCRIPTION text [SOURCES source…] [USES name…] [LINKS library…])
+# uactask_program(name DESCRIPTION text MAX_SIZE bytes [SOURCES source…] [USES name…] [LINKS library…])
 #
 # The program <name>, exported as uactask::<name>, of the sources in the folder of that name (of these alone, when they
-# are named), with a wmain, the manifest and the version.
+# are named), with a wmain, the manifest and the version. A test holds the release build to the size.
 function(uactask_program name)
-  cmake_parse_arguments(arg "" "DESCRIPTION" "SOURCES;USES;LINKS" ${ARGN})
+  cmake_parse_arguments(arg "" "DESCRIPTION;MAX_SIZE" "SOURCES;USES;LINKS" ${ARGN})
   if(arg_SOURCES)
     list(TRANSFORM arg_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/${name}/ OUTPUT_VARIABLE sources)
   else()
@@ -57,11 +58,14 @@ function(uactask_program name)
   list(TRANSFORM arg_USES PREPEND uactask_)
   target_link_libraries(${name} PRIVATE ${arg_USES} ${arg_LINKS})
   uactask_executable_options(${name})
+  uactask_separate_symbols(${name})
   if(MINGW)
+    target_compile_options(${name} PRIVATE -g)
     target_link_options(${name} PRIVATE -municode)
   else()
     target_link_options(${name} PRIVATE /MANIFEST:NO) # it stands in the resources
   endif()
+  set_property(TARGET ${name} PROPERTY UACTASK_MAX_SIZE ${arg_MAX_SIZE})
   set_property(GLOBAL APPEND PROPERTY UACTASK_PROGRAMS ${name})
 endfunction()
 

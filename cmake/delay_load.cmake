@@ -6,13 +6,13 @@ function(uactask_delay_load target dll)
     target_link_libraries(${target} PRIVATE delayimp)
     return()
   endif()
-  set(folder ${CMAKE_CURRENT_BINARY_DIR}/delay_load)
+  set(folder ${CMAKE_CURRENT_BINARY_DIR}/delay_load/${target})
   set(library ${folder}/lib${dll}.a)
   string(REPLACE ";" "\n" functions "${ARGN}")
   file(CONFIGURE OUTPUT ${folder}/${dll}.def CONTENT "LIBRARY ${dll}.dll\nEXPORTS\n${functions}\n")
-  add_custom_command(OUTPUT ${library} DEPENDS ${folder}/${dll}.def VERBATIM
-    COMMAND ${CMAKE_DLLTOOL} --input-def ${folder}/${dll}.def --dllname ${dll}.dll
-      --output-delaylib ${library})
+  # The library's symbols hold its path as it is given here: without folders, so that it is the same everywhere.
+  add_custom_command(OUTPUT ${library} DEPENDS ${folder}/${dll}.def VERBATIM WORKING_DIRECTORY ${folder}
+    COMMAND ${CMAKE_DLLTOOL} --input-def ${dll}.def --dllname ${dll}.dll --output-delaylib lib${dll}.a)
   add_custom_target(${target}_delay_load_${dll} DEPENDS ${library})
   add_dependencies(${target} ${target}_delay_load_${dll})
   target_link_libraries(${target} PRIVATE ${library})

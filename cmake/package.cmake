@@ -1,31 +1,47 @@
-# What `cmake --install` puts where, in two components, and the ZIP that CPack makes of the first:
-#   helper       the program, the docs and the licences of what is linked into it
-#   development  headers, libraries and the CMake package: find_package(uactask) gives uactask::core
+# What `cmake --install` puts where, in two components; scripts/release packs them:
+#   programs     the programs, their docs, and the licences of what is linked into them
+#   development  headers, libraries and the CMake package: find_package(uactask) gives uactask::core and the others
 include(CMakePackageConfigHelpers)
 
 get_property(libraries GLOBAL PROPERTY UACTASK_LIBRARIES)
 get_property(folders GLOBAL PROPERTY UACTASK_LIBRARY_FOLDERS)
 get_property(programs GLOBAL PROPERTY UACTASK_PROGRAMS)
 set(package_folder lib/cmake/uactask)
+set(docs_folder share/doc/uactask)
 
-install(TARGETS ${programs} EXPORT uactaskTargets RUNTIME DESTINATION bin COMPONENT helper)
-install(FILES README.md DESTINATION share/doc/uactask COMPONENT helper)
-install(DIRECTORY docs DESTINATION share/doc/uactask COMPONENT helper)
+add_custom_target(uactask_shipped DEPENDS ${libraries} ${programs})
 
-# The helper is linked statically, so these travel with it.
-function(install_licence file name)
+install(TARGETS ${programs} EXPORT uactaskTargets RUNTIME DESTINATION bin COMPONENT programs)
+configure_file(cmake/package_readme.md.in package/README.md @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/package/README.md CHANGELOG.md SECURITY.md
+  DESTINATION ${docs_folder} COMPONENT programs)
+install(FILES docs/integration.md docs/xml_store_example.cpp DESTINATION ${docs_folder}/docs COMPONENT programs)
+install(FILES LICENSE DESTINATION ${docs_folder} COMPONENT programs OPTIONAL)
+
+# What is linked in is linked statically, so its licences travel with the programs.
+function(uactask_install_licence name file)
   if(EXISTS ${file})
-    install(FILES ${file} DESTINATION share/doc/uactask/licences RENAME ${name} COMPONENT helper)
+    install(FILES ${file} DESTINATION share/doc/uactask/licences RENAME ${name}.txt COMPONENT programs)
   else()
-    message(WARNING "The package will lack ${name}: there is no ${file}.")
+    message(WARNING "The package will lack the licence of ${name}: there is no ${file}.")
   endif()
 endfunction()
 if(MINGW)
-  install_licence(${Boost_INCLUDE_DIRS}/../LICENSE_1_0.txt Boost.txt)
-  install_licence(/usr/share/doc/gcc-mingw-w64-base/copyright GCC-runtime.txt)
-  install_licence(/usr/share/doc/mingw-w64-common/copyright MinGW-w64-runtime.txt)
+  get_filename_component(boost_prefix ${Boost_INCLUDE_DIRS} DIRECTORY)
+  uactask_install_licence(Boost ${boost_prefix}/LICENSE_1_0.txt)
+  uactask_install_licence(GCC-runtime /usr/share/doc/gcc-mingw-w64-base/copyright)
+  uactask_install_licence(MinGW-w64-runtime /usr/share/doc/mingw-w64-common/copyright)
+  if(TARGET uactl)
+    uactask_install_licence(CLI11 /usr/share/doc/libcli11-dev/copyright)
+    uactask_install_licence(nlohmann-json /usr/share/doc/nlohmann-json3-dev/copyright)
+  endif()
 else()
-  install_licence(${Boost_INCLUDE_DIRS}/../share/boost-filesystem/copyright Boost.txt)
+  set(share ${Boost_INCLUDE_DIRS}/../share)
+  uactask_install_licence(Boost ${share}/boost-filesystem/copyright)
+  if(TARGET uactl)
+    uactask_install_licence(CLI11 ${share}/cli11/copyright)
+    uactask_install_licence(nlohmann-json ${share}/nlohmann-json/copyright)
+  endif()
 endif()
 
 install(TARGETS uactask_core ${libraries} EXPORT uactaskTargets ARCHIVE DESTINATION lib COMPONENT development)
@@ -33,6 +49,9 @@ foreach(folder IN LISTS folders)
   install(DIRECTORY ${folder} DESTINATION include/uactask COMPONENT development FILES_MATCHING PATTERN "*.h")
 endforeach()
 install(DIRECTORY ${PROJECT_BINARY_DIR}/include/ DESTINATION include/uactask COMPONENT development OPTIONAL)
+install(DIRECTORY examples/package/ DESTINATION ${docs_folder}/example COMPONENT development
+  FILES_MATCHING PATTERN "CMakeLists.txt" PATTERN "*.cpp")
+
 install(EXPORT uactaskTargets NAMESPACE uactask:: DESTINATION ${package_folder} COMPONENT development)
 configure_package_config_file(cmake/uactaskConfig.cmake.in uactaskConfig.cmake
   INSTALL_DESTINATION ${package_folder})
@@ -40,10 +59,3 @@ write_basic_package_version_file(uactaskConfigVersion.cmake COMPATIBILITY SameMa
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/uactaskConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/uactaskConfigVersion.cmake
   DESTINATION ${package_folder} COMPONENT development)
-
-set(CPACK_GENERATOR ZIP)
-set(CPACK_PACKAGE_FILE_NAME uactask-${PROJECT_VERSION}-win64)
-set(CPACK_COMPONENTS_ALL helper)
-set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
-include(CPack)

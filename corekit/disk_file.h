@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <memory>
 
+namespace corekit {
+
 struct StreamCloser {
   void operator()(std::FILE* stream) const { std::fclose(stream); }
 };
@@ -13,3 +15,5 @@ using Stream = std::unique_ptr<std::FILE, StreamCloser>;
 // cannot be opened, and when it is no file on a disk: whoever names a pipe or a serial port could
 // otherwise keep the reader waiting for ever. What was opened is looked at, not what the path says.
 Stream OpenDiskFile(const char* path, const char* mode);
+
+}  // namespace corekit

@@ -1,9 +1,9 @@
 // The functions through which the system touches the file system: thin wraps of the Win32 calls
 // with one path convention and a few deliberate rules about separators, lengths and results.
 //
-// Paths are UTF-8 unless a function says otherwise; "/" and "\" both separate, but only "\" in paths
-// that begin with "\\?\". A null path is no path: the call fails with nothing done. The functions
-// never throw (exhausted memory apart) and never print: the result is all they report.
+// Paths are UTF-8 unless a function says otherwise; "/" and "\" both separate, but only "\" in
+// paths that begin with "\\?\". A null path is no path: the call fails with nothing done. The
+// functions never throw (exhausted memory apart) and never print: the result is all they report.
 #pragma once
 
 #include <cstddef>
@@ -50,10 +50,10 @@ bool CopyFileTo(const char* source, const char* destination, std::int32_t failIf
 // Copies what lies in directory `source` into the existing directory `destination`, with
 // subdirectories when `noRecursion` is 0. Both must end in a separator; names are appended as they
 // stand. True when the last subdirectory copied well and so did every file after it. What cannot be
-// copied is passed over: so is every entry whose path would be longer than 259 UTF-16 units or whose
-// name holds "/", "\" or ":", and a file or subdirectory for which a link stands in the destination.
-// A file that another program puts into a folder of the destination that was empty is not replaced.
-// Links in the source are followed, but for links behind links.
+// copied is passed over: so is every entry whose path would be longer than 259 UTF-16 units or
+// whose name holds "/", "\" or ":", and a file or subdirectory for which a link stands in the
+// destination. A file that another program puts into a folder of the destination that was empty is
+// not replaced. Links in the source are followed, but for links behind links.
 //
 // From before its check to the end of its walk every folder is open on both sides: nobody can
 // rename, remove or replace it. One that somebody else has open for that already is passed over.

@@ -36,7 +36,7 @@ bool JFile::Open(const std::string& path, std::int32_t flags) {
     mode += 'b';
   }
   stream_ = (flags & OpenWrite) != 0 ? std::fopen(path.c_str(), mode.c_str())
-                                     : OpenDiskFile(path.c_str(), mode.c_str()).release();
+                                     : corekit::OpenDiskFile(path.c_str(), mode.c_str()).release();
   return stream_ != nullptr;
 }
 

@@ -8,16 +8,19 @@ namespace {
 
 constexpr std::size_t kPathUnits = 260;  // the terminator included
 
-// The path of something in a directory. One that does not fit has been cut, and so names something
-// else: a sibling, the directory itself, a folder above it. Nothing may be done under such a name,
-// or a walk would meet the same folder for ever, or leave the tree that it was given. Behind "\\?\"
-// only "\" separates.
+// The path of something in a directory. Nothing may be done under one that is not usable, or a walk
+// would meet the same folder for ever, or leave the tree that it was given. One that does not fit
+// has been cut, and so names something else: a sibling, the directory itself, a folder above it. So
+// does one with a name that holds what separates here, as other systems allow it. Behind "\\?\"
+// only
+// "\" separates.
 struct EntryPath {
   EntryPath(const wchar_t* format, const std::wstring& directory, const wchar_t* name)
-      : fits(FormatWidePath(text, kPathUnits, format, directory.c_str(), name) >= 0) {}
+      : usable(FormatWidePath(text, kPathUnits, format, directory.c_str(), name) >= 0 &&
+               std::wcspbrk(name, L"/\\:") == nullptr) {}
 
   wchar_t text[kPathUnits] = {};
-  bool fits;
+  bool usable;
 };
 
 HANDLE OpenFolder(const std::wstring& path, DWORD access, DWORD sharing) {
@@ -70,10 +73,6 @@ bool IsDirectoryEntry(const WIN32_FIND_DATAW& entry) {
   return (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
-// Other systems allow names that hold what separates here; as part of a path such a name leads
-// somewhere else.
-bool LeadsElsewhere(const wchar_t* name) { return std::wcspbrk(name, L"/\\:") != nullptr; }
-
 // How a directory is copied.
 struct CopyMode {
   bool recurse;
@@ -84,7 +83,7 @@ bool CopyOneFile(const Directory& source, const Directory& destination, bool was
                  const wchar_t* name) {
   const EntryPath from(L"%s%s", source.Path(), name);
   const EntryPath to(L"%s%s", destination.Path(), name);
-  if (!from.fits || !to.fits) return false;
+  if (!from.usable || !to.usable) return false;
   // A link that was there would lead the copy out of the destination. In a folder that was empty
   // what is there now has come since, and is not replaced.
   if (!wasEmpty && IsLinkPath(to.text)) return false;
@@ -96,13 +95,13 @@ bool CopyEntries(Directory& source, Directory& destination, CopyMode mode);
 bool CopySubdirectory(const Directory& source, const Directory& destination, const wchar_t* name,
                       CopyMode mode) {
   const EntryPath created(L"%s%s", destination.Path(), name);
-  if (!created.fits) return false;
+  if (!created.usable) return false;
   if (!CreateDirectoryW(created.text, nullptr) && GetLastError() != ERROR_ALREADY_EXISTS) {
     return false;
   }
   const EntryPath fromPath(L"%s%s\\", source.Path(), name);
   const EntryPath toPath(L"%s%s\\", destination.Path(), name);
-  if (!fromPath.fits || !toPath.fits) return false;
+  if (!fromPath.usable || !toPath.usable) return false;
 
   Directory from(fromPath.text);
   Directory to(toPath.text);
@@ -118,9 +117,7 @@ bool CopyEntries(Directory& source, Directory& destination, CopyMode mode) {
   const bool wasEmpty = destination.Next() == nullptr;
   while (const WIN32_FIND_DATAW* entry = source.Next()) {
     const wchar_t* const name = entry->cFileName;
-    if (LeadsElsewhere(name)) {
-      result = false;
-    } else if (mode.recurse && IsDirectoryEntry(*entry)) {
+    if (mode.recurse && IsDirectoryEntry(*entry)) {
       // A subdirectory's result stands for everything before it, failures among it included.
       result = CopySubdirectory(source, destination, name, mode);
     } else if (!CopyOneFile(source, destination, wasEmpty, name)) {
@@ -142,7 +139,7 @@ bool RemoveFile(const wchar_t* path) {
 bool RemoveEntry(const Directory& directory, const WIN32_FIND_DATAW& entry, std::int32_t mode) {
   const bool isDirectory = IsDirectoryEntry(entry);
   const EntryPath path(isDirectory ? L"%s%s\\" : L"%s%s", directory.Path(), entry.cFileName);
-  if (!path.fits || LeadsElsewhere(entry.cFileName)) return false;
+  if (!path.usable) return false;
   return isDirectory ? RemoveTree(path.text, mode) : RemoveFile(path.text);
 }
 
@@ -157,8 +154,8 @@ Directory::Directory(const std::wstring& path)
   if (hold_ == nullptr) return;
   EntryPath pattern(L"%s%s", path_, L"*.*");
   // Where the whole pattern no longer fits a shorter one that matches the same may.
-  if (!pattern.fits) pattern = EntryPath(L"%s%s", path_, L"*");
-  if (!pattern.fits) return;
+  if (!pattern.usable) pattern = EntryPath(L"%s%s", path_, L"*");
+  if (!pattern.usable) return;
   const HANDLE find = FindFirstFileW(pattern.text, &entry_);
   if (find == INVALID_HANDLE_VALUE) return;
   find_.reset(find);

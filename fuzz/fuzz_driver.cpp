@@ -1,5 +1,6 @@
 // Feeds seeded random input to the INI reader and writer, the XML store and the keyed records and
 // checks what must hold for any input. A violation or a crash ends it, saying how to repeat it.
+// Files take a hundred times as long as memory does, so just a few runs go through them.
 #include <windows.h>
 
 #include <algorithm>
@@ -10,11 +11,11 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <sstream>
 #include <stdexcept>
 
 #include "inifile/ini_file.h"
+#include "inifile/ini_parser.h"
 #include "xmlstore/keyed_records.h"
 #include "xmlstore/xml_parse.h"
 
@@ -103,52 +104,52 @@ const Strings kLines = Split(
     "[a]\n|[b]\r\n|a=v\n|key=1\n|#b=v\n|; note\n|\n|\n|\r|\r\n|[|]|=|#|;| |\t|?\n|x[y]z\n|k|[=b]\n|"
     "a = b\n|[ a ]\n|=x\n|#[b]\n|[]\n|# [b] \n|\x1A|x[y=1]\n|[a=b]\n");
 
-void FuzzIni() {
+void FuzzIniText() {
+  const std::string text = input = Mutated(Soup(kLines, 12), kLines);
+  std::string lines;
+  corekit::ForEachIniLine(text, [&](const corekit::IniLine& line) {
+    lines.append(line.text) += line.ended ? "\n" : "";
+  });
+  Require(lines == text, "the lines are the text");
+  try {
+    corekit::ForEachIniRecord(text, [](const corekit::IniRecord& record) {
+      Require(record.Key.find('=') == std::string::npos, "a key ends at the first =");
+      Require(record.Section.find(']') == std::string::npos, "a name ends at the first ]");
+    });
+  } catch (const std::out_of_range&) {
+    Require(text.find('[') != std::string::npos, "only headers throw");
+  }
+}
+
+void FuzzIniFile() {
   const std::string text = Mutated(Soup(kLines, 12), kLines);
   const std::string section = OneIn(9) ? "" : Of(kNames), key = Of(kNames), value = Of(kNames);
   input = text + " <- " + section + " | " + key + " | " + value;
   const auto get = [&] { return CIniFile::GetValue(key, section, kFile); };
   const auto set = [&] { return CIniFile::SetValue(key, value, section, kFile); };
   std::vector<CIniFile::Record> list;
-  const auto load = [&] { return CIniFile::Load(kFile, list); };
   WriteBytes(text);
-  if (Throws<std::out_of_range>(load)) {
+  if (Throws<std::out_of_range>([&] { CIniFile::Load(kFile, list); })) {
     Require(Throws<std::out_of_range>(get) && Throws<std::out_of_range>(set), "all of them throw");
     return Require(ReadBytes() == text, "an exception leaves the file as it was");
   }
-  const auto in = [&](auto& record) { return record.Section == section; };
-  const auto match = [&](auto& record) { return in(record) && record.Key == key; };
-  auto header = std::find_if(list.begin(), list.end(), in);
-  const auto found = std::find_if(list.begin(), list.end(), match);
-  const bool known = found != list.end();
-  Require(get() == (known ? found->Value : ""), "GetValue gives the first value");
-  Require(set(), "SetValue succeeds");
-  if (known) found->Value = value;
-  if (header == list.end()) header = list.insert(header, {"", ' ', section, "", ""});
-  if (!known) list.insert(header + 1, {"", ' ', section, key, value});
-
-  std::string bytes, current;
-  bool stable = true, inPlace = true, broken = false;
-  for (const auto& r : list) {
-    std::string line = r.Key.empty() ? "[" + r.Section + "]" : r.Key + "=" + r.Value;
-    broken = broken || (!r.Key.empty() && line.find('[') != std::string::npos);
-    line = r.Comments + (r.Commented == ' ' ? "" : std::string(1, r.Commented)) + line + "\n";
-    for (const char c : line) bytes += c == '\n' ? "\r\n" : std::string(1, c);
-    if (r.Key.empty()) current = r.Section;  // a header by now, whatever it was
-    inPlace = inPlace && r.Section == current;
-    stable = stable && r.Section.find('=', 1) == std::string::npos;
+  // Written, a line that is no entry begins another section, and a header that holds "=" is a key.
+  std::string current;
+  bool plain = true;
+  for (const auto& record : list) {
+    if (record.Key.empty()) current = record.Section;
+    plain = plain && record.Section == current && current.find('=') == std::string::npos;
   }
-  Require(ReadBytes() == bytes, "the file holds the records with that one change");
-  // A header whose name holds "=" behind its start is written as a key, which may read as something
-  // else, or as a header without its end.
-  Require(Throws<std::out_of_range>(load) == broken, "what was written loads");
-  if (!stable) return;
-  Require(CIniFile::Save(kFile, list), "Save succeeds");
-  Require(ReadBytes() == bytes, "saving what was loaded changes nothing");
-  Require(!inPlace || get() == value, "the value reads back");
+  Require(set(), "SetValue succeeds");
+  if (!plain) return;
+  Require(get() == value, "the value reads back");
+  const std::string bytes = ReadBytes();
+  Require(set() && ReadBytes() == bytes, "setting it again changes nothing");
 }
 
-const Strings kTexts = Split("x| |  |\t|\r\n|<|>|&|\"|'|\xE2\x82\xAC|1|&amp;|&#32;|\x0B |]]>|\xFF");
+// Without white space that loading would trim.
+const Strings kTexts = Split("x|x y|<|>|&|\"|'|\xE2\x82\xAC|1|&amp;|&#32;|\x0B|]]>|\xFF");
+const Strings kDigits = Split("0|1|2147483648|9|+|-|.|e|E+3|x|,| |\t|inf|nan|0x1p3|1e-44");
 const Strings kDecoys = Split(
     "<!--</a>-->|<!--<a>-->|<![CDATA[</a>]]>|<?p </a>?>|<!X </a>|<b c='</a>'/>|<b c=\"'</a>\"/>|"
     "<b/>|<!DOCTYPE x [</a>]>|<c\"></a>|<d>x</d>");
@@ -157,6 +158,12 @@ const Strings kMarkup = Split(
     "<![CDATA[|<!DOCTYPE x [|<?xml |&#x41;|&#0;|\xEF\xBB\xBF|<b c=''>");
 
 std::string MakePath() { return "r." + Of(kNames) + (OneIn(2) ? "" : "." + Of(kNames)); }
+
+std::string Written(XMLParse& store) {
+  std::ostringstream stream;
+  write_xml(stream, store.GetTree());
+  return stream.str();
+}
 
 XMLParse MakeStore() {
   XMLParse store;
@@ -169,9 +176,7 @@ XMLParse MakeStore() {
     const auto remove = OneIn(2) ? &XMLParse::Remove : &XMLParse::RemoveAll;
     if (OneIn(9)) (store.*(OneIn(2) ? remove : &XMLParse::RemoveAttr))(MakePath());
   }
-  std::ostringstream stream;
-  write_xml(stream, store.GetTree());
-  input = stream.str();
+  input = Written(store);
   return store;
 }
 
@@ -183,95 +188,71 @@ int Depth(const ptree& tree) {
   return depth;
 }
 
-// What a saved tree loads as: attributes first, text without white space around it and with single
-// blanks inside. Of text that is blanks alone one survives, unless it is all that an element has.
-ptree Normal(const ptree& tree) {
-  ptree result;
-  for (const auto& [key, child] : tree) {
-    if (key != "<xmlattr>") result.push_back({key, key == "<xmlcomment>" ? child : Normal(child)});
-  }
-  std::string& text = result.data();
-  for (const char c : tree.data()) {
-    const bool blank = c == ' ' || c == '\t' || c == '\r' || c == '\n';
-    if (!blank || (!text.empty() && text.back() != ' ')) text += blank ? ' ' : c;
-  }
-  if (!text.empty() && text.back() == ' ') text.pop_back();
-  const std::size_t size = tree.data().size();
-  if (tree.data() == std::string(size, ' ') && size > (result.empty() ? 1U : 0U)) text = " ";
-  const ptree attributes = tree.get_child("<xmlattr>", ptree());
-  if (!attributes.empty()) result.push_front({"<xmlattr>", attributes});
-  return result;
-}
-
-XMLParse Reloaded(XMLParse store) {
-  const ptree normal = Normal(store.GetTree());
-  XMLParse loaded;
-  Require(store.SaveAs(kFile) == 1 && loaded.LoadFile(kFile) == 1, "what is saved loads");
-  Require(loaded.GetTree() == normal, "what is saved loads to an equal tree");
-  const std::string bytes = ReadBytes();
-  Require(loaded.Save() == 1, "what was loaded is saved");
-  Require(store.GetTree() != normal || ReadBytes() == bytes, "saving again changes nothing");
-  return loaded;
-}
-
-void FuzzXmlLoad() {
-  XMLParse store = MakeStore(), file;
-  const ptree old = store.GetTree();
+std::string MakeXml() {
   std::string text = OneIn(3) ? input : Soup(kMarkup, 12);
   if (OneIn(2)) text = "<a>" + Soup(kDecoys, 3) + text + "</a>";
-  if (OneIn(20)) {  // about as deep as may be, or far deeper
+  if (OneIn(1000)) {  // about as deep as may be, or far deeper
     const std::size_t levels = OneIn(20) ? 1 + Below(50000) : 995 + Below(15),
                       outer = Below(levels);
     text = Repeat("<a>", outer) + Soup(kDecoys, 20) + Repeat("<a>", levels - outer) +
            Repeat("</a>", levels);
   }
-  input = text = OneIn(2) ? text : Mutated(text, kMarkup);
+  return input = OneIn(2) ? text : Mutated(text, kMarkup);
+}
+
+void FuzzXmlText() {
+  XMLParse store;
+  store.GetTree().put("old", "");
+  const ptree old = store.GetTree();
+  const std::string text = MakeXml();
   const bool loaded = store.LoadString(text.c_str(), 0) == 1;
   const ptree& tree = store.GetTree();
   Require(loaded ? Depth(tree) <= 1000 : tree == old, "a tree of at most 1000 levels, or the old");
-  if (std::count(text.begin(), text.end(), '<') < 2500) {  // the reader survives that many levels
-    ptree read;
-    std::istringstream stream(text.substr(0, text.find('\0')));
-    const auto parse = [&] {
-      read_xml(stream, read, boost::property_tree::xml_parser::trim_whitespace);
-    };
-    const bool good = !Throws<boost::property_tree::xml_parser_error>(parse) && Depth(read) <= 1000;
-    Require(loaded == good && (!good || tree == read), "what is well-formed loads");
-  }
-  if (!OneIn(40)) return;
-  WriteBytes(text);
-  Require(file.LoadFile(kFile) == loaded && file.IsLoaded() == loaded, "LoadFile agrees");
-  Require(!loaded || file.GetTree() == tree, "LoadFile gives the same tree");
-  // A reference can stand for the zero byte, which ends what is saved.
-  if (loaded && text.find("&#") == std::string::npos) Reloaded(store);
+  if (std::count(text.begin(), text.end(), '<') > 2500) return;  // too many levels for the reader
+  ptree read;
+  std::istringstream stream(text.substr(0, text.find('\0')));
+  const auto parse = [&] {
+    read_xml(stream, read, boost::property_tree::xml_parser::trim_whitespace);
+  };
+  const bool good = !Throws<boost::property_tree::xml_parser_error>(parse) && Depth(read) <= 1000;
+  Require(loaded == good && (!good || tree == read), "what is well-formed loads");
 }
 
-void FuzzXmlSave() {
-  XMLParse store = MakeStore();
-  const std::unique_ptr<XMLParse> copy(store.Clone());
-  Require(copy->GetTree() == store.GetTree(), "a clone is equal");
-  Reloaded(store);
+void FuzzXmlFile() {
+  XMLParse made = MakeStore(), loaded, file;
+  Require(made.SaveAs(kFile) == 1 && loaded.LoadFile(kFile) == 1, "what is saved loads");
+  Require(Written(loaded) == Written(made), "it loads as it was");
+  const std::string bytes = ReadBytes(), text = MakeXml();
+  Require(loaded.Save() == 1 && ReadBytes() == bytes, "saving again changes nothing");
+  WriteBytes(text);
+  const std::int32_t good = loaded.LoadString(text.c_str(), 0);
+  Require(file.LoadFile(kFile) == good, "a file loads as its text does");
+  Require(good == 0 || file.GetTree() == loaded.GetTree(), "a file loads as its text does");
 }
 
 void FuzzRecords() {
   XMLParse store = MakeStore();
-  if (OneIn(40)) store = Reloaded(store);
   const std::string path = OneIn(2) ? "r" : MakePath();
   const std::map<std::int32_t, std::string> fields = {{0, Of(kNames)}, {1, Of(kNames)}};
+  KeyedRecords records = {{"old", {}}};
+  const bool good = ReadKeyedRecords(store.GetTree(), path, records, fields, "none") == 0;
   const auto list = store.GetTree().get_child_optional(path);
-  bool good = list.has_value();
-  KeyedRecords expected, records = {{"old", {}}};
-  for (const auto& [name, child] : list ? *list : ptree()) {
-    if (name == "<xmlattr>") continue;
-    const auto attributes = child.get_child_optional("<xmlattr>");
-    good = attributes.has_value();
-    if (!good) break;
-    const auto field = [&](int index) { return attributes->get(fields.at(index), "none"); };
-    expected.insert({field(0), {{0, field(0)}, {1, field(1)}}});
+  Require(list.has_value() || !good, "there is something to read");
+  Require(records.size() <= (list ? list->size() : 0), "no more records than elements");
+  for (const auto& [key, record] : records) {
+    Require(record.size() == 2 && record.at(0) == key, "each record has its key and its fields");
   }
-  const std::int32_t status = ReadKeyedRecords(store.GetTree(), path, records, fields, "none");
-  Require((status == 0) == good, "reading fails at a record without attributes only");
-  Require(records == expected, "of each key the first record is read, up to the failure");
+}
+
+template <typename Value>
+void CheckNumber(std::int32_t (XMLParse::*get)(std::string, std::vector<Value>&)) {
+  XMLParse store;
+  const std::string text = input = Soup(kDigits, 6);
+  store.GetTree().put("r.item.<xmlattr>.key", text);
+  const auto expected = store.GetTree().get_optional<Value>("r.item.<xmlattr>.key");
+  std::vector<Value> values;
+  Require((store.*get)("r", values) == expected.has_value(), "a number reads as the tree reads it");
+  Require(!expected || values.front() == *expected, "a number reads as the tree reads it");
 }
 
 void FuzzValues() {
@@ -280,26 +261,39 @@ void FuzzValues() {
     XMLParse store;
     store.SetStringVector(path, {"old"});
     Require((store.*put)(path, value) == 1, "Put succeeds");
-    store = OneIn(40) ? Reloaded(store) : store;
     decltype(value) out = {};
     Require((store.*get)(path, out) == 1 && out == value, "Get gives what Put took");
   };
   const auto wide = static_cast<std::int64_t>(Below(SIZE_MAX)) >> Below(64);
   const auto word = static_cast<std::int32_t>(wide);
   const float real = static_cast<float>(wide) * 1e-9F;
-  const std::string text = Soup(kTexts, 3);
-  check(&XMLParse::PutInt, &XMLParse::GetInt, word);
   check(&XMLParse::SetInt64Attr, &XMLParse::GetInt64, wide);
-  check(&XMLParse::PutFloat, &XMLParse::GetFloat, real);
-  check(&XMLParse::PutString, &XMLParse::GetString, text);
   check(&XMLParse::PutIntVector, &XMLParse::GetIntVector, std::vector{word, 0, word});
   check(&XMLParse::PutFloatVector, &XMLParse::GetFloatVector, std::vector{real, 0.1F});
-  check(&XMLParse::PutStringVector, &XMLParse::GetStringVector, Strings{text, "", "x"});
+  check(&XMLParse::PutStringVector, &XMLParse::GetStringVector, Strings{Soup(kTexts, 3), "", "x"});
+  CheckNumber(&XMLParse::GetIntVector);
+  CheckNumber(&XMLParse::GetFloatVector);
 }
 
-const char* const kTargets[] = {"INI", "XML load", "XML save", "records", "values"};
-void (*const kFuzz[])() = {FuzzIni, FuzzXmlLoad, FuzzXmlSave, FuzzRecords, FuzzValues};
-constexpr std::size_t kTurns[] = {0, 1, 3, 1, 4, 1, 3, 1, 2, 1, 3, 1, 4, 1, 3, 1};
+struct Target {
+  const char* name;
+  void (*fuzz)();
+  std::size_t share;  // of all runs
+  Number runs;
+};
+
+Target targets[] = {{"INI text", FuzzIniText, 80, 0}, {"INI file", FuzzIniFile, 1, 0},
+                    {"XML text", FuzzXmlText, 80, 0}, {"XML file", FuzzXmlFile, 1, 0},
+                    {"records", FuzzRecords, 20, 0},  {"values", FuzzValues, 18, 0}};
+
+Target& NextTarget() {
+  std::size_t at = Below(200);
+  for (Target& next : targets) {
+    if (at < next.share) return next;
+    at -= next.share;
+  }
+  return targets[0];
+}
 
 }  // namespace
 
@@ -316,16 +310,15 @@ int main(int argc, char** argv) {
     return 0;
   });
   std::signal(SIGABRT, [](int) { Require(false, "nothing aborts"); });
-  Number runs[std::size(kFuzz)] = {};
   for (; counted ? run < limit : GetTickCount64() - start < limit * 1000; ++run) {
     state = seed + run;
-    const std::size_t turn = kTurns[state % std::size(kTurns)];
-    target = kTargets[turn];
-    Require(!Throws<std::exception>(kFuzz[turn]), "no other exception leaves");
-    ++runs[turn];
+    Target& next = NextTarget();
+    target = next.name;
+    Require(!Throws<std::exception>(next.fuzz), "no other exception leaves");
+    ++next.runs;
   }
   const double seconds = static_cast<double>(GetTickCount64() - start) / 1000;
-  for (int i = 0; i < 5; ++i) std::printf("%-10s%12llu\n", kTargets[i], runs[i]);
+  for (const Target& each : targets) std::printf("%-10s%12llu\n", each.name, each.runs);
   std::printf("%-10s%12llu executions, seed %llu, %.1f s\n", "all", run, seed, seconds);
   std::remove(kFile.c_str());
 }

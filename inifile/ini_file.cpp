@@ -38,7 +38,7 @@ bool WriteRecords(const std::string& file, const Records& list) {
     } else {
       stream << record.Key << '=' << record.Value;
     }
-    stream << '\n';
+    stream << std::endl;
   }
   return true;
 }

@@ -169,64 +169,50 @@ TEST_F(Client, CarriesOutManyItemsInTheirOrderAndShowsHowFarItIs) {
   EXPECT_TRUE(seen.empty() || seen.back() > 0) << "progress is seen while the helper works";
 }
 
-// A pipe that nobody writes to keeps the helper waiting.
+// A program in the helper's place that does nothing until it is killed.
 class HangingHelper : public Client {
  protected:
   HangingHelper() {
-    const std::string name = R"(\\.\pipe\)" + std::to_string(GetCurrentProcessId());
-    pipe_ = CreateNamedPipeA(name.c_str(), PIPE_ACCESS_OUTBOUND, 0, 1, 0, 0, 0, nullptr);
+    options_.helper = std::filesystem::path(OwnFolder()) / L"hanging_helper.exe";
     WriteFileBytes(folder_ / "a", "a");
-    WriteFileBytes(folder_ / "list.xml", "<root><task><i key='1' src='" + name + "' dec='" +
-                                             WideToUtf8(FullPath(folder_ / "p").wstring()) +
-                                             "' type='file'/></task></root>");
-    WriteFileBytes(folder_ / "task.ini", "[Task]\ntype=1\nxml_path=" + folder_ / "list.xml" + "\n");
-  }
-  ~HangingHelper() override {
-    CloseHandle(pipe_);
-    KillHelper();
+    AddFile("a", "b");
   }
   static bool KillHelper() {
-    const HANDLE all = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+    const Handle all(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     PROCESSENTRY32W entry = {};
     entry.dwSize = sizeof entry;
     bool killed = false;
-    for (BOOL more = Process32FirstW(all, &entry); more; more = Process32NextW(all, &entry)) {
-      if (entry.th32ParentProcessID != GetCurrentProcessId() ||
-          _wcsicmp(entry.szExeFile, L"uactask.exe") != 0) {
+    for (BOOL more = Process32FirstW(all.get(), &entry); more;
+         more = Process32NextW(all.get(), &entry)) {
+      if (_wcsicmp(entry.szExeFile, L"hanging_helper.exe") != 0 ||
+          entry.th32ParentProcessID != GetCurrentProcessId()) {
         continue;
       }
-      const HANDLE helper =
-          OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, entry.th32ProcessID);
-      killed = TerminateProcess(helper, 0xC0000005) != FALSE;
-      WaitForSingleObject(helper, 5000);
-      CloseHandle(helper);
+      const Handle helper(OpenProcess(PROCESS_TERMINATE, FALSE, entry.th32ProcessID));
+      killed = TerminateProcess(helper.get(), 0xC0000005) != FALSE;
     }
-    CloseHandle(all);
     return killed;
   }
-
- private:
-  HANDLE pipe_;
 };
 
+// Its files go when it has ended.
 TEST_F(HangingHelper, IsLeftToItself) {
-  options_.timeout = std::chrono::milliseconds(200);
   for (const bool cancels : {false, true}) {
-    options_.progress = [cancels](const Progress& now) { return !cancels || now.allFiles == 0; };
-    const Result result = uaclient::Run(TaskFile{FullPath(folder_ / "task.ini")}, options_);
+    options_.timeout = std::chrono::milliseconds(cancels ? 0 : 200);
+    options_.progress = [cancels](const Progress&) { return !cancels; };
+    const Result result = uaclient::Run(plan_, options_);
     EXPECT_EQ(result.status, Status::kStillRunning);
-    EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("it goes on"));
-    EXPECT_FALSE(result.items.at(0).done);
+    EXPECT_THAT(Reasons(result).at(0), HasSubstr("it goes on"));
     EXPECT_TRUE(KillHelper());
   }
 }
 
 TEST_F(HangingHelper, IsKilled) {
-  options_.progress = [](const Progress&) { return KillHelper(); };
-  const Result result = uaclient::Run(TaskFile{FullPath(folder_ / "task.ini")}, options_);
+  options_.progress = [](const Progress& now) { return now.comparing || KillHelper(); };
+  const Result result = uaclient::Run(plan_, options_);
   EXPECT_EQ(result.status, Status::kFailed);
   EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("ended abnormally"));
-  EXPECT_FALSE(result.items.at(0).done);
+  EXPECT_THAT(Reasons(result).at(0), HasSubstr("b\" is missing"));
 }
 
 TEST_F(Client, SaysThatThereIsNoHelper) {
@@ -261,7 +247,7 @@ TEST_F(Client, ServesTwoThreadsAtOnceAndLeavesTheProcessAsItWas) {
 
 // As a process without raised rights does it; Wine asks nobody.
 TEST_F(Client, AsksForRaisedRights) {
-  if (!OnWine() && !IsElevated()) GTEST_SKIP() << "the system would ask the user";
+  if (ElevationPrompts()) GTEST_SKIP() << "the system would ask the user";
   HelperProcess process;
   std::wstring why;
   const std::wstring helper = OwnFolder() + L"uactask.exe";

@@ -244,9 +244,12 @@ class FakeTaskScheduler : public fake_task_scheduler::Record, IClassFactory, IIn
 
  private:
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    *out = static_cast<IClassFactory*>(this);
+    *out = nullptr;
+    if (iid == __uuidof(IUnknown) || iid == __uuidof(IClassFactory)) {
+      *out = static_cast<IClassFactory*>(this);
+    }
     if (iid == __uuidof(IInitializeSpy)) *out = static_cast<IInitializeSpy*>(this);
-    return S_OK;
+    return *out == nullptr ? E_NOINTERFACE : S_OK;
   }
   ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
   ULONG STDMETHODCALLTYPE Release() override { return 1; }

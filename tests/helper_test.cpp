@@ -6,7 +6,6 @@
 
 #include <boost/lexical_cast.hpp>
 #include <cstdint>
-#include <filesystem>
 #include <regex>
 #include <string>
 #include <vector>
@@ -84,9 +83,8 @@ TEST_F(Helper, KeepsTaskFilesThatItCannotRun) {
 
 TEST_F(Helper, RefusesHugeLists) {
   WriteFileBytes(task_, taskOfList_);
-  WriteFileBytes(folder_ / "list.xml", "<root><task/></root>");
   // Would be 20 bytes if it wrapped around.
-  std::filesystem::resize_file((folder_ / "list.xml").c_str(), (std::uintmax_t{1} << 32) + 20);
+  WriteSparseFile(folder_ / "list.xml", "<root><task/></root>", (std::int64_t{1} << 32) + 20);
   ExpectCleanFailure();
   EXPECT_EQ(ReadFileBytes(task_), taskOfList_);
 }
@@ -152,6 +150,7 @@ TEST_F(Helper, LeavesAReadOnlyTaskFileToTheNextRestart) {
   SetFileAttributesW(Utf8ToWide(task_).c_str(), FILE_ATTRIBUTE_READONLY);
   EXPECT_EQ(RunOn(task_), 0U);
   EXPECT_EQ(folder_.Contents(), files);
+  ForgetDeletionsAtRestart(folder_.Path().substr(0, folder_.Path().size() - 1) + "\\task.ini");
 }
 
 }  // namespace

@@ -106,11 +106,11 @@ TEST_F(IniFile, WritesOnlyWhatItCanOpen) {
 }
 
 TEST_F(IniFile, LoadsRecords) {
-  WriteFileBytes(file_, "; c\n#[S]\nk=v\n");
+  WriteFileBytes(file_, "; c\n#[S]\nk=v\nk=w\n");
   std::vector<CIniFile::Record> list;
   EXPECT_TRUE(CIniFile::Load(file_, list));
   EXPECT_FALSE(CIniFile::Load(folder_ / "missing.ini", list)) << "which keeps the list";
-  ASSERT_EQ(list.size(), 2U);
+  ASSERT_EQ(list.size(), 3U);
   EXPECT_EQ(list[0].Comments + list[0].Commented + list[1].Key, "; c\n#k");
   EXPECT_EQ(CIniFile::GetRecord("k", "S", file_).size(), 1U);
 }

@@ -225,7 +225,6 @@ TEST(SchedulerTaskFile, ReadsTextsInTheAnsiCodePage) {
   EXPECT_EQ(fake.lastCall, "ITaskFolder::DeleteTask" + text + " task_name', 0)");
 }
 
-// What it writes is shown by the launcher's tests.
 TEST(SchedulerTaskFile, SavesExactlyItsEightParameters) {
   const TestFolder folder;
   const auto save = [&](const TaskParams& params) {

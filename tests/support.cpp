@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <winioctl.h>
+
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
 #include <filesystem>
@@ -87,6 +89,11 @@ void MakeReadOnly(const std::string& path) {
 
 void WriteSparseFile(const std::string& path, const std::string& bytes, std::int64_t size) {
   WriteFileBytes(path, bytes);
+  const HANDLE file =
+      CreateFileW(Widen(path).c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+  DWORD returned = 0;
+  DeviceIoControl(file, FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &returned, nullptr);
+  CloseHandle(file);
   boost::filesystem::resize_file(Widen(path), static_cast<std::uintmax_t>(size));
 }
 
@@ -147,18 +154,101 @@ void RunUnixProgram(const std::string& command, const std::function<bool()>& don
   for (int i = 0; i < 500 && !done(); ++i) Sleep(10);
 }
 
+bool LongPathsWork() {
+  using Enabled = BOOLEAN(NTAPI*)();
+  const auto enabled = reinterpret_cast<Enabled>(reinterpret_cast<void*>(
+      GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "RtlAreLongPathsEnabled")));
+  return OnWine() || (enabled != nullptr && enabled());
+}
+
+bool ElevationPrompts() {
+  TOKEN_ELEVATION elevation = {};
+  DWORD size = 0;
+  GetTokenInformation(GetCurrentProcessToken(), TokenElevation, &elevation, sizeof elevation,
+                      &size);
+  return !OnWine() && elevation.TokenIsElevated == 0;
+}
+
+void ForgetDeletionsAtRestart(const std::string& name) {
+  const wchar_t* const key = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
+  const wchar_t* const value = L"PendingFileRenameOperations";
+  DWORD bytes = 0;
+  if (RegGetValueW(HKEY_LOCAL_MACHINE, key, value, RRF_RT_ANY, nullptr, nullptr, &bytes) != 0)
+    return;
+  std::wstring list(bytes / sizeof(wchar_t), L'\0');
+  RegGetValueW(HKEY_LOCAL_MACHINE, key, value, RRF_RT_ANY, nullptr, list.data(), &bytes);
+  // Pairs of texts, each with its zero: a path and its new name, which is empty for a deletion.
+  std::wstring kept;
+  for (std::size_t at = 0; at < list.size() && list[at] != 0;) {
+    const std::size_t middle = list.find(L'\0', at) + 1;
+    const std::size_t end = std::min(list.find(L'\0', middle), list.size() - 1) + 1;
+    const std::wstring pair = list.substr(at, end - at);
+    if (pair.find(Widen(name)) == std::wstring::npos) kept += pair;
+    at = end;
+  }
+  HKEY opened = nullptr;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, key, 0, KEY_SET_VALUE, &opened) != 0) return;
+  if (kept.empty()) {
+    RegDeleteValueW(opened, value);
+  } else {
+    kept += L'\0';
+    RegSetValueExW(opened, value, 0, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(kept.data()),
+                   static_cast<DWORD>(kept.size() * sizeof(wchar_t)));
+  }
+  RegCloseKey(opened);
+}
+
 bool MakeFolderLink(const std::string& target, const std::string& link) {
   folderLinks.push_back(link);
   if (OnWine()) {
     RunUnixProgram("ln -s " + target + " " + link, [&] { return PathExists(link.c_str()); });
   } else {
     const DWORD unprivileged = 0x2;  // SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGED_CREATE
-    CreateSymbolicLinkW(Widen(link).c_str(), Widen(target).c_str(),
+    // What a link holds is not a path to be parsed: "/" is no separator there.
+    std::wstring held = Widen(target);
+    std::replace(held.begin(), held.end(), L'/', L'\\');
+    CreateSymbolicLinkW(Widen(link).c_str(), held.c_str(),
                         SYMBOLIC_LINK_FLAG_DIRECTORY | unprivileged);
   }
   const DWORD attributes = GetFileAttributesW(Widen(link).c_str());
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
 }
+
+namespace {
+
+// What a program prints, in a file that goes with the object: unlike a pipe's, its size has no end,
+// and no process that the program leaves behind can keep it open.
+class Capture {
+ public:
+  explicit Capture(const wchar_t* name) {
+    SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
+    static int count = 0;  // another process may still have the one before
+    const std::wstring path =
+        name + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(++count);
+    handle_ = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_DELETE,
+                          &inherit, CREATE_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    EXPECT_NE(handle_, INVALID_HANDLE_VALUE);
+  }
+  ~Capture() { CloseHandle(handle_); }
+  Capture(const Capture&) = delete;
+  Capture& operator=(const Capture&) = delete;
+
+  HANDLE Handle() const { return handle_; }
+  std::string Text() const {
+    std::string text;
+    char buffer[65536];
+    SetFilePointer(handle_, 0, nullptr, FILE_BEGIN);
+    for (DWORD n = 0; ReadFile(handle_, buffer, sizeof buffer, &n, nullptr) && n > 0;) {
+      text.append(buffer, n);
+    }
+    return text;
+  }
+
+ private:
+  HANDLE handle_;
+};
+
+}  // namespace
 
 ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments) {
   wchar_t self[MAX_PATH] = {};
@@ -167,34 +257,25 @@ ProgramResult RunProgram(const std::string& name, const std::vector<std::string>
   std::wstring command = L"\"" + program.wstring() + L"\"";
   for (const std::string& argument : arguments) command += L" \"" + Widen(argument) + L"\"";
 
-  SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-  HANDLE reader = nullptr;
-  HANDLE writer = nullptr;
-  EXPECT_TRUE(CreatePipe(&reader, &writer, &inherit, 0));
-  SetHandleInformation(reader, HANDLE_FLAG_INHERIT, 0);
+  const Capture output(L"stdout-");
+  const Capture errors(L"stderr-");
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   startup.dwFlags = STARTF_USESTDHANDLES;
   startup.hStdInput = INVALID_HANDLE_VALUE;
-  startup.hStdOutput = writer;
-  startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
+  startup.hStdOutput = output.Handle();
+  startup.hStdError = errors.Handle();
   PROCESS_INFORMATION process = {};
   EXPECT_TRUE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                              &startup, &process))
       << "cannot start " << name << ": error " << GetLastError();
-  CloseHandle(writer);
-  // What these programs print fits the pipe, so it can wait there until they end.
   if (WaitForSingleObject(process.hProcess, 30000) != WAIT_OBJECT_0) {
     ADD_FAILURE() << name << " hangs";
     TerminateProcess(process.hProcess, ~0U);
   }
-  ProgramResult result = {~0UL, ""};
-  char buffer[65536];
-  for (DWORD n = 0; ReadFile(reader, buffer, sizeof buffer, &n, nullptr) && n > 0;) {
-    result.output.append(buffer, n);
-  }
+  ProgramResult result = {~0UL, output.Text(), errors.Text()};
   GetExitCodeProcess(process.hProcess, &result.exitCode);
-  for (HANDLE handle : {reader, process.hProcess, process.hThread}) CloseHandle(handle);
+  for (HANDLE handle : {process.hProcess, process.hThread}) CloseHandle(handle);
   return result;
 }
 

@@ -64,9 +64,19 @@ bool OnWine();
 // handle to wait for, so this waits until the work shows.
 void RunUnixProgram(const std::string& command, const std::function<bool()>& done);
 
+// Whether full paths may be longer than 259 units, which Windows must be told.
+bool LongPathsWork();
+
+// Whether starting a program with raised rights would ask somebody.
+bool ElevationPrompts();
+
+// Takes back what was left to the next restart: deletions of files with this in their path.
+void ForgetDeletionsAtRestart(const std::string& name);
+
 struct ProgramResult {
   unsigned long exitCode;
   std::string output;  // standard output, byte for byte
+  std::string errors;  // standard error
 };
 
 // Runs a program that stands beside the test program and waits for it. Fails the test when it takes

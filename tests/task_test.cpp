@@ -4,6 +4,7 @@
 #include <boost/exception/info.hpp>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "fileop/file_operator.h"
 #include "support.h"
@@ -71,36 +72,54 @@ TEST(FileOpTask, EnrichesTheExceptionsOfWriting) {
   }
 }
 
-#ifdef __MINGW32__
-// Applications call the interfaces across module borders: by slot, in the order agreed.
-template <typename Member>
-std::ptrdiff_t Slot(Member member) {
-  std::ptrdiff_t word = 0;  // a pointer to a virtual member starts with its offset, plus one
-  std::memcpy(&word, &member, sizeof word);
-  return (word - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
+// Applications call the interfaces across module borders: by slot, in the order agreed. An object
+// whose every slot answers with its number tells which one the compiler calls for a member.
+template <std::size_t kSlot>
+std::size_t Number(void*) {
+  return kSlot;
+}
+
+template <std::size_t... kSlots>
+const void* Numbers(std::index_sequence<kSlots...>) {
+  static std::size_t (*const numbers[])(void*) = {Number<kSlots>...};
+  return numbers;
+}
+
+template <typename Interface, typename Member>
+std::size_t Slot(Member Interface::*member) {
+  std::size_t (Interface::*asked)() = nullptr;
+  static_assert(sizeof asked == sizeof member);
+  std::memcpy(&asked, &member, sizeof asked);
+  const void* object = Numbers(std::make_index_sequence<64>());
+  return (reinterpret_cast<Interface*>(&object)->*asked)();
 }
 
 template <typename... Members>
-void ExpectSlotsFrom(std::ptrdiff_t slot, Members... members) {
-  for (const std::ptrdiff_t found : {Slot(members)...}) EXPECT_EQ(found, slot++);
+void ExpectSlotsFrom(std::size_t slot, Members... members) {
+  for (const std::size_t found : {Slot(members)...}) EXPECT_EQ(found, slot++);
 }
+
+#ifdef _MSC_VER
+const std::size_t kBehindDestructor = 1;
+#else
+const std::size_t kBehindDestructor = 2;
+#endif
 
 TEST(Interfaces, KeepTheirSlots) {
   using T = IUACTask;
   ExpectSlotsFrom(0, &T::SetTaskFile, &T::Run, &T::SaveTaskInfos, &T::SetParams, &T::GetType);
-  // Here a virtual destructor takes two entries where other compilers give it one.
   using F = tk::IFileOperator;
-  ExpectSlotsFrom(2, &F::AddFileCopy, &F::AddDirectoryCopy, &F::ClearOperations, &F::Execute);
+  ExpectSlotsFrom(kBehindDestructor, &F::AddFileCopy, &F::AddDirectoryCopy, &F::ClearOperations,
+                  &F::Execute);
   using X = IXMLParse;
-  ExpectSlotsFrom(2, &X::Clone, &X::GetFloatVector, &X::GetIntVector, &X::GetStringVector,
-                  &X::GetFloat, &X::GetInt64, &X::GetInt, &X::GetString, &X::PutFloatVector,
-                  &X::PutIntVector, &X::PutStringVector, &X::PutFloat, &X::PutInt64, &X::PutInt,
-                  &X::PutString, &X::SetFloatVector, &X::SetIntVector, &X::SetStringVector,
-                  &X::SetFloatAttr, &X::SetInt64Attr, &X::SetIntAttr, &X::SetStringAttr,
-                  &X::SetFloat, &X::SetInt64, &X::SetInt, &X::SetString, &X::RemoveAttr, &X::Remove,
-                  &X::RemoveAll, &X::LoadString, &X::LoadFile, &X::IsLoaded, &X::Save, &X::SaveAs,
-                  &X::GetTree);
+  ExpectSlotsFrom(kBehindDestructor, &X::Clone, &X::GetFloatVector, &X::GetIntVector,
+                  &X::GetStringVector, &X::GetFloat, &X::GetInt64, &X::GetInt, &X::GetString,
+                  &X::PutFloatVector, &X::PutIntVector, &X::PutStringVector, &X::PutFloat,
+                  &X::PutInt64, &X::PutInt, &X::PutString, &X::SetFloatVector, &X::SetIntVector,
+                  &X::SetStringVector, &X::SetFloatAttr, &X::SetInt64Attr, &X::SetIntAttr,
+                  &X::SetStringAttr, &X::SetFloat, &X::SetInt64, &X::SetInt, &X::SetString,
+                  &X::RemoveAttr, &X::Remove, &X::RemoveAll, &X::LoadString, &X::LoadFile,
+                  &X::IsLoaded, &X::Save, &X::SaveAs, &X::GetTree);
 }
-#endif
 
 }  // namespace

@@ -7,6 +7,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "uaclient/win32.h"
+
 namespace uaclient {
 
 // What speaks against a copy, from the harmless to the worst.

@@ -189,7 +189,7 @@ class TaskFileCheck {
   }
 
   bool EndsAtControlZ() const {
-    const Stream stream = OpenDiskFile(Utf8ToAnsi(helperPath_).c_str(), "rb");
+    const auto stream = corekit::OpenDiskFile(Utf8ToAnsi(helperPath_).c_str(), "rb");
     if (!stream) return false;
     char block[1 << 14];
     while (const std::size_t size = std::fread(block, 1, sizeof block, stream.get())) {

@@ -132,28 +132,26 @@ bool CopyWatch::IsEmptied(std::size_t item) {
   return lastFile.empty();
 }
 
-// Whether the helper has made it, or begun to.
-bool CopyWatch::IsReached(const Target& target) {
+// Whether the helper has made it, or begun to; for a file also what it is by now.
+bool CopyWatch::IsReached(const Target& target, FileState& now) {
+  const bool inFolder = items_[target.item].isFolder;
+  if (inFolder && !IsEmptied(target.item)) return false;
   const std::wstring destination = DestinationOf(target);
-  if (items_[target.item].isFolder) {
-    return IsEmptied(target.item) &&
-           GetFileAttributesW(destination.c_str()) != INVALID_FILE_ATTRIBUTES;
-  }
+  if (target.entry.isFolder) return IsFolder(destination);
+  if (!ReadFileState(destination, now)) return false;
   const Before& before = before_[target.item];
-  FileState now;
-  return ReadFileState(destination, now) &&
-         !(before.wasThere && now.size == before.state.size && now.time == before.state.time);
+  const bool isOld = now.size == before.state.size && now.time == before.state.time;
+  return inFolder || !before.wasThere || !isOld;
 }
 
 // Whether the helper is done with it: it sets a copy's time when the content is there.
 bool CopyWatch::IsComplete(const Target& target) {
-  if (!IsReached(target)) return false;
   FileState now;
-  return target.entry.isFolder ||
-         (ReadFileState(DestinationOf(target), now) && now.Matches(target.entry.state));
+  return IsReached(target, now) && (target.entry.isFolder || now.Matches(target.entry.state));
 }
 
 void CopyWatch::Advance() {
+  FileState now;
   for (bool moved = true; moved;) {
     moved = false;
     while (cursor_ < targets_.size() && IsComplete(targets_[cursor_])) {
@@ -164,7 +162,7 @@ void CopyWatch::Advance() {
     // later.
     std::size_t ahead = cursor_;
     for (std::size_t step = 1; cursor_ + step < targets_.size(); step *= 2) {
-      if (IsReached(targets_[cursor_ + step])) ahead = cursor_ + step;
+      if (IsReached(targets_[cursor_ + step], now)) ahead = cursor_ + step;
     }
     moved = moved || ahead > cursor_;
     cursor_ = ahead;
@@ -177,8 +175,7 @@ void CopyWatch::Advance() {
     return;
   }
   const Target& target = targets_[cursor_];
-  FileState now;
-  const bool isBegun = IsReached(target) && ReadFileState(DestinationOf(target), now);
+  const bool isBegun = IsReached(target, now) && !target.entry.isFolder;
   progress_.files = target.filesBefore;
   progress_.bytes =
       target.bytesBefore + (isBegun ? std::min(now.size, target.entry.state.size) : 0);

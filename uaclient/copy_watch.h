@@ -58,7 +58,7 @@ class CopyWatch {
   std::wstring SourceOf(const Target& target) const;
   std::wstring DestinationOf(const Target& target) const;
   bool IsEmptied(std::size_t item);
-  bool IsReached(const Target& target);
+  bool IsReached(const Target& target, FileState& now);
   bool IsComplete(const Target& target);
 
   Item FinishFile(const Target& target, const Tick& tick);

@@ -1,9 +1,9 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <numeric>
 
 #include "corekit/text.h"
+#include "uaclient/check_copies.h"
 #include "uaclient/copy_watch.h"
 #include "uaclient/helper_files.h"
 #include "uaclient/helper_process.h"
@@ -132,15 +132,6 @@ const Finding* Objection(const Findings& findings) {
   };
   const auto found = std::find_if(findings.begin(), findings.end(), objects);
   return found == findings.end() ? nullptr : &*found;
-}
-
-// The places of the items in the order in which the helper works: folders first.
-std::vector<std::size_t> HelperOrder(const std::vector<CopyItem>& items) {
-  std::vector<std::size_t> order(items.size());
-  std::iota(order.begin(), order.end(), std::size_t{0});
-  std::stable_partition(order.begin(), order.end(),
-                        [&](std::size_t place) { return items[place].isFolder; });
-  return order;
 }
 
 // What is known of the copies after the helper has been started, or not.

@@ -2,7 +2,9 @@
 
 #include <windows.h>
 
+#include <cstdlib>
 #include <exception>
+#include <new>
 
 #include "corekit/text.h"
 #include "corekit/trace.h"
@@ -44,6 +46,9 @@ int wmain(int argumentCount, wchar_t* arguments[]) {
   SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   // Nobody is there to answer a dialog: not about a missing disk, nor after a crash.
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
+  // Exhausted memory is a failure as any other. Not left to std::bad_alloc, because the runtime of
+  // MinGW itself allocates to throw it, and crashes where that fails.
+  std::set_new_handler([] { std::_Exit(kFailed); });
   EnableTraceForDevelopers();
   if (argumentCount < 2) return Answer(kFailed);
   try {

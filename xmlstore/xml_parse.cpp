@@ -3,9 +3,9 @@
 #include <boost/make_shared.hpp>
 #include <boost/property_tree/xml_parser.hpp>
 #include <locale>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
-#include <type_traits>
 #include <utility>
 
 #include "corekit/trace.h"
@@ -58,17 +58,41 @@ struct Rules<std::string> {
   static constexpr const char* kWriteError = nullptr;
 };
 
-// Between values and their text; numbers in the classic locale, not in the process's.
+// Between values and their text, numbers as the property tree's stream converts them but in the
+// classic locale, not in the process's. One serves for many: to make its stream takes far longer
+// than to convert.
 template <typename Value>
-auto Translator() {
-  using namespace boost::property_tree;
-  if constexpr (std::is_same_v<Value, std::string>) {
-    return id_translator<std::string>();
-  } else {
-    return stream_translator<char, std::char_traits<char>, std::allocator<char>, Value>(
-        std::locale::classic());
+class Converter {
+  using Conversion = boost::property_tree::customize_stream<char, std::char_traits<char>, Value>;
+
+ public:
+  Converter() { stream_.imbue(std::locale::classic()); }
+
+  std::string ToText(Value value) {
+    stream_.str({});
+    Conversion::insert(stream_, value);
+    return stream_.str();
   }
-}
+  // None unless the whole text is a number.
+  std::optional<Value> FromText(const std::string& text) {
+    stream_.clear();
+    stream_.str(text);
+    Value value = {};
+    Conversion::extract(stream_, value);
+    if (stream_.fail() || stream_.peek() != std::char_traits<char>::eof()) return std::nullopt;
+    return value;
+  }
+
+ private:
+  std::stringstream stream_;
+};
+
+template <>
+class Converter<std::string> {
+ public:
+  std::string ToText(const std::string& value) { return value; }
+  std::optional<std::string> FromText(const std::string& text) { return text; }
+};
 
 void TracePath(const char* format, const std::string& path) {
   if (format != nullptr) corekit::Trace(format, path.c_str());
@@ -80,17 +104,21 @@ bool LacksKey(const std::string& path) { return path.empty() || path.back() == '
 
 template <typename Number>
 Number NumberAt(const ptree& tree, const std::string& path) {
-  return tree.get_optional<Number>(path, Translator<Number>()).value_or(Rules<Number>::kMissing);
+  const auto node = tree.get_child_optional(path);
+  const auto number = node ? Converter<Number>().FromText(node->data()) : std::nullopt;
+  return number.value_or(Rules<Number>::kMissing);
 }
 
 template <typename Value>
 std::int32_t GetVector(const ptree& tree, const std::string& path, std::vector<Value>& out) {
   out.clear();
   try {
+    Converter<Value> converter;
+    const ptree::path_type valuePath(kItemValue);
     for (const auto& [name, child] : tree.get_child(path)) {
       if (name == kAttributes) continue;
       if (name != kItem) return kFalse;
-      out.push_back(child.template get<Value>(kItemValue, Translator<Value>()));
+      out.push_back(converter.FromText(child.get_child(valuePath).data()).value());
     }
     return kTrue;
   } catch (...) {
@@ -103,9 +131,12 @@ std::int32_t PutVector(ptree& tree, const std::string& path, const std::vector<V
   try {
     ptree& element = tree.get_child(path);
     element.erase(kItem);
+    Converter<Value> converter;
+    ptree::value_type item(kItem, ptree());
+    std::string& text = item.second.put(kItemValue, "").data();
     for (const Value& value : values) {
-      ptree& item = element.push_back({kItem, ptree()})->second;
-      item.put(kItemValue, value, Translator<Value>());
+      text = converter.ToText(value);
+      element.push_back(item);
     }
     return kTrue;
   } catch (...) {
@@ -201,7 +232,7 @@ std::int32_t XMLParse::PutValue(std::string path, const Value& value) {
   try {
     ToAttrPath(path);
     if (LacksKey(path)) throw std::out_of_range("no key");
-    tree_.put(path, value, Translator<Value>());
+    tree_.put(path, Converter<Value>().ToText(value));
     return kTrue;
   } catch (...) {
     TracePath(Rules<Value>::kWriteError, path);
@@ -214,7 +245,7 @@ std::int32_t XMLParse::SetValue(const std::string& path, const Value& value,
                                 std::int32_t (XMLParse::*put)(std::string path, Value value)) {
   if (Exists(path) != kFalse) return (this->*put)(path, value);
   if (LacksKey(path)) return kFalse;
-  tree_.add(path, value, Translator<Value>());
+  tree_.add(path, Converter<Value>().ToText(value));
   return kTrue;
 }
 

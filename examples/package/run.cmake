@@ -1,14 +1,44 @@
-# Installs what was built in `BUILD`, and configures, builds and runs the consumer with it in `WORK`.
-if(WIN32) # vcpkg's libraries, already built, and the runtime that they were built for
-  set(native "|-DVCPKG_MANIFEST_MODE=OFF|-DVCPKG_INSTALLED_DIR=${BUILD}/vcpkg_installed|-DVCPKG_TARGET_TRIPLET=x64-windows-static|-DCMAKE_MSVC_RUNTIME_LIBRARY=MultiThreaded")
+# Configures, builds and runs this project in `WORK` with what was built in `BUILD` of `SOURCE`: installed, as a folder
+# and as CMake fetches it. `OPTIONS` is what the compiler and the libraries there need (separated by "|").
+string(REPLACE "|" ";" options "${OPTIONS}")
+
+# A toolchain file that lies elsewhere finds Boost by the prefix path alone.
+if(TOOLCHAIN)
+  configure_file(${TOOLCHAIN} ${WORK}/toolchain.cmake COPYONLY)
+  list(APPEND options -DCMAKE_TOOLCHAIN_FILE=${WORK}/toolchain.cmake)
 endif()
-foreach(command IN ITEMS
-    "--install|${BUILD}|--config|${CONFIG}|--prefix|${WORK}/prefix"
-    "-S|${CMAKE_CURRENT_LIST_DIR}|-B|${WORK}/build|-G|${GENERATOR}|-DCMAKE_BUILD_TYPE=${CONFIG}|-DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN}|-DCMAKE_PREFIX_PATH=${WORK}/prefix|-DCMAKE_FIND_ROOT_PATH=${WORK}/prefix${native}"
-    "--build|${WORK}/build|--config|${CONFIG}")
-  string(REPLACE "|" ";" command "${command}")
-  execute_process(COMMAND ${CMAKE_COMMAND} ${command} COMMAND_ERROR_IS_FATAL ANY)
-endforeach()
-file(GLOB_RECURSE consumer ${WORK}/build/consumer.exe)
-execute_process(COMMAND ${EMULATOR} ${consumer} WORKING_DIRECTORY ${WORK} COMMAND_ERROR_IS_FATAL ANY)
+
+# The project may have targets of these names.
+file(WRITE ${WORK}/names.cmake
+  "foreach(name corekit inifile fileop xmlstore tasks core client launcher bench tests)\n"
+  "  add_library(\${name} INTERFACE)\nendforeach()\n")
+
+function(use from folder config)
+  execute_process(COMMAND ${CMAKE_COMMAND} --no-warn-unused-cli -S ${CMAKE_CURRENT_FUNCTION_LIST_DIR} -B ${WORK}/${folder} -G ${GENERATOR}
+    ${options} -DCMAKE_BUILD_TYPE=${config} "-DCMAKE_PREFIX_PATH=${WORK}/prefix;${BOOST}"
+    -DCMAKE_PROJECT_consumer_INCLUDE=${WORK}/names.cmake -DUACTASK_FROM=${from}
+    -DUACTASK_FOLDER=${SOURCE} -DFETCHCONTENT_SOURCE_DIR_UACTASK=${SOURCE}
+    ERROR_VARIABLE remarks ECHO_ERROR_VARIABLE COMMAND_ERROR_IS_FATAL ANY)
+  if(remarks)
+    message(FATAL_ERROR "Configuring warns of:\n${remarks}")
+  endif()
+  execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK}/${folder} --config ${config} COMMAND_ERROR_IS_FATAL ANY)
+  file(GLOB_RECURSE program ${WORK}/${folder}/consumer.exe)
+  get_filename_component(beside ${program} DIRECTORY)
+  if(NOT EXISTS ${beside}/uactask.exe)
+    message(FATAL_ERROR "${from}: the helper is not beside the program")
+  endif()
+  execute_process(COMMAND ${EMULATOR} ${program} WORKING_DIRECTORY ${WORK} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --config ${CONFIG} --prefix ${WORK}/prefix
+  COMMAND_ERROR_IS_FATAL ANY)
+use(package installed ${CONFIG})
+file(REMOVE_RECURSE ${WORK}/prefix)
+# The same folder for both, so that nothing is compiled twice; and without optimisation, which is quicker.
+if(TOOLCHAIN)
+  set(CONFIG Debug)
+endif()
+use(folder source ${CONFIG})
+use(fetched source ${CONFIG})
 file(REMOVE_RECURSE ${WORK})

@@ -1,0 +1,2 @@
+#pragma once
+#define VER_PRODUCTBUILD 10011

@@ -1,0 +1,3 @@
+#pragma once
+#include_next <taskschd.h>
+#include <weekly_monthly_interfaces.h>

@@ -1,0 +1,11 @@
+#pragma once
+#include <stddef.h>
+inline void* operator new(size_t, void* p) noexcept { return p; }
+inline void* operator new[](size_t, void* p) noexcept { return p; }
+namespace std {
+enum class align_val_t : size_t {};
+struct nothrow_t {
+  explicit nothrow_t() = default;
+};
+extern const nothrow_t nothrow;
+}  // namespace std

@@ -1,0 +1,3 @@
+#pragma once
+#include_next <windef.h>
+#undef inline

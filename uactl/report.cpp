@@ -1,0 +1,172 @@
+#include "uactl/report.h"
+
+#include <array>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "corekit/text.h"
+#include "uactl/console.h"
+
+namespace {
+
+using uaclient::Finding;
+using uaclient::Status;
+using uaclient::Step;
+
+const wchar_t* SeverityName(const Finding& finding) {
+  return finding.severity == uaclient::Severity::kError ? L"error" : L"warning";
+}
+
+std::wstring FindingLine(const Finding& finding) {
+  if (finding.file.empty()) return ErrorLine(finding.text);
+  std::wstring place = finding.file.wstring();
+  if (finding.line > 0) place += L":" + std::to_wstring(finding.line);
+  return Line(place + L": " + SeverityName(finding) + L": " + finding.text);
+}
+
+std::wstring OneDecimal(double number) {
+  std::array<wchar_t, 64> text;
+  std::swprintf(text.data(), text.size(), L"%.1f", number);
+  return text.data();
+}
+
+double Seconds(std::chrono::milliseconds time) {
+  return std::chrono::duration<double>(time).count();
+}
+
+std::wstring Size(double bytes) {
+  if (bytes < 1e3) return std::to_wstring(static_cast<int>(bytes)) + L" bytes";
+  if (bytes < 1e6) return OneDecimal(bytes / 1e3) + L" kB";
+  if (bytes < 1e9) return OneDecimal(bytes / 1e6) + L" MB";
+  return OneDecimal(bytes / 1e9) + L" GB";
+}
+std::wstring Size(std::uint64_t bytes) { return Size(static_cast<double>(bytes)); }
+
+std::wstring Files(std::uint64_t count) {
+  return std::to_wstring(count) + (count == 1 ? L" file" : L" files");
+}
+
+int ExitCodeOf(const uaclient::TaskFileReport& report) {
+  if (!report.exists || report.helperFails) return kExitRefused;
+  return report.findings.empty() ? kExitDone : kExitNotDone;
+}
+
+// Whether the files at the destinations were counted and compared.
+bool WasLookedAt(Status status) {
+  return status == Status::kDone || status == Status::kIncomplete || status == Status::kFailed;
+}
+
+// Of what was not even started: what speaks against it.
+Report ReportRefusal(const uaclient::Findings& findings) {
+  Report report;
+  report.exitCode = kExitRefused;
+  for (const Finding& finding : findings) {
+    if (finding.harmful || finding.severity == uaclient::Severity::kError) {
+      report.errors += FindingLine(finding);
+    }
+  }
+  report.errors += ErrorLine(L"Nothing was started.");
+  return report;
+}
+
+const char* KindName(Step::Kind kind) {
+  switch (kind) {
+    case Step::Kind::kCopyFolder:
+      return "copyFolder";
+    case Step::Kind::kCopyFile:
+      return "copyFile";
+    case Step::Kind::kRegisterJob:
+      return "registerJob";
+    case Step::Kind::kDeleteJob:
+      return "deleteJob";
+  }
+  return "";
+}
+
+}  // namespace
+
+std::wstring ErrorLine(const std::wstring& text) { return Line(L"uactl: " + text); }
+
+std::wstring ProgressText(const uaclient::Progress& progress) {
+  const auto share = [](std::uint64_t part, std::uint64_t whole) {
+    return std::to_wstring(whole == 0 ? 0 : part * 100 / whole) + L" %";
+  };
+  if (progress.comparing) return L"comparing with the sources";
+  const double seconds = Seconds(progress.elapsed);
+  const double rate = seconds > 0 ? static_cast<double>(progress.bytes) / seconds : 0;
+  return (progress.allBytes > 0 ? share(progress.bytes, progress.allBytes)
+                                : share(progress.files, progress.allFiles)) +
+         L", " + std::to_wstring(progress.files) + L" of " + Files(progress.allFiles) + L", " +
+         Size(progress.bytes) + L" of " + Size(progress.allBytes) + L", " + Size(rate) + L"/s";
+}
+
+Report ReportRun(const uaclient::Result& result, const std::wstring& jobDone) {
+  if (result.status == Status::kInvalid) return ReportRefusal(result.findings);
+  Report report;
+  report.exitCode = result.status == Status::kDone ? kExitDone : kExitNotDone;
+  if (!result.reason.empty()) report.errors = ErrorLine(result.reason);
+  bool copies = false;
+  for (const uaclient::Item& item : result.items) {
+    copies |= item.job.empty();
+    if (item.done && !item.job.empty()) {
+      report.output += Line(L"The job \"" + item.job + L"\" " + jobDone + L".");
+    }
+    if (!item.reason.empty() && item.reason != result.reason) {
+      const std::wstring name = item.job.empty() ? item.destination.wstring() : item.job;
+      report.errors += ErrorLine(L"\"" + name + L"\": " + item.reason);
+    }
+  }
+  if (copies && WasLookedAt(result.status)) {
+    report.output += Line(Files(result.files) + L", " + Size(result.bytes) + L", " +
+                          OneDecimal(Seconds(result.elapsed)) + L" s");
+  }
+  if (result.status == Status::kFailed) {
+    for (const Finding& finding : result.findings) {
+      if (!finding.file.empty()) report.errors += FindingLine(finding);
+    }
+  }
+  return report;
+}
+
+Report ReportCheck(const uaclient::TaskFileReport& report) {
+  Report text;
+  text.exitCode = ExitCodeOf(report);
+  for (const Finding& finding : report.findings) text.output += FindingLine(finding);
+  for (const Step& step : report.steps) text.output += Line(L"plan: " + step.text);
+  if (text.exitCode == kExitRefused) {
+    text.output += Line(L"plan: nothing, the helper would fail with exit code " +
+                        std::to_wstring(report.exists ? 1 : 2));
+  }
+  return text;
+}
+
+Report ReportCheckAsJson(const uaclient::TaskFileReport& report,
+                         const std::filesystem::path& file) {
+  using Json = nlohmann::ordered_json;
+  const auto utf8 = [](const std::filesystem::path& path) { return WideToUtf8(path.wstring()); };
+  const int exitCode = ExitCodeOf(report);
+  Json findings = Json::array();
+  for (const Finding& finding : report.findings) {
+    findings.push_back({{"severity", WideToUtf8(SeverityName(finding))},
+                        {"harmful", finding.harmful},
+                        {"file", utf8(finding.file)},
+                        {"line", finding.line},
+                        {"text", WideToUtf8(finding.text)}});
+  }
+  Json steps = Json::array();
+  for (const Step& step : report.steps) {
+    steps.push_back({{"kind", KindName(step.kind)},
+                     {"source", utf8(step.source)},
+                     {"destination", utf8(step.destination)},
+                     {"job", WideToUtf8(step.job)},
+                     {"files", step.files},
+                     {"bytes", step.bytes},
+                     {"empties", step.empties},
+                     {"emptiedFiles", step.emptiedFiles},
+                     {"emptiedBytes", step.emptiedBytes},
+                     {"text", WideToUtf8(step.text)}});
+  }
+  const Json json = {
+      {"file", utf8(file)}, {"exit", exitCode}, {"findings", findings}, {"steps", steps}};
+  return {exitCode, Utf8ToWide(json.dump(2)) + L"\n", L""};
+}
