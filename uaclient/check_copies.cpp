@@ -82,7 +82,7 @@ class Checker {
     const bool isUsable = isPlain || remarks.front().weight < Weight::kFails;
     AddAll(std::move(remarks));
     // What somebody wrote into a list the helper tries; of a plan there is nothing more to know.
-    const std::wstring full =
+    std::wstring full =
         isUsable || origin_ == Origin::kList ? FullPath(path, isPlain) : std::wstring();
     if (full.empty()) return {};
     if (IsRoot(full)) {

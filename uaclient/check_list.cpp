@@ -74,6 +74,8 @@ ItemPlaces FindItems(const char* text) {
   return places;
 }
 
+std::string UpToNul(const std::string& text) { return text.substr(0, text.find('\0')); }
+
 // An item as it stands in the document.
 struct ListItem {
   std::string key;
@@ -271,8 +273,8 @@ class ListCheck {
     std::vector<std::size_t> lines;
     for (const std::size_t i : order) {
       // As far as the first NUL, like the helper.
-      CopyItem copy = {Utf8ToWide(operations[i].source.c_str()),
-                       Utf8ToWide(operations[i].destination.c_str()), operations[i].isFolder};
+      CopyItem copy = {Utf8ToWide(UpToNul(operations[i].source)),
+                       Utf8ToWide(UpToNul(operations[i].destination)), operations[i].isFolder};
       if (!items_[i].isUsable) {
         Step step;
         step.kind = copy.isFolder ? Step::Kind::kCopyFolder : Step::Kind::kCopyFile;

@@ -14,12 +14,11 @@
 namespace uaclient {
 namespace {
 
-constexpr wchar_t kSeparators[] = L"\\/";
 constexpr DWORD kMaxUnits = 32768;
 
 // Of what is longer than anything that the helper can reach only the existence is looked up, so
 // that a path of thousands of folders costs no more than another.
-constexpr std::size_t kMaxLookedAt = 4 * MAX_PATH;
+constexpr std::size_t kMaxLookedAt = 1040;
 
 // A folder in which many files are looked up is cheaper to list, unless it is huge.
 constexpr std::size_t kLooksBeforeListing = 50;

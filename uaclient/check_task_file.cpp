@@ -330,7 +330,7 @@ class TaskFileCheck {
     }
     std::array<std::int32_t, Task::kParamCount> numbers = {};
     bool areNumbers = true;
-    for (const std::size_t i : {Task::kTimeType, Task::kTimeWeekday, Task::kTimeMonthday}) {
+    for (std::size_t i = Task::kTimeType; i <= Task::kTimeMonthday; ++i) {
       const auto number = Number(values_[i]);
       if (number) {
         numbers[i] = *number;
