@@ -45,9 +45,11 @@ function(uactask_separate_symbols target)
   set_property(TARGET ${target} PROPERTY UACTASK_KEEPS_SYMBOLS ON)
   if(MINGW AND CMAKE_BUILD_TYPE STREQUAL "Release")
     set(symbols $<TARGET_FILE_DIR:${target}>/${target}.debug)
+    # These tools put the time into what they write, the clock's unless they are told another.
+    set(fixed_time ${CMAKE_COMMAND} -E env SOURCE_DATE_EPOCH=0)
     add_custom_command(TARGET ${target} POST_BUILD VERBATIM
-      COMMAND ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}> ${symbols}
-      COMMAND ${CMAKE_STRIP} $<TARGET_FILE:${target}>
-      COMMAND ${CMAKE_OBJCOPY} --add-gnu-debuglink=${symbols} $<TARGET_FILE:${target}>)
+      COMMAND ${fixed_time} ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}> ${symbols}
+      COMMAND ${fixed_time} ${CMAKE_STRIP} $<TARGET_FILE:${target}>
+      COMMAND ${fixed_time} ${CMAKE_OBJCOPY} --add-gnu-debuglink=${symbols} $<TARGET_FILE:${target}>)
   endif()
 endfunction()

@@ -131,6 +131,8 @@ programs = {path.removesuffix(".exe"): users[path] for path in sorted(users) if 
 symbols = {f"{name}.debug": (BUILD / f"bin/{name}.debug").read_bytes() for name in programs}
 
 faults = []
+if json.loads((SOURCE / "ports/uactask/vcpkg.json").read_text())["version"] != VERSION:
+    faults.append("ports/uactask/vcpkg.json has another version")
 for name, files in ((f"{NAME}-win64", users), (f"{NAME}-dev-win64", developers), (f"{NAME}-symbols", symbols)):
     faults += faults_of(name, files)
     pack(name, files)
