@@ -72,7 +72,7 @@ TEST_F(Client, CopiesWhateverTheTemporaryFolderIsCalled) {
   WriteTree(folder_ / "from/", kTree);
   AddFile("from/sub/日本 😀.txt", "file");
   AddFolder("from", "old");
-  AddFolder("from/", "new/");
+  plan_.Folder(FullPath(folder_ / "from/"), FullPath(folder_.Path()).wstring() + L"new/mixed\\");
   AddFile("from/ü  a.txt", "made/日本");
   for (const std::string& temp : temps) {
     UseTemp(temp);
@@ -84,7 +84,7 @@ TEST_F(Client, CopiesWhateverTheTemporaryFolderIsCalled) {
     EXPECT_EQ(Reasons(result), std::vector<std::string>(4));
     EXPECT_EQ(result.files, 6U);
     EXPECT_EQ(result.bytes, 21U);
-    for (const char* copy : {"new/", "old/"}) EXPECT_EQ(ReadTree(folder_ / copy), kTree);
+    for (const char* copy : {"new/mixed/", "old/"}) EXPECT_EQ(ReadTree(folder_ / copy), kTree);
     EXPECT_EQ(ReadFileBytes(folder_ / "file") + ReadFileBytes(folder_ / "made/日本"), "farnear");
   }
 }
