@@ -61,7 +61,7 @@ class Checker {
     bool isDestination = false;
   };
   // What copies take from a drive or share.
-  struct Room {
+  struct Space {
     std::uint64_t needed = 0;
     std::uint64_t freed = 0;
     std::size_t item = 0;  // the last one
@@ -153,10 +153,10 @@ class Checker {
     } else {
       CheckFile(source, destination, from, to, step);
     }
-    Room& room = rooms_[to.real.substr(0, to.real.find(L'\\', 2))];
-    room.needed += step.bytes;
-    room.freed += step.emptiedBytes + to.size;
-    room.item = at_;
+    Space& space = spaces_[to.real.substr(0, to.real.find(L'\\', 2))];
+    space.needed += step.bytes;
+    space.freed += step.emptiedBytes + to.size;
+    space.item = at_;
   }
 
   void CheckFolder(const std::wstring& source, const std::wstring& destination, const Place& to,
@@ -300,15 +300,15 @@ class Checker {
   }
 
   void CheckRoom() {
-    for (const auto& [root, room] : rooms_) {
+    for (const auto& [root, space] : spaces_) {
       ULARGE_INTEGER free = {};
       if (!GetDiskFreeSpaceExW((root + L"\\").c_str(), &free, nullptr, nullptr) ||
-          room.needed <= free.QuadPart + room.freed) {
+          space.needed <= free.QuadPart + space.freed) {
         continue;
       }
-      at_ = room.item;
-      Add(Weight::kDoubt,
-          L"On " + root + L" there is not enough room for " + DescribedBytes(room.needed) + L".");
+      at_ = space.item;
+      Add(Weight::kDoubt, L"On " + root + L" there is not enough free space for " +
+                              DescribedBytes(space.needed) + L".");
     }
   }
 
@@ -318,7 +318,7 @@ class Checker {
   Places places_;
   std::vector<Role> roles_;
   std::unordered_set<std::wstring> made_;  // folders that will be there, as comparison keys
-  std::map<std::wstring, Room> rooms_;     // by drive or server
+  std::map<std::wstring, Space> spaces_;   // by drive or server
   CopyCheck result_;
 };
 

@@ -26,7 +26,7 @@ struct Remark {
 using Remarks = std::vector<Remark>;
 
 // The longest paths, in UTF-16 units, that Windows takes without a prefix of its own: a folder
-// needs room for a file of the old form (8.3) in it. The helper composes paths of at most
+// must leave space for a file of the old form (8.3) in it. The helper composes paths of at most
 // kMaxFilePath.
 constexpr std::size_t kMaxFilePath = 259;
 constexpr std::size_t kMaxFolderPath = 247;

@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "uaclient/tree_listing.h"
+
 #include "uaclient/win32.h"
 
 namespace uaclient {
@@ -25,13 +27,6 @@ struct Entry {
   bool isLink = false;
   std::uint64_t size = 0;
 };
-
-// A junction or a symbolic link, as opposed to files kept in the cloud. Wine does not tell the
-// kind.
-bool IsLink(const WIN32_FIND_DATAW& data) {
-  return (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
-         (data.dwReserved0 == 0 || IsReparseTagNameSurrogate(data.dwReserved0));
-}
 
 // Calls visit(entry) for everything below the folder; a folder in it is entered when that answers
 // true. Calls fail(folder, error) for what cannot be listed. Paths may be longer than the helper's.

@@ -18,7 +18,7 @@ namespace {
 constexpr wchar_t kTaskName[] = L"task.ini";
 constexpr wchar_t kListName[] = L"list.xml";
 
-// Room for the folder and the files in it below the 259 units that a path may have.
+// Leaves space for the folder and the files in it within the 259 units that a path may have.
 constexpr DWORD kMaxTempUnits = 200;
 
 // The folder that TMP names, with a separator at its end. There is no second choice: files that

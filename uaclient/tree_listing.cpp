@@ -15,13 +15,6 @@ FileState StateOf(const Data& data) {
           Join(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime)};
 }
 
-// Reparse points that hold their own content (files kept in the cloud, for instance) are none. Wine
-// reports links without their tag.
-bool IsLink(const WIN32_FIND_DATAW& entry) {
-  return (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
-         (entry.dwReserved0 == 0 || IsReparseTagNameSurrogate(entry.dwReserved0));
-}
-
 class Lister {
  public:
   Lister(const std::wstring& folder, Links links, TreeListing& listing)
@@ -56,6 +49,11 @@ class Lister {
 };
 
 }  // namespace
+
+bool IsLink(const WIN32_FIND_DATAW& entry) {
+  return (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+         (entry.dwReserved0 == 0 || IsReparseTagNameSurrogate(entry.dwReserved0));
+}
 
 bool FileState::Matches(const FileState& other) const {
   const std::uint64_t apart = time > other.time ? time - other.time : other.time - time;
