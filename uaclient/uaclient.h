@@ -33,12 +33,12 @@ struct Finding {
   Severity severity = Severity::kWarning;
   // Carried out, it would destroy what nobody asked to destroy. Run starts nothing then.
   bool harmful = false;
-  // Of a plan: the item that is meant, from 0; kNoItem where it is none or several.
-  static constexpr std::size_t kNoItem = static_cast<std::size_t>(-1);
-  std::size_t item = kNoItem;
   std::filesystem::path file;  // the task file or the operation list; empty for a plan or a job
   std::size_t line = 0;        // in that file, from 1; 0 where no line is meant
   std::wstring text;           // what it is, why, and what to do instead
+  // Of a plan: the item that is meant, from 0; kNoItem where it is none or several.
+  static constexpr std::size_t kNoItem = static_cast<std::size_t>(-1);
+  std::size_t item = kNoItem;
 };
 using Findings = std::vector<Finding>;
 
