@@ -6,6 +6,7 @@
 #include <objbase.h>
 #include <tlhelp32.h>
 
+#include <fstream>
 #include <future>
 
 #include "corekit/text.h"
@@ -89,6 +90,21 @@ TEST_F(Client, CopiesWhateverTheTemporaryFolderIsCalled) {
   }
 }
 
+// An application that has ended left them a week ago.
+TEST_F(Client, RemovesOldFilesOfItsOwn) {
+  const std::filesystem::path temp = _wgetenv(L"TMP");
+  const std::filesystem::path left = temp / (L"uactask-" + std::wstring(32, L'0'));
+  std::filesystem::create_directory(left);
+  WriteFileBytes(WideToUtf8((left / L"list.xml").generic_wstring()), "list");
+  const Handle folder(CreateFileW(left.c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING,
+                                  FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  const FILETIME longAgo = {0, 0x01D00000};
+  EXPECT_TRUE(SetFileTime(folder.get(), nullptr, nullptr, &longAgo));
+  WriteFileBytes(folder_ / "a", "a");
+  AddFile("a", "b");
+  EXPECT_EQ(uaclient::Run(plan_, options_).status, Status::kDone);
+}
+
 TEST_F(Client, PutsItsFilesNowhereElse) {
   WriteFileBytes(folder_ / "a", "a");
   AddFile("a", "b");
@@ -143,6 +159,16 @@ TEST_F(Client, NamesWhatDidNotArrive) {
   }
 }
 
+TEST_F(Client, NamesLinksThatAreNotFollowed) {
+  WriteTree(folder_ / "from/", TreeOf("a=a"));
+  if (!MakeFolderLink(".", folder_ / "from/x")) GTEST_SKIP() << "links cannot be made here";
+  AddFolder("from", "to");
+  const Result result = uaclient::Run(plan_, options_);
+  EXPECT_EQ(result.status, Status::kIncomplete);
+  EXPECT_THAT(Reasons(result).at(0), HasSubstr("\"x\\x\" cannot be read, or is a link"));
+  EXPECT_EQ(result.files, 2U);
+}
+
 TEST_F(Client, CarriesOutManyItemsInTheirOrderAndShowsHowFarItIs) {
   Tree tree;
   for (int i = 0; i < 1000; ++i) {
@@ -153,8 +179,9 @@ TEST_F(Client, CarriesOutManyItemsInTheirOrderAndShowsHowFarItIs) {
   }
   WriteTree(folder_.Path(), tree);
   std::vector<std::uint64_t> seen;
-  std::filesystem::path last;
+  std::uint64_t arrived = 0;
   options_.progress = [&](const Progress& now) {
+    arrived = now.files;
     if (!now.comparing) seen.push_back(now.files);
     EXPECT_EQ(now.allFiles, 1000U);
     EXPECT_EQ(now.allBytes, 2890U);
@@ -167,6 +194,7 @@ TEST_F(Client, CarriesOutManyItemsInTheirOrderAndShowsHowFarItIs) {
   EXPECT_EQ(ReadFileBytes(folder_ / "to/19/0"), "999");
   EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
   EXPECT_TRUE(seen.empty() || seen.back() > 0) << "progress is seen while the helper works";
+  EXPECT_EQ(arrived, 1000U) << "the last report is of what has arrived";
 }
 
 // A program in the helper's place that does nothing until it is killed.
@@ -209,9 +237,16 @@ TEST_F(HangingHelper, IsLeftToItself) {
   }
 }
 
+// Meanwhile nobody can put other files in the place of those that it has been given.
 TEST_F(HangingHelper, IsKilled) {
   options_.progress = [](const Progress& now) {
-    return now.comparing || now.elapsed.count() == 0 || KillHelper();
+    if (now.comparing || now.elapsed.count() == 0) return true;
+    const std::filesystem::path temp = _wgetenv(L"TMP");
+    for (const auto& folder : std::filesystem::directory_iterator(temp)) {
+      EXPECT_FALSE(MoveFileW(folder.path().c_str(), (temp / L"other").c_str()));
+      EXPECT_FALSE(std::ofstream(folder.path() / L"list.xml"));
+    }
+    return KillHelper();
   };
   const Result result = uaclient::Run(plan_, options_);
   EXPECT_EQ(result.status, Status::kFailed);

@@ -205,7 +205,8 @@ std::wstring CopyWatch::WhyNotArrived(const Target& target, const FileState* the
     return name + L" is missing" + LikelyCause(SourceOf(target), DestinationOf(target));
   }
   const bool looksSame = there->Matches(target.entry.state);
-  if (looksSame && there->time == target.equalState.time) return {};
+  const auto& equal = target.equalState;
+  if (equal && equal->size == there->size && equal->time == there->time) return {};
   if (comparison_ == Comparison::kSizeAndTime && looksSame && !target.lookedDone) return {};
 
   switch (comparer_.Compare(SourceOf(target), DestinationOf(target), tick)) {
@@ -240,13 +241,17 @@ Item CopyWatch::FinishFolder(std::size_t item, const Tick& tick) {
   Item result;
   if (!IsFolder(destination)) {
     result.reason =
-        L"The folder is missing: it could not be made, or its source could not be read.";
+        GetLastError() == ERROR_ACCESS_DENIED
+            ? L"The folder could not be looked at: this user may not see it."
+            : L"The folder is missing: it could not be made, or its source could not be "
+              L"read.";
     return result;
   }
 
   Faults faults;
   for (const std::wstring& folder : unlisted_[item]) {
-    faults.Add(L"The source's folder " + Quoted(folder) + L" cannot be read.");
+    faults.Add(L"The source's folder " + Quoted(folder) +
+               L" cannot be read, or is a link behind a link, which is not followed.");
   }
   // What could not be deleted comes first: it is why the rest is missing.
   const TreeListing listing = ListTree(destination, Links::kNotFollowed);
@@ -267,7 +272,8 @@ Item CopyWatch::FinishFolder(std::size_t item, const Tick& tick) {
   for (auto target = first; target != last; ++target) {
     const auto found = there.find(target->entry.path);
     const TreeEntry* entry = found == there.end() ? nullptr : found->second;
-    const bool sameKind = entry != nullptr && entry->isFolder == target->entry.isFolder;
+    const bool sameKind =
+        entry != nullptr && entry->isFolder == target->entry.isFolder && !entry->isLink;
     const std::wstring fault = WhyNotArrived(*target, sameKind ? &entry->state : nullptr, tick);
     if (!fault.empty()) {
       faults.Add(fault);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,7 +42,7 @@ class CopyWatch {
     // Before the start, the destination could have been taken for the finished copy.
     bool lookedDone = false;
     // What the destination was when it was compared byte for byte and found equal.
-    FileState equalState;
+    std::optional<FileState> equalState;
   };
 
   // What an item's destination was before the start.

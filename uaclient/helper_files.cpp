@@ -10,6 +10,8 @@
 
 #include "corekit/text.h"
 #include "uaclient/check_path.h"
+#include "uaclient/code_page.h"
+#include "uaclient/tree_listing.h"
 #include "uaclient/win32.h"
 
 namespace uaclient {
@@ -35,10 +37,9 @@ bool FindTempFolder(std::wstring& folder, std::wstring& why) {
     why =
         L"The environment variable TMP is too long. It must name a folder in fewer than 200 "
         L"characters, in which the helper's files are put.";
-  } else if (folder.size() < 3 || (folder.substr(1, 2) != L":\\" && folder.substr(1, 2) != L":/" &&
-                                   folder.substr(0, 2) != L"\\\\")) {
+  } else if (folder.size() < 3 || (folder.substr(1, 2) != L":\\" && folder.substr(1, 2) != L":/")) {
     why = L"The environment variable TMP says " + Quoted(folder) +
-          L". It must be a full path, such as C:\\Users\\Name\\AppData\\Local\\Temp.";
+          L". It must be a full path on a drive, such as C:\\Users\\Name\\AppData\\Local\\Temp.";
   } else if (!IsFolder(folder)) {
     why = L"The environment variable TMP names " + Quoted(folder) +
           L", which is no folder. Create it, or set TMP to a folder that exists.";
@@ -76,54 +77,95 @@ SecurityDescriptor OwnAccessOnly() {
   return SecurityDescriptor(descriptor);
 }
 
+constexpr wchar_t kFolderName[] = L"uactask-%08x%08x%08x%08x\\";
+constexpr wchar_t kFolderPattern[] = L"uactask-????????????????????????????????";
+
 std::wstring UnforeseeableName() {
   std::random_device random;
   wchar_t name[64];
-  std::swprintf(name, std::size(name), L"uactask-%08x%08x%08x%08x\\", random(), random(), random(),
-                random());
+  std::swprintf(name, std::size(name), kFolderName, random(), random(), random(), random());
   return name;
 }
 
 // Both as the value of a task file and as the name of one.
 bool CodePageCarries(const std::wstring& path) {
-  const std::string bytes = Utf8ToAnsi(WideToUtf8(path));
-  return AnsiToWide(bytes) == path && FitsTaskFile(bytes);
+  return HelperReads(path) && FitsTaskFile(ForHelper(path));
 }
 
-bool WriteNewFile(const std::wstring& path, const std::string& bytes, std::wstring& why) {
-  const Handle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                FILE_ATTRIBUTE_NORMAL, nullptr));
+// The new file stays open. Others may read it, and do to it what `share` says.
+Handle WriteNewFile(const std::wstring& path, const std::string& bytes, DWORD share,
+                    std::wstring& why) {
+  Handle file(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | share, nullptr, CREATE_NEW,
+                          FILE_ATTRIBUTE_NORMAL, nullptr));
   DWORD written = 0;
-  if (file &&
-      WriteFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) &&
-      written == bytes.size()) {
-    return true;
+  const auto size = static_cast<DWORD>(bytes.size());
+  if (file && WriteFile(file.get(), bytes.data(), size, &written, nullptr) && written == size) {
+    return file;
   }
-  why = L"The helper's file \"" + path + L"\" cannot be written: " + SystemMessage(GetLastError());
-  return false;
+  why = L"The helper's file " + Quoted(path) + L" cannot be written: " +
+        SystemMessage(GetLastError());
+  return Handle();
 }
 
-void RemoveFiles(const std::wstring& folder) {
-  // Something that looks at new files, a virus scanner for instance, may hold them for a moment.
-  for (int attempt = 0; attempt < 20; ++attempt) {
+// Opened so that nobody can rename it, remove it or put something else in its place.
+Handle HoldFolder(const std::wstring& folder) {
+  return Handle(CreateFileW(folder.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                            nullptr, OPEN_EXISTING,
+                            FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+}
+
+// A folder whose file system keeps access lists, and that is what was created.
+bool IsOwnFolder(const Handle& folder) {
+  BY_HANDLE_FILE_INFORMATION info = {};
+  DWORD flags = 0;
+  return folder && GetFileInformationByHandle(folder.get(), &info) &&
+         (info.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0 &&
+         GetVolumeInformationByHandleW(folder.get(), nullptr, 0, nullptr, nullptr, &flags, nullptr,
+                                       0) &&
+         (flags & FILE_PERSISTENT_ACLS) != 0;
+}
+
+// Something that looks at new files, a virus scanner for instance, may hold them for a moment.
+constexpr int kAttempts = 20;
+
+void RemoveFiles(const std::wstring& folder, int attempts) {
+  for (int i = 0; i < attempts; ++i) {
+    if (i > 0) Sleep(50);
     DeleteFileW((folder + kTaskName).c_str());
     DeleteFileW((folder + kListName).c_str());
     if (RemoveDirectoryW(folder.c_str()) || GetLastError() == ERROR_FILE_NOT_FOUND) return;
-    Sleep(50);
   }
+}
+
+// Folders whose application ended ahead of the helper. A day later no helper reads them any more.
+void RemoveOldFolders(const std::wstring& temp) {
+  constexpr std::uint64_t kDay = std::uint64_t{24} * 60 * 60 * 10'000'000;
+  FILETIME now;
+  GetSystemTimeAsFileTime(&now);
+  const std::uint64_t today = std::uint64_t{now.dwHighDateTime} << 32 | now.dwLowDateTime;
+  WIN32_FIND_DATAW entry;
+  const HANDLE find = FindFirstFileW((temp + kFolderPattern).c_str(), &entry);
+  if (find == INVALID_HANDLE_VALUE) return;
+  do {
+    const FILETIME& written = entry.ftLastWriteTime;
+    const std::uint64_t then = std::uint64_t{written.dwHighDateTime} << 32 | written.dwLowDateTime;
+    if (then + kDay < today && !IsLink(entry)) RemoveFiles(temp + entry.cFileName + L'\\', 1);
+  } while (FindNextFileW(find, &entry));
+  FindClose(find);
 }
 
 struct LeftBehind {
   std::wstring folder;
-  HANDLE process;
-  HANDLE wait;
+  std::vector<Handle> held;
+  Handle process;
 };
 
-void CALLBACK RemoveLeftBehind(void* parameter, BOOLEAN) {
-  const std::unique_ptr<LeftBehind> left(static_cast<LeftBehind*>(parameter));
-  RemoveFiles(left->folder);
-  CloseHandle(left->process);
-  UnregisterWaitEx(left->wait, nullptr);
+void CALLBACK RemoveLeftBehind(PTP_CALLBACK_INSTANCE, void* context, PTP_WAIT wait,
+                               TP_WAIT_RESULT) {
+  const std::unique_ptr<LeftBehind> left(static_cast<LeftBehind*>(context));
+  left->held.clear();
+  RemoveFiles(left->folder, kAttempts);
+  CloseThreadpoolWait(wait);
 }
 
 }  // namespace
@@ -131,6 +173,7 @@ void CALLBACK RemoveLeftBehind(void* parameter, BOOLEAN) {
 bool HelperFiles::CreateFolder(std::wstring& why) {
   std::wstring temp;
   if (!FindTempFolder(temp, why)) return false;
+  RemoveOldFolders(temp);
 
   const SecurityDescriptor access = OwnAccessOnly();
   SECURITY_ATTRIBUTES attributes = {sizeof attributes, access.get(), FALSE};
@@ -141,6 +184,14 @@ bool HelperFiles::CreateFolder(std::wstring& why) {
     return false;
   }
   folder_ = std::move(folder);
+  held_.push_back(HoldFolder(folder_));
+  if (!IsOwnFolder(held_.back())) {
+    why =
+        L"The helper's files would not be safe in " + Quoted(temp) +
+        L", which TMP names: its file system keeps no access lists. Set TMP to a folder on a drive "
+        L"of the system's own kind (NTFS).";
+    return false;
+  }
 
   carried_ = folder_;
   if (!CodePageCarries(carried_)) {
@@ -155,12 +206,16 @@ bool HelperFiles::CreateFolder(std::wstring& why) {
   return false;
 }
 
-bool HelperFiles::WriteTask(std::int32_t type, const TaskParams& params, std::wstring& why) const {
-  return WriteNewFile(folder_ + kTaskName, FormatTaskFile(type, params), why);
+// The helper deletes it.
+bool HelperFiles::WriteTask(std::int32_t type, const TaskParams& params, std::wstring& why) {
+  held_.push_back(
+      WriteNewFile(folder_ + kTaskName, FormatTaskFile(type, params), FILE_SHARE_DELETE, why));
+  return held_.back() != nullptr;
 }
 
-bool HelperFiles::WriteList(const std::vector<Operation>& operations, std::wstring& why) const {
-  return WriteNewFile(folder_ + kListName, FormatOperationList(operations), why);
+bool HelperFiles::WriteList(const std::vector<Operation>& operations, std::wstring& why) {
+  held_.push_back(WriteNewFile(folder_ + kListName, FormatOperationList(operations), 0, why));
+  return held_.back() != nullptr;
 }
 
 std::wstring HelperFiles::TaskPath() const { return carried_ + kTaskName; }
@@ -169,17 +224,19 @@ std::wstring HelperFiles::ListPath() const { return carried_ + kListName; }
 
 void HelperFiles::LeaveTo(HANDLE process) {
   if (folder_.empty()) return;
+  HANDLE own = nullptr;
+  DuplicateHandle(GetCurrentProcess(), process, GetCurrentProcess(), &own, SYNCHRONIZE, FALSE, 0);
   auto left = std::make_unique<LeftBehind>();
   left->folder = std::exchange(folder_, {});
-  DuplicateHandle(GetCurrentProcess(), process, GetCurrentProcess(), &left->process, SYNCHRONIZE,
-                  FALSE, 0);
-  LeftBehind* const raw = left.release();
-  RegisterWaitForSingleObject(&raw->wait, raw->process, RemoveLeftBehind, raw, INFINITE,
-                              WT_EXECUTEONLYONCE | WT_EXECUTELONGFUNCTION);
+  left->held = std::move(held_);
+  left->process = Handle(own);
+  const PTP_WAIT wait = CreateThreadpoolWait(RemoveLeftBehind, left.get(), nullptr);
+  if (wait != nullptr) SetThreadpoolWait(wait, left.release()->process.get(), nullptr);
 }
 
 void HelperFiles::Remove() {
-  if (!folder_.empty()) RemoveFiles(folder_);
+  held_.clear();
+  if (!folder_.empty()) RemoveFiles(folder_, kAttempts);
   folder_.clear();
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "uaclient/win32.h"
 #include "uactask/operation_list.h"
 #include "uactask/task_file.h"
 
@@ -23,8 +24,11 @@ class HelperFiles {
 
   // These return whether they succeeded, and otherwise set `why`.
   bool CreateFolder(std::wstring& why);
-  bool WriteTask(std::int32_t type, const TaskParams& params, std::wstring& why) const;
-  bool WriteList(const std::vector<Operation>& operations, std::wstring& why) const;
+  bool WriteTask(std::int32_t type, const TaskParams& params, std::wstring& why);
+  bool WriteList(const std::vector<Operation>& operations, std::wstring& why);
+
+  // Where they lie, for people.
+  const std::wstring& Folder() const { return folder_; }
 
   // The names by which the helper finds them, in characters that the ANSI code page has.
   std::wstring TaskPath() const;
@@ -39,6 +43,8 @@ class HelperFiles {
 
   std::wstring folder_;   // with a separator at its end; empty: nothing to remove
   std::wstring carried_;  // the same folder by a name that the code page has
+  // Open to the end: nobody can rename or replace the folder, nor write into the files.
+  std::vector<Handle> held_;
 };
 
 }  // namespace uaclient

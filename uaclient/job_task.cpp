@@ -5,15 +5,13 @@
 #include <cstdio>
 #include <iterator>
 
-#include "corekit/text.h"
+#include "uaclient/code_page.h"
 #include "uactask/task_scheduler.h"
 
 namespace uaclient {
 namespace {
 
 using Task = UACTaskScheduler;
-
-std::string Ansi(const std::wstring& text) { return Utf8ToAnsi(WideToUtf8(text)); }
 
 std::wstring QuotedArgument(const std::wstring& argument) {
   if (!argument.empty() && argument.find_first_of(L" \t\"") == std::wstring::npos) return argument;
@@ -62,11 +60,11 @@ std::wstring CommandLine(const std::vector<std::wstring>& arguments) {
 }
 
 TaskParams RegistrationParams(const Job& job) {
-  return {{Task::kTaskName, Ansi(job.name)},
-          {Task::kExePath, Ansi(job.program.wstring())},
-          {Task::kExeArguments, Ansi(CommandLine(job.arguments))},
+  return {{Task::kTaskName, ForHelper(job.name)},
+          {Task::kExePath, ForHelper(job.program.wstring())},
+          {Task::kExeArguments, ForHelper(CommandLine(job.arguments))},
           {Task::kRuntime, StartBoundary(job.hour, job.minute)},
-          {Task::kAuthorName, Ansi(job.author)},
+          {Task::kAuthorName, ForHelper(job.author)},
           {Task::kTimeType, std::to_string(TriggerOf(job.every))},
           {Task::kTimeWeekday, DaysIf(job.every == Job::Every::kWeek, job.days)},
           {Task::kTimeMonthday, DaysIf(job.every == Job::Every::kMonth, job.days)}};
@@ -74,7 +72,7 @@ TaskParams RegistrationParams(const Job& job) {
 
 // Empty arguments delete; the numbers must be there all the same.
 TaskParams DeletionParams(const JobRemoval& removal) {
-  return {{Task::kTaskName, Ansi(removal.name)},
+  return {{Task::kTaskName, ForHelper(removal.name)},
           {Task::kExePath, ""},
           {Task::kExeArguments, ""},
           {Task::kRuntime, ""},

@@ -4,6 +4,7 @@
 
 #include "corekit/text.h"
 #include "uaclient/check_copies.h"
+#include "uaclient/code_page.h"
 #include "uaclient/copy_watch.h"
 #include "uaclient/helper_files.h"
 #include "uaclient/helper_process.h"
@@ -17,7 +18,6 @@
 namespace uaclient {
 namespace {
 
-namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
@@ -28,8 +28,6 @@ constexpr DWORD kBetweenLooks = 20;  // milliseconds
 constexpr DWORD kHelperSucceeded = 0;
 constexpr DWORD kHelperFailed = 1;
 constexpr DWORD kHelperFoundNoTaskFile = 2;
-
-std::string Ansi(const std::wstring& text) { return Utf8ToAnsi(WideToUtf8(text)); }
 
 std::wstring CurrentDirectory() {
   std::wstring directory(32768, L'\0');
@@ -45,8 +43,8 @@ class HelperRun {
   // kDone when the helper ended with success. `files` may be null: the files are somebody else's.
   Status Carry(const std::wstring& taskFile, const std::wstring& directory, HelperFiles* files,
                std::wstring& why) {
-    const std::wstring helper =
-        options_.helper.empty() ? OwnFolder() + L"uactask.exe" : options_.helper.wstring();
+    const std::wstring helper = options_.helper.empty() ? OwnFolder() + L"uactask.exe"
+                                                        : FullPath(options_.helper.wstring());
     if (GetFileAttributesW(helper.c_str()) == INVALID_FILE_ATTRIBUTES) {
       why = L"The helper " + Quoted(helper) +
             L" is not there. It must stand beside the calling program, or where the options say.";
@@ -60,19 +58,24 @@ class HelperRun {
     const Status started = process_.Start(helper, taskFile, directory, options_.owner, why);
     if (started != Status::kDone) return started;
     if (!Wait()) {
-      if (files != nullptr) files->LeaveTo(process_.Get());
       why =
           L"Waiting for the helper was given up. It has administrator rights and cannot be ended "
-          L"from here: it goes on, and its files are left to it.";
+          L"from here: it goes on";
+      why += files == nullptr
+                 ? L"."
+                 : L", and its files in " + Quoted(files->Folder()) + L" are left to it.";
+      if (files != nullptr) files->LeaveTo(process_.Get());
       return Status::kStillRunning;
     }
     return Verdict(why);
   }
 
-  // After that: what became of the copies.
+  // After that: what became of the copies. The last report is of what has arrived.
   std::vector<Item> CompareAll() {
     isWaiting_ = false;
-    return watch_.Finish([this] { return Report(); });
+    std::vector<Item> items = watch_.Finish([this] { return Report(); });
+    if (!isGivenUp_ && options_.progress) Tell(Elapsed());
+    return items;
   }
 
   std::wstring Output() const { return process_.Output(); }
@@ -100,11 +103,15 @@ class HelperRun {
     if (!isGivenUp_ && options_.progress && elapsed - lastReport_ >= kBetweenReports) {
       lastReport_ = elapsed;
       if (isWaiting_) watch_.Advance();
-      Progress progress = watch_.Seen();
-      progress.elapsed = elapsed;
-      isGivenUp_ = !options_.progress(progress);
+      isGivenUp_ = !Tell(elapsed);
     }
     return !isGivenUp_;
+  }
+
+  bool Tell(milliseconds elapsed) const {
+    Progress progress = watch_.Seen();
+    progress.elapsed = elapsed;
+    return options_.progress(progress);
   }
 
   Status Verdict(std::wstring& why) const {
@@ -179,8 +186,8 @@ void LookAtJob(const HelperRun& run, bool isDeletion, Result& result) {
   item.done = state == wanted || state == JobState::kUnknown;
   if (item.done && state == JobState::kUnknown) {
     item.reason =
-        L"The helper reports success; without administrator rights the Task Scheduler does "
-        L"not show the job.";
+        L"The helper reports success. This process could not look into the Task Scheduler";
+    item.reason += IsElevated() ? L"." : L" without administrator rights.";
   }
   if (item.done) return;
   result.status = Status::kIncomplete;
@@ -210,9 +217,20 @@ Result Refused(Findings findings, std::vector<Item> items) {
   Result result;
   result.status = Status::kInvalid;
   result.reason = Objection(findings)->text;
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    // What is said of one item is no reason against another.
+    const auto meansIt = [&](const Finding& finding) {
+      return finding.item == i && (finding.harmful || finding.severity == Severity::kError);
+    };
+    const auto own = std::find_if(findings.begin(), findings.end(), meansIt);
+    const bool hasOwn = own != findings.end();
+    const bool isCommon = items.size() == 1 || Objection(findings)->item == Finding::kNoItem;
+    items[i].reason = L"Nothing was started: " + (hasOwn     ? own->text
+                                                  : isCommon ? result.reason
+                                                             : L"another item was refused.");
+  }
   result.findings = std::move(findings);
   result.items = std::move(items);
-  for (Item& item : result.items) item.reason = L"Nothing was started: " + result.reason;
   return result;
 }
 
@@ -248,8 +266,8 @@ Result Run(const CopyPlan& plan, const Options& options) {
   HelperRun run(options, watch);
   HelperFiles files;
   if (files.CreateFolder(result.reason) && files.WriteList(operations, result.reason) &&
-      files.WriteTask(UACTaskFileOp::kType, {{UACTaskFileOp::kXmlPath, Ansi(files.ListPath())}},
-                      result.reason)) {
+      files.WriteTask(UACTaskFileOp::kType,
+                      {{UACTaskFileOp::kXmlPath, ForHelper(files.ListPath())}}, result.reason)) {
     result.status = run.Carry(files.TaskPath(), OwnFolder(), &files, result.reason);
   }
   LookAtCopies(run, watch, result);
@@ -298,7 +316,7 @@ Result Run(const TaskFile& task, const Options& options) {
   result.findings = std::move(report.findings);
   CopyWatch watch(std::move(copies), options.comparison);
   HelperRun run(options, watch);
-  const std::wstring taskFile = fs::absolute(task.path).wstring();
+  const std::wstring taskFile = FullPath(task.path.wstring());
   // Relative paths in the files are taken from here, as if the application did the work itself.
   result.status = run.Carry(taskFile, CurrentDirectory(), nullptr, result.reason);
   if (result.status == Status::kFailed && report.helperFails) {

@@ -37,7 +37,11 @@ class Lister {
       const bool isLink = IsLink(entry);
       listing_.entries.push_back({below + entry.cFileName, isFolder, isLink, StateOf(entry)});
       const bool enters = !isLink || (links_ == Links::kFollowedOnce && !behindLink);
-      if (isFolder && enters) List(below + entry.cFileName + L'\\', behindLink || isLink);
+      if (!isFolder) continue;
+      if (enters) List(below + entry.cFileName + L'\\', behindLink || isLink);
+      if (!enters && links_ == Links::kFollowedOnce) {
+        listing_.unlisted.push_back(below + entry.cFileName);
+      }
     } while (FindNextFileW(find, &entry));
     FindClose(find);
   }

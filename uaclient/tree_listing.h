@@ -26,8 +26,9 @@ struct TreeEntry {
 };
 
 struct TreeListing {
-  std::vector<TreeEntry> entries;      // a folder ahead of what is in it
-  std::vector<std::wstring> unlisted;  // folders that could not be read; "" is the folder itself
+  std::vector<TreeEntry> entries;  // a folder ahead of what is in it
+  // Folders that could not be read, "" for the folder itself; links behind links in a source.
+  std::vector<std::wstring> unlisted;
 };
 
 // How links to folders are treated: as the helper does in a source, where the first one on a way

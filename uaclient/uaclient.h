@@ -8,10 +8,11 @@
 //   for (const uaclient::Item& item : result.items)
 //     if (!item.done) log(item.destination, item.reason);
 //
-// Errors are values; only exhausted memory throws. Texts are English, in whole sentences, for a log
-// or a developer; statuses are for the program. Every call may be made from any thread, several at
-// once, a GUI thread included: none needs a message loop, and the process's current directory,
-// environment, COM apartments and signal handlers stay as they are. What blocks says so.
+// Errors are values; only exhausted memory and threads throw. Texts are English, in whole
+// sentences, for a log or a developer; statuses are for the program. Every call may be made from
+// any thread, several at once, a GUI thread included: none needs a message loop, and the process's
+// current directory, environment, COM apartments and signal handlers stay as they are. What blocks
+// says so.
 #pragma once
 
 #include <chrono>
@@ -121,8 +122,9 @@ struct Options {
   std::filesystem::path helper;  // empty: uactask.exe beside the calling program
   // How long to wait for the helper; zero: until it ends.
   std::chrono::milliseconds timeout{0};
-  // Called in the calling thread, once right before the start and then about ten times a second.
-  // Returns false to wait no longer; before the start, to do nothing.
+  // Called in the calling thread: once right before the start, then about ten times a second, and
+  // once in the end, with what has arrived. Returns false to wait no longer; before the start, to
+  // do nothing. Must not throw.
   std::function<bool(const Progress&)> progress;
   Comparison comparison = Comparison::kContent;
 };
@@ -148,7 +150,7 @@ struct Item {
 
 struct Result {
   Status status = Status::kNotStarted;
-  std::wstring reason;      // for every status but kDone
+  std::wstring reason;      // for every status but kDone; there what else is to be known
   std::vector<Item> items;  // those of the plan, in its order
   Findings findings;        // of the check that ran first
   // What arrived.
