@@ -36,7 +36,8 @@ class Client : public testing::Test {
   void UseTemp(const std::string& name) {
     temps_[name] = "";
     MakeFolders(temp_ / name);
-    SetEnvironmentVariableW(L"TMP", FullPath(temp_ / name).c_str());
+    tempPath_ = FullPath(temp_ / name);
+    SetEnvironmentVariableW(L"TMP", tempPath_.c_str());
   }
   void AddFolder(const std::string& from, const std::string& to) {
     plan_.Folder(FullPath(folder_ / from), FullPath(folder_ / to));
@@ -55,6 +56,7 @@ class Client : public testing::Test {
   }
 
   const TestFolder folder_;
+  std::filesystem::path tempPath_;
   CopyPlan plan_;
   Options options_;
 
@@ -92,8 +94,7 @@ TEST_F(Client, CopiesWhateverTheTemporaryFolderIsCalled) {
 
 // An application that has ended left them a week ago.
 TEST_F(Client, RemovesOldFilesOfItsOwn) {
-  const std::filesystem::path temp = _wgetenv(L"TMP");
-  const std::filesystem::path left = temp / (L"uactask-" + std::wstring(32, L'0'));
+  const std::filesystem::path left = tempPath_ / (L"uactask-" + std::wstring(32, L'0'));
   std::filesystem::create_directory(left);
   WriteFileBytes(WideToUtf8((left / L"list.xml").generic_wstring()), "list");
   const Handle folder(CreateFileW(left.c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING,
@@ -239,11 +240,10 @@ TEST_F(HangingHelper, IsLeftToItself) {
 
 // Meanwhile nobody can put other files in the place of those that it has been given.
 TEST_F(HangingHelper, IsKilled) {
-  options_.progress = [](const Progress& now) {
+  options_.progress = [this](const Progress& now) {
     if (now.comparing || now.elapsed.count() == 0) return true;
-    const std::filesystem::path temp = _wgetenv(L"TMP");
-    for (const auto& folder : std::filesystem::directory_iterator(temp)) {
-      EXPECT_FALSE(MoveFileW(folder.path().c_str(), (temp / L"other").c_str()));
+    for (const auto& folder : std::filesystem::directory_iterator(tempPath_)) {
+      EXPECT_FALSE(MoveFileW(folder.path().c_str(), (tempPath_ / L"other").c_str()));
       EXPECT_FALSE(std::ofstream(folder.path() / L"list.xml"));
     }
     return KillHelper();
