@@ -15,7 +15,8 @@ install(TARGETS ${programs} EXPORT uactaskTargets RUNTIME DESTINATION bin COMPON
 configure_file(cmake/package_readme.md.in package/README.md @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/package/README.md CHANGELOG.md SECURITY.md
   DESTINATION ${docs_folder} COMPONENT programs)
-install(FILES docs/integration.md docs/xml_store_example.cpp DESTINATION ${docs_folder}/docs COMPONENT programs)
+install(FILES docs/integration.md docs/troubleshooting.md docs/copy_example.cpp docs/xml_store_example.cpp
+  DESTINATION ${docs_folder}/docs COMPONENT programs)
 install(FILES LICENSE DESTINATION ${docs_folder} COMPONENT programs OPTIONAL)
 
 # What is linked in is linked statically, so its licences travel with the programs.
@@ -46,7 +47,12 @@ endif()
 
 install(TARGETS uactask_core ${libraries} EXPORT uactaskTargets ARCHIVE DESTINATION lib COMPONENT development)
 foreach(folder IN LISTS folders)
-  install(DIRECTORY ${folder} DESTINATION include/uactask COMPONENT development FILES_MATCHING PATTERN "*.h")
+  set(headers "*.h")
+  if(folder STREQUAL uaclient) # its other headers are its own
+    set(headers uaclient.h)
+  endif()
+  install(DIRECTORY ${folder} DESTINATION include/uactask COMPONENT development
+    FILES_MATCHING PATTERN ${headers})
 endforeach()
 install(DIRECTORY ${PROJECT_BINARY_DIR}/include/ DESTINATION include/uactask COMPONENT development OPTIONAL)
 install(DIRECTORY examples/package/ DESTINATION ${docs_folder}/example COMPONENT development

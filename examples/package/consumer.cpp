@@ -1,4 +1,4 @@
-#include <cstdio>
+#include <filesystem>
 
 #include "corekit/text.h"
 #include "corekit/trace.h"
@@ -6,6 +6,8 @@
 #include "fileop/file_system.h"
 #include "fileop/jfile.h"
 #include "inifile/ini_file.h"
+#include "uaclient/uaclient.h"
+#include "uaclient/version.h"
 #include "uactask/task_factory.h"
 #include "uactask/task_file_op.h"
 #include "uactask/task_runner.h"
@@ -13,7 +15,7 @@
 #include "xmlstore/keyed_records.h"
 #include "xmlstore/xml_parse.h"
 
-// Writes a task file as an application does and reads it back.
+// Writes a task file with the helper's own classes, reads it back, and has the helper copy it.
 int main() {
   JFile file;
   if (!file.Open("consumer.ini", JFile::OpenWrite)) return 1;
@@ -24,7 +26,14 @@ int main() {
   task.SetParams(params);
   const bool written = task.SaveTaskInfos("consumer.ini");
   const std::string author = corekit::CIniFile::GetValue("author_name", "Task", "consumer.ini");
+
+  const std::filesystem::path here = std::filesystem::current_path();
+  uaclient::CopyPlan plan;
+  plan.File(here / L"consumer.ini", here / L"copy.ini");
+  const bool copied = uaclient::Run(plan).status == uaclient::Status::kDone;
+
   boost::shared_ptr<IXMLParse> store;
-  const bool removed = DeleteFileOrSchedule("consumer.ini") == 0;
-  return written && author == "4" && removed && CreateXMLParse(store) == 0 ? 0 : 1;
+  const bool removed =
+      DeleteFileOrSchedule("consumer.ini") == 0 && DeleteFileOrSchedule("copy.ini") == 0;
+  return written && author == "4" && copied && removed && CreateXMLParse(store) == 0 ? 0 : 1;
 }
