@@ -267,6 +267,10 @@ TEST_F(Uactl, ChecksAndRunsTaskFiles) {
        1,
        {"harm.xml:1: warning: ", "\"uactl run\" does not start it.", "plan: does harm",
         "plan: does not copy, see above, the file "}},
+      {job + "9\nexe_arguments=a\n",
+       1,
+       1,
+       {"does not start it.", "plan: does not register the job"}},
       {job + "\nexe_arguments=a", 1, 1, {"task.ini:9: ", "plan: deletes the job \"" + kJob}}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.text);

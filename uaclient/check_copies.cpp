@@ -201,7 +201,8 @@ class Checker {
 
   void CheckFolder(const std::wstring& source, const std::wstring& destination, const Place& to,
                    Step& step) {
-    if (HitsKeptFolder(destination, to)) return;
+    step.empties = to.exists;
+    if (HitsKeptFolder(destination, to)) return;  // too much to be measured
     Remarks remarks;
     const TreeSize size = MeasureSource(source, destination, origin_ == Origin::kList, remarks);
     step.files = size.files;
@@ -210,7 +211,6 @@ class Checker {
                 Quoted(destination);
     if (to.exists) {
       const TreeSize emptied = MeasureEmptied(destination, remarks);
-      step.empties = true;
       step.emptiedFiles = emptied.files;
       step.emptiedBytes = emptied.bytes;
       step.text += L" after deleting what is there (" + Described(emptied) + L")";
@@ -373,14 +373,20 @@ class Checker {
     for (const CopyRemark& found : result_.remarks) {
       worst[found.item] = std::max(worst[found.item], found.remark.weight);
     }
-    constexpr std::wstring_view kCopies = L"copies the ";
+    const auto replaceStart = [](std::wstring& text, std::wstring_view start, const wchar_t* by) {
+      if (text.compare(0, start.size(), start) == 0) text.replace(0, start.size(), by);
+    };
     for (std::size_t i = 0; i < items_.size(); ++i) {
       std::wstring& text = result_.steps[i].text;
-      if (worst[i] < Weight::kFails || text.compare(0, kCopies.size(), kCopies) != 0) continue;
-      text.replace(0, kCopies.size(),
-                   worst[i] == Weight::kHarms ? L"does harm, see above, where it should copy the "
-                   : items_[i].isFolder       ? L"does not copy, or not wholly, see above, the "
-                                              : L"does not copy, see above, the ");
+      if (worst[i] == Weight::kHarms) {
+        replaceStart(text, L"copies the ", L"does harm, see above, where it should copy the ");
+        replaceStart(text, L"copies nothing to ",
+                     L"does harm, see above, where it should copy to ");
+      } else if (worst[i] == Weight::kFails) {
+        replaceStart(text, L"copies the ",
+                     items_[i].isFolder ? L"does not copy, or not wholly, see above, the "
+                                        : L"does not copy, see above, the ");
+      }
     }
   }
 

@@ -370,7 +370,7 @@ void CheckOperationList(const std::string& listPath, const std::filesystem::path
                    (std::strlen(text->c_str()) < text->size()
                         ? L". For the helper it ends at a NUL byte; remove that."
                         : L". Look for an element or a quote that is not closed in this line or "
-                          L"above it, and write & as &amp; and < as &lt;."));
+                          L"above it."));
   } else {
     check.Fail(0, L"The list could not be read; it may have changed meanwhile.");
   }

@@ -112,7 +112,7 @@ class TaskFileCheck {
     report_.exists = PathExists(helperPath_.c_str());
     if (!report_.exists) return Fail(0, L"There is no such file.");
     CheckName();
-    ReadLines();
+    if (!ReadLines()) return;
     const std::optional<std::int32_t> type = ReadType();
     if (type == Task::kType) CheckJob();
     if (type == UACTaskFileOp::kType) {
@@ -154,12 +154,13 @@ class TaskFileCheck {
              Quoted(read) + L" in its place; use another name.");
   }
 
-  void ReadLines() {
+  bool ReadLines() {
     const std::optional<std::string> text = corekit::ReadIniText(helperPath_);
     if (!text) {
-      return Fail(0,
-                  L"The helper cannot read it: it is a folder or a device, or may not be opened, "
-                  L"or its name is not in the system's code page.");
+      Fail(0,
+           L"The helper cannot read it: it is a folder or a device, or may not be opened, "
+           L"or its name is not in the system's code page.");
+      return false;
     }
     if (text->compare(0, 3, "\xEF\xBB\xBF") == 0) {
       Warn(1,
@@ -187,6 +188,7 @@ class TaskFileCheck {
              L"helper gives up; write \"[Task]\", or leave the \"[\" out.");
       }
     });
+    return true;
   }
 
   bool EndsAtControlZ() const {
@@ -425,6 +427,11 @@ class TaskFileCheck {
            areNumbers_);
     }
     CheckDays(kind, numbers[Task::kTimeWeekday], numbers[Task::kTimeMonthday]);
+    if (std::any_of(report_.findings.begin(), report_.findings.end(),
+                    [](const Finding& finding) { return finding.harmful; })) {
+      return AddStep(Step::Kind::kRegisterJob, L"does not register the job " + Quoted(job_) +
+                                                   L", see above, and deletes an older one");
+    }
     const wchar_t* const every = kind == Task::kDaily    ? L"daily"
                                  : kind == Task::kWeekly ? L"weekly"
                                                          : L"monthly";
