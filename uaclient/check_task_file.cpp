@@ -6,6 +6,7 @@
 #include <boost/shared_ptr.hpp>
 #include <cstring>
 #include <cwchar>
+#include <initializer_list>
 #include <map>
 #include <new>
 #include <optional>
