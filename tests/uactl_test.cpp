@@ -57,7 +57,7 @@ class Uactl : public testing::Test {
   }
   // The lines, all fit to be shown, by which it refuses what was asked for.
   static std::string Refusal(const Strings& arguments, unsigned long exitCode = 2) {
-    const std::string text = Says(exitCode, arguments);
+    std::string text = Says(exitCode, arguments);
     EXPECT_TRUE(std::regex_match(text, std::regex("(uactl: [^\\x01-\\x1F\\x7F]+\n)+"))) << text;
     return text;
   }

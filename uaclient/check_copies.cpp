@@ -422,6 +422,7 @@ Findings CopyPlan::Check() const {
   }
   std::vector<CopyItem> ordered;
   const std::vector<std::size_t> order = HelperOrder(items_);
+  ordered.reserve(order.size());
   for (const std::size_t item : order) ordered.push_back(items_[item]);
 
   Findings findings;

@@ -297,9 +297,9 @@ class TaskFileCheck {
   // Other dialects take quotes off and know comments behind a value. Names and arguments may well
   // hold both, and the scheduler starts a program in quotes.
   void CheckValueEnds(std::size_t line, std::string_view key, const std::string& value) {
-    const auto isOneOf = [&](std::initializer_list<Task::Param> params) {
+    const auto isOneOf = [&](std::initializer_list<std::size_t> params) {
       return std::any_of(params.begin(), params.end(),
-                         [&](Task::Param param) { return key == kParamKeys[param]; });
+                         [&](std::size_t param) { return key == kParamKeys[param]; });
     };
     const bool isQuoted = value.size() > 1 && value.front() == '"' && value.back() == '"';
     if (isQuoted && !isOneOf({Task::kExePath, Task::kExeArguments, Task::kAuthorName})) {
