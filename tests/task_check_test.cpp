@@ -67,6 +67,14 @@ testing::AssertionResult Are(const Findings& findings, const std::vector<std::st
   return testing::AssertionFailure() << faults << "of:\n" << Shown(findings);
 }
 
+bool Names(const std::wstring& text, const std::filesystem::path& path) {
+  const auto plain = [](const std::wstring& written) {
+    return Replaced(WideToUtf8(written), "/", "\\");
+  };
+  const std::string name = plain(path.wstring());
+  return plain(text).find(name.substr(0, name.find_last_not_of('\\') + 1)) != std::string::npos;
+}
+
 TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
   const TestFolder folder;
   const std::string root = Absolute(folder);
@@ -86,11 +94,11 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
       {"@none>@a,@none/>@b/", {"E none/\" does not exist", "E none\" does not exist"}},
       {"@s>@a,@f/>@b/", {"E is a file, but", "E is a folder, but"}},
       {"@f>@s,@s/>@f/",
-       {"! \"@s\" is, holds or lies in the source", "E is a file already", "E is a folder already",
-        "! is, holds or lies in the source of another"}},
+       {"! \"@s\" is the source", "E is a file already", "E is a folder already",
+        "! \"@f/\" is the source of another"}},
       {"@s/>@s/", {"! its own source", "W 2 files"}},
-      {"@s/>@s/new/", {"! its own source"}},
-      {"@s/d/>@s/", {"! its own source", "W 2 files"}},
+      {"@s/>@s/new/", {"! lies in its own source"}},
+      {"@s/d/>@s/", {"! holds its own source", "W 2 files"}},
       {"@s/>@a/,@f>@S/D/n", {"! the source of another item"}},
       {"@s/>@a/,@g>@A/b/c,@f>@ab", {"! destroys the other"}},
       {"@f>@a,@g>@A", {"! destroys the other"}},
@@ -105,6 +113,10 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
       {"@f>@a:b,@g>@a*", {"E holds \"a:b\"", "E holds \"a*\""}},
       {"@f>@a//b", {"W two separators"}},
       {"@s/>C:/", {"! whole drive"}},
+      {"@s/>C:/Windows/System32/", {"! lies in Windows"}},
+      {"@s/>C:/program files/", {"! is the folder %ProgramFiles%"}},
+      {"@s/>C:/Program Files/uactask test/new/", {}},
+      {"@s/>C:/Users/", {"! holds the folder %"}},
       {"C:/>@all/", {"! whole drive"}},
       {"@s/>//server/share/", {"! whole drive or share"}},
       {"@f>//?/C:/x", {"E names a device"}},
@@ -127,7 +139,12 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
     }
     std::vector<std::string> findings = expected;
     for (std::string& finding : findings) finding = Replaced(finding, "@", root);
-    EXPECT_TRUE(Are(plan.Check(), findings));
+    const Findings found = plan.Check();
+    EXPECT_TRUE(Are(found, findings));
+    for (const Finding& finding : found) {
+      const uaclient::CopyItem& meant = plan.Items().at(finding.item);
+      EXPECT_TRUE(Names(finding.text, meant.source) || Names(finding.text, meant.destination));
+    }
   }
 }
 
@@ -160,13 +177,19 @@ TEST(TaskFileCheck, NamesEachMistake) {
        {}},
       // The task file's lines.
       {"[Task]\ntype=0\ntype=1",
-       {"W3 no line break", "E time_type", "E time_weekday", "E time_monthday"}},
+       {"W3 no line break", "E time_type", "E time_weekday", "E time_monthday", "W no name",
+        "W put right"}},
       {"[Task]\ntype = 1\n", {"W2 without blanks", "E no \"type\""}},
       {"\xEF\xBB\xBF[Task]\ntype=1\n",
-       {"W1 byte-order mark", "W1 whole line a header", "E no \"type\""}},
+       {"W1 byte-order mark", "W1 whole line a header", "E no section"}},
+      {"[Task]\ntype=\"1\"\n", {"W2 quotes", "E2 \"\"1\"\" is unknown"}},
+      {"[Task]\ntype=1\nxml_path=@s ; it's\n",
+       {"W3 \"; it's\" is no comment", "E3 does not exist"}},
+      {"[Task]\ntype=1\nxml_path=@s\n", {"E3 is a folder"}},
+      {"[Task]\ntype=1\nxml_path=@used\n", {"E3 cannot be opened"}},
       {std::string("\xFF\xFE[\0T\0]\0\n\0", 10),
-       {"W1 UTF-16", "W1 whole line a header", "W2 line break", "E no \"type\""}},
-      {"[task]\nType=7\n", {"W1 is not \"Task\"", "E no \"type\""}},
+       {"W1 UTF-16", "W1 whole line a header", "W2 line break", "E no section"}},
+      {"[task]\nType=7\n", {"W1 is not \"Task\"", "E no section"}},
       {"[Task\ntype=1\n", {"E1 no \"]\""}},
       {"[Task]\n# see [1]\ntype=1\n", {"W2 even a comment", "E no \"type\""}},
       {"type=1\n[Task]\nnonsense\n", {"W1 before any header", "W3 passed over", "E no \"type\""}},
@@ -183,21 +206,21 @@ TEST(TaskFileCheck, NamesEachMistake) {
       {"[J]exe_argument=-a\n", {"W9 is not the key", "!9 misspelt"}},
       {"[J]exe_arguments=\n", {"!9 is empty"}},
       {"[J]exe_arguments=-x [y]\n", {"W9 whole line a header", "!9 holds a"}},
-      {"[Task]\ntype=0\ntime_type=3\ntime_weekday=1.5\ntime_monthday=\n",
-       {"E4 \"1.5\", no number", "E5 no number"}},
+      {"[Task]\ntype=0\ntime_type=3\ntime_weekday=1.5\ntime_monthday=\nexe_arguments=1\n",
+       {"E4 \"1.5\", no number", "E5 no number", "W no name", "W program is missing", "W no date"}},
       {"[Task]\ntype=0\ntask_name=a\\b\nruntime=tomorrow\nexe_path=calc\nexe_arguments=1\ntime_"
        "type=3\n" +
            numbers,
-       {"W3 \\ /", "W4 no date", "W5 start nothing", "W8 weekly"}},
+       {"W3 \\ /", "!4 no date", "W5 start nothing", "!8 weekly"}},
       {"[Task]\ntype=0\ntask_name=n\nruntime=2099-02-30T08:00:00\nexe_path=C:\\none.exe\nexe_"
        "arguments=1\n"
        "time_type=4\n" +
            numbers,
-       {"W4 no date", "W5 no program", "W9 monthly"}},
+       {"!4 no date", "W5 no program", "!9 monthly"}},
       {"[Task]\ntype=0\nexe_arguments=1\ntime_type=5\n" + numbers,
        {"!4 kind of trigger", "W no name"}},
       // Operation lists.
-      {"#<root><task>\n<i ", {"E:2 no XML"}},
+      {"#<root><task>\n<i ", {"E:2 not closed"}},
       {"#" + deep, {"E:1 levels deep"}},
       {"#<Root><task/></Root>", {"E: no element \"root\""}},
       {"#<root><Task/></root>", {"E: no element \"task\""}},

@@ -57,7 +57,7 @@ class Uactl : public testing::Test {
   }
   // The lines, all fit to be shown, by which it refuses what was asked for.
   static std::string Refusal(const Strings& arguments, unsigned long exitCode = 2) {
-    const std::string text = Says(exitCode, arguments);
+    std::string text = Says(exitCode, arguments);
     EXPECT_TRUE(std::regex_match(text, std::regex("(uactl: [^\\x01-\\x1F\\x7F]+\n)+"))) << text;
     return text;
   }
@@ -69,12 +69,16 @@ class Uactl : public testing::Test {
     ASSERT_TRUE(json.is_object());
     EXPECT_EQ(json["file"], FullPath(file));
     EXPECT_EQ(json["exit"], exitCode);
+    EXPECT_EQ(json["helperFails"], exitCode == 2);
+    EXPECT_EQ(json["exists"], true);
     std::string lines;
     for (const Json& finding : json["findings"]) {
       const int line = finding["line"];
+      const bool harmful = finding["harmful"];
       lines += finding["file"].get<std::string>() + (line > 0 ? ":" + std::to_string(line) : "") +
                ": " + finding["severity"].get<std::string>() + ": " +
-               finding["text"].get<std::string>() + "\n";
+               finding["text"].get<std::string>() +
+               (harmful ? " \"uactl run\" does not start it.\n" : "\n");
     }
     for (const Json& step : json["steps"]) {
       lines += "plan: " + step["text"].get<std::string>() + "\n";
@@ -110,12 +114,15 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"copy -x . a", "\"-x\""},
       {"copy --timeout 0 . a", "\"0\""},
       {"copy -- . a", "\"--\""},
+      {"copy . a --dry-run", "\".\\--dry-run\""},
+      {"copy *.txt a", "not expanded"},
+      {"check a --json", "\"--json\" stands behind"},
       {"unschedule", "NAME"},
       {"unschedule a b", "\"b\""},
       {"daily N 08:00 P", "argument"},
       {"daily N 08:00 C:\\none.exe a", "C:\\none.exe"},
       {"daily N 24:00 P a", "\"24:00\""},
-      {"daily N 8:00 P a", "\"8:00\""},
+      {"daily N 8:00 P a", "two digits each"},
       {"daily N 12:60 P a", "\"12:60\""},
       {"daily N 12:00:00 P a", "\"12:00:00\""},
       {"daily N -1:00 P a", "\"-1:00\""},
@@ -192,7 +199,14 @@ TEST_F(Uactl, CopiesAllAtOnce) {
                         folder_ / "old/",
                         folder_ / "from/ü a.txt",
                         folder_ / "made/日本"};
-  EXPECT_THAT(Says(0, copy), MatchesRegex("6 files, 21 bytes, \\d+\\.\\d s\n"));
+  const std::string replaced = "uactl: warning: [^\n]+ is replaced: 2 files, 6 bytes [^\n]+\n";
+  Strings dry = copy;
+  dry[1] = "--dry-run";
+  const Tree before = folder_.Contents();
+  EXPECT_TRUE(std::regex_match(Says(0, dry), std::regex(replaced)));
+  EXPECT_EQ(folder_.Contents(), before);
+  EXPECT_TRUE(
+      std::regex_match(Says(0, copy), std::regex("6 files, 21 bytes, \\d+\\.\\d s\n" + replaced)));
   for (const char* to : {"new/", "old/"}) EXPECT_EQ(ReadTree(folder_ / to), kTree);
   EXPECT_EQ(ReadFileBytes(folder_ / "file"), "far");
   EXPECT_EQ(ReadFileBytes(folder_ / "made/日本"), "near");
@@ -248,12 +262,26 @@ TEST_F(Uactl, ChecksAndRunsTaskFiles) {
       {"[Task]\ntype=1\nxml_path=" + FullPath(list), 2, 1, {"error: ", "task.ini:3: warning: "}},
       {"[Task]\ntype=7\n", 2, 1, {"task.ini:2: error: "}},
       {"", 2, 1, {"task.ini: error: "}},
+      {"[Task]\ntype=1\nxml_path=" + FullPath(folder_ / "harm.xml") + "\n",
+       1,
+       1,
+       {"harm.xml:1: warning: ", "\"uactl run\" does not start it.", "plan: does harm",
+        "plan: does not copy, see above, the file "}},
+      {job + "9\nexe_arguments=a\n",
+       1,
+       1,
+       {"does not start it.", "plan: does not register the job"}},
       {job + "\nexe_arguments=a", 1, 1, {"task.ini:9: ", "plan: deletes the job \"" + kJob}}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.text);
     WriteTree(folder_.Path(), {{"a", "aa"}, {"task.ini", c.text}});
     WriteFileBytes(list, "<root><task><i key='1' src='" + FullPath(folder_ / "a") + "' dec='" +
                              FullPath(folder_ / "b") + "' type='file'/></task></root>");
+    WriteFileBytes(folder_ / "harm.xml",
+                   "<root><task><i key='1' src='" + FullPath(folder_.Path()) + "' dec='" +
+                       FullPath(folder_ / "in") + "' type='dir'/><i key='2' src='" +
+                       FullPath(folder_ / "a") + "' dec='" + FullPath("none/y/z") +
+                       "' type='file'/></task></root>");
     const Tree before = folder_.Contents();
     const std::string text = Says(c.check, {"check", file});
     for (const std::string& said : c.said) EXPECT_THAT(text, HasSubstr(said));

@@ -5,12 +5,14 @@
 #include <algorithm>
 #include <map>
 #include <numeric>
+#include <string_view>
 #include <tuple>
 #include <unordered_set>
 #include <utility>
 
 #include "corekit/text.h"
 #include "uaclient/check_tree.h"
+#include "uaclient/helper_process.h"
 #include "uaclient/win32.h"
 
 namespace uaclient {
@@ -25,6 +27,43 @@ bool EndsInSeparator(const std::wstring& path) {
 
 std::wstring ParentOf(const std::wstring& fullPath) {
   return FullPath(fullPath.substr(0, fullPath.rfind(L'\\') + 1));
+}
+
+// Of comparison keys.
+bool LiesIn(const std::wstring& key, const std::wstring& folder) {
+  return key.compare(0, folder.size(), folder) == 0;
+}
+const wchar_t* Relation(const std::wstring& key, const std::wstring& other) {
+  return key == other ? L" is " : LiesIn(key, other) ? L" lies in " : L" holds ";
+}
+
+// A folder that programs or the user's own data live in.
+struct KeptFolder {
+  std::wstring name;
+  std::wstring key;
+  bool isKeptWhole = false;  // what is in it, too
+};
+
+// A copy replaces none of these and no folder around one: what it would delete is more than any
+// copy can bring.
+std::vector<KeptFolder> KeptFolders(Places& places) {
+  std::vector<KeptFolder> folders;
+  const auto add = [&](std::wstring name, const std::wstring& path, bool isKeptWhole) {
+    const std::wstring full = IsAbsolute(path) ? FullPath(path) : std::wstring();
+    if (full.empty()) return;
+    folders.push_back({std::move(name), ComparisonKey(places.Look(full).real), isKeptWhole});
+  };
+  wchar_t path[MAX_PATH] = {};
+  if (GetSystemWindowsDirectoryW(path, MAX_PATH) < MAX_PATH) add(L"Windows' folder", path, true);
+  add(L"the calling program's folder", OwnFolder(), false);
+  for (const wchar_t* const variable :
+       {L"SystemRoot", L"ProgramFiles", L"ProgramFiles(x86)", L"ProgramW6432", L"ProgramData",
+        L"PUBLIC", L"USERPROFILE", L"APPDATA", L"LOCALAPPDATA", L"TMP", L"TEMP"}) {
+    std::wstring value(GetEnvironmentVariableW(variable, nullptr, 0), L'\0');
+    value.resize(GetEnvironmentVariableW(variable, value.data(), static_cast<DWORD>(value.size())));
+    add(L"the folder %" + std::wstring(variable) + L"%", value, false);
+  }
+  return folders;
 }
 
 // Goes through the items and remembers what those before have changed.
@@ -43,6 +82,7 @@ class Checker {
     }
     CheckOverlaps();
     CheckRoom();
+    TellFailures();
     for (std::size_t i = 0; i < items_.size(); ++i) {
       result_.steps[i].source = std::move(items_[i].source);
       result_.steps[i].destination = std::move(items_[i].destination);
@@ -161,6 +201,8 @@ class Checker {
 
   void CheckFolder(const std::wstring& source, const std::wstring& destination, const Place& to,
                    Step& step) {
+    step.empties = to.exists;
+    if (HitsKeptFolder(destination, to)) return;  // too much to be measured
     Remarks remarks;
     const TreeSize size = MeasureSource(source, destination, origin_ == Origin::kList, remarks);
     step.files = size.files;
@@ -169,7 +211,6 @@ class Checker {
                 Quoted(destination);
     if (to.exists) {
       const TreeSize emptied = MeasureEmptied(destination, remarks);
-      step.empties = true;
       step.emptiedFiles = emptied.files;
       step.emptiedBytes = emptied.bytes;
       step.text += L" after deleting what is there (" + Described(emptied) + L")";
@@ -179,6 +220,19 @@ class Checker {
       }
     }
     AddAll(std::move(remarks));
+  }
+
+  bool HitsKeptFolder(const std::wstring& destination, const Place& to) {
+    const std::wstring key = ComparisonKey(to.real);
+    const auto hit = std::find_if(kept_.begin(), kept_.end(), [&](const KeptFolder& kept) {
+      return LiesIn(kept.key, key) || (kept.isKeptWhole && LiesIn(key, kept.key));
+    });
+    if (hit == kept_.end()) return false;
+    Add(Weight::kHarms, L"The destination " + Quoted(destination) + Relation(key, hit->key) +
+                            hit->name +
+                            L", and all that is in a destination is deleted; choose a folder that "
+                            L"belongs to what you install.");
+    return true;
   }
 
   void CheckFile(const std::wstring& source, const std::wstring& destination, const Place& from,
@@ -259,8 +313,7 @@ class Checker {
     };
     std::vector<Holder> around;
     for (const Role& role : roles_) {
-      while (!around.empty() &&
-             role.key.compare(0, around.back().role->key.size(), around.back().role->key) != 0) {
+      while (!around.empty() && !LiesIn(role.key, around.back().role->key)) {
         around.pop_back();
       }
       Holder now = {&role, nullptr, nullptr};
@@ -270,33 +323,35 @@ class Checker {
       }
       if (now.destination != nullptr) {
         if (role.isDestination) {
-          AddOverlap(std::max(role.item, now.destination->item),
-                     std::min(role.item, now.destination->item));
+          AddOverlap(role, *now.destination);
         } else {
-          AddSourceLost(now.destination->item, role.item);
+          AddSourceLost(*now.destination, role);
         }
       }
-      if (now.source != nullptr && role.isDestination) AddSourceLost(role.item, now.source->item);
+      if (now.source != nullptr && role.isDestination) AddSourceLost(role, *now.source);
       (role.isDestination ? now.destination : now.source) = &role;
       around.push_back(now);
     }
   }
 
-  void AddOverlap(std::size_t later, std::size_t earlier) {
-    at_ = later;
-    Add(Weight::kHarms, L"The destination " + Quoted(items_[later].destination.native()) +
-                            L" is, holds or lies in that of another item, " +
-                            Quoted(items_[earlier].destination.native()) +
+  void AddOverlap(const Role& one, const Role& other) {
+    const Role& later = one.item > other.item ? one : other;
+    const Role& earlier = one.item > other.item ? other : one;
+    at_ = later.item;
+    Add(Weight::kHarms, L"The destination " + Quoted(items_[later.item].destination.native()) +
+                            Relation(later.key, earlier.key) + L"that of another item, " +
+                            Quoted(items_[earlier.item].destination.native()) +
                             L", so that one destroys the other; choose destinations apart.");
   }
-  void AddSourceLost(std::size_t destination, std::size_t source) {
-    at_ = destination;
-    Add(Weight::kHarms,
-        L"The destination " + Quoted(items_[destination].destination.native()) +
-            L" is, holds or lies in " +
-            (source == destination ? L"its own source, " : L"the source of another item, ") +
-            Quoted(items_[source].source.native()) +
-            L", which would be changed or lost; choose another destination.");
+  void AddSourceLost(const Role& destination, const Role& source) {
+    at_ = destination.item;
+    Add(Weight::kHarms, L"The destination " +
+                            Quoted(items_[destination.item].destination.native()) +
+                            Relation(destination.key, source.key) +
+                            (source.item == destination.item ? L"its own source, "
+                                                             : L"the source of another item, ") +
+                            Quoted(items_[source.item].source.native()) +
+                            L", which would be changed or lost; choose another destination.");
   }
 
   void CheckRoom() {
@@ -312,10 +367,34 @@ class Checker {
     }
   }
 
+  // A step does not claim what will not happen.
+  void TellFailures() {
+    std::vector<Weight> worst(items_.size(), Weight::kEmpties);
+    for (const CopyRemark& found : result_.remarks) {
+      worst[found.item] = std::max(worst[found.item], found.remark.weight);
+    }
+    const auto replaceStart = [](std::wstring& text, std::wstring_view start, const wchar_t* by) {
+      if (text.compare(0, start.size(), start) == 0) text.replace(0, start.size(), by);
+    };
+    for (std::size_t i = 0; i < items_.size(); ++i) {
+      std::wstring& text = result_.steps[i].text;
+      if (worst[i] == Weight::kHarms) {
+        replaceStart(text, L"copies the ", L"does harm, see above, where it should copy the ");
+        replaceStart(text, L"copies nothing to ",
+                     L"does harm, see above, where it should copy to ");
+      } else if (worst[i] == Weight::kFails) {
+        replaceStart(text, L"copies the ",
+                     items_[i].isFolder ? L"does not copy, or not wholly, see above, the "
+                                        : L"does not copy, see above, the ");
+      }
+    }
+  }
+
   std::vector<CopyItem> items_;
   const Origin origin_;
   std::size_t at_ = 0;  // the item that remarks are on
   Places places_;
+  const std::vector<KeptFolder> kept_ = KeptFolders(places_);
   std::vector<Role> roles_;
   std::unordered_set<std::wstring> made_;  // folders that will be there, as comparison keys
   std::map<std::wstring, Space> spaces_;   // by drive or server
@@ -342,7 +421,9 @@ Findings CopyPlan::Check() const {
     return {{Severity::kError, false, {}, 0, L"The plan is empty; add a file or a folder."}};
   }
   std::vector<CopyItem> ordered;
-  for (const std::size_t item : HelperOrder(items_)) ordered.push_back(items_[item]);
+  const std::vector<std::size_t> order = HelperOrder(items_);
+  ordered.reserve(order.size());
+  for (const std::size_t item : order) ordered.push_back(items_[item]);
 
   Findings findings;
   for (CopyRemark& found : CheckCopies(std::move(ordered), Origin::kPlan).remarks) {
@@ -351,7 +432,8 @@ Findings CopyPlan::Check() const {
                         found.remark.weight == Weight::kHarms,
                         {},
                         0,
-                        std::move(found.remark.text)});
+                        std::move(found.remark.text),
+                        order[found.item]});
   }
   return findings;
 }

@@ -59,6 +59,7 @@ std::wstring JobNameFault(const std::wstring& name) {
 }
 
 std::wstring ProgramFault(const std::wstring& program) {
+  if (program.empty()) return L"The program is missing; write its whole path.";
   std::wstring expanded(32768, L'\0');
   expanded.resize(ExpandEnvironmentStringsW(program.c_str(), expanded.data(), 32768));
   while (!expanded.empty() && expanded.back() == L'\0') expanded.pop_back();

@@ -1,5 +1,7 @@
 #include "uaclient/check_list.h"
 
+#include <windows.h>
+
 #include <algorithm>
 #include <array>
 #include <boost/property_tree/ptree.hpp>
@@ -40,6 +42,27 @@ std::optional<std::string> ReadBytes(const std::string& path) {
   file.Close();
   if (!isRead) return std::nullopt;
   return bytes;
+}
+
+// Why that fails for a path, and what to do.
+std::wstring ReadFault(const std::wstring& path) {
+  constexpr LONGLONG kTooLarge = LONGLONG{1} << 31;
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES)
+    return L" does not exist; write the list's whole path.";
+  if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+    return L" is a folder; write the path of the list in it.";
+  }
+  const Handle file = OpenForReading(path);
+  if (!file) return L" cannot be opened: " + SystemMessage(GetLastError());
+  if (GetFileType(file.get()) != FILE_TYPE_DISK) {
+    return L" is a device, no file on a disk; write the path of the list.";
+  }
+  LARGE_INTEGER size = {};
+  if (GetFileSizeEx(file.get(), &size) && size.QuadPart >= kTooLarge) {
+    return L" has 2 GiB or more, which the helper does not read; use several smaller ones.";
+  }
+  return L" cannot be read; it may have changed meanwhile.";
 }
 
 // Where in the text the items stand; and how many lists there are.
@@ -333,8 +356,7 @@ void CheckOperationList(const std::string& listPath, const std::filesystem::path
              (isElsewhere
                   ? L" cannot be read; the path is in UTF-8, but task files are read in the "
                     L"system's code page. Save the task file in that, or use ASCII."
-                  : L" does not exist, cannot be read, is no file on a disk, or has 2 GiB "
-                    L"and more; write the path of the list.")});
+                  : ReadFault(shown))});
     return;
   }
   DocumentError why;
@@ -343,11 +365,12 @@ void CheckOperationList(const std::string& listPath, const std::filesystem::path
   if (isWide) {
     check.Fail(1, L"The list is in UTF-16; save it as UTF-8.");
   } else if (!ParseDocument(text->c_str(), ignored, &why)) {
-    check.Fail(why.line, L"The list is no XML that the helper can read: " +
-                             Utf8ToWide(why.message) + L". Put that right" +
-                             (std::strlen(text->c_str()) < text->size()
-                                  ? L"; it ends at a NUL byte for the helper."
-                                  : L"."));
+    check.Fail(why.line,
+               L"The list is no XML that the helper can read: " + Utf8ToWide(why.message) +
+                   (std::strlen(text->c_str()) < text->size()
+                        ? L". For the helper it ends at a NUL byte; remove that."
+                        : L". Look for an element or a quote that is not closed in this line or "
+                          L"above it."));
   } else {
     check.Fail(0, L"The list could not be read; it may have changed meanwhile.");
   }

@@ -6,6 +6,7 @@
 #include <boost/shared_ptr.hpp>
 #include <cstring>
 #include <cwchar>
+#include <initializer_list>
 #include <map>
 #include <new>
 #include <optional>
@@ -112,7 +113,7 @@ class TaskFileCheck {
     report_.exists = PathExists(helperPath_.c_str());
     if (!report_.exists) return Fail(0, L"There is no such file.");
     CheckName();
-    ReadLines();
+    if (!ReadLines()) return;
     const std::optional<std::int32_t> type = ReadType();
     if (type == Task::kType) CheckJob();
     if (type == UACTaskFileOp::kType) {
@@ -134,6 +135,7 @@ class TaskFileCheck {
     std::size_t line = 0;
     std::string value;
   };
+  using Numbers = std::array<std::optional<std::int32_t>, Task::kParamCount>;
 
   void Warn(std::size_t line, std::wstring text, bool harmful = false) {
     report_.findings.push_back({Severity::kWarning, harmful, path_, line, std::move(text)});
@@ -153,12 +155,13 @@ class TaskFileCheck {
              Quoted(read) + L" in its place; use another name.");
   }
 
-  void ReadLines() {
+  bool ReadLines() {
     const std::optional<std::string> text = corekit::ReadIniText(helperPath_);
     if (!text) {
-      return Fail(0,
-                  L"The helper cannot read it: it is a folder or a device, or may not be opened, "
-                  L"or its name is not in the system's code page.");
+      Fail(0,
+           L"The helper cannot read it: it is a folder or a device, or may not be opened, "
+           L"or its name is not in the system's code page.");
+      return false;
     }
     if (text->compare(0, 3, "\xEF\xBB\xBF") == 0) {
       Warn(1,
@@ -186,6 +189,7 @@ class TaskFileCheck {
              L"helper gives up; write \"[Task]\", or leave the \"[\" out.");
       }
     });
+    return true;
   }
 
   bool EndsAtControlZ() const {
@@ -207,6 +211,7 @@ class TaskFileCheck {
                         L"The last line has no line break and so is not read; end it.");
     }
     const auto record = parser.Parse(line.text);
+    hasSection_ |= record && record->Section == kTaskSection;
     const bool isCommented = text[0] == '#' || text[0] == ';';
     if (isCommented) text = corekit::Trimmed(text.substr(1), kBlanks, 0);
     if (text.find('[') != std::string_view::npos) {
@@ -278,6 +283,7 @@ class TaskFileCheck {
                            L"=\" belongs to the value; write none.");
     }
     const std::string value(record.Value);
+    CheckValueEnds(line, key, value);
     const bool isAscii = std::all_of(value.begin(), value.end(),
                                      [](char c) { return static_cast<unsigned char>(c) < 0x80; });
     if (!isAscii && GetACP() != CP_UTF8 && !Utf8ToWide(value).empty()) {
@@ -285,6 +291,27 @@ class TaskFileCheck {
                  L"The value seems to be in UTF-8; the helper reads it in the system's code "
                  L"page, as " +
                      Shown(value) + L". Save the file in that.");
+    }
+  }
+
+  // Other dialects take quotes off and know comments behind a value. Names and arguments may well
+  // hold both, and the scheduler starts a program in quotes.
+  void CheckValueEnds(std::size_t line, std::string_view key, const std::string& value) {
+    const auto isOneOf = [&](std::initializer_list<std::size_t> params) {
+      return std::any_of(params.begin(), params.end(),
+                         [&](std::size_t param) { return key == kParamKeys[param]; });
+    };
+    const bool isQuoted = value.size() > 1 && value.front() == '"' && value.back() == '"';
+    if (isQuoted && !isOneOf({Task::kExePath, Task::kExeArguments, Task::kAuthorName})) {
+      WarnOfLine(line, L"The quotes around " + Shown(value) +
+                           L" belong to the value; write it without them.");
+    }
+    const std::size_t comment = std::min(value.find(" #"), value.find(" ;"));
+    if (comment != std::string::npos &&
+        !isOneOf({Task::kTaskName, Task::kExeArguments, Task::kAuthorName}) &&
+        !PathExists(WideToUtf8(AnsiToWide(value)).c_str())) {
+      WarnOfLine(line, Shown(std::string_view(value).substr(comment + 1)) +
+                           L" is no comment there but belongs to the value; remove it.");
     }
   }
 
@@ -306,7 +333,10 @@ class TaskFileCheck {
     const std::size_t line = LineOf(kTypeKey);
     constexpr wchar_t kTypes[] = L" Write \"type=0\" for a job or \"type=1\" for a list of copies.";
     if (line == 0) {
-      Fail(0, std::wstring(L"In the section \"[Task]\" there is no \"type\".") + kTypes);
+      Fail(0, std::wstring(hasSection_ ? L"In the section \"[Task]\" there is no \"type\"."
+                                       : L"There is no section \"[Task]\"; write \"[Task]\" in a "
+                                         L"line above the keys.") +
+                  kTypes);
       return std::nullopt;
     }
     const std::optional<std::int32_t> type = Number(text);
@@ -328,22 +358,17 @@ class TaskFileCheck {
     for (std::int32_t i = 0; i < Task::kParamCount; ++i) {
       values_[static_cast<std::size_t>(i)] = ReadParam(i, helperPath_);
     }
-    std::array<std::int32_t, Task::kParamCount> numbers = {};
-    bool areNumbers = true;
+    Numbers numbers;
     for (std::size_t i = Task::kTimeType; i <= Task::kTimeMonthday; ++i) {
-      const auto number = Number(values_[i]);
-      if (number) {
-        numbers[i] = *number;
-        continue;
-      }
-      areNumbers = false;
+      numbers[i] = Number(values_[i]);
+      if (numbers[i]) continue;
+      areNumbers_ = false;
       const std::size_t line = LineOf(kParamKeys[i]);
       Fail(line, Shown(kParamKeys[i]) +
                      (line == 0 ? L" is missing" : L" is " + Shown(values_[i]) + L", no number") +
                      L"; all three numbers must be there, with digits alone, in a deletion too. "
                      L"Write 0 where none is needed.");
     }
-    if (!areNumbers) return;
 
     job_ = AnsiToWide(values_[Task::kTaskName]);
     const std::wstring fault = JobNameFault(job_);
@@ -351,8 +376,7 @@ class TaskFileCheck {
     if (values_[Task::kExeArguments].empty()) {
       CheckDeletion();
     } else {
-      CheckRegistration(numbers[Task::kTimeType], numbers[Task::kTimeWeekday],
-                        numbers[Task::kTimeMonthday]);
+      CheckRegistration(numbers);
     }
   }
 
@@ -375,20 +399,22 @@ class TaskFileCheck {
                              : lostArguments_ != 0 ? lostWhy_
                                                    : L"is missing";
     Warn(std::max(line, lostArguments_),
-         L"This file deletes the job " + Quoted(job_) + L", because \"exe_arguments\" " + why +
+         std::wstring(areNumbers_ ? L"This file" : L"With its numbers put right this file") +
+             L" deletes the job " + Quoted(job_) + L", because \"exe_arguments\" " + why +
              L". If that is meant, write \"exe_arguments=\" and leave \"exe_path\" out; if not, "
              L"give "
              L"the program an argument.",
-         hasProgram || lostArguments_ != 0);
+         areNumbers_ && (hasProgram || lostArguments_ != 0));
   }
 
-  void CheckRegistration(std::int32_t kind, std::int32_t weekdays, std::int32_t monthDays) {
-    const std::size_t kindLine = LineOf(kParamKeys[Task::kTimeType]);
-    if (kind < Task::kDaily || kind > Task::kMonthly) {
-      Fail(kindLine, L"The kind of trigger " + std::to_wstring(kind) +
-                         L" is none of 2 (daily), 3 (weekly) and 4 (monthly); and an older job " +
-                         Quoted(job_) + L" is deleted before the helper gives up.");
-      report_.findings.back().harmful = true;
+  // What goes wrong behind the numbers goes wrong when an older job has been deleted.
+  void CheckRegistration(const Numbers& numbers) {
+    const auto kind = numbers[Task::kTimeType];
+    if (kind && (*kind < Task::kDaily || *kind > Task::kMonthly)) {
+      Fail(LineOf(kParamKeys[Task::kTimeType]),
+           L"The kind of trigger " + std::to_wstring(*kind) +
+               L" is none of 2 (daily), 3 (weekly) and 4 (monthly)" + OldJobLost());
+      report_.findings.back().harmful = areNumbers_;
       return;
     }
     const std::wstring program = AnsiToWide(values_[Task::kExePath]);
@@ -398,10 +424,15 @@ class TaskFileCheck {
     if (!IsStartBoundary(values_[Task::kRuntime])) {
       Warn(LineOf(kParamKeys[Task::kRuntime]),
            L"The start \"runtime\", " + Shown(values_[Task::kRuntime]) +
-               L", is no date and time such as 2026-01-31T08:00:00; the scheduler then refuses the "
-               L"job, and an older one of that name is gone.");
+               L", is no date and time such as 2026-01-31T08:00:00" + OldJobLost(),
+           areNumbers_);
     }
-    CheckDays(kind, weekdays, monthDays);
+    CheckDays(kind, numbers[Task::kTimeWeekday], numbers[Task::kTimeMonthday]);
+    if (std::any_of(report_.findings.begin(), report_.findings.end(),
+                    [](const Finding& finding) { return finding.harmful; })) {
+      return AddStep(Step::Kind::kRegisterJob, L"does not register the job " + Quoted(job_) +
+                                                   L", see above, and deletes an older one");
+    }
     const wchar_t* const every = kind == Task::kDaily    ? L"daily"
                                  : kind == Task::kWeekly ? L"weekly"
                                                          : L"monthly";
@@ -412,19 +443,28 @@ class TaskFileCheck {
                 AnsiToWide(values_[Task::kRuntime]) + L" on");
   }
 
-  void CheckDays(std::int32_t kind, std::int32_t weekdays, std::int32_t monthDays) {
-    if (kind == Task::kWeekly && (weekdays <= 0 || weekdays > 0x7F)) {
+  std::wstring OldJobLost() const {
+    if (!areNumbers_) return L".";
+    return L": the job is refused, and an older job " + Quoted(job_) +
+           L" has been deleted by then.";
+  }
+
+  void CheckDays(std::optional<std::int32_t> kind, std::optional<std::int32_t> weekdays,
+                 std::optional<std::int32_t> monthDays) {
+    if (kind == Task::kWeekly && weekdays && (*weekdays <= 0 || *weekdays > 0x7F)) {
       Warn(LineOf(kParamKeys[Task::kTimeWeekday]),
            L"A weekly job needs its days in \"time_weekday\": 1 for Sunday, 2 for Monday to 64 for "
            L"Saturday, added up; " +
-               std::to_wstring(weekdays) + L" is no such sum.");
+               std::to_wstring(*weekdays) + L" is no such sum" + OldJobLost(),
+           areNumbers_);
     }
-    if (kind == Task::kMonthly && monthDays <= 0) {
+    if (kind == Task::kMonthly && monthDays && *monthDays <= 0) {
       Warn(
           LineOf(kParamKeys[Task::kTimeMonthday]),
           L"A monthly job needs its days in \"time_monthday\": 1 for day 1, 2 for day 2, 4 for day "
           L"3 and so on, added up; " +
-              std::to_wstring(monthDays) + L" is no such sum.");
+              std::to_wstring(*monthDays) + L" is no such sum" + OldJobLost(),
+          areNumbers_);
     }
   }
 
@@ -436,7 +476,9 @@ class TaskFileCheck {
   // The line that seems to have been meant for "exe_arguments", and what is wrong with it.
   std::size_t lostArguments_ = 0;
   std::wstring lostWhy_;
+  bool hasSection_ = false;
   std::array<std::string, Task::kParamCount> values_;
+  bool areNumbers_ = true;  // or the helper gives up before it changes anything
   std::wstring job_;
 };
 

@@ -20,6 +20,13 @@ std::wstring Quoted(const std::wstring& text) { return L"\"" + text + L"\""; }
   throw BadArguments{Quoted(argument) + L" " + why};
 }
 
+// A word that begins like an option and stands where none may.
+[[noreturn]] void RefuseOption(const std::wstring& word, const std::wstring& why,
+                               const std::wstring& usage) {
+  Refuse(word, why + L" (a path that begins with \"-\" is written " + Quoted(L".\\" + word) +
+                   L"): " + usage);
+}
+
 // The words behind a command and its options, taken one after the other.
 class Operands {
  public:
@@ -33,11 +40,24 @@ class Operands {
     return words_[next_++];
   }
 
+  // What is no argument of another program: an option in its place is a mistake.
+  std::wstring TakeOwn(const std::wstring& name) {
+    RefuseLateOption();
+    return Take(name);
+  }
+
   void ExpectNoMore() const {
+    RefuseLateOption();
     if (AreLeft()) Refuse(words_[next_], L"is one argument too many: " + usage_);
   }
 
  private:
+  void RefuseLateOption() const {
+    if (!AreLeft() || words_[next_].compare(0, 2, L"--") != 0) return;
+    RefuseOption(words_[next_], L"stands behind the first operand, but options come before it",
+                 usage_);
+  }
+
   std::wstring usage_;
   std::vector<std::wstring> words_;
   std::size_t next_ = 0;
@@ -66,7 +86,8 @@ void ReadTime(const std::wstring& time, Job& job) {
   const bool hasForm = time.size() == 5 && time[2] == L':';
   const auto hour = hasForm ? Number(time.substr(0, 2), 0, 23) : std::nullopt;
   const auto minute = hasForm ? Number(time.substr(3), 0, 59) : std::nullopt;
-  if (!hour || !minute) Refuse(time, L"is no time from 00:00 to 23:59, such as 08:30.");
+  if (!hour || !minute)
+    Refuse(time, L"is no time from 00:00 to 23:59, two digits each, such as 08:30.");
   job.hour = *hour;
   job.minute = *minute;
 }
@@ -99,6 +120,16 @@ fs::path FullPath(const std::wstring& path) {
   return full;
 }
 
+fs::path CopyPath(const std::wstring& operand) {
+  const bool isVerbatim = operand.compare(0, 4, L"\\\\?\\") == 0;
+  if (operand.find_first_of(L"*?", isVerbatim ? 4 : 0) != std::wstring::npos) {
+    Refuse(operand,
+           L"holds \"*\" or \"?\", and these are not expanded: name every file, or the "
+           L"folder.");
+  }
+  return FullPath(operand);
+}
+
 bool NamesFolder(const fs::path& path) { return !path.has_filename(); }
 
 void AddCopy(uaclient::CopyPlan& plan, const fs::path& source, const fs::path& destination) {
@@ -129,8 +160,8 @@ void AddCopy(uaclient::CopyPlan& plan, const fs::path& source, const fs::path& d
 Request ReadCopy(Operands& operands) {
   uaclient::CopyPlan plan;
   do {
-    const fs::path source = FullPath(operands.Take(L"SOURCE"));
-    AddCopy(plan, source, FullPath(operands.Take(L"The DESTINATION of " + Quoted(source))));
+    const fs::path source = CopyPath(operands.TakeOwn(L"SOURCE"));
+    AddCopy(plan, source, CopyPath(operands.TakeOwn(L"The DESTINATION of " + Quoted(source))));
   } while (operands.AreLeft());
   return plan;
 }
@@ -139,11 +170,11 @@ template <Job::Every kEvery>
 Request ReadJob(Operands& operands) {
   Job job;
   job.every = kEvery;
-  job.name = operands.Take(L"NAME");
+  job.name = operands.TakeOwn(L"NAME");
   ReadTime(operands.Take(L"HH:MM"), job);
   if constexpr (kEvery == Job::Every::kWeek) job.days = Days(operands.Take(L"DAYS"), Weekday);
   if constexpr (kEvery == Job::Every::kMonth) job.days = Days(operands.Take(L"DAYS"), MonthDay);
-  job.program = FullPath(operands.Take(L"PROGRAM"));
+  job.program = FullPath(operands.TakeOwn(L"PROGRAM"));
   do {
     job.arguments.push_back(operands.Take(L"An argument for the program, which needs one,"));
   } while (operands.AreLeft());
@@ -151,10 +182,10 @@ Request ReadJob(Operands& operands) {
   return job;
 }
 
-Request ReadRemoval(Operands& operands) { return uaclient::JobRemoval{operands.Take(L"NAME")}; }
+Request ReadRemoval(Operands& operands) { return uaclient::JobRemoval{operands.TakeOwn(L"NAME")}; }
 
 Request ReadRun(Operands& operands) {
-  const fs::path file = FullPath(operands.Take(L"TASKFILE"));
+  const fs::path file = FullPath(operands.TakeOwn(L"TASKFILE"));
   std::error_code error;
   const fs::file_type type = fs::status(file, error).type();
   if (type == fs::file_type::not_found) Refuse(file, L"does not exist.");
@@ -163,7 +194,7 @@ Request ReadRun(Operands& operands) {
 }
 
 Request ReadCheck(Operands& operands) {
-  return TaskFileCheck{FullPath(operands.Take(L"TASKFILE"))};
+  return TaskFileCheck{FullPath(operands.TakeOwn(L"TASKFILE"))};
 }
 
 struct Command {
@@ -186,12 +217,12 @@ const std::vector<Command>& Commands() {
       {"copy",
        "SOURCE DESTINATION [SOURCE DESTINATION]...",
        "Copies files and folders, all with one request for raised rights.",
-       {"--fast", "--timeout"},
+       {"--dry-run", "--fast", "--timeout"},
        "A file goes over the one that is there. A folder replaces its destination: everything\n"
        "in that is deleted first. Folders come first, then files. Afterwards every file is\n"
        "compared with its source.\n"
-       "Exit code: 0 everything is there, 1 something is not, 2 wrong or harmful arguments\n"
-       "(nothing was started).",
+       "Exit code: 0 everything is there (with --dry-run: nothing speaks against it), 1 something\n"
+       "is not, 2 wrong or harmful arguments (nothing was started).",
        ReadCopy},
       {"daily",
        "NAME HH:MM PROGRAM ARGUMENTS...",
@@ -257,6 +288,7 @@ struct HelpFormatter : CLI::Formatter {
 };
 
 struct OptionValues {
+  bool dryRun = false;
   bool fast = false;
   bool json = false;
   std::string timeout;
@@ -266,6 +298,9 @@ void AddOption(CLI::App& app, const std::string& name, OptionValues& values) {
   if (name == "--fast") {
     app.add_flag(name, values.fast,
                  "Compares sizes and times instead of contents where that will do");
+  } else if (name == "--dry-run") {
+    app.add_flag(name, values.dryRun,
+                 "Starts nothing; says what speaks against it and what would be deleted");
   } else if (name == "--json") {
     app.add_flag(name, values.json, "Prints JSON, for programs");
   } else {
@@ -287,9 +322,7 @@ std::vector<std::string> Utf8Words(const std::vector<std::wstring>& words) {
 // What looks like an option where operands begin.
 void RefuseUnknownOption(const std::vector<std::string>& words, const std::wstring& hint) {
   if (words.empty() || words[0].size() < 2 || words[0][0] != '-') return;
-  const std::wstring word = Utf8ToWide(words[0]);
-  Refuse(word, L"is no option there: " + hint + L" A path that begins with \"-\" is written " +
-                   Quoted(L".\\" + word) + L".");
+  RefuseOption(Utf8ToWide(words[0]), L"is no option there", hint);
 }
 
 }  // namespace
@@ -347,6 +380,9 @@ Arguments ReadArguments(const std::vector<std::wstring>& words) {
   arguments.request = command.read(operands);
   operands.ExpectNoMore();
 
+  if (auto* plan = std::get_if<uaclient::CopyPlan>(&arguments.request); plan && values.dryRun) {
+    arguments.request = PlanCheck{std::move(*plan)};
+  }
   if (auto* check = std::get_if<TaskFileCheck>(&arguments.request)) check->asJson = values.json;
   if (values.fast) arguments.options.comparison = uaclient::Comparison::kSizeAndTime;
   if (!values.timeout.empty()) {

@@ -17,13 +17,17 @@ struct ShownText {  // the help or the version
   std::wstring text;
 };
 
+struct PlanCheck {
+  uaclient::CopyPlan plan;
+};
+
 struct TaskFileCheck {
   std::filesystem::path file;
   bool asJson = false;
 };
 
-using Request = std::variant<ShownText, uaclient::CopyPlan, uaclient::Job, uaclient::JobRemoval,
-                             uaclient::TaskFile, TaskFileCheck>;
+using Request = std::variant<ShownText, uaclient::CopyPlan, PlanCheck, uaclient::Job,
+                             uaclient::JobRemoval, uaclient::TaskFile, TaskFileCheck>;
 
 struct Arguments {
   Request request;

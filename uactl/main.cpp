@@ -44,6 +44,7 @@ struct Carrier {
   Report operator()(const uaclient::CopyPlan& plan) const {
     return ReportRun(RunShowingProgress(plan, options), L"");
   }
+  Report operator()(const PlanCheck& check) const { return ReportPlanCheck(check.plan.Check()); }
   Report operator()(const uaclient::Job& job) const {
     return ReportRun(RunShowingProgress(job, options), L"was registered");
   }

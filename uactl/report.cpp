@@ -17,8 +17,14 @@ const wchar_t* SeverityName(const Finding& finding) {
   return finding.severity == uaclient::Severity::kError ? L"error" : L"warning";
 }
 
+bool SpeaksAgainst(const Finding& finding) {
+  return finding.harmful || finding.severity == uaclient::Severity::kError;
+}
+
 std::wstring FindingLine(const Finding& finding) {
-  if (finding.file.empty()) return ErrorLine(finding.text);
+  if (finding.file.empty()) {
+    return ErrorLine(SpeaksAgainst(finding) ? finding.text : L"warning: " + finding.text);
+  }
   std::wstring place = finding.file.wstring();
   if (finding.line > 0) place += L":" + std::to_wstring(finding.line);
   return Line(place + L": " + SeverityName(finding) + L": " + finding.text);
@@ -61,9 +67,7 @@ Report ReportRefusal(const uaclient::Findings& findings) {
   Report report;
   report.exitCode = kExitRefused;
   for (const Finding& finding : findings) {
-    if (finding.harmful || finding.severity == uaclient::Severity::kError) {
-      report.errors += FindingLine(finding);
-    }
+    if (SpeaksAgainst(finding)) report.errors += FindingLine(finding);
   }
   report.errors += ErrorLine(L"Nothing was started.");
   return report;
@@ -120,19 +124,39 @@ Report ReportRun(const uaclient::Result& result, const std::wstring& jobDone) {
     report.output += Line(Files(result.files) + L", " + Size(result.bytes) + L", " +
                           OneDecimal(Seconds(result.elapsed)) + L" s");
   }
-  if (result.status == Status::kFailed) {
-    for (const Finding& finding : result.findings) {
-      if (!finding.file.empty()) report.errors += FindingLine(finding);
-    }
+  if (result.status == Status::kDone && result.items.empty()) {
+    report.output += Line(L"There was nothing to do.");
   }
+  // What explains the outcome, and what was deleted for it. The reason may hold one of them.
+  for (const Finding& finding : result.findings) {
+    if (!WasLookedAt(result.status) || result.reason.find(finding.text) != std::wstring::npos) {
+      continue;
+    }
+    report.errors += FindingLine(finding);
+  }
+  return report;
+}
+
+Report ReportPlanCheck(const uaclient::Findings& findings) {
+  Report report;
+  for (const Finding& finding : findings) {
+    report.output += FindingLine(finding);
+    if (SpeaksAgainst(finding)) report.exitCode = kExitRefused;
+  }
+  if (findings.empty()) report.output = Line(L"Nothing speaks against it.");
   return report;
 }
 
 Report ReportCheck(const uaclient::TaskFileReport& report) {
   Report text;
   text.exitCode = ExitCodeOf(report);
-  for (const Finding& finding : report.findings) text.output += FindingLine(finding);
+  for (const Finding& finding : report.findings) {
+    Finding shown = finding;
+    if (finding.harmful) shown.text += L" \"uactl run\" does not start it.";
+    text.output += FindingLine(shown);
+  }
   for (const Step& step : report.steps) text.output += Line(L"plan: " + step.text);
+  if (text.exitCode != kExitRefused && report.steps.empty()) text.output += Line(L"plan: nothing");
   if (text.exitCode == kExitRefused) {
     text.output += Line(L"plan: nothing, the helper would fail with exit code " +
                         std::to_wstring(report.exists ? 1 : 2));
@@ -167,6 +191,7 @@ Report ReportCheckAsJson(const uaclient::TaskFileReport& report,
                      {"text", WideToUtf8(step.text)}});
   }
   const Json json = {
-      {"file", utf8(file)}, {"exit", exitCode}, {"findings", findings}, {"steps", steps}};
+      {"file", utf8(file)}, {"exists", report.exists}, {"helperFails", report.helperFails},
+      {"exit", exitCode},   {"findings", findings},    {"steps", steps}};
   return {exitCode, Utf8ToWide(json.dump(2)) + L"\n", L""};
 }

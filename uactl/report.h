@@ -28,13 +28,18 @@ std::wstring ProgressText(const uaclient::Progress& progress);
 // What became of a run. Of a job that was dealt with it says `jobDone`, such as "was deleted".
 Report ReportRun(const uaclient::Result& result, const std::wstring& jobDone);
 
+// Of a plan that is not to be started.
+Report ReportPlanCheck(const uaclient::Findings& findings);
+
 // As compilers do: FILE:LINE: error: TEXT, then a line "plan: TEXT" for every step.
 Report ReportCheck(const uaclient::TaskFileReport& report);
 
 // The same as a JSON object:
 //
-//   file      the task file
-//   exit      the exit code of the check
+//   file         the task file
+//   exists       whether it is there
+//   helperFails  whether the helper's exit code would not be 0
+//   exit         the exit code of the check
 //   findings  [{severity: "error" or "warning", harmful, file, line: from 1, 0 for none, text}]
 //   steps     [{kind: "copyFolder", "copyFile", "registerJob" or "deleteJob", source, destination,
 //               job, files, bytes, empties, emptiedFiles, emptiedBytes, text}], in the helper's
