@@ -29,7 +29,7 @@ class Client : public testing::Test {
  protected:
   Client() { UseTemp("temp/"); }
   ~Client() override {
-    for (int i = 0; i < 100 && temp_.Contents() != temps_; ++i) Sleep(50);
+    for (int i = 0; i < 100 && !std::filesystem::is_empty(tempPath_); ++i) Sleep(50);
     EXPECT_EQ(temp_.Contents(), temps_);
   }
 

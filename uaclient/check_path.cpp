@@ -122,8 +122,11 @@ Place Describe(const std::wstring& fullPath, std::wstring composed) {
   return place;
 }
 
+// With what kernel32 has: user32 takes as long to load as the rest of a check.
 std::wstring UpperCase(std::wstring text) {
-  CharUpperBuffW(text.data(), static_cast<DWORD>(text.size()));
+  const int length = static_cast<int>(text.size());
+  LCMapStringEx(LOCALE_NAME_INVARIANT, LCMAP_UPPERCASE, text.data(), length, text.data(), length,
+                nullptr, nullptr, 0);
   return text;
 }
 

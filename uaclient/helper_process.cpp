@@ -96,10 +96,11 @@ bool HelperProcess::StartDirectly(const std::wstring& program, const std::wstrin
   startup.StartupInfo.hStdOutput = writer;
   startup.lpAttributeList = list;
 
+  // Without a console, which would cost it a process of its own.
   std::wstring command = L"\"" + program + L"\" \"" + taskFile + L"\"";
   PROCESS_INFORMATION process = {};
   const BOOL started = CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, TRUE,
-                                      CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT, nullptr,
+                                      DETACHED_PROCESS | EXTENDED_STARTUPINFO_PRESENT, nullptr,
                                       directory.c_str(), &startup.StartupInfo, &process);
   const DWORD error = GetLastError();
   DeleteProcThreadAttributeList(list);
