@@ -7,7 +7,6 @@
 #include "fileop/jfile.h"
 #include "inifile/ini_file.h"
 #include "uaclient/uaclient.h"
-#include "uaclient/version.h"
 #include "uactask/task_factory.h"
 #include "uactask/task_file_op.h"
 #include "uactask/task_runner.h"
