@@ -8,7 +8,7 @@ set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
 
 # The target's libraries are in the prefixes that the caller names and in those that scripts/setup makes.
 get_filename_component(build ${CMAKE_CURRENT_LIST_DIR}/../build ABSOLUTE)
-list(APPEND CMAKE_FIND_ROOT_PATH ${CMAKE_PREFIX_PATH} /usr/x86_64-w64-mingw32 ${build}/boost ${build}/headers)
+list(APPEND CMAKE_FIND_ROOT_PATH ${CMAKE_PREFIX_PATH} /usr/x86_64-w64-mingw32 ${build}/boost)
 unset(build)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

@@ -24,8 +24,6 @@ bool isfinite(T) noexcept;
 template <class T>
 bool isnormal(T) noexcept;
 template <class T>
-bool signbit(T) noexcept;
-template <class T>
 int fpclassify(T) noexcept;
 template <class T, class U>
 bool isgreater(T, U) noexcept;

@@ -8,4 +8,8 @@ struct nothrow_t {
   explicit nothrow_t() = default;
 };
 extern const nothrow_t nothrow;
+using new_handler = void (*)();
+new_handler set_new_handler(new_handler) noexcept;
 }  // namespace std
+void* operator new(size_t, const std::nothrow_t&) noexcept;
+void* operator new(size_t, std::align_val_t, const std::nothrow_t&) noexcept;
