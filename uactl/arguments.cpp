@@ -120,6 +120,24 @@ fs::path FullPath(const std::wstring& path) {
   return full;
 }
 
+// What stands for the current folder, of the process or of a drive, or for one above it, would have
+// become its name when it is checked, and all that is in a destination is deleted. Windows drops
+// blanks and dots at a path's end.
+void RefuseCurrentFolders(const std::wstring& operand) {
+  constexpr wchar_t kSeparators[] = L"\\/";
+  const std::wstring path = operand.substr(0, operand.find_last_not_of(kSeparators) + 1);
+  const std::size_t separator = path.find_last_of(kSeparators);
+  const std::wstring name = separator == std::wstring::npos ? path : path.substr(separator + 1);
+  if (!name.empty() && name.find_first_not_of(L". ") == std::wstring::npos) {
+    Refuse(operand, L"ends in " + Quoted(name) + L": write the folder's own name.");
+  }
+  if (operand.size() > 1 && operand[1] == L':' && operand.find_first_of(kSeparators, 2) != 2) {
+    Refuse(operand,
+           L"has no separator behind the drive, and so means what is the current folder there: "
+           L"write the whole path.");
+  }
+}
+
 fs::path CopyPath(const std::wstring& operand) {
   const bool isVerbatim = operand.compare(0, 4, L"\\\\?\\") == 0;
   if (operand.find_first_of(L"*?", isVerbatim ? 4 : 0) != std::wstring::npos) {
@@ -127,6 +145,7 @@ fs::path CopyPath(const std::wstring& operand) {
            L"holds \"*\" or \"?\", and these are not expanded: name every file, or the "
            L"folder.");
   }
+  RefuseCurrentFolders(operand);
   return FullPath(operand);
 }
 
