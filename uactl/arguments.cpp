@@ -155,11 +155,10 @@ void AddCopy(uaclient::CopyPlan& plan, const fs::path& source, const fs::path& d
   std::error_code error;
   const fs::file_status from = fs::status(source, error);
   if (from.type() == fs::file_type::not_found) Refuse(source, L"does not exist.");
-  if (from.type() == fs::file_type::none) {
-    Refuse(source, L"cannot be looked at: error " + std::to_wstring(error.value()) + L".");
-  }
+  // The helper may see what this user may not. A separator at its end then says it is a folder.
+  const bool isUnseen = from.type() == fs::file_type::none;
   const fs::file_status to = fs::status(destination, error);
-  if (fs::is_directory(from)) {
+  if (fs::is_directory(from) || (isUnseen && NamesFolder(source))) {
     if (fs::is_regular_file(to)) {
       Refuse(destination,
              L"is a file, which the folder " + Quoted(source) + L" cannot replace: name a folder.");
