@@ -83,7 +83,8 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
   const FileLock lock(folder / "used");
   WriteFileBytes(folder / "inuse/x", "");
   const FileLock otherLock(folder / "inuse/x");
-  const std::string deep(230 - root.size(), 'n');
+  WriteFileBytes(folder / "linked/x", "");
+  const bool hasLinks = MakeFolderLink("../old", folder / "linked/link");
 
   const struct {
     const char* items;  // "source>destination", folders with "/" at the end, separated by ","
@@ -102,6 +103,7 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
       {"@s/>@a/,@f>@S/D/n", {"! the source of another item"}},
       {"@s/>@a/,@g>@A/b/c,@f>@ab", {"! destroys the other"}},
       {"@f>@a,@g>@A", {"! destroys the other"}},
+      {"@linked/>@a/,@s/>@old/", {"W is a link", "! a link in it leads to", "W 2 files"}},
       {"@f>@p/q/f", {"E more than one is missing"}},
       {"@f>@g/x", {"E there is a file"}},
       {"@f>@ro", {"E is read-only"}},
@@ -125,6 +127,7 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
   };
   for (const auto& [items, expected] : kCases) {
     SCOPED_TRACE(items);
+    if (!hasLinks && std::string(items).find("linked") != std::string::npos) continue;
     uaclient::CopyPlan plan;
     const std::regex item("([^>,]*)>([^>,]*)");
     const std::string text = Replaced(items, "@", root);
@@ -163,11 +166,13 @@ TEST(TaskFileCheck, NamesEachMistake) {
   std::string deep;
   for (int i = 0; i < 1100; ++i) deep += "<a>";
 
-  // "#…" is an operation list below a task file that names it; "[T]0" and "[J]" are beginnings.
+  // "#…" is an operation list below a task file that names it; "[J]" and "[D]" are beginnings, of a
+  // job's registration and its deletion.
   const std::string listTask = "[Task]\ntype=1\nxml_path=@list.xml\n";
   const std::string numbers = "time_weekday=0\ntime_monthday=0\n";
   const std::string job = "[Task]\ntype=0\ntask_name=n\nruntime=2099-01-31T08:00:00\n" + numbers +
                           "exe_path=" + OwnProgram() + "\ntime_type=2\n";
+  const std::string deletion = "[Task]\ntype=0\ntask_name=n\n" + numbers + "time_type=0\n";
   const std::string item = "<i key='1' src='@f' dec='@g' type='file'/>";
   const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
       {"#<root><task>" + item + "</task></root>", {}},
@@ -178,7 +183,7 @@ TEST(TaskFileCheck, NamesEachMistake) {
       // The task file's lines.
       {"[Task]\ntype=0\ntype=1",
        {"W3 no line break", "E time_type", "E time_weekday", "E time_monthday", "W no name",
-        "W put right"}},
+        "W3 put right"}},
       {"[Task]\ntype = 1\n", {"W2 without blanks", "E no \"type\""}},
       {"\xEF\xBB\xBF[Task]\ntype=1\n",
        {"W1 byte-order mark", "W1 whole line a header", "E no section"}},
@@ -205,6 +210,10 @@ TEST(TaskFileCheck, NamesEachMistake) {
       {"[J]exe_arguments=-a", {"W9 no line break", "!9 no line break"}},
       {"[J]exe_argument=-a\n", {"W9 is not the key", "!9 misspelt"}},
       {"[J]exe_arguments=\n", {"!9 is empty"}},
+      {"[D]", {"W is missing"}},
+      {"[D]runtime=2099-01-31T08:00:00\n", {"! is missing"}},
+      {"[D]exe_path=C:", {"W7 no line break", "!7 cut off"}},
+      {"exe_arguments=-a\n[D]", {"W1 before any header", "!1 in no section"}},
       {"[J]exe_arguments=-x [y]\n", {"W9 whole line a header", "!9 holds a"}},
       {"[Task]\ntype=0\ntime_type=3\ntime_weekday=1.5\ntime_monthday=\nexe_arguments=1\n",
        {"E4 \"1.5\", no number", "E5 no number", "W no name", "W program is missing", "W no date"}},
@@ -230,7 +239,16 @@ TEST(TaskFileCheck, NamesEachMistake) {
       {"#<root><task>\n<a.b key='1'/></task></root>", {"E:2 a dot"}},
       {"#<root><task>" + item + "</task>\n<task/></root>", {"W:2 first \"task\""}},
       {"#<root><task>\n<i key='1' src='@f' dst='@g' type='file'/></task></root>",
-       {"W:2 no \"dec\", and so cannot be copied; write it. \"dst\" is not read"}},
+       {"W:2 to \"error of read\" in whatever folder the helper is started in; write it. \"dst\" "
+        "is "
+        "not read",
+        "W:2 \"error of read\" is relative"}},
+      {"#<root><task><i key='1' src='@s/' dec='" + folder.Path() +
+           "old/' type='dir'/></task></root>",
+       {"W:1 is relative", "!:1 depends on the folder"}},
+      {"#<root><task><i key='1' src='@s/' dec='//./@s/' type='dir'/>"
+       "<i key='2' src='@old/' dec='\\??\\Volume{1}\\s' type='dir'/></task></root>",
+       {"W:1 names a device", "!:1 own source", "W:1 names a device", "!:1 cannot be told"}},
       {"#<root><task>\n<i src='@f' dec='@g' type='file'/></task></root>", {"W:2 no \"key\""}},
       {"#<root><task>\n<i key='1' src='@s/' dec='@g/' type='Dir'/></task></root>",
        {"W:2 not \"dir\"", "W:2 s/\" ends like", "W:2 g/\" ends like", "W:2 is a folder, but"}},
@@ -260,7 +278,8 @@ TEST(TaskFileCheck, NamesEachMistake) {
   };
   for (const auto& [file, expected] : cases) {
     SCOPED_TRACE(file.substr(0, 300));
-    std::string task = file[0] == '#' ? listTask : Replaced(file, "[J]", job);
+    std::string task =
+        file[0] == '#' ? listTask : Replaced(Replaced(file, "[J]", job), "[D]", deletion);
     WriteFileBytes(folder / "task.ini", Replaced(task, "@", root));
     if (file[0] == '#') WriteFileBytes(folder / "list.xml", Replaced(file.substr(1), "@", root));
     const auto report = uaclient::CheckTaskFile(Utf8ToWide(root + "task.ini"));
@@ -421,6 +440,10 @@ TEST_F(RandomTaskFiles, OfJobs) {
   };
   bool isThere = false;
   for (int i = 0; i < 20; ++i) isThere = run(isThere && Below(2) == 0);
+
+  WriteFileBytes(folder / "task.ini", "[Task]\ntype=0\ntask_name=" + name +
+                                          "\ntime_type=0\ntime_weekday=0\ntime_monthday=0\n");
+  RunProgram("uactask.exe", {folder / "task.ini"});
 }
 
 }  // namespace

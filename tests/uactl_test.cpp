@@ -110,17 +110,19 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"remove a", "\"remove\""},
       {"--fast copy a b", "\"--fast\""},
       {"copy a b", "\"" + FullPath("a") + "\" does not exist"},
-      {"copy . a .", "DESTINATION of \"" + FullPath(".")},
+      {"copy P a P", "DESTINATION of \"" + kProgram},
       {"copy -x . a", "\"-x\""},
-      {"copy --timeout 0 . a", "\"0\""},
+      {"copy --timeout 0 P a", "\"0\""},
       {"copy -- . a", "\"--\""},
-      {"copy . a --dry-run", "\".\\--dry-run\""},
+      {"copy P a --dry-run", "\".\\--dry-run\""},
       {"copy *.txt a", "not expanded"},
       {"check a --json", "\"--json\" stands behind"},
       {"unschedule", "NAME"},
       {"unschedule a b", "\"b\""},
       {"daily N 08:00 P", "argument"},
       {"daily N 08:00 C:\\none.exe a", "C:\\none.exe"},
+      {"daily N 08:00 P 5%% %TEMP%", "\"5%% %TEMP%\" holds"},
+      {"daily N 08:00 P $(Arg0)", "\"$(Arg0)\" holds"},
       {"daily N 24:00 P a", "\"24:00\""},
       {"daily N 8:00 P a", "two digits each"},
       {"daily N 12:60 P a", "\"12:60\""},
@@ -232,6 +234,9 @@ TEST_F(Uactl, RefusesCopiesThatMayNotBeMeant) {
     SCOPED_TRACE(testing::PrintToString(copy));
     EXPECT_THAT(Refusal({"copy", folder_ / copy[0], folder_ / copy[1]}), HasSubstr(copy[2]));
     EXPECT_EQ(folder_.Contents(), before);
+  }
+  for (const char* place : {".", "..", "dir/../..", ".\\. ", "...", "C:", "C:dir"}) {
+    EXPECT_THAT(Refusal({"copy", "--dry-run", folder_ / "dir", place}), HasSubstr(place));
   }
   EXPECT_THAT(Refusal({"copy", folder_ / "dir", "Q:\\\\"}), HasSubstr("Q:"));
 }

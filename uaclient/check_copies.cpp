@@ -21,6 +21,9 @@ namespace {
 // The helper looks at so many bytes of a folder's path.
 constexpr std::size_t kMaxFolderBytes = 260;
 
+constexpr wchar_t kUnseen[] =
+    L" cannot be seen by this user, so that nothing is known of it ahead of the copy.";
+
 bool EndsInSeparator(const std::wstring& path) {
   return !path.empty() && (path.back() == L'/' || path.back() == L'\\');
 }
@@ -99,6 +102,7 @@ class Checker {
     std::wstring key;
     std::size_t item = 0;
     bool isDestination = false;
+    bool isBehindLink = false;  // what a link in a source leads to
   };
   // What copies take from a drive or share.
   struct Space {
@@ -124,7 +128,14 @@ class Checker {
     // What somebody wrote into a list the helper tries; of a plan there is nothing more to know.
     std::wstring full =
         isUsable || origin_ == Origin::kList ? FullPath(path, isPlain) : std::wstring();
-    if (full.empty()) return {};
+    if (full.empty()) {
+      if (origin_ == Origin::kList && isFolder && !path.empty()) {
+        Add(Weight::kHarms, L"Where " + Quoted(path) +
+                                L" leads cannot be told, and so not what would be deleted for this "
+                                L"copy; write the path from its drive on.");
+      }
+      return {};
+    }
     if (IsRoot(full)) {
       Add(Weight::kHarms, Quoted(path) + L" is a whole drive or share; name a folder on it.");
       return {};
@@ -157,12 +168,12 @@ class Checker {
     if (source.empty()) return;
     const Place from = places_.Look(source);
     roles_.push_back({ComparisonKey(from.real), at_, false});
-    if (!from.exists) {
-      Add(Weight::kFails, L"The source " + Quoted(item.source.native()) +
-                              L" does not exist, or is where this user may not look.");
+    if (from.isUnseen) {
+      Add(Weight::kDoubt, L"The source " + Quoted(item.source.native()) + kUnseen);
+    } else if (!from.exists) {
+      Add(Weight::kFails, L"The source " + Quoted(item.source.native()) + L" does not exist.");
       return;
-    }
-    if (from.isFolder != item.isFolder) {
+    } else if (from.isFolder != item.isFolder) {
       Add(Weight::kFails,
           L"The source " + Quoted(item.source.native()) +
               (from.isFolder ? L" is a folder, but the item is a file's copy"
@@ -186,7 +197,15 @@ class Checker {
       Add(Weight::kDoubt, L"The destination " + Quoted(item.destination.native()) +
                               L" is a link; write where it leads, or remove it.");
     }
-    if (!to.exists) CheckFoldersAbove(item, destination);
+    if (to.isUnseen) {
+      Add(Weight::kDoubt, L"The destination " + Quoted(item.destination.native()) + kUnseen);
+    } else if (!to.exists) {
+      CheckFoldersAbove(item, destination);
+    } else if (item.isFolder && !IsAbsolute(item.destination.native())) {
+      Add(Weight::kHarms, L"Of the destination " + Quoted(item.destination.native()) +
+                              L" it depends on the folder that the helper is started in which one "
+                              L"is emptied; write the whole path.");
+    }
 
     if (item.isFolder) {
       CheckFolder(source, destination, to, step);
@@ -201,10 +220,15 @@ class Checker {
 
   void CheckFolder(const std::wstring& source, const std::wstring& destination, const Place& to,
                    Step& step) {
-    step.empties = to.exists;
+    step.empties = to.exists || to.isUnseen;
     if (HitsKeptFolder(destination, to)) return;  // too much to be measured
     Remarks remarks;
-    const TreeSize size = MeasureSource(source, destination, origin_ == Origin::kList, remarks);
+    std::vector<std::wstring> links;
+    const TreeSize size =
+        MeasureSource(source, destination, origin_ == Origin::kList, remarks, links);
+    for (const std::wstring& link : links) {
+      roles_.push_back({ComparisonKey(places_.Look(link).real), at_, false, true});
+    }
     step.files = size.files;
     step.bytes = size.bytes;
     step.text = L"copies the folder " + Quoted(source) + L" (" + Described(size) + L") to " +
@@ -219,6 +243,7 @@ class Checker {
             Quoted(destination) + L" is replaced: " + Described(emptied) + L" in it are deleted.");
       }
     }
+    if (to.isUnseen) step.text += L" after deleting what is there";
     AddAll(std::move(remarks));
   }
 
@@ -351,6 +376,7 @@ class Checker {
                             (source.item == destination.item ? L"its own source, "
                                                              : L"the source of another item, ") +
                             Quoted(items_[source.item].source.native()) +
+                            (source.isBehindLink ? L" (which a link in it leads to)" : L"") +
                             L", which would be changed or lost; choose another destination.");
   }
 

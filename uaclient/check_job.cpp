@@ -2,8 +2,8 @@
 
 #include <windows.h>
 
-#include "corekit/text.h"
 #include "uaclient/check_path.h"
+#include "uaclient/code_page.h"
 #include "uaclient/job_task.h"
 #include "uaclient/uaclient.h"
 #include "uaclient/win32.h"
@@ -18,17 +18,38 @@ void AddError(Findings& findings, std::wstring text) {
 
 // Texts of task files are in the code page; its bytes are what must fit.
 void CheckText(const std::wstring& what, const std::wstring& text, Findings& findings) {
-  const std::string bytes = Utf8ToAnsi(WideToUtf8(text));
-  if (AnsiToWide(bytes) != text) {
+  if (!HelperReads(text)) {
     AddError(findings,
              what + L" " + Quoted(text) +
                  L" holds a character that this system's code page lacks, and with it the "
                  L"task file; use other characters.");
-  } else if (!FitsTaskFile(bytes)) {
+  } else if (!FitsTaskFile(ForHelper(text))) {
     AddError(findings, what + L" " + Quoted(text) +
                            L" holds a control character or a \"[\", or ends in a blank, which a "
                            L"task file cannot carry; leave that out.");
   }
+}
+
+// The scheduler puts the values of environment variables, and what starts a job, into its program
+// and arguments.
+bool IsExpanded(const std::wstring& text) {
+  if (text.find(L"$(") != std::wstring::npos) return true;
+  std::size_t percent = text.find(L'%');
+  while (percent != std::wstring::npos) {
+    const std::size_t next = text.find(L'%', percent + 1);
+    if (next != std::wstring::npos && next > percent + 1) return true;
+    percent = next;
+  }
+  return false;
+}
+
+// Text that the program is to find as it is.
+void CheckCommand(const std::wstring& what, const std::wstring& text, Findings& findings) {
+  CheckText(what, text, findings);
+  if (!IsExpanded(text)) return;
+  AddError(findings, what + L" " + Quoted(text) +
+                         L" holds \"$(\" or a name between \"%\", for which the scheduler puts "
+                         L"in something else when it starts the program; leave that out.");
 }
 
 void CheckName(const std::wstring& name, Findings& findings) {
@@ -86,13 +107,13 @@ Findings Job::Check() const {
   if (every == Every::kMonth) CheckDays(days, 31, findings);
   const std::wstring fault = ProgramFault(program.native());
   if (!fault.empty()) AddError(findings, fault);
-  CheckText(L"The program", program.native(), findings);
+  CheckCommand(L"The program", program.native(), findings);
   if (arguments.empty()) {
     AddError(findings,
              L"There are no arguments; a job needs at least one, because a task file "
              L"without them deletes the job.");
   }
-  CheckText(L"The command line", CommandLine(arguments), findings);
+  CheckCommand(L"The command line", CommandLine(arguments), findings);
   return findings;
 }
 

@@ -217,15 +217,17 @@ class ListCheck {
     }
     for (const auto& [field, fieldName] : OperationFieldNames()) {
       if (counts[static_cast<std::size_t>(field)] != 0) continue;
-      const bool isPath = field == kSourceField || field == kDestinationField;
-      if (isPath) listed.isUsable = false;
+      if (field == kSourceField) listed.isUsable = false;
       Warn(line,
            L"The item has no " + Quoted(Utf8ToWide(fieldName)) +
                (field == kTypeField ? L", and so counts as a file; write type=\"dir\" or "
                                       L"type=\"file\"."
                 : field == kKeyField ? L"; of all such items only the first counts. Give each "
                                        L"a key of its own."
-                                     : L", and so cannot be copied; write it.") +
+                : field == kDestinationField
+                    ? L", and so is copied to \"" + Utf8ToWide(kMissingField) +
+                          L"\" in whatever folder the helper is started in; write it."
+                    : L", and so cannot be copied; write it.") +
                others);
     }
     items_.push_back(std::move(listed));

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cwchar>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -13,6 +14,9 @@
 
 namespace uaclient {
 namespace {
+
+// The system's own form of what Windows otherwise writes with two separators and one "?".
+constexpr wchar_t kKernelPrefix[] = L"\\??\\";
 
 constexpr DWORD kMaxUnits = 32768;
 
@@ -104,12 +108,21 @@ void SetData(Place& place, const Data& data) {
   if (!place.isFolder) place.size = std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
 }
 
+// Every other error leaves open what is there.
+bool MeansMissing(DWORD error) {
+  constexpr DWORD kMissing[] = {
+      ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND,       ERROR_INVALID_NAME, ERROR_BAD_PATHNAME,
+      ERROR_DIRECTORY,      ERROR_FILENAME_EXCED_RANGE, ERROR_INVALID_DRIVE};
+  return std::find(std::begin(kMissing), std::end(kMissing), error) != std::end(kMissing);
+}
+
 // Looks at the path itself; what lies above it has led to `composed`.
 Place Describe(const std::wstring& fullPath, std::wstring composed) {
   Place place;
   place.real = std::move(composed);
   WIN32_FILE_ATTRIBUTE_DATA data;
   if (!GetFileAttributesExW(Verbatim(fullPath).c_str(), GetFileExInfoStandard, &data)) {
+    place.isUnseen = !MeansMissing(GetLastError());
     return place;
   }
   SetData(place, data);
@@ -157,12 +170,12 @@ Remarks CheckPathText(const std::wstring& path) {
         L"the "
         L"file another name.");
   }
-  if (IsNetworkPath(path) && path.size() > 3 && (path[2] == L'?' || path[2] == L'.') &&
-      IsSeparator(path[3])) {
+  const bool isDevices = IsNetworkPath(path) && path.size() > 3 &&
+                         (path[2] == L'?' || path[2] == L'.') && IsSeparator(path[3]);
+  if (isDevices || path.rfind(kKernelPrefix, 0) == 0) {
     return fails(
-        L" names a device, or is a path that Windows takes as it stands; the helper cannot walk "
-        L"it. "
-        L"Write it without the prefix.");
+        L" names a device, or is a path that Windows takes as it stands, and what it leads to "
+        L"cannot be compared with other paths. Write it from its drive on.");
   }
   if (!IsAbsolute(path)) {
     return fails(
@@ -202,6 +215,7 @@ std::wstring FullPath(const std::wstring& path, bool isPlain) {
 
 std::wstring FullPath(const std::wstring& path) {
   if (path.empty() || path.size() >= kMaxUnits) return {};
+  if (path.rfind(kKernelPrefix, 0) == 0) return FullPath(L"\\\\" + path.substr(2));
   std::wstring full(path.size() + MAX_PATH, L'\0');
   DWORD size =
       GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
@@ -210,10 +224,11 @@ std::wstring FullPath(const std::wstring& path) {
     size = GetFullPathNameW(path.c_str(), size, full.data(), nullptr);
   }
   full.resize(std::min<std::size_t>(size, full.size()));
+  if (full.rfind(L"\\\\.\\", 0) == 0) full[2] = L'?';
   if (full.rfind(L"\\\\?\\UNC\\", 0) == 0) full.replace(0, 7, L"\\");
   if (full.rfind(L"\\\\?\\", 0) == 0) full.erase(0, 4);
   while (full.size() > 3 && full.back() == L'\\') full.pop_back();
-  return IsAbsolute(full) && full.rfind(L"\\\\.", 0) != 0 ? full : std::wstring();
+  return IsAbsolute(full) ? full : std::wstring();
 }
 
 bool IsRoot(const std::wstring& fullPath) { return fullPath.size() <= RootSize(fullPath); }
@@ -242,6 +257,8 @@ Place Places::Look(const std::wstring& fullPath) {
   const std::size_t rest = fullPath[at] == L'\\' ? at + 1 : at;
   std::wstring composed = Joined(above->place.real, fullPath.substr(rest));
   if (above->place.isFolder) return LookIn(*above, fullPath, std::move(composed));
+  // One may be allowed to look into a folder that lies in one into which one is not.
+  if (above->place.isUnseen) return Describe(fullPath, std::move(composed));
   Place missing;
   missing.real = std::move(composed);
   return missing;
@@ -302,12 +319,13 @@ std::wstring Places::DriveFault(const std::wstring& fullPath) {
   if (!isNew) return known->second;
 
   const std::wstring drive = fullPath.substr(0, 2);
+  const bool isElevated = IsElevated();  // the helper is so too, and sees the same drives
   const UINT type = GetDriveTypeW((drive + L"\\").c_str());
   wchar_t device[MAX_PATH] = {};
   QueryDosDeviceW(drive.c_str(), device, MAX_PATH);
   const bool isSubstituted = std::wcsncmp(device, L"\\??\\", 4) == 0;
   std::wstring& fault = known->second;
-  if (isSubstituted || type == DRIVE_REMOTE) {
+  if (!isElevated && (isSubstituted || type == DRIVE_REMOTE)) {
     std::wstring real = FinalPath(drive + L"\\");
     if (real.empty())
       real = isSubstituted ? device + 4 : L"the share's own path, \\\\server\\share";

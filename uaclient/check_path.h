@@ -43,7 +43,8 @@ bool IsAbsolute(const std::wstring& path);
 Remarks CheckPathText(const std::wstring& path);
 
 // The path from the drive down, with "\" alone, without "." and "..", without a separator at its
-// end unless it is a root. L"" for what cannot be a path, or is a device's.
+// end unless it is a root. L"" for what cannot be a path, or leads elsewhere than from a drive or
+// share on: a device's, a volume's.
 std::wstring FullPath(const std::wstring& path);
 
 // The same for a path on which CheckPathText has had no remarks; quicker where that is known.
@@ -58,6 +59,7 @@ std::wstring Verbatim(const std::wstring& fullPath);
 // What there is at a full path.
 struct Place {
   bool exists = false;
+  bool isUnseen = false;  // this user may not look there, or the system cannot tell
   bool isFolder = false;
   std::uint32_t attributes = 0;
   std::uint64_t size = 0;
@@ -72,8 +74,8 @@ class Places {
  public:
   Place Look(const std::wstring& fullPath);
 
-  // Why a process with raised rights does not reach the path's drive by this letter, and what to
-  // write instead; L"" when it does.
+  // Why the helper, with its raised rights, does not reach the path's drive by this letter, and
+  // what to write instead; L"" when it does.
   std::wstring DriveFault(const std::wstring& fullPath);
 
  private:

@@ -206,7 +206,9 @@ class TaskFileCheck {
     std::string_view text = corekit::Trimmed(line.text, kBlanks, 0);
     if (text.empty()) return;
     if (!line.ended) {
-      NoteLostArguments(line.number, text, L"has no line break");
+      lostArguments_ = line.number;
+      lostWhy_ = HoldsArguments(text) ? L"has no line break"
+                                      : L"is missing, and the last line was perhaps cut off";
       return WarnOfLine(line.number,
                         L"The last line has no line break and so is not read; end it.");
     }
@@ -229,8 +231,12 @@ class TaskFileCheck {
     }
   }
 
+  static bool HoldsArguments(std::string_view text) {
+    return text.find(kParamKeys[Task::kExeArguments]) != std::string_view::npos;
+  }
+
   void NoteLostArguments(std::size_t line, std::string_view text, const wchar_t* why) {
-    if (text.find(kParamKeys[Task::kExeArguments]) == std::string_view::npos) return;
+    if (!HoldsArguments(text)) return;
     lostArguments_ = line;
     lostWhy_ = why;
   }
@@ -256,6 +262,7 @@ class TaskFileCheck {
   void CheckEntry(std::size_t line, const corekit::IniRecord& record) {
     const std::string_view key = record.Key;
     const bool inTask = record.Section == kTaskSection;
+    if (!inTask) NoteLostArguments(line, key, L"stands in no section \"[Task]\"");
     if (!inTask && !record.Section.empty()) return;
     if (!IsKnownKey(key)) {
       const char* const meant = NearestKey(key);
@@ -394,6 +401,9 @@ class TaskFileCheck {
     AddStep(Step::Kind::kDeleteJob, L"deletes the job " + Quoted(job_));
     const std::size_t line = LineOf(kParamKeys[Task::kExeArguments]);
     const bool hasProgram = !values_[Task::kExePath].empty();
+    const bool registers = LineOf(kParamKeys[Task::kExePath]) != 0 ||
+                           LineOf(kParamKeys[Task::kRuntime]) != 0 ||
+                           LineOf(kParamKeys[Task::kAuthorName]) != 0;
     if (line != 0 && !hasProgram) return;
     const std::wstring why = line != 0             ? L"is empty"
                              : lostArguments_ != 0 ? lostWhy_
@@ -404,7 +414,7 @@ class TaskFileCheck {
              L". If that is meant, write \"exe_arguments=\" and leave \"exe_path\" out; if not, "
              L"give "
              L"the program an argument.",
-         areNumbers_ && (hasProgram || lostArguments_ != 0));
+         areNumbers_ && (hasProgram || registers || lostArguments_ != 0));
   }
 
   // What goes wrong behind the numbers goes wrong when an older job has been deleted.

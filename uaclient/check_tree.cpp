@@ -5,7 +5,6 @@
 #include <cwchar>
 #include <iterator>
 #include <utility>
-#include <vector>
 
 #include "uaclient/tree_listing.h"
 
@@ -117,7 +116,7 @@ std::wstring AccessFault(const std::wstring& fullPath, Access access) {
 }
 
 TreeSize MeasureSource(const std::wstring& folder, const std::wstring& destination, bool openFiles,
-                       Remarks& remarks) {
+                       Remarks& remarks, std::vector<std::wstring>& links) {
   TreeSize size;
   const std::size_t before = remarks.size();
   const auto remark = [&](Weight weight, const Entry& entry, const std::wstring& text) {
@@ -126,6 +125,7 @@ TreeSize MeasureSource(const std::wstring& folder, const std::wstring& destinati
   };
   const auto visit = [&](const Entry& entry) {
     if (entry.isLink) {
+      links.push_back(entry.path);
       return remark(Weight::kDoubt, entry,
                     L"is a link: what it leads to is copied, but of links behind links nothing is; "
                     L"have the files themselves in the source.");

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "uaclient/check_path.h"
 
@@ -24,9 +25,9 @@ enum class Access { kRead, kOverwrite, kDelete };
 std::wstring AccessFault(const std::wstring& fullPath, Access access);
 
 // Walks the whole folder and adds what stands in the way; links are not followed. `openFiles` tries
-// to read each file as well.
+// to read each file as well. `links` gets the paths of the links.
 TreeSize MeasureSource(const std::wstring& folder, const std::wstring& destination, bool openFiles,
-                       Remarks& remarks);
+                       Remarks& remarks, std::vector<std::wstring>& links);
 TreeSize MeasureEmptied(const std::wstring& folder, Remarks& remarks);
 
 }  // namespace uaclient

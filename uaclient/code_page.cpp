@@ -11,8 +11,8 @@ namespace {
 
 bool IsOwnCodePageTheSystems() {
   DWORD systems = 0;
-  GetLocaleInfoEx(LOCALE_NAME_SYSTEM_DEFAULT, LOCALE_IDEFAULTANSICODEPAGE | LOCALE_RETURN_NUMBER,
-                  reinterpret_cast<wchar_t*>(&systems), sizeof systems / sizeof(wchar_t));
+  GetLocaleInfoW(LOCALE_SYSTEM_DEFAULT, LOCALE_IDEFAULTANSICODEPAGE | LOCALE_RETURN_NUMBER,
+                 reinterpret_cast<wchar_t*>(&systems), sizeof systems / sizeof(wchar_t));
   return GetACP() == systems;
 }
 

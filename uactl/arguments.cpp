@@ -120,6 +120,24 @@ fs::path FullPath(const std::wstring& path) {
   return full;
 }
 
+// What stands for the current folder, of the process or of a drive, or for one above it, would have
+// become its name when it is checked, and all that is in a destination is deleted. Windows drops
+// blanks and dots at a path's end.
+void RefuseCurrentFolders(const std::wstring& operand) {
+  constexpr wchar_t kSeparators[] = L"\\/";
+  const std::wstring path = operand.substr(0, operand.find_last_not_of(kSeparators) + 1);
+  const std::size_t separator = path.find_last_of(kSeparators);
+  const std::wstring name = separator == std::wstring::npos ? path : path.substr(separator + 1);
+  if (!name.empty() && name.find_first_not_of(L". ") == std::wstring::npos) {
+    Refuse(operand, L"ends in " + Quoted(name) + L": write the folder's own name.");
+  }
+  if (operand.size() > 1 && operand[1] == L':' && operand.find_first_of(kSeparators, 2) != 2) {
+    Refuse(operand,
+           L"has no separator behind the drive, and so means what is the current folder there: "
+           L"write the whole path.");
+  }
+}
+
 fs::path CopyPath(const std::wstring& operand) {
   const bool isVerbatim = operand.compare(0, 4, L"\\\\?\\") == 0;
   if (operand.find_first_of(L"*?", isVerbatim ? 4 : 0) != std::wstring::npos) {
@@ -127,6 +145,7 @@ fs::path CopyPath(const std::wstring& operand) {
            L"holds \"*\" or \"?\", and these are not expanded: name every file, or the "
            L"folder.");
   }
+  RefuseCurrentFolders(operand);
   return FullPath(operand);
 }
 
@@ -136,11 +155,10 @@ void AddCopy(uaclient::CopyPlan& plan, const fs::path& source, const fs::path& d
   std::error_code error;
   const fs::file_status from = fs::status(source, error);
   if (from.type() == fs::file_type::not_found) Refuse(source, L"does not exist.");
-  if (from.type() == fs::file_type::none) {
-    Refuse(source, L"cannot be looked at: error " + std::to_wstring(error.value()) + L".");
-  }
+  // The helper may see what this user may not. A separator at its end then says it is a folder.
+  const bool isUnseen = from.type() == fs::file_type::none;
   const fs::file_status to = fs::status(destination, error);
-  if (fs::is_directory(from)) {
+  if (fs::is_directory(from) || (isUnseen && NamesFolder(source))) {
     if (fs::is_regular_file(to)) {
       Refuse(destination,
              L"is a file, which the folder " + Quoted(source) + L" cannot replace: name a folder.");
