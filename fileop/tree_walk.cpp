@@ -12,8 +12,7 @@ constexpr std::size_t kPathUnits = 260;  // the terminator included
 // would meet the same folder for ever, or leave the tree that it was given. One that does not fit
 // has been cut, and so names something else: a sibling, the directory itself, a folder above it. So
 // does one with a name that holds what separates here, as other systems allow it. Behind "\\?\"
-// only
-// "\" separates.
+// only "\" separates.
 struct EntryPath {
   EntryPath(const wchar_t* format, const std::wstring& directory, const wchar_t* name)
       : usable(FormatWidePath(text, kPathUnits, format, directory.c_str(), name) >= 0 &&

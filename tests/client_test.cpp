@@ -11,6 +11,7 @@
 
 #include "corekit/text.h"
 #include "support.h"
+#include "uaclient/copy_watch.h"
 #include "uaclient/helper_process.h"
 #include "uaclient/job_task.h"
 #include "uaclient/uaclient.h"
@@ -110,8 +111,9 @@ TEST_F(Client, PutsItsFilesNowhereElse) {
   WriteFileBytes(folder_ / "a", "a");
   AddFile("a", "b");
   const std::wstring longPath = L"C:\\" + std::wstring(300, L'x');
-  const wchar_t* const kTemps[] = {nullptr,         L"", L"temp", L"\\temp", L"C:\\no such folder",
-                                   longPath.c_str()};
+  const std::wstring file = FullPath(folder_ / "a").wstring();
+  const wchar_t* const kTemps[] = {
+      nullptr, L"", L"temp", L"\\temp", L"C:\\no such folder", file.c_str(), longPath.c_str()};
   for (const wchar_t* temp : kTemps) {
     SetEnvironmentVariableW(L"TMP", temp);
     const Result result = uaclient::Run(plan_, options_);
@@ -314,6 +316,34 @@ TEST_F(Client, SchedulesAndUnschedules) {
   const Result missing = uaclient::Run(JobRemoval{job.name}, options_);
   EXPECT_EQ(missing.status, Status::kFailed);
   EXPECT_THAT(Reasons(missing).at(0), HasSubstr("There is no job of that name."));
+}
+
+// What is there before the start looks like the finished copy.
+TEST_F(Client, SeesNoProgressInAFolderThatIsStillToBeEmptied) {
+  WriteTree(folder_.Path(), TreeOf("from/a=1, from/b=22, from/c=333, to/"));
+  const auto copy = [&](const std::string& name) {
+    CopyFileW(FullPath(folder_ / "from/" + name).c_str(), FullPath(folder_ / "to/" + name).c_str(),
+              FALSE);
+  };
+  for (const char* name : {"a", "b", "c"}) copy(name);
+  CopyWatch watch({{FullPath(folder_ / "from"), FullPath(folder_ / "to"), true}},
+                  Comparison::kContent);
+  const auto files = [&] {
+    watch.Advance();
+    return watch.Seen().files;
+  };
+  EXPECT_EQ(files(), 0U);
+  for (const char* name : {"a", "b", "c"}) {
+    EXPECT_EQ(files(), 0U);
+    DeleteFileW(FullPath(folder_ / "to/" + name).c_str());
+  }
+  EXPECT_EQ(files(), 0U);
+  copy("a");
+  EXPECT_EQ(files(), 1U);
+  copy("c");  // "b" failed
+  EXPECT_EQ(files(), 3U);
+  const std::vector<Item> items = watch.Finish([] { return true; });
+  EXPECT_THAT(WideToUtf8(items.at(0).reason), testing::StartsWith("\"b\" is missing"));
 }
 
 TEST(JobTask, HandsArgumentsOnAsTheyAreGiven) {
