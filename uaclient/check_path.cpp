@@ -167,8 +167,7 @@ Remarks CheckPathText(const std::wstring& path) {
       HasLoneSurrogate(path)) {
     return fails(
         L" holds a control character or half of a surrogate pair, which no list can carry; give "
-        L"the "
-        L"file another name.");
+        L"the file another name.");
   }
   const bool isDevices = IsNetworkPath(path) && path.size() > 3 &&
                          (path[2] == L'?' || path[2] == L'.') && IsSeparator(path[3]);

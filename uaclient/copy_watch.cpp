@@ -24,8 +24,7 @@ std::wstring LikelyCause(const std::wstring& source, const std::wstring& destina
   }
   if ((attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) != 0) {
     return L": it is a hidden or system file, and such a file is not replaced. Remove the "
-           L"attribute "
-           L"first.";
+           L"attribute first.";
   }
   const Handle writable(CreateFileW(destination.c_str(), GENERIC_WRITE,
                                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,

@@ -1,6 +1,5 @@
 // What the command prints: readable in a console whatever its code page, UTF-8 when redirected,
-// with
-// "\n" at the end of a line in both cases.
+// with "\n" at the end of a line in both cases.
 #pragma once
 
 #include <string>
