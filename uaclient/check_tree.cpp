@@ -27,6 +27,14 @@ struct Entry {
   std::uint64_t size = 0;
 };
 
+// Adds a remark on an entry; false, so that a visit ends with it.
+auto RemarkInto(Remarks& remarks) {
+  return [&remarks](Weight weight, const Entry& entry, const std::wstring& text) {
+    remarks.push_back({weight, Quoted(entry.path) + L" " + text});
+    return false;
+  };
+}
+
 // Calls visit(entry) for everything below the folder; a folder in it is entered when that answers
 // true. Calls fail(folder, error) for what cannot be listed. Paths may be longer than the helper's.
 template <typename Visit, typename Fail>
@@ -119,10 +127,7 @@ TreeSize MeasureSource(const std::wstring& folder, const std::wstring& destinati
                        Remarks& remarks, std::vector<std::wstring>& links) {
   TreeSize size;
   const std::size_t before = remarks.size();
-  const auto remark = [&](Weight weight, const Entry& entry, const std::wstring& text) {
-    remarks.push_back({weight, Quoted(entry.path) + L" " + text});
-    return false;
-  };
+  const auto remark = RemarkInto(remarks);
   const auto visit = [&](const Entry& entry) {
     if (entry.isLink) {
       links.push_back(entry.path);
@@ -160,10 +165,7 @@ TreeSize MeasureSource(const std::wstring& folder, const std::wstring& destinati
 TreeSize MeasureEmptied(const std::wstring& folder, Remarks& remarks) {
   TreeSize size;
   const std::size_t before = remarks.size();
-  const auto remark = [&](Weight weight, const Entry& entry, const std::wstring& text) {
-    remarks.push_back({weight, Quoted(entry.path) + L" " + text});
-    return false;
-  };
+  const auto remark = RemarkInto(remarks);
   const auto visit = [&](const Entry& entry) {
     Count(entry, size);
     if (entry.isLink) {

@@ -57,7 +57,14 @@ class HelperRun {
     }
     const Status started = process_.Start(helper, taskFile, directory, options_.owner, why);
     if (started != Status::kDone) return started;
-    if (!Wait()) {
+    bool hasEnded = false;
+    try {
+      hasEnded = Wait();
+    } catch (...) {
+      if (files != nullptr) files->LeaveTo(process_.Get());
+      throw;
+    }
+    if (!hasEnded) {
       why =
           L"Waiting for the helper was given up. It has administrator rights and cannot be ended "
           L"from here: it goes on";
@@ -73,6 +80,7 @@ class HelperRun {
   // After that: what became of the copies. The last report is of what has arrived.
   std::vector<Item> CompareAll() {
     isWaiting_ = false;
+    isGivenUp_ = false;  // a time-out that came with the helper's end concerned the waiting alone
     std::vector<Item> items = watch_.Finish([this] { return Report(); });
     if (!isGivenUp_ && options_.progress) Tell(Elapsed());
     return items;

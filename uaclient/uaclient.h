@@ -124,7 +124,7 @@ struct Options {
   std::chrono::milliseconds timeout{0};
   // Called in the calling thread: once right before the start, then about ten times a second, and
   // once in the end, with what has arrived. Returns false to wait no longer; before the start, to
-  // do nothing. Must not throw.
+  // do nothing. What it throws leaves Run; the files are then left to the helper.
   std::function<bool(const Progress&)> progress;
   Comparison comparison = Comparison::kContent;
 };
