@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <list>
 #include <random>
 #include <regex>
 #include <string>
@@ -151,6 +152,26 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
   }
 }
 
+TEST(PlanCheck, RemarksOnTheFirstEntriesOfAFolder) {
+  for (const std::size_t count : {20, 22}) {
+    const TestFolder folder;
+    std::list<FileLock> locks;
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::string file = folder / "many/" + std::to_string(i);
+      WriteFileBytes(file, "");
+      locks.emplace_back(file);
+    }
+    const std::wstring root = Utf8ToWide(Absolute(folder));
+    std::vector<std::string> expected(20, "W is to be deleted");
+    expected.push_back("W " + std::to_string(count) + " files, 0 bytes in it");
+    if (count == 22) expected.push_back("W There are 2 more");
+    MakeFolders(folder / "new/");
+    uaclient::CopyPlan plan;
+    plan.Folder(root + L"new/", root + L"many/");
+    EXPECT_TRUE(Are(plan.Check(), expected));
+  }
+}
+
 std::string OwnProgram() {
   wchar_t path[MAX_PATH] = {};
   GetModuleFileNameW(nullptr, path, MAX_PATH);
@@ -177,6 +198,11 @@ TEST(TaskFileCheck, NamesEachMistake) {
   const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
       {"#<root><task>" + item + "</task></root>", {}},
       {"[J]exe_arguments=-a\n", {}},
+      {Replaced("[Task]\ntype=0\ntask_name=n ;#\nauthor_name=\"a\"\nruntime=2099-01-31T08:00:00\n"
+                "exe_path=\"P\"\nexe_arguments=\"a\" #b\ntime_type=2\n" +
+                    numbers,
+                "P", OwnProgram()),
+       {}},
       {"[Task]\ntype=0\ntask_name=n\nexe_path=\nexe_arguments=\nruntime=\nauthor_name=\n" +
            numbers + "time_type=0\n",
        {}},
@@ -188,6 +214,7 @@ TEST(TaskFileCheck, NamesEachMistake) {
       {"\xEF\xBB\xBF[Task]\ntype=1\n",
        {"W1 byte-order mark", "W1 whole line a header", "E no section"}},
       {"[Task]\ntype=\"1\"\n", {"W2 quotes", "E2 \"\"1\"\" is unknown"}},
+      {"[Task]\ntype=\"\n", {"E2 \"\"\" is unknown"}},
       {"[Task]\ntype=1\nxml_path=@s ; it's\n",
        {"W3 \"; it's\" is no comment", "E3 does not exist"}},
       {"[Task]\ntype=1\nxml_path=@s\n", {"E3 is a folder"}},

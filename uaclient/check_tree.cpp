@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "uaclient/tree_listing.h"
-
 #include "uaclient/win32.h"
 
 namespace uaclient {
