@@ -181,9 +181,10 @@ std::string OwnProgram() {
 TEST(TaskFileCheck, NamesEachMistake) {
   const TestFolder folder;
   const std::string root = Absolute(folder);
-  WriteTree(folder.Path(), TreeOf("f=1, s/a=1, s/b/c=2, old/x=333, ro=, used="));
+  WriteTree(folder.Path(), TreeOf("f=1, s/a=1, s/b/c=2, old/x=333, ro=, used=, read="));
   MakeReadOnly(folder / "ro");
   const FileLock lock(folder / "used");
+  const FileLock readLock(folder / "read", FILE_SHARE_READ);
   std::string deep;
   for (int i = 0; i < 1100; ++i) deep += "<a>";
 
@@ -290,6 +291,7 @@ TEST(TaskFileCheck, NamesEachMistake) {
        {"W:1 does not exist"}},
       {"#<root><task><i key='1' src='@used' dec='@h' type='file'/></task></root>",
        {"W:1 is in use"}},
+      {"#<root><task><i key='1' src='@read' dec='@h' type='file'/></task></root>", {}},
       {"#<root><task><i key='1' src='@f' dec='@ro' type='file'/></task></root>", {"W:1 read-only"}},
       {"#<root><task><i key='1' src='f' dec='@h' type='file'/></task></root>",
        {"W:1 \"f\" is relative", "W:1 does not exist"}},
