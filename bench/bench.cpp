@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "inifile/ini_file.h"
+#include "uactask/operation_list.h"
 #include "xmlstore/keyed_records.h"
 #include "xmlstore/xml_parse.h"
 
@@ -54,6 +55,21 @@ bool CopyBare(const std::wstring& from, const std::wstring& to) {
   return copied;
 }
 
+// The least that a command over the helper does: it starts it and waits for its end.
+bool StartBare(const std::wstring& program, const std::wstring& argument) {
+  std::wstring line = L"\"" + program + L"\" \"" + argument + L"\"";
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process = {};
+  if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, DETACHED_PROCESS, nullptr,
+                      nullptr, &startup, &process)) {
+    return false;
+  }
+  WaitForSingleObject(process.hProcess, INFINITE);
+  DWORD exitCode = 1;
+  return GetExitCodeProcess(process.hProcess, &exitCode) && exitCode == 0;
+}
+
 bool ReadBare(const std::string& file) {
   std::ifstream stream(file, std::ios::binary);
   boost::property_tree::ptree tree;
@@ -65,9 +81,8 @@ bool ReadRecords(const std::string& file) {
   XMLParse store;
   KeyedRecords records;
   return store.LoadFile(file) != 0 &&
-         ReadKeyedRecords(store.GetTree(), "root.task", records,
-                          {{0, "key"}, {1, "src"}, {2, "dec"}, {3, "type"}},
-                          "error of read") == 0 &&
+         ReadKeyedRecords(store.GetTree(), kOperationListPath, records, OperationFieldNames(),
+                          kMissingField) == 0 &&
          !records.empty();
 }
 
@@ -115,10 +130,15 @@ int main(int argumentCount, char* arguments[]) {
   const std::vector<std::string> words(arguments + 1, arguments + argumentCount);
   const std::string job = words.empty() ? "" : words[0];
   if (job == "copy" && words.size() == 3) return CopyBare(Widen(words[1]), Widen(words[2])) ? 0 : 1;
+  if (job == "start" && words.size() == 3) {
+    return StartBare(Widen(words[1]), Widen(words[2])) ? 0 : 1;
+  }
   if (job == "read_xml" && words.size() == 2) return ReadBare(words[1]) ? 0 : 1;
   if (job == "records" && words.size() == 2) return ReadRecords(words[1]) ? 0 : 1;
   if (job == "vectors" && words.size() == 2) return Vectors(std::stoul(words[1])) ? 0 : 1;
   if (job == "ini" && words.size() == 2) return SetIniValue(std::stoi(words[1])) ? 0 : 1;
-  std::fprintf(stderr, "bench copy FROM/ TO/ | read_xml FILE | records FILE | vectors N | ini N\n");
+  std::fprintf(stderr,
+               "bench copy FROM/ TO/ | start PROGRAM ARGUMENT | read_xml FILE | records FILE | "
+               "vectors N | ini N\n");
   return 2;
 }

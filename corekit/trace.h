@@ -1,5 +1,5 @@
-// The diagnostic trace: one process-wide channel for error lines, off at start. Nothing in the
-// system switches it on; an application or a test that wants the lines does.
+// The diagnostic trace: one process-wide channel for error lines, off at start. The helper switches
+// it on under a debugger; others who want the lines do it themselves.
 #pragma once
 
 #if defined(__GNUC__)

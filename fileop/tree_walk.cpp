@@ -29,15 +29,13 @@ HANDLE OpenFolder(const std::wstring& path, DWORD access, DWORD sharing) {
   return handle == INVALID_HANDLE_VALUE ? nullptr : handle;
 }
 
-// A junction or a symbolic link, as opposed to reparse points that hold their own content (files
-// kept in the cloud, for instance). Without a tag, as Wine reports them, they count as links. The
-// tag is asked for only where there is one: FAT does not know the question.
+// The tag is asked for only where there is one: FAT does not know the question.
 bool IsLinkWith(DWORD attributes, HANDLE handle) {
   if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return false;
   FILE_ATTRIBUTE_TAG_INFO info = {};
   return handle == nullptr ||
          !GetFileInformationByHandleEx(handle, FileAttributeTagInfo, &info, sizeof info) ||
-         info.ReparseTag == 0 || IsReparseTagNameSurrogate(info.ReparseTag);
+         IsLinkTag(attributes, info.ReparseTag);
 }
 
 bool IsLinkHandle(HANDLE handle) {
@@ -143,6 +141,11 @@ bool RemoveEntry(const Directory& directory, const WIN32_FIND_DATAW& entry, std:
 }
 
 }  // namespace
+
+bool IsLinkTag(DWORD attributes, DWORD tag) {
+  return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+         (tag == 0 || IsReparseTagNameSurrogate(tag));
+}
 
 // Whoever has the folder as current directory or watches it for changes shares it for reading; only
 // one who is about to remove or rename it is in the way. The link is looked for by the held handle,

@@ -8,6 +8,11 @@
 #include <memory>
 #include <string>
 
+// Whether attributes and reparse tag are those of a junction or a symbolic link, as opposed to
+// reparse points that hold their own content (files kept in the cloud, for instance). Without a
+// tag, as Wine reports them, they count as links.
+bool IsLinkTag(DWORD attributes, DWORD tag);
+
 // A folder that is open for a walk. While it is, nobody can rename, remove or replace it: what has
 // been found out about the folder stays true of its path, also when others may write there. To
 // list, to create and to delete in it stays possible for everybody.

@@ -189,7 +189,11 @@ int Depth(const ptree& tree) {
 }
 
 std::string MakeXml() {
-  std::string text = OneIn(3) ? input : Soup(kMarkup, 12);
+  std::string text = Soup(kMarkup, 12);
+  if (OneIn(3)) {
+    XMLParse store = MakeStore();
+    text = Written(store);
+  }
   if (OneIn(2)) text = "<a>" + Soup(kDecoys, 3) + text + "</a>";
   if (OneIn(1000)) {  // about as deep as may be, or far deeper
     const std::size_t levels = OneIn(20) ? 1 + Below(50000) : 995 + Below(15),
@@ -312,6 +316,7 @@ int main(int argc, char** argv) {
   std::signal(SIGABRT, [](int) { Require(false, "nothing aborts"); });
   for (; counted ? run < limit : GetTickCount64() - start < limit * 1000; ++run) {
     state = seed + run;
+    input.clear();
     Target& next = NextTarget();
     target = next.name;
     Require(!Throws<std::exception>(next.fuzz), "no other exception leaves");

@@ -11,10 +11,6 @@
 namespace corekit {
 namespace {
 
-constexpr char kBlanks[] = " \t\n\r";
-
-bool IsCommentSign(char c) { return c == '#' || c == ';'; }
-
 bool Contains(std::string_view text, char c) { return text.find(c) != std::string_view::npos; }
 
 // The name in a header line. The first character goes whichever it is, so "x[y]" names "[y".
@@ -28,17 +24,17 @@ std::string_view HeaderName(std::string_view line) {
 }  // namespace
 
 std::optional<IniRecord> IniParser::Parse(std::string_view line) {
-  line = Trimmed(line, kBlanks, 0);
+  line = Trimmed(line, kIniBlanks, 0);
   if (line.empty()) return std::nullopt;
 
   IniRecord record;
-  if (IsCommentSign(line.front())) {
+  if (IsIniCommentSign(line.front())) {
     if (!Contains(line, '[') && !Contains(line, '=')) {
       pendingComments_.append(line) += '\n';
       return std::nullopt;
     }
     record.Commented = line.front();
-    line = Trimmed(line.substr(1), kBlanks, 0);
+    line = Trimmed(line.substr(1), kIniBlanks, 0);
   }
 
   if (Contains(line, '[')) {

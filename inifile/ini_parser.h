@@ -11,6 +11,10 @@
 
 namespace corekit {
 
+// What surrounds lines and their parts without belonging to them, and what begins a comment.
+constexpr char kIniBlanks[] = " \t\n\r";
+constexpr bool IsIniCommentSign(char c) { return c == '#' || c == ';'; }
+
 // As CIniFile::Record. The views live as long as the text that was parsed.
 struct IniRecord {
   std::string Comments;

@@ -267,9 +267,45 @@ TEST_F(Client, SaysThatThereIsNoHelper) {
   result = uaclient::Run(plan_, options_);
   EXPECT_EQ(result.status, Status::kNotStarted);
   EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("could not be started"));
+}
+
+TEST_F(Client, DoesNothingWhenItIsGivenUpBeforeTheStart) {
+  WriteFileBytes(folder_ / "a", "a");
+  AddFile("a", "b");
   options_.progress = [](const Progress&) { return false; };
-  EXPECT_EQ(uaclient::Run(plan_, options_).status, Status::kNotStarted);
-  EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("could not be started"));
+  const Result result = uaclient::Run(plan_, options_);
+  EXPECT_EQ(result.status, Status::kNotStarted);
+  EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("given up before"));
+  EXPECT_EQ(folder_.Contents(), TreeOf("a=a"));
+}
+
+// A list that holds items of which nothing comes, in the order in which the helper goes through it.
+TEST_F(Client, RunsListsOfOthers) {
+  const std::string root = WideToUtf8(FullPath(folder_.Path()).generic_wstring());
+  WriteTree(folder_.Path(), TreeOf("f=1, s/a=2, old/x=3"));
+  WriteFileBytes(folder_ / "list.xml", "<root><task><i key='1' src='" + root + "f' dec='" + root +
+                                           "g'/><i key='2' dec='" + root + "h'/><i key='3' src='" +
+                                           root +
+                                           "s/' dec='' type='dir'/><i key='4' src='\xE9' dec='" +
+                                           root + "old/' type='dir'/></task></root>");
+  WriteFileBytes(folder_ / "task.ini", "[Task]\ntype=1\nxml_path=" + root + "list.xml\n");
+  const std::filesystem::path task = FullPath(folder_ / "task.ini");
+  std::string steps;
+  for (const Step& step : CheckTaskFile(task).steps) {
+    steps += WideToUtf8(step.destination.filename().wstring()) + " ";
+  }
+  EXPECT_EQ(steps, "  g h ");
+  const Result result = uaclient::Run(TaskFile{task}, options_);
+  EXPECT_EQ(result.status, Status::kIncomplete);
+  const std::vector<std::string> reasons = Reasons(result);
+  ASSERT_EQ(reasons.size(), 4U);
+  for (const int folder : {0, 1}) EXPECT_THAT(reasons[folder], HasSubstr("is empty or not UTF-8"));
+  EXPECT_EQ(reasons[2], "");
+  EXPECT_THAT(reasons[3], HasSubstr("It is missing: its source cannot be read"));
+  EXPECT_EQ(result.files, 1U);
+  Tree contents = folder_.Contents();
+  contents.erase("list.xml");
+  EXPECT_EQ(contents, TreeOf("f=1, g=1, s/a=2, old/x=3"));
 }
 
 TEST_F(Client, ServesTwoThreadsAtOnceAndLeavesTheProcessAsItWas) {

@@ -180,8 +180,8 @@ TEST(XmlNesting, SeesTheDepthThatTheReaderMeets) {
     }
     ++parsed;
     const int depth = Depth(tree);
-    EXPECT_FALSE(NestsDeeperThan(text.c_str(), depth)) << text;
-    EXPECT_TRUE(depth == 0 || NestsDeeperThan(text.c_str(), depth - 1)) << text;
+    EXPECT_EQ(FindNestedDeeperThan(text.c_str(), depth), nullptr) << text;
+    EXPECT_TRUE(depth == 0 || FindNestedDeeperThan(text.c_str(), depth - 1) != nullptr) << text;
   }
   EXPECT_GT(parsed, 1000);
 }

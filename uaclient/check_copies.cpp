@@ -13,10 +13,15 @@
 #include "corekit/text.h"
 #include "uaclient/check_tree.h"
 #include "uaclient/helper_process.h"
+#include "uaclient/size_text.h"
 #include "uaclient/win32.h"
 
 namespace uaclient {
 namespace {
+
+std::wstring InWords(const TreeSize& size) {
+  return FilesInWords(size.files) + L", " + BytesInWords(size.bytes);
+}
 
 // The helper looks at so many bytes of a folder's path.
 constexpr std::size_t kMaxFolderBytes = 260;
@@ -212,7 +217,7 @@ class Checker {
     } else {
       CheckFile(source, destination, from, to, step);
     }
-    Space& space = spaces_[to.real.substr(0, to.real.find(L'\\', 2))];
+    Space& space = spaces_[to.real.substr(0, RootSize(to.real))];
     space.needed += step.bytes;
     space.freed += step.emptiedBytes + to.size;
     space.item = at_;
@@ -231,16 +236,16 @@ class Checker {
     }
     step.files = size.files;
     step.bytes = size.bytes;
-    step.text = L"copies the folder " + Quoted(source) + L" (" + Described(size) + L") to " +
+    step.text = L"copies the folder " + Quoted(source) + L" (" + InWords(size) + L") to " +
                 Quoted(destination);
     if (to.exists) {
       const TreeSize emptied = MeasureEmptied(destination, remarks);
       step.emptiedFiles = emptied.files;
       step.emptiedBytes = emptied.bytes;
-      step.text += L" after deleting what is there (" + Described(emptied) + L")";
+      step.text += L" after deleting what is there (" + InWords(emptied) + L")";
       if (emptied.files > 0) {
         Add(Weight::kEmpties,
-            Quoted(destination) + L" is replaced: " + Described(emptied) + L" in it are deleted.");
+            Quoted(destination) + L" is replaced: " + InWords(emptied) + L" in it are deleted.");
       }
     }
     if (to.isUnseen) step.text += L" after deleting what is there";
@@ -264,9 +269,8 @@ class Checker {
                  const Place& to, Step& step) {
     step.files = 1;
     step.bytes = from.size;
-    step.text = L"copies the file " + Quoted(source) + L" (" + Described({1, from.size}) +
-                L") to " + Quoted(destination) +
-                (to.exists ? L", over the one that is there" : L"");
+    step.text = L"copies the file " + Quoted(source) + L" (" + InWords({1, from.size}) + L") to " +
+                Quoted(destination) + (to.exists ? L", over the one that is there" : L"");
     if (origin_ == Origin::kList) {
       const std::wstring fault = AccessFault(source, Access::kRead);
       if (!fault.empty()) Add(Weight::kDoubt, L"The source " + Quoted(source) + L" " + fault);
@@ -383,13 +387,13 @@ class Checker {
   void CheckRoom() {
     for (const auto& [root, space] : spaces_) {
       ULARGE_INTEGER free = {};
-      if (!GetDiskFreeSpaceExW((root + L"\\").c_str(), &free, nullptr, nullptr) ||
+      if (!GetDiskFreeSpaceExW(WithSeparator(root).c_str(), &free, nullptr, nullptr) ||
           space.needed <= free.QuadPart + space.freed) {
         continue;
       }
       at_ = space.item;
       Add(Weight::kDoubt, L"On " + root + L" there is not enough free space for " +
-                              DescribedBytes(space.needed) + L".");
+                              BytesInWords(space.needed) + L".");
     }
   }
 
@@ -423,7 +427,7 @@ class Checker {
   const std::vector<KeptFolder> kept_ = KeptFolders(places_);
   std::vector<Role> roles_;
   std::unordered_set<std::wstring> made_;  // folders that will be there, as comparison keys
-  std::map<std::wstring, Space> spaces_;   // by drive or server
+  std::map<std::wstring, Space> spaces_;   // by drive or share
   CopyCheck result_;
 };
 

@@ -27,8 +27,6 @@ namespace {
 
 using boost::property_tree::ptree;
 
-constexpr char kRoot[] = "root";
-constexpr char kTask[] = "task";
 constexpr char kAttributes[] = "<xmlattr>";
 constexpr char kComment[] = "<xmlcomment>";
 
@@ -84,12 +82,12 @@ ItemPlaces FindItems(const char* text) {
     line += static_cast<std::size_t>(std::count(counted, node.start, '\n'));
     counted = node.start;
     if (node.depth == 1) {
-      inRoot = node.name == kRoot && ++roots == 1;
+      inRoot = node.name == kRootElement && ++roots == 1;
       inTask = false;
-      if (node.name == kRoot && roots == 2) places.secondList = line;
+      if (node.name == kRootElement && roots == 2) places.secondList = line;
     } else if (node.depth == 2) {
-      inTask = inRoot && node.name == kTask && ++tasks == 1;
-      if (inRoot && node.name == kTask && tasks == 2) places.secondList = line;
+      inTask = inRoot && node.name == kTaskElement && ++tasks == 1;
+      if (inRoot && node.name == kTaskElement && tasks == 2) places.secondList = line;
     } else if (node.depth == 3 && inTask) {
       places.itemLines.push_back(line);
     }
@@ -143,14 +141,14 @@ class ListCheck {
 
   // False when there are no items to speak of.
   bool CheckElements(const ptree& document) {
-    const auto root = document.find(kRoot);
+    const auto root = document.find(kRootElement);
     if (root == document.not_found()) {
       Fail(0,
            L"There is no element \"root\" at the top, in just these letters; write "
            L"<root><task>…</task></root>.");
       return false;
     }
-    const auto task = root->second.find(kTask);
+    const auto task = root->second.find(kTaskElement);
     if (task == root->second.not_found()) {
       Fail(0,
            L"There is no element \"task\" in the first \"root\", in just these letters; write "
@@ -238,7 +236,7 @@ class ListCheck {
     if (field == kKeyField) {
       listed.key = text;
     } else if (field == kTypeField) {
-      if (text == kFolderType || text == "file") return;
+      if (text == kFolderType || text == kFileType) return;
       Warn(listed.line, Quoted(Utf8ToWide(text)) +
                             L" is not \"dir\", in just these letters, and so means a file; write "
                             L"\"dir\" or \"file\".");
@@ -289,37 +287,40 @@ class ListCheck {
   }
 
   void CheckOperations(const std::vector<Operation>& operations) {
-    // Folders first, as the helper carries them out.
-    std::vector<std::size_t> order(operations.size());
-    for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
-    std::stable_partition(order.begin(), order.end(),
-                          [&](std::size_t i) { return operations[i].isFolder; });
     std::vector<CopyItem> copies;
+    for (const Operation& operation : operations) {
+      // As far as the first NUL, like the helper.
+      copies.push_back({Utf8ToWide(UpToNul(operation.source)),
+                        Utf8ToWide(UpToNul(operation.destination)), operation.isFolder});
+    }
+    const std::vector<std::size_t> order = HelperOrder(copies);
+    std::vector<CopyItem> usable;
     std::vector<std::size_t> lines;
     for (const std::size_t i : order) {
-      // As far as the first NUL, like the helper.
-      CopyItem copy = {Utf8ToWide(UpToNul(operations[i].source)),
-                       Utf8ToWide(UpToNul(operations[i].destination)), operations[i].isFolder};
-      if (!items_[i].isUsable) {
-        Step step;
-        step.kind = copy.isFolder ? Step::Kind::kCopyFolder : Step::Kind::kCopyFile;
-        step.source = std::move(copy.source);
-        step.destination = std::move(copy.destination);
-        step.text = L"copies nothing, for the item in line " + std::to_wstring(items_[i].line);
-        report_.steps.push_back(std::move(step));
-        continue;
-      }
-      copies.push_back(std::move(copy));
+      if (!items_[i].isUsable) continue;
+      usable.push_back(copies[i]);
       lines.push_back(items_[i].line);
     }
-    CopyCheck check = CheckCopies(std::move(copies), Origin::kList);
+    CopyCheck check = CheckCopies(std::move(usable), Origin::kList);
     for (CopyRemark& found : check.remarks) {
       if (found.remark.weight == Weight::kEmpties) continue;  // the steps say so
       report_.findings.push_back({Severity::kWarning, found.remark.weight == Weight::kHarms, list_,
                                   lines[found.item], std::move(found.remark.text)});
     }
-    report_.steps.insert(report_.steps.end(), std::make_move_iterator(check.steps.begin()),
-                         std::make_move_iterator(check.steps.end()));
+    auto checked = check.steps.begin();
+    for (const std::size_t i : order) {
+      report_.steps.push_back(items_[i].isUsable ? std::move(*checked++)
+                                                 : EmptyStep(copies[i], items_[i].line));
+    }
+  }
+
+  static Step EmptyStep(const CopyItem& copy, std::size_t line) {
+    Step step;
+    step.kind = copy.isFolder ? Step::Kind::kCopyFolder : Step::Kind::kCopyFile;
+    step.source = copy.source;
+    step.destination = copy.destination;
+    step.text = L"copies nothing, for the item in line " + std::to_wstring(line);
+    return step;
   }
 
   const std::filesystem::path list_;

@@ -88,14 +88,6 @@ std::wstring FinalPath(const std::wstring& fullPath) {
   return path;
 }
 
-// Of a full path.
-std::size_t RootSize(const std::wstring& fullPath) {
-  if (!IsNetworkPath(fullPath)) return 3;
-  const std::size_t share = fullPath.find(L'\\', 2);
-  return share == std::wstring::npos ? fullPath.size()
-                                     : std::min(fullPath.find(L'\\', share + 1), fullPath.size());
-}
-
 std::wstring Joined(const std::wstring& folder, const std::wstring& name) {
   return folder.empty() || folder.back() == L'\\' ? folder + name : folder + L"\\" + name;
 }
@@ -228,6 +220,13 @@ std::wstring FullPath(const std::wstring& path) {
   if (full.rfind(L"\\\\?\\", 0) == 0) full.erase(0, 4);
   while (full.size() > 3 && full.back() == L'\\') full.pop_back();
   return IsAbsolute(full) ? full : std::wstring();
+}
+
+std::size_t RootSize(const std::wstring& fullPath) {
+  if (!IsNetworkPath(fullPath)) return 3;
+  const std::size_t share = fullPath.find(L'\\', 2);
+  return share == std::wstring::npos ? fullPath.size()
+                                     : std::min(fullPath.find(L'\\', share + 1), fullPath.size());
 }
 
 bool IsRoot(const std::wstring& fullPath) { return fullPath.size() <= RootSize(fullPath); }

@@ -50,7 +50,10 @@ std::wstring FullPath(const std::wstring& path);
 // The same for a path on which CheckPathText has had no remarks; quicker where that is known.
 std::wstring FullPath(const std::wstring& path, bool isPlain);
 
-// A full path that is a drive's root or a share: "C:\", "\\server\share".
+// How much of a full path is the drive's root or the share: "C:\", "\\server\share".
+std::size_t RootSize(const std::wstring& fullPath);
+
+// A full path that is nothing else.
 bool IsRoot(const std::wstring& fullPath);
 
 // A full path in the form in which Windows sets no limit to its length.

@@ -33,8 +33,6 @@ namespace {
 
 using Task = UACTaskScheduler;
 
-constexpr char kBlanks[] = " \t\n\r";
-
 // So many odd lines tell that a file is no task file.
 constexpr std::size_t kMaxLineFindings = 100;
 
@@ -203,7 +201,7 @@ class TaskFileCheck {
   }
 
   void CheckLine(const corekit::IniLine& line, corekit::IniParser& parser) {
-    std::string_view text = corekit::Trimmed(line.text, kBlanks, 0);
+    std::string_view text = corekit::Trimmed(line.text, corekit::kIniBlanks, 0);
     if (text.empty()) return;
     if (!line.ended) {
       lostArguments_ = line.number;
@@ -214,8 +212,8 @@ class TaskFileCheck {
     }
     const auto record = parser.Parse(line.text);
     hasSection_ |= record && record->Section == kTaskSection;
-    const bool isCommented = text[0] == '#' || text[0] == ';';
-    if (isCommented) text = corekit::Trimmed(text.substr(1), kBlanks, 0);
+    const bool isCommented = corekit::IsIniCommentSign(text[0]);
+    if (isCommented) text = corekit::Trimmed(text.substr(1), corekit::kIniBlanks, 0);
     if (text.find('[') != std::string_view::npos) {
       CheckHeader(line.number, text, record->Section, isCommented);
     } else if (record && !record->Key.empty()) {
@@ -285,7 +283,7 @@ class TaskFileCheck {
     if (record.Commented != ' ') {
       WarnOfLine(line, Shown(key) + L" is commented out but counts all the same; remove the line.");
     }
-    if (!record.Value.empty() && std::strchr(kBlanks, record.Value[0]) != nullptr) {
+    if (!record.Value.empty() && std::strchr(corekit::kIniBlanks, record.Value[0]) != nullptr) {
       WarnOfLine(line, L"The blank behind \"" + Utf8ToWide(std::string(key)) +
                            L"=\" belongs to the value; write none.");
     }

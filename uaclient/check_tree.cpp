@@ -2,8 +2,6 @@
 
 #include <windows.h>
 
-#include <cwchar>
-#include <iterator>
 #include <utility>
 
 #include "uaclient/tree_listing.h"
@@ -78,21 +76,6 @@ void Shorten(Remarks& remarks, std::size_t before) {
 }
 
 }  // namespace
-
-std::wstring DescribedBytes(std::uint64_t bytes) {
-  const wchar_t* const kUnits[] = {L"bytes", L"kB", L"MB", L"GB", L"TB"};
-  double amount = static_cast<double>(bytes);
-  std::size_t unit = 0;
-  for (; amount >= 1000 && unit + 1 < std::size(kUnits); ++unit) amount /= 1000;
-  wchar_t text[64];
-  std::swprintf(text, std::size(text), L"%.*f %ls", unit == 0 ? 0 : 1, amount, kUnits[unit]);
-  return text;
-}
-
-std::wstring Described(const TreeSize& size) {
-  return std::to_wstring(size.files) + (size.files == 1 ? L" file, " : L" files, ") +
-         DescribedBytes(size.bytes);
-}
 
 std::wstring AccessFault(const std::wstring& fullPath, Access access) {
   constexpr DWORD kReadWrite = FILE_SHARE_READ | FILE_SHARE_WRITE;

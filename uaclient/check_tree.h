@@ -14,10 +14,6 @@ struct TreeSize {
   std::uint64_t bytes = 0;
 };
 
-// "3.4 MB", and "12 files, 3.4 MB".
-std::wstring DescribedBytes(std::uint64_t bytes);
-std::wstring Described(const TreeSize& size);
-
 // Why a file or folder cannot be opened as the helper will open it, as the end of a sentence; L""
 // when it can. What only lacks rights can be deleted and overwritten with raised ones, so for these
 // that is no reason.

@@ -39,7 +39,6 @@ std::wstring LikelyCause(const std::wstring& source, const std::wstring& destina
 class Faults {
  public:
   bool None() const { return count_ == 0; }
-  bool NamesMore() const { return count_ < kNamedFaults; }
   void Add(const std::wstring& sentence) {
     if (++count_ <= kNamedFaults) text_ += (text_.empty() ? L"" : L" ") + sentence;
   }
@@ -52,6 +51,9 @@ class Faults {
   std::size_t count_ = 0;
   std::wstring text_;
 };
+
+// As part of a longer path nothing would mean the whole drive.
+bool HasPaths(const CopyItem& item) { return !item.source.empty() && !item.destination.empty(); }
 
 }  // namespace
 
@@ -68,6 +70,7 @@ CopyWatch::CopyWatch(std::vector<CopyItem> items, Comparison comparison)
 }
 
 void CopyWatch::AddFolder(std::size_t item) {
+  if (!HasPaths(items_[item])) return;
   const std::wstring destination = WithSeparator(items_[item].destination.wstring());
   std::unordered_map<std::wstring, FileState> there;
   before_[item].wasThere = IsFolder(destination);
@@ -236,8 +239,12 @@ Item CopyWatch::FinishFile(const Target& target, const Tick& tick) {
 }
 
 Item CopyWatch::FinishFolder(std::size_t item, const Tick& tick) {
-  const std::wstring destination = WithSeparator(items_[item].destination.wstring());
   Item result;
+  if (!HasPaths(items_[item])) {
+    result.reason = L"Its source or its destination is empty or not UTF-8; write the whole path.";
+    return result;
+  }
+  const std::wstring destination = WithSeparator(items_[item].destination.wstring());
   if (!IsFolder(destination)) {
     result.reason =
         GetLastError() == ERROR_ACCESS_DENIED

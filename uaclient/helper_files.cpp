@@ -50,13 +50,13 @@ bool FindTempFolder(std::wstring& folder, std::wstring& why) {
   return why.empty();
 }
 
-// The security descriptor that opens a folder and all in it to this user, administrators and the
-// system, whatever the folder above it allows.
 struct LocalMemory {
   void operator()(void* memory) const { LocalFree(memory); }
 };
 using SecurityDescriptor = std::unique_ptr<void, LocalMemory>;
 
+// The security descriptor that opens a folder and all in it to this user, administrators and the
+// system, whatever the folder above it allows.
 SecurityDescriptor OwnAccessOnly() {
   HANDLE token = nullptr;
   if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return nullptr;

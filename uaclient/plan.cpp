@@ -9,6 +9,10 @@ bool HasErrors(const Findings& findings) {
                      [](const Finding& finding) { return finding.severity == Severity::kError; });
 }
 
+bool SpeaksAgainst(const Finding& finding) {
+  return finding.harmful || finding.severity == Severity::kError;
+}
+
 void CopyPlan::File(const std::filesystem::path& source, const std::filesystem::path& destination) {
   items_.push_back({source, destination, false});
 }

@@ -12,6 +12,7 @@
 #include "uaclient/scheduled_jobs.h"
 #include "uaclient/uaclient.h"
 #include "uaclient/win32.h"
+#include "uactask/exit_codes.h"
 #include "uactask/task_file_op.h"
 #include "uactask/task_scheduler.h"
 
@@ -23,11 +24,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr milliseconds kBetweenReports{100};
 constexpr DWORD kBetweenLooks = 20;  // milliseconds
-
-// The helper's exit codes.
-constexpr DWORD kHelperSucceeded = 0;
-constexpr DWORD kHelperFailed = 1;
-constexpr DWORD kHelperFoundNoTaskFile = 2;
 
 std::wstring CurrentDirectory() {
   std::wstring directory(32768, L'\0');
@@ -146,10 +142,7 @@ class HelperRun {
 
 // The first error, or the first finding that would do harm, is why nothing is started.
 const Finding* Objection(const Findings& findings) {
-  const auto objects = [](const Finding& finding) {
-    return finding.harmful || finding.severity == Severity::kError;
-  };
-  const auto found = std::find_if(findings.begin(), findings.end(), objects);
+  const auto found = std::find_if(findings.begin(), findings.end(), SpeaksAgainst);
   return found == findings.end() ? nullptr : &*found;
 }
 
@@ -228,7 +221,7 @@ Result Refused(Findings findings, std::vector<Item> items) {
   for (std::size_t i = 0; i < items.size(); ++i) {
     // What is said of one item is no reason against another.
     const auto meansIt = [&](const Finding& finding) {
-      return finding.item == i && (finding.harmful || finding.severity == Severity::kError);
+      return finding.item == i && SpeaksAgainst(finding);
     };
     const auto own = std::find_if(findings.begin(), findings.end(), meansIt);
     const bool hasOwn = own != findings.end();

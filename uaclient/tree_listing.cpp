@@ -2,6 +2,8 @@
 
 #include <cwchar>
 
+#include "fileop/tree_walk.h"
+
 namespace uaclient {
 namespace {
 
@@ -55,8 +57,7 @@ class Lister {
 }  // namespace
 
 bool IsLink(const WIN32_FIND_DATAW& entry) {
-  return (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
-         (entry.dwReserved0 == 0 || IsReparseTagNameSurrogate(entry.dwReserved0));
+  return IsLinkTag(entry.dwFileAttributes, entry.dwReserved0);
 }
 
 bool FileState::Matches(const FileState& other) const {

@@ -38,8 +38,7 @@ enum class Links { kFollowedOnce, kNotFollowed };
 // `folder` has a separator at its end.
 TreeListing ListTree(const std::wstring& folder, Links links);
 
-// A junction or a symbolic link, as opposed to reparse points that hold their own content (files
-// kept in the cloud, for instance). Wine reports links without their tag.
+// Whether the helper takes the entry for a link.
 bool IsLink(const WIN32_FIND_DATAW& entry);
 
 // False when nothing is there or it is a folder.

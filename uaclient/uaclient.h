@@ -45,6 +45,9 @@ using Findings = std::vector<Finding>;
 
 bool HasErrors(const Findings& findings);
 
+// Whether a finding keeps Run from starting anything: an error, or something that does harm.
+bool SpeaksAgainst(const Finding& finding);
+
 // Files and folders to copy, in the order in which the helper will work: folders first, then files,
 // each kind as it was added. All paths are absolute and on drives that the raised helper sees too.
 struct CopyItem {

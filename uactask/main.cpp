@@ -9,19 +9,16 @@
 #include "corekit/text.h"
 #include "corekit/trace.h"
 #include "fileop/file_system.h"
+#include "uactask/exit_codes.h"
 #include "uactask/task_runner.h"
 
 namespace {
 
-constexpr int kSucceeded = 0;  // the task file is deleted, or will be at the next restart
-constexpr int kFailed = 1;     // no argument, or the task failed; the task file is kept
-constexpr int kNoTaskFile = 2;
-
-int RunAndDelete(const std::string& taskFile) {
-  if (!PathExists(taskFile.c_str())) return kNoTaskFile;
-  if (!RunTaskFile(taskFile)) return kFailed;
+HelperExitCode RunAndDelete(const std::string& taskFile) {
+  if (!PathExists(taskFile.c_str())) return kHelperFoundNoTaskFile;
+  if (!RunTaskFile(taskFile)) return kHelperFailed;
   DeleteFileOrSchedule(taskFile.c_str());
-  return kSucceeded;
+  return kHelperSucceeded;
 }
 
 // The trace tells a developer why a run ended as it did: one who has started the helper in a
@@ -34,7 +31,7 @@ void EnableTraceForDevelopers() {
 #endif
 }
 
-int Answer(int exitCode) {
+int Answer(HelperExitCode exitCode) {
   corekit::Trace("uactask: exit code %d\n", exitCode);
   return exitCode;
 }
@@ -48,9 +45,9 @@ int wmain(int argumentCount, wchar_t* arguments[]) {
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
   // Exhausted memory is a failure as any other. Not left to std::bad_alloc, because the runtime of
   // MinGW itself allocates to throw it, and crashes where that fails.
-  std::set_new_handler([] { std::_Exit(kFailed); });
+  std::set_new_handler([] { std::_Exit(kHelperFailed); });
   EnableTraceForDevelopers();
-  if (argumentCount < 2) return Answer(kFailed);
+  if (argumentCount < 2) return Answer(kHelperFailed);
   try {
     return Answer(RunAndDelete(WideToUtf8(arguments[1])));
   } catch (const std::exception& problem) {
@@ -58,5 +55,5 @@ int wmain(int argumentCount, wchar_t* arguments[]) {
   } catch (...) {
     corekit::Trace("uactask: the task ended with an exception of an unknown kind\n");
   }
-  return Answer(kFailed);
+  return Answer(kHelperFailed);
 }

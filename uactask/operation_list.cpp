@@ -41,7 +41,8 @@ std::string FormatOperationList(const std::vector<Operation>& operations) {
     attributes.put(OperationFieldNames().at(kKeyField), key);
     attributes.put(OperationFieldNames().at(kSourceField), operation.source);
     attributes.put(OperationFieldNames().at(kDestinationField), operation.destination);
-    attributes.put(OperationFieldNames().at(kTypeField), operation.isFolder ? kFolderType : "file");
+    attributes.put(OperationFieldNames().at(kTypeField),
+                   operation.isFolder ? kFolderType : kFileType);
   }
   std::ostringstream stream;
   write_xml(stream, document,

@@ -12,13 +12,16 @@
 #include <vector>
 
 // Where the items stand, their attributes by field index, and what a missing one reads as.
+constexpr char kRootElement[] = "root";
+constexpr char kTaskElement[] = "task";
 constexpr char kOperationListPath[] = "root.task";
 enum OperationField : std::int32_t { kKeyField, kSourceField, kDestinationField, kTypeField };
 const std::map<std::int32_t, std::string>& OperationFieldNames();
 constexpr char kMissingField[] = "error of read";
 
-// The type of a folder; any other text means a file.
+// The type of a folder. Any other text means a file, this one by name.
 constexpr char kFolderType[] = "dir";
+constexpr char kFileType[] = "file";
 
 struct Operation {
   std::string source;
@@ -30,6 +33,6 @@ struct Operation {
 // False when there is no such list, or one of its items has no attributes or a "." in its name.
 bool ReadOperationList(boost::property_tree::ptree& document, std::vector<Operation>& operations);
 
-// A whole list, with keys that keep the operations in this order. Throws xml_parser_error for text
-// that cannot stand in XML.
+// A whole list, with keys that keep the operations in this order. The texts are not checked:
+// control characters are written as they are, and at a NUL the reader's document ends.
 std::string FormatOperationList(const std::vector<Operation>& operations);

@@ -1,24 +1,24 @@
 #include "uactl/report.h"
 
-#include <array>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "corekit/text.h"
+#include "uaclient/size_text.h"
+#include "uactask/exit_codes.h"
 #include "uactl/console.h"
 
 namespace {
 
+using uaclient::BytesInWords;
+using uaclient::FilesInWords;
 using uaclient::Finding;
+using uaclient::OneDecimal;
+using uaclient::SpeaksAgainst;
 using uaclient::Status;
 using uaclient::Step;
 
 const wchar_t* SeverityName(const Finding& finding) {
   return finding.severity == uaclient::Severity::kError ? L"error" : L"warning";
-}
-
-bool SpeaksAgainst(const Finding& finding) {
-  return finding.harmful || finding.severity == uaclient::Severity::kError;
 }
 
 std::wstring FindingLine(const Finding& finding) {
@@ -30,26 +30,8 @@ std::wstring FindingLine(const Finding& finding) {
   return Line(place + L": " + SeverityName(finding) + L": " + finding.text);
 }
 
-std::wstring OneDecimal(double number) {
-  std::array<wchar_t, 64> text;
-  std::swprintf(text.data(), text.size(), L"%.1f", number);
-  return text.data();
-}
-
 double Seconds(std::chrono::milliseconds time) {
   return std::chrono::duration<double>(time).count();
-}
-
-std::wstring Size(double bytes) {
-  if (bytes < 1e3) return std::to_wstring(static_cast<int>(bytes)) + L" bytes";
-  if (bytes < 1e6) return OneDecimal(bytes / 1e3) + L" kB";
-  if (bytes < 1e9) return OneDecimal(bytes / 1e6) + L" MB";
-  return OneDecimal(bytes / 1e9) + L" GB";
-}
-std::wstring Size(std::uint64_t bytes) { return Size(static_cast<double>(bytes)); }
-
-std::wstring Files(std::uint64_t count) {
-  return std::to_wstring(count) + (count == 1 ? L" file" : L" files");
 }
 
 int ExitCodeOf(const uaclient::TaskFileReport& report) {
@@ -100,8 +82,9 @@ std::wstring ProgressText(const uaclient::Progress& progress) {
   const double rate = seconds > 0 ? static_cast<double>(progress.bytes) / seconds : 0;
   return (progress.allBytes > 0 ? share(progress.bytes, progress.allBytes)
                                 : share(progress.files, progress.allFiles)) +
-         L", " + std::to_wstring(progress.files) + L" of " + Files(progress.allFiles) + L", " +
-         Size(progress.bytes) + L" of " + Size(progress.allBytes) + L", " + Size(rate) + L"/s";
+         L", " + std::to_wstring(progress.files) + L" of " + FilesInWords(progress.allFiles) +
+         L", " + BytesInWords(progress.bytes) + L" of " + BytesInWords(progress.allBytes) + L", " +
+         BytesInWords(static_cast<std::uint64_t>(rate)) + L"/s";
 }
 
 Report ReportRun(const uaclient::Result& result, const std::wstring& jobDone) {
@@ -121,7 +104,7 @@ Report ReportRun(const uaclient::Result& result, const std::wstring& jobDone) {
     }
   }
   if (copies && WasLookedAt(result.status)) {
-    report.output += Line(Files(result.files) + L", " + Size(result.bytes) + L", " +
+    report.output += Line(FilesInWords(result.files) + L", " + BytesInWords(result.bytes) + L", " +
                           OneDecimal(Seconds(result.elapsed)) + L" s");
   }
   if (result.status == Status::kDone && result.items.empty()) {
@@ -159,7 +142,7 @@ Report ReportCheck(const uaclient::TaskFileReport& report) {
   if (text.exitCode != kExitRefused && report.steps.empty()) text.output += Line(L"plan: nothing");
   if (text.exitCode == kExitRefused) {
     text.output += Line(L"plan: nothing, the helper would fail with exit code " +
-                        std::to_wstring(report.exists ? 1 : 2));
+                        std::to_wstring(report.exists ? kHelperFailed : kHelperFoundNoTaskFile));
   }
   return text;
 }

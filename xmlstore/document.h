@@ -11,7 +11,7 @@ struct DocumentError {
   std::size_t line = 0;  // from 1; 0 where no line is meant
 };
 
-// Replaces `tree` when the whole zero-terminated text is well-formed, at most 2 GiB long, and not
+// Replaces `tree` when the whole zero-terminated text is well-formed, shorter than 2 GiB, and not
 // nested so deep that the reader could overflow the stack. Otherwise returns false, leaves the tree
 // as it was and fills `why`, which may be null.
 bool ParseDocument(const char* text, boost::property_tree::ptree& tree, DocumentError* why);

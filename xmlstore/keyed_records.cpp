@@ -44,7 +44,7 @@ std::int32_t ReadRecords(const ptree& collection, KeyedRecords& result,
   for (const auto& [name, child] : collection) {
     if (name == kAttributes) continue;
 
-    // Looked up by path from a tree that holds this child alone: a name with a "." leads nowhere.
+    // A name with a "." counts as a path, and that leads nowhere.
     const auto found = child.find(kAttributes);
     if (found == child.not_found() || name.find('.') != std::string::npos) return kStatusFailed;
 

@@ -127,7 +127,3 @@ const char* FindNestedDeeperThan(const char* text, int limit) {
   }
   return nullptr;
 }
-
-bool NestsDeeperThan(const char* text, int limit) {
-  return FindNestedDeeperThan(text, limit) != nullptr;
-}

@@ -28,5 +28,3 @@ class NodeScanner {
 
 // The first element that nests deeper than `limit`; null when there is none.
 const char* FindNestedDeeperThan(const char* text, int limit);
-
-bool NestsDeeperThan(const char* text, int limit);
