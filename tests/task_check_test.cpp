@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <list>
 #include <random>
 #include <regex>
@@ -76,6 +77,12 @@ bool Names(const std::wstring& text, const std::filesystem::path& path) {
   return plain(text).find(name.substr(0, name.find_last_not_of('\\') + 1)) != std::string::npos;
 }
 
+std::string Repeated(const std::string& text, int times) {
+  std::string result;
+  while (times-- > 0) result += text;
+  return result;
+}
+
 TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
   const TestFolder folder;
   const std::string root = Absolute(folder);
@@ -88,7 +95,7 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
   const bool hasLinks = MakeFolderLink("../old", folder / "linked/link");
 
   const struct {
-    const char* items;  // "source>destination", folders with "/" at the end, separated by ","
+    std::string items;  // "source>destination", folders with "/" at the end, separated by ","
     std::vector<std::string> findings;
   } kCases[] = {
       {"@f>@new/f,@g>@new/g,@s/>@p/q/r/", {}},
@@ -115,6 +122,10 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
       {"@f>@x.,@g>@nul.txt", {"E holds \"x.\"", "E holds \"nul.txt\""}},
       {"@f>@a:b,@g>@a*", {"E holds \"a:b\"", "E holds \"a*\""}},
       {"@f>@a//b", {"W two separators"}},
+      {"@f>@Com1.a,@g>@lpt\xC2\xB9", {"E holds \"Com1.a\"", "E holds \"lpt\xC2\xB9\""}},
+      {"@f>@com,@g>@comx", {}},
+      {"@s/>@" + Repeated("日", 90) + "/", {"E too long"}},
+      {"@f>@" + Repeated("日", 90), {}},
       {"@s/>C:/", {"! whole drive"}},
       {"@s/>C:/Windows/System32/", {"! lies in Windows"}},
       {"@s/>C:/program files/", {"! is the folder %ProgramFiles%"}},
@@ -128,7 +139,7 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
   };
   for (const auto& [items, expected] : kCases) {
     SCOPED_TRACE(items);
-    if (!hasLinks && std::string(items).find("linked") != std::string::npos) continue;
+    if (!hasLinks && items.find("linked") != std::string::npos) continue;
     uaclient::CopyPlan plan;
     const std::regex item("([^>,]*)>([^>,]*)");
     const std::string text = Replaced(items, "@", root);
@@ -178,6 +189,52 @@ std::string OwnProgram() {
   return WideToUtf8(path);
 }
 
+TEST(JobCheck, NamesEachMistake) {
+  using uaclient::Job;
+  using Every = Job::Every;
+  const std::filesystem::path program = Utf8ToWide(OwnProgram());
+  const struct {
+    std::function<void(Job&)> change;
+    std::vector<std::string> findings;
+  } kCases[] = {
+      {[](Job& job) { job.hour = 23, job.minute = 59; }, {}},
+      {[](Job& job) { job.hour = 24; }, {"E hours go"}},
+      {[](Job& job) { job.hour = -1; }, {"E hours go"}},
+      {[](Job& job) { job.minute = 60; }, {"E minutes to"}},
+      {[](Job& job) { job.minute = -1; }, {"E minutes to"}},
+      {[](Job& job) { job.name = L""; }, {"E no name"}},
+      {[](Job& job) { job.name = L" a"; }, {"E \" a\" holds"}},
+      {[](Job& job) { job.name = L"a."; }, {"E \"a.\" holds"}},
+      {[](Job& job) { job.name = L"a\\b"; }, {"E \"a\\b\" holds"}},
+      {[](Job& job) { job.author = L"[a]"; }, {"E author \"[a]\""}},
+      {[](Job& job) { job.every = Every::kWeek, job.days = 0x7F; }, {}},
+      {[](Job& job) { job.every = Every::kWeek, job.days = 0; }, {"E No day"}},
+      {[](Job& job) { job.every = Every::kWeek, job.days = 0x81; }, {"E there are 7"}},
+      {[](Job& job) { job.every = Every::kMonth, job.days = 0x7FFFFFFF; }, {}},
+      {[](Job& job) { job.every = Every::kMonth, job.days = 0x80000001; }, {"E there are 31"}},
+      {[](Job& job) { job.program = L""; }, {"E program is missing"}},
+      {[](Job& job) { job.program = L"calc.exe"; }, {"E \"calc.exe\" is relative"}},
+      {[](Job& job) { job.program = L"C:\\none.exe"; }, {"E no program"}},
+      {[](Job& job) { job.program = L"C:\\windows"; }, {"E is a folder"}},
+      {[](Job& job) { job.program = L"%ComSpec%"; }, {"E \"%ComSpec%\" holds"}},
+      {[](Job& job) { job.arguments = {}; }, {"E no arguments"}},
+      {[](Job& job) {
+         job.arguments = {L"5%%", L"$x"};
+       },
+       {}},
+      {[](Job& job) {
+         job.arguments = {L"5 %", L"6 %"};
+       },
+       {"E holds"}},
+      {[](Job& job) { job.arguments = {L"$(x"}; }, {"E holds"}},
+  };
+  for (const auto& [change, expected] : kCases) {
+    Job job = {L"n", Every::kDay, 8, 0, 0, program, {L"-a"}, L"author"};
+    change(job);
+    EXPECT_TRUE(Are(job.Check(), expected));
+  }
+}
+
 TEST(TaskFileCheck, NamesEachMistake) {
   const TestFolder folder;
   const std::string root = Absolute(folder);
@@ -194,6 +251,8 @@ TEST(TaskFileCheck, NamesEachMistake) {
   const std::string numbers = "time_weekday=0\ntime_monthday=0\n";
   const std::string job = "[Task]\ntype=0\ntask_name=n\nruntime=2099-01-31T08:00:00\n" + numbers +
                           "exe_path=" + OwnProgram() + "\ntime_type=2\n";
+  const std::string weekly = "[Task]\ntype=0\ntask_name=n\nruntime=WHEN\nexe_path=" + OwnProgram() +
+                             "\nexe_arguments=1\ntime_type=3\ntime_monthday=0\n";
   const std::string deletion = "[Task]\ntype=0\ntask_name=n\n" + numbers + "time_type=0\n";
   const std::string item = "<i key='1' src='@f' dec='@g' type='file'/>";
   const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
@@ -212,6 +271,10 @@ TEST(TaskFileCheck, NamesEachMistake) {
        {"W3 no line break", "E time_type", "E time_weekday", "E time_monthday", "W no name",
         "W3 put right"}},
       {"[Task]\ntype = 1\n", {"W2 without blanks", "E no \"type\""}},
+      {"[Task]\ntyp=1\n", {"W2 is not the key \"type\"", "E no \"type\""}},
+      {"[Task]\ntpye=1\nkind=1\n", {"E no \"type\""}},
+      {"[Task]\ntype=1\nxmlpth=1\nxml_file=1\n", {"W3 is not the key", "E missing or empty"}},
+      {"[Task]\ntype=" + Repeated("7", 201) + "\n", {"E2 \"" + Repeated("7", 200) + "…\" is"}},
       {"\xEF\xBB\xBF[Task]\ntype=1\n",
        {"W1 byte-order mark", "W1 whole line a header", "E no section"}},
       {"[Task]\ntype=\"1\"\n", {"W2 quotes", "E2 \"\"1\"\" is unknown"}},
@@ -256,7 +319,15 @@ TEST(TaskFileCheck, NamesEachMistake) {
        {"!4 no date", "W5 no program", "!9 monthly"}},
       {"[Task]\ntype=0\nexe_arguments=1\ntime_type=5\n" + numbers,
        {"!4 kind of trigger", "W no name"}},
+      {"[D]exe_path=\n", {"! is missing"}},
+      {"[D]author_name=x\n", {"! is missing"}},
+      {Replaced(weekly, "WHEN", "2099-12-31T23:59:59+01:00") + "time_weekday=127\n", {}},
+      {Replaced(weekly, "WHEN", "2099-01-31T08:00:00Z") + "time_weekday=128\n", {"!9 128 is no"}},
+      {Replaced(weekly, "WHEN", "2099-01-31T08:00:00+1:00") + "time_weekday=1\n", {"!4 no date"}},
+      {Replaced(weekly, "WHEN", "2099-01-31T08:00:60") + "time_weekday=1\n", {"!4 no date"}},
+      {Replaced(weekly, "WHEN", "2099-01-31T08:00") + "time_weekday=1\n", {"!4 no date"}},
       // Operation lists.
+      {std::string("#<root><task/></root>\0<", 23), {"W: NUL byte", "W: empty"}},
       {"#<root><task>\n<i ", {"E:2 not closed"}},
       {"#" + deep, {"E:1 levels deep"}},
       {"#<Root><task/></Root>", {"E: no element \"root\""}},
