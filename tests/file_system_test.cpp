@@ -71,6 +71,7 @@ TEST(Directories, AreCreatedUpToTheLastSeparator) {
     EXPECT_FALSE(create((folder / "file/x/y").c_str()));
     EXPECT_FALSE(create((PathOfLength(folder, 260) + "/").c_str()));
     EXPECT_EQ(folder.Contents(), TreeOf("file="));
+    EXPECT_TRUE(create((PathOfLength(folder, 259) + "/").c_str()));
   }
 }
 

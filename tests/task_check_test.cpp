@@ -88,6 +88,8 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
   const std::string root = Absolute(folder);
   WriteTree(folder.Path(), TreeOf("f=1, g=22, s/a=1, s/d/b=2, old/x=333, old/y/z=4, ro=, used="));
   MakeReadOnly(folder / "ro");
+  WriteFileBytes(folder / ".hidden", "");
+  SetFileAttributesA((folder / ".hidden").c_str(), FILE_ATTRIBUTE_HIDDEN);
   const FileLock lock(folder / "used");
   WriteFileBytes(folder / "inuse/x", "");
   const FileLock otherLock(folder / "inuse/x");
@@ -114,7 +116,7 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
       {"@linked/>@a/,@s/>@old/", {"W is a link", "! a link in it leads to", "W 2 files"}},
       {"@f>@p/q/f", {"E more than one is missing"}},
       {"@f>@g/x", {"E there is a file"}},
-      {"@f>@ro", {"E is read-only"}},
+      {"@f>@ro,@g>@.hidden", {"E is read-only", "E is read-only, hidden"}},
       {"@f>@used", {"W is in use"}},
       {"@s/>@inuse/", {"W x\" is to be deleted", "W 1 file, 0 bytes"}},
       {"f>C:g", {"E \"f\" is relative", "E \"C:g\" is relative"}},

@@ -157,10 +157,11 @@ int Depth(const ptree& tree) {
 
 // For random soups of the pieces that matter, the guard sees just the depth that the reader meets.
 TEST(XmlNesting, SeesTheDepthThatTheReaderMeets) {
-  const char* const kPieces[] = {
-      "<a>", "</a>",      "<b c='", "'",     "\"", "<b c=\"",       "/>", ">",  "<!--",
-      "-->", "<![CDATA[", "]]>",    "<?p ",  "?>", "<!DOCTYPE x [", "]",  "<!", "x",
-      " ",   "<c",        "=",      "<a\">", "/"};
+  const char* const kPieces[] = {"<a>",       "</a>",  "<b c='", "'",    "\"",
+                                 "<b c=\"",   "/>",    ">",      "<!--", "-->",
+                                 "<![CDATA[", "]]>",   "<?p ",   "?>",   "<!DOCTYPE x [",
+                                 "]",         "<!",    "x",      " ",    "<c",
+                                 "=",         "<a\">", "/",      "\t",   "\r"};
   unsigned state = 12345;
   const auto random = [&](unsigned below) {
     state = state * 1664525U + 1013904223U;
