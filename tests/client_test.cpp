@@ -78,6 +78,7 @@ TEST_F(Client, CopiesWhateverTheTemporaryFolderIsCalled) {
   AddFolder("from", "old");
   plan_.Folder(FullPath(folder_ / "from/"), FullPath(folder_.Path()).wstring() + L"new/mixed\\");
   AddFile("from/ü  a.txt", "made/日本");
+  AddFile("from/ü  a.txt", "old/added");
   for (const std::string& temp : temps) {
     UseTemp(temp);
     RemoveTreeForSure(folder_ / "new/");
@@ -85,9 +86,11 @@ TEST_F(Client, CopiesWhateverTheTemporaryFolderIsCalled) {
     WriteFileBytes(folder_ / "file", "older");
     const Result result = uaclient::Run(plan_, options_);
     EXPECT_EQ(result.status, Status::kDone) << temp << WideToUtf8(result.reason);
-    EXPECT_EQ(Reasons(result), std::vector<std::string>(4));
-    EXPECT_EQ(result.files, 6U);
-    EXPECT_EQ(result.bytes, 21U);
+    EXPECT_EQ(Reasons(result), std::vector<std::string>(5));
+    EXPECT_EQ(result.files, 7U);
+    EXPECT_EQ(result.bytes, 25U);
+    EXPECT_EQ(ReadFileBytes(folder_ / "old/added"), "near");
+    DeleteFileW(FullPath(folder_ / "old/added").c_str());
     for (const char* copy : {"new/mixed/", "old/"}) EXPECT_EQ(ReadTree(folder_ / copy), kTree);
     EXPECT_EQ(ReadFileBytes(folder_ / "file") + ReadFileBytes(folder_ / "made/日本"), "farnear");
   }
@@ -306,6 +309,18 @@ TEST_F(Client, RunsListsOfOthers) {
   Tree contents = folder_.Contents();
   contents.erase("list.xml");
   EXPECT_EQ(contents, TreeOf("f=1, g=1, s/a=2, old/x=3"));
+
+  // Success of the helper is not all that counts.
+  const std::string item = "<i key='1' src='" + root + "f' dec='" + root + "g'/>";
+  WriteFileBytes(folder_ / "list.xml", "<root><task>" + item + item + "</task></root>");
+  WriteFileBytes(folder_ / "task.ini", "[Task]\ntype=1\nxml_path=" + root + "list.xml\n");
+  {
+    const FileLock lock(folder_ / "list.xml");
+    EXPECT_EQ(uaclient::Run(TaskFile{task}, options_).status, Status::kInvalid);
+  }
+  const Result partial = uaclient::Run(TaskFile{task}, options_);
+  EXPECT_EQ(partial.status, Status::kIncomplete);
+  EXPECT_THAT(WideToUtf8(partial.reason), HasSubstr("leaves items out"));
 }
 
 TEST_F(Client, ServesTwoThreadsAtOnceAndLeavesTheProcessAsItWas) {

@@ -83,6 +83,12 @@ std::string Repeated(const std::string& text, int times) {
   return result;
 }
 
+std::string OwnProgram() {
+  wchar_t path[MAX_PATH] = {};
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  return WideToUtf8(path);
+}
+
 TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
   const TestFolder folder;
   const std::string root = Absolute(folder);
@@ -94,6 +100,12 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
   WriteFileBytes(folder / "inuse/x", "");
   const FileLock otherLock(folder / "inuse/x");
   WriteFileBytes(folder / "linked/x", "");
+  WriteFileBytes(folder / "twin1", "");
+  CreateHardLinkA((folder / "twin2").c_str(), (folder / "twin1").c_str(), nullptr);
+  MakeFolders(folder / "running/");
+  CopyFileA(OwnProgram().c_str(), (folder / "running/x.exe").c_str(), TRUE);
+  const HMODULE running =
+      LoadLibraryExA((folder / "running/x.exe").c_str(), nullptr, LOAD_LIBRARY_AS_IMAGE_RESOURCE);
   const bool hasLinks = MakeFolderLink("../old", folder / "linked/link");
 
   const struct {
@@ -113,6 +125,16 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
       {"@s/>@a/,@f>@S/D/n", {"! the source of another item"}},
       {"@s/>@a/,@g>@A/b/c,@f>@ab", {"! destroys the other"}},
       {"@f>@a,@g>@A", {"! destroys the other"}},
+      {"@s/>@old/,@f>@old/n,@g>@old/d/n", {"W 2 files"}},
+      {"@s/>@old/,@f>@old/a", {"! destroys the other", "W 2 files"}},
+      {"@s/>@old/,@f>@old/y/n", {"! destroys the other", "W 2 files"}},
+      {"@g>@twin1,@twin2>@x", {"W other names", "! another name of the source"}},
+      {"@f>@twin1,@g>@twin2",
+       {"W other names", "W other names", "! \"@twin1\" is another name",
+        "! \"@twin2\" is another"}},
+      {"@f>" + OwnProgram(), {"E which runs meanwhile", "W in use"}},
+      {"@f>@" + Repeated("日", 80) + "/f", {"E is missing, and its path too long"}},
+      {"@s/>@running/", {"W x.exe\" is to be deleted", "W 1 file, "}},
       {"@linked/>@a/,@s/>@old/", {"W is a link", "! a link in it leads to", "W 2 files"}},
       {"@f>@p/q/f", {"E more than one is missing"}},
       {"@f>@g/x", {"E there is a file"}},
@@ -163,6 +185,7 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
       EXPECT_TRUE(Names(finding.text, meant.source) || Names(finding.text, meant.destination));
     }
   }
+  FreeLibrary(running);
 }
 
 TEST(PlanCheck, RemarksOnTheFirstEntriesOfAFolder) {
@@ -183,12 +206,6 @@ TEST(PlanCheck, RemarksOnTheFirstEntriesOfAFolder) {
     plan.Folder(root + L"new/", root + L"many/");
     EXPECT_TRUE(Are(plan.Check(), expected));
   }
-}
-
-std::string OwnProgram() {
-  wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  return WideToUtf8(path);
 }
 
 TEST(JobCheck, NamesEachMistake) {
@@ -284,7 +301,7 @@ TEST(TaskFileCheck, NamesEachMistake) {
       {"[Task]\ntype=1\nxml_path=@s ; it's\n",
        {"W3 \"; it's\" is no comment", "E3 does not exist"}},
       {"[Task]\ntype=1\nxml_path=@s\n", {"E3 is a folder"}},
-      {"[Task]\ntype=1\nxml_path=@used\n", {"E3 cannot be opened"}},
+      {"[Task]\ntype=1\nxml_path=@used\n", {"!3 cannot be opened"}},
       {std::string("\xFF\xFE[\0T\0]\0\n\0", 10),
        {"W1 UTF-16", "W1 whole line a header", "W2 line break", "E no section"}},
       {"[task]\nType=7\n", {"W1 is not \"Task\"", "E no section"}},
@@ -322,6 +339,8 @@ TEST(TaskFileCheck, NamesEachMistake) {
       {"[Task]\ntype=0\nexe_arguments=1\ntime_type=5\n" + numbers,
        {"!4 kind of trigger", "W no name"}},
       {"[D]exe_path=\n", {"! is missing"}},
+      {"[D]Exe_path=x\nexe_arguments=\n", {"W7 is not the key", "!8 is empty"}},
+      {"[D]exe_arguments=\nexe_arguments=/s\n", {"W8 in line 7 already", "!7 is empty"}},
       {"[D]author_name=x\n", {"! is missing"}},
       {Replaced(weekly, "WHEN", "2099-12-31T23:59:59+01:00") + "time_weekday=127\n", {}},
       {Replaced(weekly, "WHEN", "2099-01-31T08:00:00Z") + "time_weekday=128\n", {"!9 128 is no"}},
@@ -365,6 +384,8 @@ TEST(TaskFileCheck, NamesEachMistake) {
       {"#<root><task><i key='1' src='@used' dec='@h' type='file'/></task></root>",
        {"W:1 is in use"}},
       {"#<root><task><i key='1' src='@read' dec='@h' type='file'/></task></root>", {}},
+      {"#<root><task><i key='1' src='@f' dec='@task.ini' type='file'/></task></root>",
+       {"W:1 tells the helper what to do"}},
       {"#<root><task><i key='1' src='@f' dec='@ro' type='file'/></task></root>", {"W:1 read-only"}},
       {"#<root><task><i key='1' src='f' dec='@h' type='file'/></task></root>",
        {"W:1 \"f\" is relative", "W:1 does not exist"}},

@@ -275,7 +275,11 @@ TEST_F(Uactl, ChecksAndRunsTaskFiles) {
       {job + "9\nexe_arguments=a\n",
        1,
        1,
-       {"does not start it.", "plan: does not register the job"}},
+       {"does not start it.", "plan: deletes the job \"" + kJob}},
+      {std::regex_replace(job, std::regex("time_type=2"), "time_type=5") + "\nexe_arguments=a\n",
+       2,
+       1,
+       {"plan: deletes the job \"" + kJob, "plan: then the helper would fail with exit code 1"}},
       {job + "\nexe_arguments=a", 1, 1, {"task.ini:9: ", "plan: deletes the job \"" + kJob}}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.text);

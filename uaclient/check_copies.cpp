@@ -45,12 +45,41 @@ const wchar_t* Relation(const std::wstring& key, const std::wstring& other) {
   return key == other ? L" is " : LiesIn(key, other) ? L" lies in " : L" holds ";
 }
 
+// Which file a path names, whatever names it has.
+struct FileIdentity {
+  explicit FileIdentity(const std::wstring& path) {
+    BY_HANDLE_FILE_INFORMATION info = {};
+    const Handle file(CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                  OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    if (!file || !GetFileInformationByHandle(file.get(), &info)) return;
+    names = info.nNumberOfLinks;
+    volume = info.dwVolumeSerialNumber;
+    index = std::uint64_t{info.nFileIndexHigh} << 32 | info.nFileIndexLow;
+  }
+  bool operator==(const FileIdentity& other) const {
+    return names > 0 && volume == other.volume && index == other.index;
+  }
+
+  DWORD names = 0;  // 0 when it cannot be looked at
+  DWORD volume = 0;
+  std::uint64_t index = 0;
+};
+
 // A folder that programs or the user's own data live in.
 struct KeptFolder {
   std::wstring name;
   std::wstring key;
   bool isKeptWhole = false;  // what is in it, too
 };
+
+// A text of the registry's part on Windows itself, L"" when there is none.
+std::wstring SystemSetting(const std::wstring& key, const wchar_t* name) {
+  wchar_t text[MAX_PATH] = {};
+  DWORD size = sizeof text;
+  RegGetValueW(HKEY_LOCAL_MACHINE, (L"SOFTWARE\\Microsoft\\" + key).c_str(), name, RRF_RT_REG_SZ,
+               nullptr, text, &size);
+  return text;
+}
 
 // A copy replaces none of these and no folder around one: what it would delete is more than any
 // copy can bring.
@@ -71,13 +100,30 @@ std::vector<KeptFolder> KeptFolders(Places& places) {
     value.resize(GetEnvironmentVariableW(variable, value.data(), static_cast<DWORD>(value.size())));
     add(L"the folder %" + std::wstring(variable) + L"%", value, false);
   }
+  // Whoever started this process may have left those out.
+  for (const wchar_t* const name : {L"ProgramFilesDir", L"ProgramFilesDir (x86)"}) {
+    add(L"the folder of programs", SystemSetting(L"Windows\\CurrentVersion", name), false);
+  }
+  for (const wchar_t* const name : {L"ProfilesDirectory", L"ProgramData"}) {
+    add(L"a folder of all users", SystemSetting(L"Windows NT\\CurrentVersion\\ProfileList", name),
+        false);
+  }
   return folders;
 }
 
 // Goes through the items and remembers what those before have changed.
 class Checker {
  public:
-  Checker(std::vector<CopyItem> items, Origin origin) : items_(std::move(items)), origin_(origin) {}
+  Checker(std::vector<CopyItem> items, Origin origin,
+          const std::vector<std::filesystem::path>& files)
+      : items_(std::move(items)), origin_(origin) {
+    for (const std::filesystem::path& file : files) {
+      files_.push_back({file.native(), KeyOf(file.native())});
+    }
+    for (const std::wstring& program : {OwnFolder() + L"uactask.exe", OwnProgram()}) {
+      programs_.push_back({program, KeyOf(program)});
+    }
+  }
 
   CopyCheck Check() {
     for (at_ = 0; at_ < items_.size(); ++at_) {
@@ -89,6 +135,7 @@ class Checker {
       result_.steps.push_back(std::move(step));
     }
     CheckOverlaps();
+    CheckFilesWithSeveralNames();
     CheckRoom();
     TellFailures();
     for (std::size_t i = 0; i < items_.size(); ++i) {
@@ -109,12 +156,21 @@ class Checker {
     bool isDestination = false;
     bool isBehindLink = false;  // what a link in a source leads to
   };
+  // A file that the run itself needs.
+  struct NeededFile {
+    std::wstring path;
+    std::wstring key;
+  };
   // What copies take from a drive or share.
   struct Space {
     std::uint64_t needed = 0;
     std::uint64_t freed = 0;
     std::size_t item = 0;  // the last one
   };
+
+  std::wstring KeyOf(const std::wstring& path) {
+    return ComparisonKey(places_.Look(FullPath(path)).real);
+  }
 
   void Add(Weight weight, std::wstring text) {
     result_.remarks.push_back({at_, {weight, std::move(text)}});
@@ -191,6 +247,7 @@ class Checker {
 
     const Place to = places_.Look(destination);
     roles_.push_back({ComparisonKey(to.real), at_, true});
+    CheckNeededFiles(destination, roles_.back().key);
     if (to.exists && to.isFolder != item.isFolder) {
       Add(Weight::kFails, L"At the destination " + Quoted(item.destination.native()) +
                               (to.isFolder ? L" there is a folder" : L" there is a file") +
@@ -221,6 +278,23 @@ class Checker {
     space.needed += step.bytes;
     space.freed += step.emptiedBytes + to.size;
     space.item = at_;
+  }
+
+  void CheckNeededFiles(const std::wstring& destination, const std::wstring& key) {
+    for (const NeededFile& file : files_) {
+      if (!LiesIn(file.key, key)) continue;
+      Add(Weight::kDoubt, L"The destination " + Quoted(destination) + Relation(key, file.key) +
+                              Quoted(file.path) +
+                              L", which tells the helper what to do and is lost in this; put that "
+                              L"file elsewhere.");
+    }
+    for (const NeededFile& program : programs_) {
+      if (program.key != key) continue;
+      Add(Weight::kFails, L"The destination " + Quoted(destination) + L" is " +
+                              Quoted(program.path) +
+                              L", which runs meanwhile, and so cannot be replaced; have another "
+                              L"program do that.");
+    }
   }
 
   void CheckFolder(const std::wstring& source, const std::wstring& destination, const Place& to,
@@ -279,6 +353,13 @@ class Checker {
       }
     }
     if (!to.exists) return;
+    const FileIdentity file(destination);
+    if (file.names > 1) {
+      linked_.emplace_back(at_, file);
+      Add(Weight::kDoubt, L"The file at the destination " + Quoted(destination) +
+                              L" has other names as well, and what these name changes with it; "
+                              L"remove it first.");
+    }
     constexpr DWORD kProtected =
         FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
     if ((to.attributes & kProtected) != 0) {
@@ -287,7 +368,7 @@ class Checker {
                               L"nothing; clear that attribute.");
     }
     const std::wstring fault = AccessFault(destination, Access::kOverwrite);
-    if (!fault.empty()) {
+    if (!fault.empty() && (to.attributes & kProtected) == 0) {
       Add(Weight::kDoubt, L"The file at the destination " + Quoted(destination) + L" " + fault);
     }
   }
@@ -307,6 +388,11 @@ class Checker {
     if (place.exists && !place.isFolder) {
       Add(Weight::kFails, L"Above the destination " + Quoted(destination) + L" there is a file, " +
                               Quoted(place.real) + L", where a folder would have to be.");
+    } else if (!item.isFolder && !missing.empty() &&
+               (parent.size() > kMaxFolderPath || WideToUtf8(parent).size() > kMaxFolderBytes)) {
+      Add(Weight::kFails, L"The folder above the destination " + Quoted(destination) +
+                              L" is missing, and its path too long for it to be made (247 units, "
+                              L"260 bytes of UTF-8); use a shorter one.");
     } else if (!item.isFolder && missing.size() > 1) {
       Add(Weight::kFails, L"Of the folders above the destination " + Quoted(destination) +
                               L" more than one is missing, and for a file only one is made; make "
@@ -352,7 +438,7 @@ class Checker {
       }
       if (now.destination != nullptr) {
         if (role.isDestination) {
-          AddOverlap(role, *now.destination);
+          if (!IsAddedTo(role, *now.destination)) AddOverlap(role, *now.destination);
         } else {
           AddSourceLost(*now.destination, role);
         }
@@ -361,6 +447,18 @@ class Checker {
       (role.isDestination ? now.destination : now.source) = &role;
       around.push_back(now);
     }
+  }
+
+  // Whether a file comes into a folder that has been replaced by then, and nothing that came with
+  // that is in its way.
+  bool IsAddedTo(const Role& file, const Role& folder) {
+    if (items_[file.item].isFolder || !items_[folder.item].isFolder) return false;
+    std::wstring below = file.key.substr(folder.key.size());
+    std::replace(below.begin(), below.end(), kKeySeparator, L'\\');
+    const std::size_t name = below.rfind(L'\\', below.size() - 2) + 1;
+    const std::wstring source = WithSeparator(FullPath(items_[folder.item].source.native()));
+    return !places_.Look(source + below.substr(0, below.size() - 1)).exists &&
+           (name == 0 || places_.Look(source + below.substr(0, name - 1)).isFolder);
   }
 
   void AddOverlap(const Role& one, const Role& other) {
@@ -384,6 +482,28 @@ class Checker {
                             L", which would be changed or lost; choose another destination.");
   }
 
+  // A copy over a file that has other names as well changes what these name. Which file it is only
+  // the file itself can tell.
+  void CheckFilesWithSeveralNames() {
+    for (const auto& [destination, file] : linked_) {
+      for (std::size_t item = 0; item < items_.size(); ++item) {
+        if (items_[item].isFolder) continue;
+        at_ = destination;
+        const std::wstring name = Quoted(items_[destination].destination.native());
+        if (FileIdentity(items_[item].source.native()) == file) {
+          Add(Weight::kHarms, L"The destination " + name + L" is another name of the source " +
+                                  Quoted(items_[item].source.native()) +
+                                  L", which would be changed; choose another destination.");
+        }
+        if (item != destination && FileIdentity(items_[item].destination.native()) == file) {
+          Add(Weight::kHarms, L"The destination " + name + L" is another name of the destination " +
+                                  Quoted(items_[item].destination.native()) +
+                                  L", so that one destroys the other; remove that name.");
+        }
+      }
+    }
+  }
+
   void CheckRoom() {
     for (const auto& [root, space] : spaces_) {
       ULARGE_INTEGER free = {};
@@ -393,7 +513,8 @@ class Checker {
       }
       at_ = space.item;
       Add(Weight::kDoubt, L"On " + root + L" there is not enough free space for " +
-                              BytesInWords(space.needed) + L".");
+                              BytesInWords(space.needed) +
+                              L"; make room, or choose another place.");
     }
   }
 
@@ -425,6 +546,9 @@ class Checker {
   std::size_t at_ = 0;  // the item that remarks are on
   Places places_;
   const std::vector<KeptFolder> kept_ = KeptFolders(places_);
+  std::vector<NeededFile> files_;
+  std::vector<NeededFile> programs_;
+  std::vector<std::pair<std::size_t, FileIdentity>> linked_;  // destinations, by item
   std::vector<Role> roles_;
   std::unordered_set<std::wstring> made_;  // folders that will be there, as comparison keys
   std::map<std::wstring, Space> spaces_;   // by drive or share
@@ -433,8 +557,9 @@ class Checker {
 
 }  // namespace
 
-CopyCheck CheckCopies(std::vector<CopyItem> items, Origin origin) {
-  return Checker(std::move(items), origin).Check();
+CopyCheck CheckCopies(std::vector<CopyItem> items, Origin origin,
+                      const std::vector<std::filesystem::path>& files) {
+  return Checker(std::move(items), origin, files).Check();
 }
 
 std::vector<std::size_t> HelperOrder(const std::vector<CopyItem>& items) {

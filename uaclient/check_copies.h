@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <filesystem>
 #include <vector>
 
 #include "uaclient/check_path.h"
@@ -24,8 +25,9 @@ struct CopyCheck {
   std::vector<Step> steps;          // one for each item
 };
 
-// `items` in the helper's order: folders first.
-CopyCheck CheckCopies(std::vector<CopyItem> items, Origin origin);
+// `items` in the helper's order: folders first. `files` are those that tell the helper what to do.
+CopyCheck CheckCopies(std::vector<CopyItem> items, Origin origin,
+                      const std::vector<std::filesystem::path>& files = {});
 
 // The order in which the helper carries items out: their indexes, folders first.
 std::vector<std::size_t> HelperOrder(const std::vector<CopyItem>& items);

@@ -52,7 +52,10 @@ std::wstring ReadFault(const std::wstring& path) {
     return L" is a folder; write the path of the list in it.";
   }
   const Handle file = OpenForReading(path);
-  if (!file) return L" cannot be opened: " + SystemMessage(GetLastError());
+  if (!file) {
+    return L" cannot be opened: " + SystemMessage(GetLastError()) +
+           L" What is done by it cannot be told; let this user read it.";
+  }
   if (GetFileType(file.get()) != FILE_TYPE_DISK) {
     return L" is a device, no file on a disk; write the path of the list.";
   }
@@ -106,18 +109,21 @@ struct ListItem {
 
 class ListCheck {
  public:
-  ListCheck(std::filesystem::path list, TaskFileReport& report)
-      : list_(std::move(list)), report_(report) {}
+  ListCheck(std::filesystem::path list, const std::filesystem::path& taskFile,
+            TaskFileReport& report)
+      : list_(std::move(list)), taskFile_(taskFile), report_(report) {}
 
   void Check(ptree& document, const std::string& text) {
     places_ = FindItems(text.c_str());
     if (text.find('\0') != std::string::npos) {
       Warn(0, L"The list holds a NUL byte, and what follows it is not read; remove it.");
+      report_.leavesOut = true;
     }
     if (places_.secondList != 0) {
       Warn(places_.secondList,
            L"Only the first \"task\" in the first \"root\" is read; put all "
            L"items into it.");
+      report_.leavesOut = true;
     }
     std::vector<Operation> operations;
     const bool isRead = ReadOperationList(document, operations);
@@ -264,6 +270,7 @@ class ListCheck {
       Warn(item.line, L"The key " + Quoted(Utf8ToWide(item.key)) + L" stands in line " +
                           std::to_wstring(kept.back().line) +
                           L" already, so this item is left out; give it another key.");
+      report_.leavesOut = true;
     }
     items_ = std::move(kept);
   }
@@ -301,7 +308,7 @@ class ListCheck {
       usable.push_back(copies[i]);
       lines.push_back(items_[i].line);
     }
-    CopyCheck check = CheckCopies(std::move(usable), Origin::kList);
+    CopyCheck check = CheckCopies(std::move(usable), Origin::kList, {taskFile_, list_});
     for (CopyRemark& found : check.remarks) {
       if (found.remark.weight == Weight::kEmpties) continue;  // the steps say so
       report_.findings.push_back({Severity::kWarning, found.remark.weight == Weight::kHarms, list_,
@@ -324,6 +331,7 @@ class ListCheck {
   }
 
   const std::filesystem::path list_;
+  const std::filesystem::path& taskFile_;
   TaskFileReport& report_;
   ItemPlaces places_;
   std::vector<ListItem> items_;
@@ -340,7 +348,7 @@ void CheckOperationList(const std::string& listPath, const std::filesystem::path
                                    L" is relative to whatever folder the helper is started in; "
                                    L"write the whole path."});
   }
-  ListCheck check(shown, report);
+  ListCheck check(shown, taskFile, report);
   XMLParse store;
   const bool isLoaded = store.LoadFile(listPath) != 0;
   if (!isLoaded) report.helperFails = true;
@@ -360,6 +368,8 @@ void CheckOperationList(const std::string& listPath, const std::filesystem::path
                   ? L" cannot be read; the path is in UTF-8, but task files are read in the "
                     L"system's code page. Save the task file in that, or use ASCII."
                   : ReadFault(shown))});
+    // What it would destroy cannot be told.
+    report.findings.back().harmful = !isElsewhere && IsClosedToReaders(shown);
     return;
   }
   DocumentError why;

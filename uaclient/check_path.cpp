@@ -331,7 +331,7 @@ std::wstring Places::DriveFault(const std::wstring& fullPath) {
             L" is this user's own; the helper with its raised rights does not see it. Write " +
             real + L" instead.";
   } else if (type == DRIVE_NO_ROOT_DIR) {
-    fault = L"There is no drive " + drive + L".";
+    fault = L"There is no drive " + drive + L"; write one that there is.";
   }
   return fault;
 }
@@ -339,9 +339,7 @@ std::wstring Places::DriveFault(const std::wstring& fullPath) {
 std::wstring ComparisonKey(const std::wstring& real) {
   std::wstring key = UpperCase(real);
   if (key.empty() || key.back() != L'\\') key += L'\\';
-  // Before every sign that a name can hold, so that nothing comes between a folder and its
-  // contents.
-  std::replace(key.begin(), key.end(), L'\\', L'\x01');
+  std::replace(key.begin(), key.end(), L'\\', kKeySeparator);
   return key;
 }
 

@@ -101,7 +101,9 @@ class Places {
 };
 
 // Real paths in a form that is equal for equal ones, and in which a folder's is the beginning of
-// all that lie in it. Sorted, these follow the folder.
+// all that lie in it. Sorted, these follow the folder, because what separates in it comes before
+// every sign that a name can hold.
+constexpr wchar_t kKeySeparator = L'\x01';
 std::wstring ComparisonKey(const std::wstring& real);
 
 }  // namespace uaclient

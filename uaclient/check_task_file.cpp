@@ -6,6 +6,7 @@
 #include <boost/shared_ptr.hpp>
 #include <cstring>
 #include <cwchar>
+#include <functional>
 #include <initializer_list>
 #include <map>
 #include <new>
@@ -109,7 +110,7 @@ class TaskFileCheck {
 
   void Check() {
     report_.exists = PathExists(helperPath_.c_str());
-    if (!report_.exists) return Fail(0, L"There is no such file.");
+    if (!report_.exists) return Fail(0, L"There is no such file; write its whole path.");
     CheckName();
     if (!ReadLines()) return;
     const std::optional<std::int32_t> type = ReadType();
@@ -159,6 +160,7 @@ class TaskFileCheck {
       Fail(0,
            L"The helper cannot read it: it is a folder or a device, or may not be opened, "
            L"or its name is not in the system's code page.");
+      report_.findings.back().harmful = IsClosedToReaders(path_.native());
       return false;
     }
     if (text->compare(0, 3, "\xEF\xBB\xBF") == 0) {
@@ -234,6 +236,7 @@ class TaskFileCheck {
   }
 
   void NoteLostArguments(std::size_t line, std::string_view text, const wchar_t* why) {
+    seemsRegistration_ |= text.find(kParamKeys[Task::kExePath]) != std::string_view::npos;
     if (!HoldsArguments(text)) return;
     lostArguments_ = line;
     lostWhy_ = why;
@@ -276,6 +279,7 @@ class TaskFileCheck {
     }
     const auto first = entries_.find(std::string(key));
     if (first != entries_.end()) {
+      seemsRegistration_ |= HoldsArguments(key) && !record.Value.empty();
       return WarnOfLine(line, Shown(key) + L" stands in line " +
                                   std::to_wstring(first->second.line) +
                                   L" already, and the first one counts; remove one.");
@@ -402,7 +406,7 @@ class TaskFileCheck {
     const bool registers = LineOf(kParamKeys[Task::kExePath]) != 0 ||
                            LineOf(kParamKeys[Task::kRuntime]) != 0 ||
                            LineOf(kParamKeys[Task::kAuthorName]) != 0;
-    if (line != 0 && !hasProgram) return;
+    if (line != 0 && !hasProgram && !seemsRegistration_) return;
     const std::wstring why = line != 0             ? L"is empty"
                              : lostArguments_ != 0 ? lostWhy_
                                                    : L"is missing";
@@ -412,7 +416,7 @@ class TaskFileCheck {
              L". If that is meant, write \"exe_arguments=\" and leave \"exe_path\" out; if not, "
              L"give "
              L"the program an argument.",
-         areNumbers_ && (hasProgram || registers || lostArguments_ != 0));
+         areNumbers_ && (hasProgram || registers || seemsRegistration_ || lostArguments_ != 0));
   }
 
   // What goes wrong behind the numbers goes wrong when an older job has been deleted.
@@ -423,6 +427,7 @@ class TaskFileCheck {
            L"The kind of trigger " + std::to_wstring(*kind) +
                L" is none of 2 (daily), 3 (weekly) and 4 (monthly)" + OldJobLost());
       report_.findings.back().harmful = areNumbers_;
+      if (areNumbers_) AddStep(Step::Kind::kDeleteJob, L"deletes the job " + Quoted(job_));
       return;
     }
     const std::wstring program = AnsiToWide(values_[Task::kExePath]);
@@ -438,8 +443,8 @@ class TaskFileCheck {
     CheckDays(kind, numbers[Task::kTimeWeekday], numbers[Task::kTimeMonthday]);
     if (std::any_of(report_.findings.begin(), report_.findings.end(),
                     [](const Finding& finding) { return finding.harmful; })) {
-      return AddStep(Step::Kind::kRegisterJob, L"does not register the job " + Quoted(job_) +
-                                                   L", see above, and deletes an older one");
+      return AddStep(Step::Kind::kRegisterJob, L"deletes the job " + Quoted(job_) +
+                                                   L" and does not register it again, see above");
     }
     const wchar_t* const every = kind == Task::kDaily    ? L"daily"
                                  : kind == Task::kWeekly ? L"weekly"
@@ -485,6 +490,7 @@ class TaskFileCheck {
   std::size_t lostArguments_ = 0;
   std::wstring lostWhy_;
   bool hasSection_ = false;
+  bool seemsRegistration_ = false;  // by a program or arguments that do not count
   std::array<std::string, Task::kParamCount> values_;
   bool areNumbers_ = true;  // or the helper gives up before it changes anything
   std::wstring job_;
@@ -502,7 +508,12 @@ TaskFileReport CheckTaskFile(const std::filesystem::path& taskFile) {
     report.steps.clear();
     check.Fail(0, L"It takes more memory than there is; use smaller files.");
   }
-  if (report.helperFails) report.steps.clear();
+  if (report.helperFails) {
+    const auto isDone = [](const Step& step) { return step.kind == Step::Kind::kDeleteJob; };
+    report.steps.erase(
+        std::remove_if(report.steps.begin(), report.steps.end(), std::not_fn(isDone)),
+        report.steps.end());
+  }
   // The task file's first, each file's by line.
   Findings& findings = report.findings;
   const auto list = std::stable_partition(findings.begin(), findings.end(),

@@ -79,6 +79,7 @@ void Shorten(Remarks& remarks, std::size_t before) {
 
 std::wstring AccessFault(const std::wstring& fullPath, Access access) {
   constexpr DWORD kReadWrite = FILE_SHARE_READ | FILE_SHARE_WRITE;
+  constexpr DWORD kShareAll = kReadWrite | FILE_SHARE_DELETE;
   const auto open = [&](DWORD rights, DWORD share) -> DWORD {
     const Handle file(CreateFileW(Verbatim(fullPath).c_str(), rights, share, nullptr, OPEN_EXISTING,
                                   FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT,
@@ -92,17 +93,25 @@ std::wstring AccessFault(const std::wstring& fullPath, Access access) {
       break;
     case Access::kOverwrite:
       error = open(GENERIC_WRITE, FILE_SHARE_READ);
-      if (error == ERROR_ACCESS_DENIED) error = open(GENERIC_READ, FILE_SHARE_READ);
+      if (error == ERROR_ACCESS_DENIED && !IsElevated())
+        error = open(GENERIC_READ, FILE_SHARE_READ);
       break;
     case Access::kDelete:
       error = open(DELETE, kReadWrite);
+      // A running program could be deleted from its folder, but would keep its place in it.
+      if (error == ERROR_SUCCESS && open(GENERIC_WRITE, kShareAll) == ERROR_SHARING_VIOLATION) {
+        error = ERROR_SHARING_VIOLATION;
+      }
       break;
   }
   if (error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION) {
     return L"is in use by another program; have that end first.";
   }
-  if (error == ERROR_SUCCESS || access != Access::kRead) return {};
-  return L"cannot be opened for reading: " + SystemMessage(error);
+  if (error == ERROR_SUCCESS || (access != Access::kRead && !IsElevated())) return {};
+  return (access == Access::kRead        ? L"cannot be opened for reading: "
+          : access == Access::kOverwrite ? L"cannot be opened for writing: "
+                                         : L"cannot be deleted: ") +
+         SystemMessage(error);
 }
 
 TreeSize MeasureSource(const std::wstring& folder, const std::wstring& destination, bool openFiles,

@@ -5,6 +5,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "uaclient/check_path.h"
 #include "uaclient/win32.h"
 
 namespace uaclient {
@@ -29,10 +30,15 @@ std::wstring LikelyCause(const std::wstring& source, const std::wstring& destina
   const Handle writable(CreateFileW(destination.c_str(), GENERIC_WRITE,
                                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                     OPEN_EXISTING, 0, nullptr));
-  if (!writable && GetLastError() == ERROR_SHARING_VIOLATION) {
+  const DWORD error = writable ? ERROR_SUCCESS : GetLastError();
+  if (error == ERROR_SHARING_VIOLATION) {
     return L": another program has it open. Close that program and try again.";
   }
-  return L": it could not be replaced.";
+  // Without raised rights many a file refuses to be written that the helper can write.
+  if (error != ERROR_SUCCESS && IsElevated()) {
+    return L": it cannot be written: " + SystemMessage(error);
+  }
+  return L": it could not be replaced. Look at its attributes and its access list.";
 }
 
 // A folder's faults as one text: the first ones in words, the others counted.
@@ -94,6 +100,7 @@ void CopyWatch::AddFolder(std::size_t item) {
 }
 
 void CopyWatch::AddFile(std::size_t item) {
+  files_.insert(ComparisonKey(FullPath(items_[item].destination.wstring())));
   Target target;
   target.item = item;
   ReadFileState(items_[item].source.wstring(), target.entry.state);
@@ -123,6 +130,13 @@ std::wstring CopyWatch::DestinationOf(const Target& target) const {
   const CopyItem& item = items_[target.item];
   return item.isFolder ? WithSeparator(item.destination.wstring()) + target.entry.path
                        : item.destination.wstring();
+}
+
+// Whether it is, or leads to, what a file item brings into a folder item's destination.
+bool CopyWatch::IsOtherItems(const std::wstring& path) const {
+  const std::wstring key = ComparisonKey(FullPath(path));
+  const auto next = files_.lower_bound(key);
+  return next != files_.end() && next->compare(0, key.size(), key) == 0;
 }
 
 // Whether what was in a folder has been deleted, so that what is there now is new.
@@ -271,7 +285,7 @@ Item CopyWatch::FinishFolder(std::size_t item, const Tick& tick) {
   const auto last = targets_.begin() + static_cast<std::ptrdiff_t>(firstTarget_[item + 1]);
   for (auto target = first; target != last; ++target) expected.insert(target->entry.path);
   for (const TreeEntry& entry : listing.entries) {
-    if (expected.count(entry.path) != 0) continue;
+    if (expected.count(entry.path) != 0 || IsOtherItems(destination + entry.path)) continue;
     faults.Add(Quoted(entry.path) + L" is left over from before: it could not be deleted.");
   }
 

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -56,6 +57,7 @@ class CopyWatch {
   void AddFile(std::size_t item);
   void AddTarget(Target target);
 
+  bool IsOtherItems(const std::wstring& path) const;
   std::wstring SourceOf(const Target& target) const;
   std::wstring DestinationOf(const Target& target) const;
   bool IsEmptied(std::size_t item);
@@ -72,6 +74,7 @@ class CopyWatch {
   std::vector<Before> before_;                       // by item
   std::vector<std::vector<std::wstring>> unlisted_;  // by item: folders of the source
   std::vector<std::size_t> firstTarget_;             // by item, and one past the last
+  std::set<std::wstring> files_;                     // destinations of file items, to compare
   std::vector<Target> targets_;
   std::size_t cursor_ = 0;    // where the helper is
   std::size_t compared_ = 0;  // what CompareBehind goes on with

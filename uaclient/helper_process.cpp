@@ -133,9 +133,14 @@ std::wstring HelperProcess::Output() const {
   return line;
 }
 
-std::wstring OwnFolder() {
+std::wstring OwnProgram() {
   std::wstring self(32768, L'\0');
   self.resize(GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size())));
+  return self;
+}
+
+std::wstring OwnFolder() {
+  const std::wstring self = OwnProgram();
   return self.substr(0, self.rfind(L'\\') + 1);
 }
 

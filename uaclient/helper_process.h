@@ -43,4 +43,7 @@ class HelperProcess {
 // folder is its current directory: one that nobody wants to remove while it works.
 std::wstring OwnFolder();
 
+// The calling program's path.
+std::wstring OwnProgram();
+
 }  // namespace uaclient

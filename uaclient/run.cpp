@@ -53,6 +53,7 @@ class HelperRun {
     }
     const Status started = process_.Start(helper, taskFile, directory, options_.owner, why);
     if (started != Status::kDone) return started;
+    start_ = Clock::now();  // what the user took to allow it does not count
     bool hasEnded = false;
     try {
       hasEnded = Wait();
@@ -164,8 +165,9 @@ void LookAtCopies(HelperRun& run, const CopyWatch& watch, Result& result) {
 }
 
 // What is known of a job after the helper has been started, or not.
-void LookAtJob(const HelperRun& run, bool isDeletion, Result& result) {
+void LookAtJob(const HelperRun& run, Result& result) {
   Item& item = result.items.front();
+  const bool isDeletion = item.isDeletion;
   if (result.status == Status::kFailed) {
     const std::wstring output = run.Output();
     result.reason += isDeletion
@@ -200,7 +202,7 @@ void LookAtJob(const HelperRun& run, bool isDeletion, Result& result) {
 Result RunJobTask(const std::wstring& name, bool isDeletion, const TaskParams& params,
                   Findings findings, const Options& options) {
   Result result;
-  result.items.push_back({{}, {}, name, false, {}});
+  result.items.push_back({{}, {}, name, false, {}, isDeletion});
   result.findings = std::move(findings);
   CopyWatch nothing({}, options.comparison);
   HelperRun run(options, nothing);
@@ -209,7 +211,7 @@ Result RunJobTask(const std::wstring& name, bool isDeletion, const TaskParams& p
       files.WriteTask(UACTaskScheduler::kType, params, result.reason)) {
     result.status = run.Carry(files.TaskPath(), OwnFolder(), &files, result.reason);
   }
-  LookAtJob(run, isDeletion, result);
+  LookAtJob(run, result);
   result.elapsed = run.Elapsed();
   return result;
 }
@@ -295,15 +297,31 @@ Result Run(const JobRemoval& removal, const Options& options) {
   return RunJobTask(removal.name, true, DeletionParams(removal), std::move(findings), options);
 }
 
+namespace {
+
+// What the helper has done may be less than the files say, or something else than what this process
+// could read of them.
+void CompareWithReport(const TaskFileReport& report, Result& result) {
+  if (result.status != Status::kDone || (!report.helperFails && !report.leavesOut)) return;
+  result.status = Status::kIncomplete;
+  result.reason =
+      report.leavesOut
+          ? L"Not everything in the list was done: the helper leaves items out."
+          : L"The helper reports success, but what it was to do could not be read here, "
+            L"and so nothing is known of it. " +
+                Objection(result.findings)->text;
+}
+
+}  // namespace
+
 Result Run(const TaskFile& task, const Options& options) {
   TaskFileReport report = CheckTaskFile(task.path);
   std::vector<Item> items;
   std::vector<CopyItem> copies;
   bool isJob = false;
-  bool isDeletion = false;
   for (const Step& step : report.steps) {
-    items.push_back({step.source, step.destination, step.job, false, {}});
-    isDeletion = step.kind == Step::Kind::kDeleteJob;
+    const bool isDeletion = step.kind == Step::Kind::kDeleteJob;
+    items.push_back({step.source, step.destination, step.job, false, {}, isDeletion});
     isJob = isDeletion || step.kind == Step::Kind::kRegisterJob;
     if (!isJob)
       copies.push_back({step.source, step.destination, step.kind == Step::Kind::kCopyFolder});
@@ -323,7 +341,8 @@ Result Run(const TaskFile& task, const Options& options) {
   if (result.status == Status::kFailed && report.helperFails) {
     result.reason += L" " + Objection(result.findings)->text;
   }
-  isJob ? LookAtJob(run, isDeletion, result) : LookAtCopies(run, watch, result);
+  isJob ? LookAtJob(run, result) : LookAtCopies(run, watch, result);
+  CompareWithReport(report, result);
   if (result.status == Status::kDone &&
       GetFileAttributesW(taskFile.c_str()) != INVALID_FILE_ATTRIBUTES) {
     result.reason = L"The task file " + Quoted(taskFile) +

@@ -123,7 +123,8 @@ enum class Comparison {
 struct Options {
   void* owner = nullptr;         // the window (HWND) that the request for raised rights belongs to
   std::filesystem::path helper;  // empty: uactask.exe beside the calling program
-  // How long to wait for the helper; zero: until it ends.
+  // How long to wait for the helper from its start on, which the user may take time to allow; zero:
+  // until it ends.
   std::chrono::milliseconds timeout{0};
   // Called in the calling thread: once right before the start, then about ten times a second, and
   // once in the end, with what has arrived. Returns false to wait no longer; before the start, to
@@ -148,7 +149,8 @@ struct Item {
   std::filesystem::path destination;  // empty for a job
   std::wstring job;                   // the job's name; empty for a copy
   bool done = false;
-  std::wstring reason;  // why not, or what could not be looked at
+  std::wstring reason;      // why not, or what could not be looked at
+  bool isDeletion = false;  // of the job
 };
 
 struct Result {
@@ -195,7 +197,8 @@ struct TaskFileReport {
   bool exists = false;
   bool helperFails = false;  // its exit code would be 1 (2 where the file does not exist)
   Findings findings;
-  std::vector<Step> steps;  // in the helper's order; empty where it fails
+  std::vector<Step> steps;  // in the helper's order; where it fails, what it has deleted by then
+  bool leavesOut = false;   // the list holds items that it passes over
 };
 
 // What the helper would do with a task file, and what is wrong with it, found with the helper's own

@@ -8,6 +8,12 @@ Handle OpenForReading(const std::wstring& path) {
                             FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
 }
 
+bool IsClosedToReaders(const std::wstring& path) {
+  if (OpenForReading(path)) return false;
+  const DWORD error = GetLastError();
+  return (error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED) && !IsFolder(path);
+}
+
 std::wstring WithSeparator(std::wstring folder) {
   if (folder.empty() || (folder.back() != L'\\' && folder.back() != L'/')) folder += L'\\';
   return folder;

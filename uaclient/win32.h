@@ -22,6 +22,9 @@ class Handle : public std::unique_ptr<std::remove_pointer_t<HANDLE>, HandleClose
 // To read a file from its start to its end, whoever else has it open. Empty when that fails.
 Handle OpenForReading(const std::wstring& path);
 
+// Whether a file is there that this process cannot read now, though the helper perhaps will.
+bool IsClosedToReaders(const std::wstring& path);
+
 // The system's own words for an error, with its number, ending in a full stop.
 std::wstring SystemMessage(DWORD error);
 

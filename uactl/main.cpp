@@ -42,17 +42,17 @@ struct Carrier {
 
   Report operator()(const ShownText& shown) const { return {kExitDone, shown.text, L""}; }
   Report operator()(const uaclient::CopyPlan& plan) const {
-    return ReportRun(RunShowingProgress(plan, options), L"");
+    return ReportRun(RunShowingProgress(plan, options));
   }
   Report operator()(const PlanCheck& check) const { return ReportPlanCheck(check.plan.Check()); }
   Report operator()(const uaclient::Job& job) const {
-    return ReportRun(RunShowingProgress(job, options), L"was registered");
+    return ReportRun(RunShowingProgress(job, options));
   }
   Report operator()(const uaclient::JobRemoval& removal) const {
-    return ReportRun(RunShowingProgress(removal, options), L"was deleted");
+    return ReportRun(RunShowingProgress(removal, options));
   }
   Report operator()(const uaclient::TaskFile& task) const {
-    Report report = ReportRun(RunShowingProgress(task, options), L"is as the task file says");
+    Report report = ReportRun(RunShowingProgress(task, options));
     // The arguments were right; what is wrong stands in the file.
     if (report.exitCode == kExitRefused) report.exitCode = kExitNotDone;
     return report;

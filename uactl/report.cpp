@@ -87,7 +87,7 @@ std::wstring ProgressText(const uaclient::Progress& progress) {
          BytesInWords(static_cast<std::uint64_t>(rate)) + L"/s";
 }
 
-Report ReportRun(const uaclient::Result& result, const std::wstring& jobDone) {
+Report ReportRun(const uaclient::Result& result) {
   if (result.status == Status::kInvalid) return ReportRefusal(result.findings);
   Report report;
   report.exitCode = result.status == Status::kDone ? kExitDone : kExitNotDone;
@@ -96,7 +96,8 @@ Report ReportRun(const uaclient::Result& result, const std::wstring& jobDone) {
   for (const uaclient::Item& item : result.items) {
     copies |= item.job.empty();
     if (item.done && !item.job.empty()) {
-      report.output += Line(L"The job \"" + item.job + L"\" " + jobDone + L".");
+      report.output += Line(L"The job \"" + item.job +
+                            (item.isDeletion ? L"\" was deleted." : L"\" was registered."));
     }
     if (!item.reason.empty() && item.reason != result.reason) {
       const std::wstring name = item.job.empty() ? item.destination.wstring() : item.job;
@@ -141,8 +142,10 @@ Report ReportCheck(const uaclient::TaskFileReport& report) {
   for (const Step& step : report.steps) text.output += Line(L"plan: " + step.text);
   if (text.exitCode != kExitRefused && report.steps.empty()) text.output += Line(L"plan: nothing");
   if (text.exitCode == kExitRefused) {
-    text.output += Line(L"plan: nothing, the helper would fail with exit code " +
-                        std::to_wstring(report.exists ? kHelperFailed : kHelperFoundNoTaskFile));
+    const int code = report.exists ? kHelperFailed : kHelperFoundNoTaskFile;
+    text.output += Line((report.steps.empty() ? L"plan: nothing, the helper would fail"
+                                              : L"plan: then the helper would fail") +
+                        (L" with exit code " + std::to_wstring(code)));
   }
   return text;
 }

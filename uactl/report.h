@@ -25,8 +25,8 @@ std::wstring ErrorLine(const std::wstring& text);
 // How far the helper is, in one line.
 std::wstring ProgressText(const uaclient::Progress& progress);
 
-// What became of a run. Of a job that was dealt with it says `jobDone`, such as "was deleted".
-Report ReportRun(const uaclient::Result& result, const std::wstring& jobDone);
+// What became of a run.
+Report ReportRun(const uaclient::Result& result);
 
 // Of a plan that is not to be started.
 Report ReportPlanCheck(const uaclient::Findings& findings);
