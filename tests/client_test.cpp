@@ -302,7 +302,8 @@ TEST_F(Client, RunsListsOfOthers) {
   EXPECT_EQ(result.status, Status::kIncomplete);
   const std::vector<std::string> reasons = Reasons(result);
   ASSERT_EQ(reasons.size(), 4U);
-  for (const int folder : {0, 1}) EXPECT_THAT(reasons[folder], HasSubstr("is empty or not UTF-8"));
+  for (const std::size_t folder : {0U, 1U})
+    EXPECT_THAT(reasons[folder], HasSubstr("is empty or not UTF-8"));
   EXPECT_EQ(reasons[2], "");
   EXPECT_THAT(reasons[3], HasSubstr("It is missing: its source cannot be read"));
   EXPECT_EQ(result.files, 1U);

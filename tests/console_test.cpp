@@ -46,7 +46,7 @@ class Screen : public testing::Test {
   }
   std::size_t Width() const {
     const SMALL_RECT window = Info().srWindow;
-    return static_cast<std::size_t>(window.Right - window.Left + 1);
+    return static_cast<std::size_t>(window.Right) - static_cast<std::size_t>(window.Left) + 1;
   }
   // The line that the cursor is in, up to the cursor; "+" and what stands behind it.
   std::wstring AtCursor() const {

@@ -189,7 +189,7 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
 }
 
 TEST(PlanCheck, RemarksOnTheFirstEntriesOfAFolder) {
-  for (const std::size_t count : {20, 22}) {
+  for (const std::size_t count : {20U, 22U}) {
     const TestFolder folder;
     std::list<FileLock> locks;
     for (std::size_t i = 0; i < count; ++i) {

@@ -295,6 +295,7 @@ class ListCheck {
 
   void CheckOperations(const std::vector<Operation>& operations) {
     std::vector<CopyItem> copies;
+    copies.reserve(operations.size());
     for (const Operation& operation : operations) {
       // As far as the first NUL, like the helper.
       copies.push_back({Utf8ToWide(UpToNul(operation.source)),

@@ -135,8 +135,8 @@ class IXMLParse {
 
   // Writes the document as UTF-8, indented with tabs, and creates missing directories; `path` is in
   // the ANSI code page. 1 when written, 0 when memory runs out on the way or the text would take
-  // 2 GiB, and 0x80004005, which is not 0, when the file cannot be opened. Texts are written as they
-  // are, also control characters. A disk that runs full goes unnoticed.
+  // 2 GiB, and 0x80004005, which is not 0, when the file cannot be opened. Texts are written as
+  // they are, also control characters. A disk that runs full goes unnoticed.
   virtual std::int32_t SaveAs(std::string path) = 0;
 
   // The document itself, for reading and changing.
