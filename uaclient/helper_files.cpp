@@ -1,7 +1,5 @@
 #include "uaclient/helper_files.h"
 
-#include <sddl.h>
-
 #include <cwchar>
 #include <iterator>
 #include <memory>
@@ -11,6 +9,7 @@
 #include "corekit/text.h"
 #include "uaclient/check_path.h"
 #include "uaclient/code_page.h"
+#include "uaclient/private_folder.h"
 #include "uaclient/tree_listing.h"
 #include "uaclient/win32.h"
 
@@ -50,52 +49,6 @@ bool FindTempFolder(std::wstring& folder, std::wstring& why) {
   return why.empty();
 }
 
-// Whom new files of this process belong to, and who it runs as.
-class Token {
- public:
-  Token() {
-    HANDLE opened = nullptr;
-    if (OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened)) token_ = Handle(opened);
-    isRead_ = Read(TokenUser, user_) && Read(TokenOwner, owner_);
-  }
-
-  bool IsRead() const { return isRead_; }
-  PSID User() const { return reinterpret_cast<const TOKEN_USER*>(user_)->User.Sid; }
-  PSID Owner() const { return reinterpret_cast<const TOKEN_OWNER*>(owner_)->Owner; }
-
- private:
-  static constexpr DWORD kSize = sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE;
-
-  bool Read(TOKEN_INFORMATION_CLASS what, char* into) const {
-    DWORD size = 0;
-    return token_ && GetTokenInformation(token_.get(), what, into, kSize, &size);
-  }
-
-  Handle token_;
-  bool isRead_ = false;
-  alignas(TOKEN_USER) char user_[kSize] = {};
-  alignas(TOKEN_OWNER) char owner_[kSize] = {};
-};
-
-struct LocalMemory {
-  void operator()(void* memory) const { LocalFree(memory); }
-};
-using SecurityDescriptor = std::unique_ptr<void, LocalMemory>;
-
-// The security descriptor that opens a folder and all in it to this user, administrators and the
-// system, whatever the folder above it allows.
-SecurityDescriptor OwnAccessOnly(const Token& token) {
-  wchar_t* sid = nullptr;
-  if (!token.IsRead() || !ConvertSidToStringSidW(token.User(), &sid)) return nullptr;
-  const std::wstring list =
-      std::wstring(L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FA;;;") + sid + L")";
-  LocalFree(sid);
-  void* descriptor = nullptr;
-  ConvertStringSecurityDescriptorToSecurityDescriptorW(list.c_str(), SDDL_REVISION_1, &descriptor,
-                                                       nullptr);
-  return SecurityDescriptor(descriptor);
-}
-
 constexpr wchar_t kFolderName[] = L"uactask-%08x%08x%08x%08x\\";
 constexpr wchar_t kFolderPattern[] = L"uactask-????????????????????????????????";
 
@@ -124,40 +77,6 @@ Handle WriteNewFile(const std::wstring& path, const std::string& bytes, DWORD sh
   why = L"The helper's file " + Quoted(path) + L" cannot be written: " +
         SystemMessage(GetLastError());
   return Handle();
-}
-
-// Opened so that nobody can rename it, remove it or put something else in its place.
-Handle HoldFolder(const std::wstring& folder) {
-  return Handle(CreateFileW(folder.c_str(), FILE_LIST_DIRECTORY | READ_CONTROL | WRITE_DAC,
-                            FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                            FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-}
-
-// Whether the file system keeps access lists, and no link has taken the folder's place.
-bool IsPlainFolder(const Handle& folder) {
-  BY_HANDLE_FILE_INFORMATION info = {};
-  DWORD flags = 0;
-  return folder && GetFileInformationByHandle(folder.get(), &info) &&
-         (info.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0 &&
-         GetVolumeInformationByHandleW(folder.get(), nullptr, 0, nullptr, nullptr, &flags, nullptr,
-                                       0) &&
-         (flags & FILE_PERSISTENT_ACLS) != 0;
-}
-
-// Between its creation and its opening another folder may have come to stand there. One of somebody
-// else is refused; of one of this user's the access list is made what it should be.
-bool MakeOwn(const Handle& folder, const Token& token, const SecurityDescriptor& access) {
-  alignas(SECURITY_DESCRIPTOR) char bytes[sizeof(SECURITY_DESCRIPTOR) + SECURITY_MAX_SID_SIZE];
-  DWORD size = 0;
-  PSID owner = nullptr;
-  BOOL isDefault = FALSE;
-  return GetKernelObjectSecurity(folder.get(), OWNER_SECURITY_INFORMATION, bytes, sizeof bytes,
-                                 &size) &&
-         GetSecurityDescriptorOwner(bytes, &owner, &isDefault) && owner != nullptr &&
-         (EqualSid(owner, token.User()) || EqualSid(owner, token.Owner())) &&
-         SetKernelObjectSecurity(folder.get(),
-                                 DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION,
-                                 access.get());
 }
 
 // Something that looks at new files, a virus scanner for instance, may hold them for a moment.
@@ -210,30 +129,14 @@ bool HelperFiles::CreateFolder(std::wstring& why) {
   if (!FindTempFolder(temp, why)) return false;
   RemoveOldFolders(temp);
 
-  const Token token;
-  const SecurityDescriptor access = OwnAccessOnly(token);
-  SECURITY_ATTRIBUTES attributes = {sizeof attributes, access.get(), FALSE};
   std::wstring folder = temp + UnforeseeableName();
-  if (!access || !CreateDirectoryW(folder.c_str(), &attributes)) {
-    why = L"No folder for the helper's files can be made in \"" + temp + L"\", which TMP names: " +
-          SystemMessage(GetLastError());
+  Handle held = MakePrivateFolder(folder, why);
+  if (!held) {
+    why = L"The helper's files cannot be put into " + Quoted(temp) + L", which TMP names: " + why;
     return false;
   }
+  held_.push_back(std::move(held));
   folder_ = std::move(folder);
-  held_.push_back(HoldFolder(folder_));
-  if (!IsPlainFolder(held_.back())) {
-    why =
-        L"The helper's files would not be safe in " + Quoted(temp) +
-        L", which TMP names: its file system keeps no access lists. Set TMP to a folder on a drive "
-        L"of the system's own kind (NTFS).";
-    return false;
-  }
-  if (!MakeOwn(held_.back(), token, access)) {
-    why = L"The folder for the helper's files in " + Quoted(temp) +
-          L", which TMP names, was replaced by another one as soon as it was made. Set TMP to a "
-          L"folder that only you can change.";
-    return false;
-  }
 
   carried_ = folder_;
   if (!CodePageCarries(carried_)) {
