@@ -235,6 +235,8 @@ TEST(JobCheck, NamesEachMistake) {
       {[](Job& job) { job.program = L"calc.exe"; }, {"E \"calc.exe\" is relative"}},
       {[](Job& job) { job.program = L"C:\\none.exe"; }, {"E no program"}},
       {[](Job& job) { job.program = L"C:\\windows"; }, {"E is a folder"}},
+      {[](Job& job) { job.program = L"C:\\a\xD83D"; },
+       {"E half of a surrogate", "E code page lacks"}},
       {[](Job& job) { job.program = L"%ComSpec%"; }, {"E \"%ComSpec%\" holds"}},
       {[](Job& job) { job.arguments = {}; }, {"E no arguments"}},
       {[](Job& job) {
