@@ -315,8 +315,8 @@ TEST_F(Client, RunsListsOfOthers) {
   const std::string item = "<i key='1' src='" + root + "f' dec='" + root + "g'/>";
   WriteFileBytes(folder_ / "list.xml", "<root><task>" + item + item + "</task></root>");
   WriteFileBytes(folder_ / "task.ini", "[Task]\ntype=1\nxml_path=" + root + "list.xml\n");
-  {
-    const FileLock lock(folder_ / "list.xml");
+  for (const char* unreadable : {"list.xml", "task.ini"}) {
+    const FileLock lock(folder_ / unreadable);
     EXPECT_EQ(uaclient::Run(TaskFile{task}, options_).status, Status::kInvalid);
   }
   const Result partial = uaclient::Run(TaskFile{task}, options_);
