@@ -317,6 +317,7 @@ TEST(JFileTest, ReadsAndWritesWholeFiles) {
   EXPECT_EQ(ReadFileBytes(path), bytes);
 
   ASSERT_TRUE(file.Open(path, JFile::OpenRead | JFile::OpenBinary));
+  EXPECT_EQ(file.Read(buffer, 0), 0);
   EXPECT_EQ(file.Read(buffer, 2), 2);
   EXPECT_EQ(file.GetSize(), 5);
   EXPECT_EQ(file.Read(buffer, 16), 3);
