@@ -306,7 +306,7 @@ class ListCheck {
     std::vector<std::size_t> lines;
     for (const std::size_t i : order) {
       if (!items_[i].isUsable) continue;
-      usable.push_back(copies[i]);
+      usable.push_back(std::move(copies[i]));
       lines.push_back(items_[i].line);
     }
     CopyCheck check = CheckCopies(std::move(usable), Origin::kList, {taskFile_, list_});

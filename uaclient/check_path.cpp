@@ -118,8 +118,9 @@ Place Describe(const std::wstring& fullPath, std::wstring composed) {
     return place;
   }
   SetData(place, data);
-  // Of a file the folder above tells where it is, unless its own name is a link or a short one.
-  if (place.isFolder || (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 ||
+  // The folder above tells where it is, unless its own name is a link or a short one. A drive can
+  // stand for a folder of another one.
+  if (IsRoot(fullPath) || (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 ||
       fullPath.find(L'~') != std::wstring::npos) {
     std::wstring real = FinalPath(fullPath);
     if (!real.empty()) place.real = std::move(real);
