@@ -21,13 +21,13 @@ const wchar_t* SeverityName(const Finding& finding) {
   return finding.severity == uaclient::Severity::kError ? L"error" : L"warning";
 }
 
-std::wstring FindingLine(const Finding& finding) {
+std::wstring FindingLine(const Finding& finding, const std::wstring& addition = {}) {
   if (finding.file.empty()) {
     return ErrorLine(SpeaksAgainst(finding) ? finding.text : L"warning: " + finding.text);
   }
   std::wstring place = finding.file.wstring();
   if (finding.line > 0) place += L":" + std::to_wstring(finding.line);
-  return Line(place + L": " + SeverityName(finding) + L": " + finding.text);
+  return Line(place + L": " + SeverityName(finding) + L": " + finding.text + addition);
 }
 
 double Seconds(std::chrono::milliseconds time) {
@@ -135,9 +135,8 @@ Report ReportCheck(const uaclient::TaskFileReport& report) {
   Report text;
   text.exitCode = ExitCodeOf(report);
   for (const Finding& finding : report.findings) {
-    Finding shown = finding;
-    if (finding.harmful) shown.text += L" \"uactl run\" does not start it.";
-    text.output += FindingLine(shown);
+    text.output +=
+        FindingLine(finding, finding.harmful ? L" \"uactl run\" does not start it." : L"");
   }
   for (const Step& step : report.steps) text.output += Line(L"plan: " + step.text);
   if (text.exitCode != kExitRefused && report.steps.empty()) text.output += Line(L"plan: nothing");
