@@ -13,6 +13,7 @@
 #include "corekit/text.h"
 #include "uaclient/check_tree.h"
 #include "uaclient/helper_process.h"
+#include "uaclient/kept_folders.h"
 #include "uaclient/size_text.h"
 #include "uaclient/win32.h"
 
@@ -64,52 +65,6 @@ struct FileIdentity {
   DWORD volume = 0;
   std::uint64_t index = 0;
 };
-
-// A folder that programs or the user's own data live in.
-struct KeptFolder {
-  std::wstring name;
-  std::wstring key;
-  bool isKeptWhole = false;  // what is in it, too
-};
-
-// A text of the registry's part on Windows itself, L"" when there is none.
-std::wstring SystemSetting(const std::wstring& key, const wchar_t* name) {
-  wchar_t text[MAX_PATH] = {};
-  DWORD size = sizeof text;
-  RegGetValueW(HKEY_LOCAL_MACHINE, (L"SOFTWARE\\Microsoft\\" + key).c_str(), name, RRF_RT_REG_SZ,
-               nullptr, text, &size);
-  return text;
-}
-
-// A copy replaces none of these and no folder around one: what it would delete is more than any
-// copy can bring.
-std::vector<KeptFolder> KeptFolders(Places& places) {
-  std::vector<KeptFolder> folders;
-  const auto add = [&](std::wstring name, const std::wstring& path, bool isKeptWhole) {
-    const std::wstring full = IsAbsolute(path) ? FullPath(path) : std::wstring();
-    if (full.empty()) return;
-    folders.push_back({std::move(name), ComparisonKey(places.Look(full).real), isKeptWhole});
-  };
-  wchar_t path[MAX_PATH] = {};
-  if (GetSystemWindowsDirectoryW(path, MAX_PATH) < MAX_PATH) add(L"Windows' folder", path, true);
-  add(L"the calling program's folder", OwnFolder(), false);
-  for (const wchar_t* const variable :
-       {L"SystemRoot", L"ProgramFiles", L"ProgramFiles(x86)", L"ProgramW6432", L"ProgramData",
-        L"PUBLIC", L"USERPROFILE", L"APPDATA", L"LOCALAPPDATA", L"TMP", L"TEMP"}) {
-    std::wstring value(GetEnvironmentVariableW(variable, nullptr, 0), L'\0');
-    value.resize(GetEnvironmentVariableW(variable, value.data(), static_cast<DWORD>(value.size())));
-    add(L"the folder %" + std::wstring(variable) + L"%", value, false);
-  }
-  // Whoever started this process may have left those out.
-  for (const wchar_t* const name : {L"ProgramFilesDir", L"ProgramFilesDir (x86)"}) {
-    add(L"the folder of programs", SystemSetting(L"Windows\\CurrentVersion", name), false);
-  }
-  for (const wchar_t* const name : {L"ProfilesDirectory", L"ProgramData"}) {
-    add(L"a folder of all users", SystemSetting(L"Windows NT\\CurrentVersion\\ProfileList", name),
-        false);
-  }
-  return folders;
-}
 
 // Goes through the items and remembers what those before have changed.
 class Checker {
@@ -568,29 +523,6 @@ std::vector<std::size_t> HelperOrder(const std::vector<CopyItem>& items) {
   std::stable_partition(order.begin(), order.end(),
                         [&](std::size_t item) { return items[item].isFolder; });
   return order;
-}
-
-// The plan as the helper will carry it out.
-Findings CopyPlan::Check() const {
-  if (items_.empty()) {
-    return {{Severity::kError, false, {}, 0, L"The plan is empty; add a file or a folder."}};
-  }
-  std::vector<CopyItem> ordered;
-  const std::vector<std::size_t> order = HelperOrder(items_);
-  ordered.reserve(order.size());
-  for (const std::size_t item : order) ordered.push_back(items_[item]);
-
-  Findings findings;
-  for (CopyRemark& found : CheckCopies(std::move(ordered), Origin::kPlan).remarks) {
-    const bool isError = found.remark.weight >= Weight::kFails;
-    findings.push_back({isError ? Severity::kError : Severity::kWarning,
-                        found.remark.weight == Weight::kHarms,
-                        {},
-                        0,
-                        std::move(found.remark.text),
-                        order[found.item]});
-  }
-  return findings;
 }
 
 }  // namespace uaclient
