@@ -352,6 +352,8 @@ TEST(TaskFileCheck, NamesEachMistake) {
       // Operation lists.
       {std::string("#<root><task/></root>\0<", 23), {"W: NUL byte", "W: empty"}},
       {"#<root><task>\n<i ", {"E:2 not closed"}},
+      {std::string("#\xFF\xFE<\0", 5), {"E:1 UTF-16"}},
+      {std::string("#\xFE\xFF\0<", 5), {"E:1 UTF-16"}},
       {"#" + deep, {"E:1 levels deep"}},
       {"#<Root><task/></Root>", {"E: no element \"root\""}},
       {"#<root><Task/></root>", {"E: no element \"task\""}},

@@ -254,8 +254,7 @@ Result Run(const CopyPlan& plan, const Options& options) {
   result.findings = std::move(findings);
   for (const std::size_t place : order) {
     CopyItem copy = plan.Items()[place];
-    // With both kinds of separators in a path, not all of its missing folders would be made.
-    copy.source.make_preferred();
+    // With both kinds of separators in it, not all of its missing folders would be made.
     copy.destination.make_preferred();
     copies.push_back(copy);
     if (copy.isFolder) copy.source = WithSeparator(copy.source.wstring());
