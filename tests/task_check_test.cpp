@@ -77,7 +77,7 @@ bool Names(const std::wstring& text, const std::filesystem::path& path) {
   return plain(text).find(name.substr(0, name.find_last_not_of('\\') + 1)) != std::string::npos;
 }
 
-std::string Repeated(const std::string& text, int times) {
+std::string Repeated(const std::string& text, std::size_t times) {
   std::string result;
   while (times-- > 0) result += text;
   return result;
@@ -107,6 +107,12 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
   const HMODULE running =
       LoadLibraryExA((folder / "running/x.exe").c_str(), nullptr, LOAD_LIBRARY_AS_IMAGE_RESOURCE);
   const bool hasLinks = MakeFolderLink("../old", folder / "linked/link");
+
+  // A name with which a path below the folder has so many bytes, and a third as many signs.
+  const auto nameUpTo = [&](std::size_t bytes) {
+    const std::size_t length = bytes - root.size();
+    return std::string(length % 3, 'n') + Repeated("日", length / 3);
+  };
 
   const struct {
     std::string items;  // "source>destination", folders with "/" at the end, separated by ","
@@ -148,7 +154,8 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
       {"@f>@a//b", {"W two separators"}},
       {"@f>@Com1.a,@g>@lpt\xC2\xB9", {"E holds \"Com1.a\"", "E holds \"lpt\xC2\xB9\""}},
       {"@f>@com,@g>@comx", {}},
-      {"@s/>@" + Repeated("日", 90) + "/", {"E too long"}},
+      {"@s/>@" + nameUpTo(260), {"E too long"}},
+      {"@s/>@" + nameUpTo(259), {}},
       {"@f>@" + Repeated("日", 90), {}},
       {"@s/>C:/", {"! whole drive"}},
       {"@s/>C:/Windows/System32/", {"! lies in Windows"}},
@@ -293,6 +300,7 @@ TEST(TaskFileCheck, NamesEachMistake) {
         "W3 put right"}},
       {"[Task]\ntype = 1\n", {"W2 without blanks", "E no \"type\""}},
       {"[Task]\ntyp=1\n", {"W2 is not the key \"type\"", "E no \"type\""}},
+      {"[Task]\ntypee=1\n", {"W2 is not the key \"type\"", "E no \"type\""}},
       {"[Task]\ntpye=1\nkind=1\n", {"E no \"type\""}},
       {"[Task]\ntype=1\nxmlpth=1\nxml_file=1\n", {"W3 is not the key", "E missing or empty"}},
       {"[Task]\ntype=" + Repeated("7", 201) + "\n", {"E2 \"" + Repeated("7", 200) + "…\" is"}},
