@@ -102,6 +102,7 @@ TEST(ProgressText, TellsShareCountsAndRate) {
       {0, 1, 0, 5, 0, L"0 %, 0 of 1 file, 0 bytes of 5 bytes, 0 bytes/s"},
       {1, 3, 1500, 2000, 500, L"75 %, 1 of 3 files, 1.5 kB of 2.0 kB, 3.0 kB/s"},
       {1, 4, 0, 0, 1000, L"25 %, 1 of 4 files, 0 bytes of 0 bytes, 0 bytes/s"},
+      {1, 1, 5'000'000, 2'000'000'000'000, 1, L"0 %, 1 of 1 file, 5.0 MB of 2.0 TB, 5.0 GB/s"},
       {0, 0, 0, 0, 1000, L"0 %, 0 of 0 files, 0 bytes of 0 bytes, 0 bytes/s"},
   };
   for (const auto& c : kCases) {

@@ -383,7 +383,8 @@ TEST(TaskFileCheck, NamesEachMistake) {
        {"W:1 names a device", "!:1 own source", "W:1 names a device", "!:1 cannot be told"}},
       {"#<root><task>\n<i src='@f' dec='@g' type='file'/></task></root>", {"W:2 no \"key\""}},
       {"#<root><task>\n<i key='1' src='@s/' dec='@g/' type='Dir'/></task></root>",
-       {"W:2 not \"dir\"", "W:2 s/\" ends like", "W:2 g/\" ends like", "W:2 is a folder, but"}},
+       {"W:2 not \"dir\"", "W:2 s/\" ends like", "W:2 g/\" ends like",
+        "W:2 copy; write type=\"dir\" for a"}},
       {"#<root><task>" + item + "\n<i key='1' src='@f' dec='@h' type='file'/></task></root>",
        {"W:2 in line 1 already"}},
       {"#<root><task><i key='9' src='@f' dec='@h' type='file'/>\n<i key='10' src='@f' dec='@i' "
@@ -424,6 +425,7 @@ TEST(TaskFileCheck, NamesEachMistake) {
     if (file[0] == '#') DeleteFileW(Utf8ToWide(folder / "list.xml").c_str());
   }
   EXPECT_FALSE(uaclient::CheckTaskFile(L"none.ini").exists);
+  EXPECT_TRUE(Are(uaclient::CheckTaskFile(Utf8ToWide(root + "s")).findings, {"E cannot read it"}));
 }
 
 // Files made of good and bad pieces, against the helper itself: where it fails the check says why,

@@ -52,7 +52,7 @@ TEST(FileOpTask, WritesItsTaskFile) {
   task.SetParams({{8, "a"}, {9, "b"}});
   EXPECT_FALSE(task.SaveTaskInfos(file));
   EXPECT_EQ(ReadFileBytes(file), "");
-  task.SetParams({{8, "C:/list.xml"}});
+  EXPECT_TRUE(task.SetParams({{8, "C:/list.xml"}}));
   EXPECT_FALSE(task.SaveTaskInfos(folder / "none.ini"));
   EXPECT_TRUE(task.SaveTaskInfos(file));
   EXPECT_EQ(ReadFileBytes(file), "[Task]\r\ntype=1\r\nxml_path=C:/list.xml\r\n");
