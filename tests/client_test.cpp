@@ -157,7 +157,8 @@ TEST_F(Client, NamesWhatDidNotArrive) {
                                            HasSubstr("another program has it open")));
     EXPECT_THAT(reasons[1], HasSubstr("It is not what its source is"));
     EXPECT_THAT(reasons[2], testing::AllOf(testing::StartsWith("\"kept\" is left over"),
-                                           HasSubstr("\"a\" is missing")));
+                                           HasSubstr("\"a\" is missing"),
+                                           testing::EndsWith("\"s\" is missing. And 1 more.")));
     EXPECT_THAT(reasons[3], HasSubstr("\"a\" is missing: its source cannot be read"));
     EXPECT_EQ(reasons[4], "");
     EXPECT_EQ(result.files, 1U);
