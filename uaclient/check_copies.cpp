@@ -57,8 +57,8 @@ struct FileIdentity {
     volume = info.dwVolumeSerialNumber;
     index = std::uint64_t{info.nFileIndexHigh} << 32 | info.nFileIndexLow;
   }
-  bool operator==(const FileIdentity& other) const {
-    return names > 0 && volume == other.volume && index == other.index;
+  bool operator<(const FileIdentity& other) const {
+    return std::tie(volume, index) < std::tie(other.volume, other.index);
   }
 
   DWORD names = 0;  // 0 when it cannot be looked at
@@ -409,6 +409,7 @@ class Checker {
   bool IsAddedTo(const Role& file, const Role& folder) {
     if (items_[file.item].isFolder || !items_[folder.item].isFolder) return false;
     std::wstring below = file.key.substr(folder.key.size());
+    if (below.empty()) return false;
     std::replace(below.begin(), below.end(), kKeySeparator, L'\\');
     const std::size_t name = below.rfind(L'\\', below.size() - 2) + 1;
     const std::wstring source = WithSeparator(FullPath(items_[folder.item].source.native()));
@@ -438,25 +439,32 @@ class Checker {
   }
 
   // A copy over a file that has other names as well changes what these name. Which file it is only
-  // the file itself can tell.
+  // the file itself can tell; each is asked once, however many there are.
   void CheckFilesWithSeveralNames() {
-    for (const auto& [destination, file] : linked_) {
-      for (std::size_t item = 0; item < items_.size(); ++item) {
-        if (items_[item].isFolder) continue;
-        at_ = destination;
-        const std::wstring name = Quoted(items_[destination].destination.native());
-        if (FileIdentity(items_[item].source.native()) == file) {
-          Add(Weight::kHarms, L"The destination " + name + L" is another name of the source " +
-                                  Quoted(items_[item].source.native()) +
-                                  L", which would be changed; choose another destination.");
-        }
-        if (item != destination && FileIdentity(items_[item].destination.native()) == file) {
-          Add(Weight::kHarms, L"The destination " + name + L" is another name of the destination " +
-                                  Quoted(items_[item].destination.native()) +
-                                  L", so that one destroys the other; remove that name.");
-        }
+    if (linked_.empty()) return;
+    std::map<FileIdentity, std::size_t> sources;
+    std::map<FileIdentity, std::size_t> destinations;
+    for (std::size_t item = 0; item < items_.size(); ++item) {
+      if (items_[item].isFolder) continue;
+      sources.try_emplace(FileIdentity(items_[item].source.native()), item);
+    }
+    for (const auto& [item, file] : linked_) {
+      const auto source = sources.find(file);
+      if (source != sources.end()) {
+        AddOtherName(item, L"source ", items_[source->second].source.native());
+      }
+      const auto [earlier, isFirst] = destinations.try_emplace(file, item);
+      if (!isFirst) {
+        AddOtherName(item, L"destination ", items_[earlier->second].destination.native());
       }
     }
+  }
+  void AddOtherName(std::size_t item, const wchar_t* role, const std::wstring& path) {
+    at_ = item;
+    Add(Weight::kHarms, L"The destination " + Quoted(items_[item].destination.native()) +
+                            L" is another name of the " + role + Quoted(path) +
+                            L", which would be changed or lost; remove that name, or choose "
+                            L"another destination.");
   }
 
   void CheckRoom() {
@@ -469,7 +477,7 @@ class Checker {
       at_ = space.item;
       Add(Weight::kDoubt, L"On " + root + L" there is not enough free space for " +
                               BytesInWords(space.needed) +
-                              L"; make room, or choose another place.");
+                              L"; free some, or choose another place.");
     }
   }
 

@@ -64,7 +64,7 @@ Handle HoldFolder(const std::wstring& folder) {
 bool IsPlainFolder(const Handle& folder) {
   BY_HANDLE_FILE_INFORMATION info = {};
   DWORD flags = 0;
-  return folder && GetFileInformationByHandle(folder.get(), &info) &&
+  return GetFileInformationByHandle(folder.get(), &info) &&
          (info.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0 &&
          GetVolumeInformationByHandleW(folder.get(), nullptr, 0, nullptr, nullptr, &flags, nullptr,
                                        0) &&
@@ -98,16 +98,17 @@ Handle MakePrivateFolder(const std::wstring& path, std::wstring& why) {
     return Handle();
   }
   Handle folder = HoldFolder(path);
-  if (!IsPlainFolder(folder)) {
+  if (!folder) {
+    why = L"the folder made in it cannot be opened: " + SystemMessage(GetLastError());
+  } else if (!IsPlainFolder(folder)) {
     why =
         L"its file system keeps no access lists. Set TMP to a folder on a drive of the system's "
         L"own "
         L"kind (NTFS).";
   } else if (!MakeOwn(folder, token, access)) {
     why =
-        L"a folder that was made in it was replaced by another one at once. Set TMP to a folder "
-        L"that "
-        L"only you can change.";
+        L"the folder made in it is not this user's own, or another one has come in its place. Set "
+        L"TMP to a folder that only you can change.";
   } else {
     return folder;
   }

@@ -216,6 +216,19 @@ Result RunJobTask(const std::wstring& name, bool isDeletion, const TaskParams& p
   return result;
 }
 
+// What the helper has done may be less than the files say, or something else than what this process
+// could read of them.
+void CompareWithReport(const TaskFileReport& report, Result& result) {
+  if (result.status != Status::kDone || (!report.helperFails && !report.leavesOut)) return;
+  result.status = Status::kIncomplete;
+  result.reason =
+      report.leavesOut
+          ? L"Not everything in the list was done: the helper leaves items out."
+          : L"The helper reports success, but what it was to do could not be read here, "
+            L"and so nothing is known of it. " +
+                Objection(result.findings)->text;
+}
+
 Result Refused(Findings findings, std::vector<Item> items) {
   Result result;
   result.status = Status::kInvalid;
@@ -295,23 +308,6 @@ Result Run(const JobRemoval& removal, const Options& options) {
   }
   return RunJobTask(removal.name, true, DeletionParams(removal), std::move(findings), options);
 }
-
-namespace {
-
-// What the helper has done may be less than the files say, or something else than what this process
-// could read of them.
-void CompareWithReport(const TaskFileReport& report, Result& result) {
-  if (result.status != Status::kDone || (!report.helperFails && !report.leavesOut)) return;
-  result.status = Status::kIncomplete;
-  result.reason =
-      report.leavesOut
-          ? L"Not everything in the list was done: the helper leaves items out."
-          : L"The helper reports success, but what it was to do could not be read here, "
-            L"and so nothing is known of it. " +
-                Objection(result.findings)->text;
-}
-
-}  // namespace
 
 Result Run(const TaskFile& task, const Options& options) {
   TaskFileReport report = CheckTaskFile(task.path);

@@ -32,7 +32,8 @@ enum class Severity {
 
 struct Finding {
   Severity severity = Severity::kWarning;
-  // Carried out, it would destroy what nobody asked to destroy. Run starts nothing then.
+  // Carried out, it would destroy what nobody asked to destroy, or what it would destroy cannot be
+  // told. Run starts nothing then.
   bool harmful = false;
   std::filesystem::path file;  // the task file or the operation list; empty for a plan or a job
   std::size_t line = 0;        // in that file, from 1; 0 where no line is meant
