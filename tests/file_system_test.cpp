@@ -151,6 +151,18 @@ TEST(CopyTree, DoesNotReachThroughLinksInTheDestination) {
   EXPECT_EQ(ReadTree(folder / "outside/"), TreeOf("kept=k"));
 }
 
+// Wine's links stay, which is a failure then.
+TEST(RemoveTree, RemovesLinksAloneAndOnlyWithFolders) {
+  const TestFolder folder;
+  WriteTree(folder.Path(), TreeOf("outside/kept=k, in/"));
+  if (!MakeFolderLink("../outside", folder / "in/link")) GTEST_SKIP() << "links cannot be made here";
+  for (const int mode : {1, 3, 0}) {
+    const bool removed = Remove(folder / "in/link/", mode);
+    EXPECT_EQ(removed, mode != 0 || !PathExists((folder / "in/link").c_str())) << mode;
+    EXPECT_EQ(ReadTree(folder / "outside/"), TreeOf("kept=k"));
+  }
+}
+
 TEST(RemoveTree, RemovesByMode) {
   // What each mode leaves, and whether the folder itself is left.
   const char* const kLeft[] = {"", "d/, e/", "a=1, d/b=2", "a=1, d/b=2, e/"};

@@ -99,6 +99,7 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
   const FileLock lock(folder / "used");
   WriteFileBytes(folder / "inuse/x", "");
   const FileLock otherLock(folder / "inuse/x");
+  const FileLock noObstacle(folder / "old/x", FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
   WriteFileBytes(folder / "linked/x", "");
   WriteFileBytes(folder / "twin1", "");
   CreateHardLinkA((folder / "twin2").c_str(), (folder / "twin1").c_str(), nullptr);
@@ -354,7 +355,7 @@ TEST(TaskFileCheck, NamesEachMistake) {
       {Replaced(weekly, "WHEN", "2099-01-31T08:00:00Z") + "time_weekday=128\n", {"!9 128 is no"}},
       {Replaced(weekly, "WHEN", "2099-01-31T08:00:00+1:00") + "time_weekday=1\n", {"!4 no date"}},
       {Replaced(weekly, "WHEN", "2099-01-31T08:00:60") + "time_weekday=1\n", {"!4 no date"}},
-      {Replaced(weekly, "WHEN", "2099-01-31T08:00") + "time_weekday=1\n", {"!4 no date"}},
+      {Replaced(weekly, "WHEN", "2099-01-31T08:00:0x") + "time_weekday=1\n", {"!4 no date"}},
       // Operation lists.
       {std::string("#<root><task/></root>\0<", 23), {"W: NUL byte", "W: empty"}},
       {"#<root><task>\n<i ", {"E:2 not closed"}},

@@ -4,6 +4,7 @@
 #include <array>
 #include <boost/lexical_cast.hpp>
 #include <boost/shared_ptr.hpp>
+#include <cctype>
 #include <cstring>
 #include <cwchar>
 #include <functional>
@@ -46,7 +47,7 @@ std::wstring Shown(std::string_view ansi) {
   return Quoted(ansi.size() > kMaxShown ? text + L"…" : text);
 }
 
-char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+int Lower(char c) { return std::tolower(static_cast<unsigned char>(c)); }
 
 // Whether a name is another one in other case, with blanks or quotes around it, or with up to two
 // letters missing, added or wrong (one in a short name).

@@ -27,7 +27,7 @@ template <class Task>
 uaclient::Result RunShowingProgress(const Task& task, uaclient::Options options) {
   StatusLine status;
   options.progress = [&status](const uaclient::Progress& progress) {
-    if (progress.allFiles > 0) status.Show(ProgressText(progress));
+    status.Show(ProgressText(progress));
     return !interrupted;
   };
   SetConsoleCtrlHandler(OnConsoleEvent, TRUE);

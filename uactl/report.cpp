@@ -77,6 +77,7 @@ std::wstring ProgressText(const uaclient::Progress& progress) {
   const auto share = [](std::uint64_t part, std::uint64_t whole) {
     return std::to_wstring(whole == 0 ? 0 : part * 100 / whole) + L" %";
   };
+  if (progress.allFiles == 0) return {};
   if (progress.comparing) return L"comparing with the sources";
   const double seconds = Seconds(progress.elapsed);
   const double rate = seconds > 0 ? static_cast<double>(progress.bytes) / seconds : 0;

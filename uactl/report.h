@@ -22,7 +22,7 @@ struct Report {
 // A line that names what is wrong.
 std::wstring ErrorLine(const std::wstring& text);
 
-// How far the helper is, in one line.
+// How far the helper is, in one line; "" for what has no files.
 std::wstring ProgressText(const uaclient::Progress& progress);
 
 // What became of a run.
