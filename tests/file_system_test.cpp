@@ -155,7 +155,8 @@ TEST(CopyTree, DoesNotReachThroughLinksInTheDestination) {
 TEST(RemoveTree, RemovesLinksAloneAndOnlyWithFolders) {
   const TestFolder folder;
   WriteTree(folder.Path(), TreeOf("outside/kept=k, in/"));
-  if (!MakeFolderLink("../outside", folder / "in/link")) GTEST_SKIP() << "links cannot be made here";
+  if (!MakeFolderLink("../outside", folder / "in/link"))
+    GTEST_SKIP() << "links cannot be made here";
   for (const int mode : {1, 3, 0}) {
     const bool removed = Remove(folder / "in/link/", mode);
     EXPECT_EQ(removed, mode != 0 || !PathExists((folder / "in/link").c_str())) << mode;

@@ -99,7 +99,8 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
   const FileLock lock(folder / "used");
   WriteFileBytes(folder / "inuse/x", "");
   const FileLock otherLock(folder / "inuse/x");
-  const FileLock noObstacle(folder / "old/x", FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+  const FileLock noObstacle(folder / "old/x",
+                            FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
   WriteFileBytes(folder / "linked/x", "");
   WriteFileBytes(folder / "twin1", "");
   CreateHardLinkA((folder / "twin2").c_str(), (folder / "twin1").c_str(), nullptr);
@@ -282,9 +283,17 @@ TEST(TaskFileCheck, NamesEachMistake) {
                              "\nexe_arguments=1\ntime_type=3\ntime_monthday=0\n";
   const std::string deletion = "[Task]\ntype=0\ntask_name=n\n" + numbers + "time_type=0\n";
   const std::string item = "<i key='1' src='@f' dec='@g' type='file'/>";
-  const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {
+  struct Case {
+    std::string file;
+    std::vector<std::string> findings;
+    std::string step = {};  // what one of the steps says, among other things
+  };
+  const Case cases[] = {
       {"#<root><task>" + item + "</task></root>", {}},
-      {"[J]exe_arguments=-a\n", {}},
+      {"[J]exe_arguments=-a\n",
+       {},
+       "registers the job \"n\", in place of an older one: starts \"" + OwnProgram() +
+           "\" with the arguments \"-a\" daily from 2099-01-31T08:00:00 on"},
       {Replaced("[Task]\ntype=0\ntask_name=n ;#\nauthor_name=\"a\"\nruntime=2099-01-31T08:00:00\n"
                 "exe_path=\"P\"\nexe_arguments=\"a\" #b\ntime_type=2\n" +
                     numbers,
@@ -344,14 +353,20 @@ TEST(TaskFileCheck, NamesEachMistake) {
        "arguments=1\n"
        "time_type=4\n" +
            numbers,
-       {"!4 no date", "W5 no program", "!9 monthly"}},
+       {"!4 no date", "W5 no program", "!9 monthly"},
+       "deletes the job \"n\" and does not register it again"},
+      {Replaced(job, "monthday=0", "monthday=1").substr(0, job.size() - 2) + "4\nexe_arguments=1\n",
+       {},
+       "\"1\" monthly from"},
       {"[Task]\ntype=0\nexe_arguments=1\ntime_type=5\n" + numbers,
        {"!4 kind of trigger", "W no name"}},
       {"[D]exe_path=\n", {"! is missing"}},
       {"[D]Exe_path=x\nexe_arguments=\n", {"W7 is not the key", "!8 is empty"}},
       {"[D]exe_arguments=\nexe_arguments=/s\n", {"W8 in line 7 already", "!7 is empty"}},
-      {"[D]author_name=x\n", {"! is missing"}},
-      {Replaced(weekly, "WHEN", "2099-12-31T23:59:59+01:00") + "time_weekday=127\n", {}},
+      {"[D]author_name=x\n", {"! is missing"}, "deletes the job \"n\""},
+      {Replaced(weekly, "WHEN", "2099-12-31T23:59:59+01:00") + "time_weekday=127\n",
+       {},
+       "\"1\" weekly from 2099-12-31T23:59:59+01:00 on"},
       {Replaced(weekly, "WHEN", "2099-01-31T08:00:00Z") + "time_weekday=128\n", {"!9 128 is no"}},
       {Replaced(weekly, "WHEN", "2099-01-31T08:00:00+1:00") + "time_weekday=1\n", {"!4 no date"}},
       {Replaced(weekly, "WHEN", "2099-01-31T08:00:60") + "time_weekday=1\n", {"!4 no date"}},
@@ -411,7 +426,7 @@ TEST(TaskFileCheck, NamesEachMistake) {
            "/' type='dir'/></task></root>",
        {"W:1 too long", "W:1 s\\a\" is not copied", "W:1 s\\b\" is not copied"}},
   };
-  for (const auto& [file, expected] : cases) {
+  for (const auto& [file, expected, step] : cases) {
     SCOPED_TRACE(file.substr(0, 300));
     std::string task =
         file[0] == '#' ? listTask : Replaced(Replaced(file, "[J]", job), "[D]", deletion);
@@ -421,6 +436,10 @@ TEST(TaskFileCheck, NamesEachMistake) {
     EXPECT_TRUE(report.exists);
     EXPECT_EQ(report.helperFails, uaclient::HasErrors(report.findings));
     EXPECT_TRUE(Are(report.findings, expected));
+    EXPECT_TRUE(step.empty() ||
+                std::any_of(report.steps.begin(), report.steps.end(), [&](const auto& one) {
+                  return WideToUtf8(one.text).find(step) != std::string::npos;
+                }));
     if (file[0] == '#') DeleteFileW(Utf8ToWide(folder / "list.xml").c_str());
   }
   EXPECT_FALSE(uaclient::CheckTaskFile(L"none.ini").exists);

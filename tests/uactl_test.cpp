@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <regex>
@@ -303,6 +304,42 @@ TEST_F(Uactl, ChecksAndRunsTaskFiles) {
     RemoveTreeForSure(folder_.Path());
   }
   EXPECT_THAT(Says(2, {"check", file}), HasSubstr(FullPath(file) + ": error: "));
+}
+
+TEST_F(Uactl, TellsProgramsEveryStep) {
+  WriteTree(folder_.Path(), TreeOf("a=aa, d/x=333, d/y/z=1, old/k=4444, over=o"));
+  const std::regex at("@");
+  const std::string root = std::filesystem::absolute(folder_.Path()).generic_string();
+  WriteFileBytes(folder_ / "list.xml",
+                 std::regex_replace("<root><task>"
+                                    "<i key='1' src='@d/' dec='@old/' type='dir'/>"
+                                    "<i key='2' src='@none/' dec='@new/' type='dir'/>"
+                                    "<i key='3' src='@a' dec='@over' type='file'/>"
+                                    "<i key='4' src='@a' dec='@d/n' type='file'/>"
+                                    "</task></root>",
+                                    at, root));
+  WriteFileBytes(folder_ / "task.ini", "[Task]\ntype=1\nxml_path=" + root + "list.xml\n");
+  const char* const expected = R"json([
+      {"kind": "copyFolder", "source": "@d/", "destination": "@old/", "job": "",
+       "files": 2, "bytes": 4, "empties": true, "emptiedFiles": 1, "emptiedBytes": 4,
+       "text": "copies the folder '@d' (2 files, 4 bytes) to '@old' after deleting what is there (1 file, 4 bytes)"},
+      {"kind": "copyFolder", "source": "@none/", "destination": "@new/", "job": "",
+       "files": 0, "bytes": 0, "empties": false, "emptiedFiles": 0, "emptiedBytes": 0,
+       "text": "copies nothing to '@new/'"},
+      {"kind": "copyFile", "source": "@a", "destination": "@over", "job": "",
+       "files": 1, "bytes": 2, "empties": false, "emptiedFiles": 0, "emptiedBytes": 0,
+       "text": "copies the file '@a' (1 file, 2 bytes) to '@over', over the one that is there"},
+      {"kind": "copyFile", "source": "@a", "destination": "@d/n", "job": "",
+       "files": 1, "bytes": 2, "empties": false, "emptiedFiles": 0, "emptiedBytes": 0,
+       "text": "does harm, see above, where it should copy the file '@a' (1 file, 2 bytes) to '@d/n'"}])json";
+  using Json = nlohmann::json;
+  Json json = Json::parse(Says(1, {"check", "--json", folder_ / "task.ini"}), nullptr, false);
+  for (Json& step : json["steps"]) {
+    std::string text = std::regex_replace(step["text"].get<std::string>(), std::regex("\""), "'");
+    std::replace(text.begin(), text.end(), '\\', '/');
+    step["text"] = text;
+  }
+  EXPECT_EQ(json["steps"], Json::parse(std::regex_replace(expected, at, root)));
 }
 
 }  // namespace
