@@ -369,6 +369,14 @@ TEST_F(Client, SchedulesAndUnschedules) {
   const Result missing = uaclient::Run(JobRemoval{job.name}, options_);
   EXPECT_EQ(missing.status, Status::kFailed);
   EXPECT_THAT(Reasons(missing).at(0), HasSubstr("There is no job of that name."));
+  if (!OnWine()) return;  // whose scheduler refuses all but daily jobs
+  job.every = Job::Every::kWeek;
+  job.days = 1;
+  const Result refused = uaclient::Run(job, options_);
+  EXPECT_EQ(refused.status, Status::kFailed);
+  EXPECT_THAT(Reasons(refused).at(0),
+              testing::EndsWith("may be gone. It said: TaskScheduler: Cannot create the "
+                                "trigger,80004001."));
 }
 
 // What is there before the start looks like the finished copy.

@@ -316,6 +316,7 @@ TEST(TaskFileCheck, NamesEachMistake) {
        {"W1 byte-order mark", "W1 whole line a header", "E no section"}},
       {"[Task]\ntype=\"1\"\n", {"W2 quotes", "E2 \"\"1\"\" is unknown"}},
       {"[Task]\ntype=\"\n", {"E2 \"\"\" is unknown"}},
+      {"[Task]\ntype=1\"\n", {"E2 \"1\"\" is unknown"}},
       {"[Task]\ntype=1\nxml_path=@s ; it's\n",
        {"W3 \"; it's\" is no comment", "E3 does not exist"}},
       {"[Task]\ntype=1\nxml_path=@s\n", {"E3 is a folder"}},

@@ -129,7 +129,8 @@ TEST_F(XmlStore, RefusesDeepNesting) {
   // What only looks like the end of an element, or hides its start.
   for (const std::string text :
        {"<!--</a></a></a>-->", "<![CDATA[</a></a></a>]]>", "<?p </a></a></a>?>",
-        "<b c='</a></a></a>'/>", "<b c=\"</a>'</a>\"/>", "<!X </a></a></a '>", "<b></b >"}) {
+        "<b c='</a></a></a>'/>", "<b c=\"</a>'</a>\"/>", "<!X </a></a></a '>", "<b></b >", "<b></>",
+        "<!DOCTYPE a <>"}) {
     EXPECT_EQ(TryLoad(Nested(600, text + Nested(401))), 0) << text;
   }
   // What only looks like elements.

@@ -128,7 +128,8 @@ class ListCheck {
     std::vector<Operation> operations;
     const bool isRead = ReadOperationList(document, operations);
     if (!isRead) report_.helperFails = true;
-    if (!CheckElements(document) || !isRead) return;
+    CheckElements(document);
+    if (!isRead) return;  // with what makes the helper refuse the list named
     DropEqualKeys();
     if (items_.size() != operations.size()) return;  // never so: both follow the same rules
     CheckOrder();
@@ -145,59 +146,49 @@ class ListCheck {
     report_.findings.push_back({Severity::kWarning, false, list_, line, std::move(text)});
   }
 
-  // False when there are no items to speak of.
-  bool CheckElements(const ptree& document) {
+  void CheckElements(const ptree& document) {
     const auto root = document.find(kRootElement);
     if (root == document.not_found()) {
-      Fail(0,
-           L"There is no element \"root\" at the top, in just these letters; write "
-           L"<root><task>…</task></root>.");
-      return false;
+      return Fail(0,
+                  L"There is no element \"root\" at the top, in just these letters; write "
+                  L"<root><task>…</task></root>.");
     }
     const auto task = root->second.find(kTaskElement);
     if (task == root->second.not_found()) {
-      Fail(0,
-           L"There is no element \"task\" in the first \"root\", in just these letters; write "
-           L"<root><task>…</task></root>.");
-      return false;
+      return Fail(0,
+                  L"There is no element \"task\" in the first \"root\", in just these letters; "
+                  L"write <root><task>…</task></root>.");
     }
     const auto count = std::count_if(task->second.begin(), task->second.end(),
                                      [](const auto& child) { return child.first != kAttributes; });
     const bool hasLines = places_.itemLines.size() == static_cast<std::size_t>(count);
     std::size_t number = 0;
-    bool isWhole = true;
     for (const auto& [name, item] : task->second) {
       if (name == kAttributes) continue;
       const std::size_t line = hasLines ? places_.itemLines[number] : 0;
       ++number;
-      isWhole &= CheckElement(name, item, line);
+      CheckElement(name, item, line);
     }
     if (count == 0) Warn(0, L"The list is empty, so nothing is copied; add an item.");
-    return isWhole;
   }
 
-  bool CheckElement(const std::string& name, const ptree& item, std::size_t line) {
+  void CheckElement(const std::string& name, const ptree& item, std::size_t line) {
     const auto attributes = item.find(kAttributes);
     if (name == kComment) {
       Fail(line,
            L"A comment in \"task\" makes the helper refuse the whole list; move it out of "
            L"\"task\".");
-      return false;
-    }
-    if (name.find('.') != std::string::npos) {
+    } else if (name.find('.') != std::string::npos) {
       Fail(line, L"The element's name " + Quoted(Utf8ToWide(name)) +
                      L" holds a dot, which makes the helper refuse the whole list; name it "
                      L"\"item\".");
-      return false;
-    }
-    if (attributes == item.not_found()) {
+    } else if (attributes == item.not_found()) {
       Fail(line,
            L"An element without attributes in \"task\" makes the helper refuse the whole list; "
            L"remove it, or give it key, src, dec and type.");
-      return false;
+    } else {
+      CheckAttributes(attributes->second, line);
     }
-    CheckAttributes(attributes->second, line);
-    return true;
   }
 
   void CheckAttributes(const ptree& attributes, std::size_t line) {
