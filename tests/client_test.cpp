@@ -8,6 +8,7 @@
 
 #include <fstream>
 #include <future>
+#include <regex>
 
 #include "corekit/text.h"
 #include "support.h"
@@ -286,31 +287,41 @@ TEST_F(Client, DoesNothingWhenItIsGivenUpBeforeTheStart) {
 // A list that holds items of which nothing comes, in the order in which the helper goes through it.
 TEST_F(Client, RunsListsOfOthers) {
   const std::string root = WideToUtf8(FullPath(folder_.Path()).generic_wstring());
-  WriteTree(folder_.Path(), TreeOf("f=1, s/a=2, old/x=3"));
-  WriteFileBytes(folder_ / "list.xml", "<root><task><i key='1' src='" + root + "f' dec='" + root +
-                                           "g'/><i key='2' dec='" + root + "h'/><i key='3' src='" +
-                                           root +
-                                           "s/' dec='' type='dir'/><i key='4' src='\xE9' dec='" +
-                                           root + "old/' type='dir'/></task></root>");
+  WriteTree(folder_.Path(), TreeOf("f=1, s/a=2, old/x=3, ro=r, hid=h"));
+  MakeReadOnly(folder_ / "ro");
+  SetFileAttributesW(FullPath(folder_ / "hid").c_str(), FILE_ATTRIBUTE_HIDDEN);
+  WriteFileBytes(folder_ / "list.xml",
+                 std::regex_replace("<root><task><i key='1' src='@f' dec='@g'/>"
+                                    "<i key='2' dec='@h'/>"
+                                    "<i key='3' src='@s/' dec='' type='dir'/>"
+                                    "<i key='4' src='\xE9' dec='@old/' type='dir'/>"
+                                    "<i key='5' src='@f' dec='@ro'/>"
+                                    "<i key='6' src='@f' dec='@hid'/></task></root>",
+                                    std::regex("@"), root));
   WriteFileBytes(folder_ / "task.ini", "[Task]\ntype=1\nxml_path=" + root + "list.xml\n");
   const std::filesystem::path task = FullPath(folder_ / "task.ini");
   std::string steps;
   for (const Step& step : CheckTaskFile(task).steps) {
     steps += WideToUtf8(step.destination.filename().wstring()) + " ";
   }
-  EXPECT_EQ(steps, "  g h ");
+  EXPECT_EQ(steps, "  g h ro hid ");
+  // Wine replaces such files, unless they are open.
+  const FileLock locks[] = {FileLock(folder_ / "ro", FILE_SHARE_READ),
+                            FileLock(folder_ / "hid", FILE_SHARE_READ)};
   const Result result = uaclient::Run(TaskFile{task}, options_);
   EXPECT_EQ(result.status, Status::kIncomplete);
   const std::vector<std::string> reasons = Reasons(result);
-  ASSERT_EQ(reasons.size(), 4U);
+  ASSERT_EQ(reasons.size(), 6U);
   for (const std::size_t folder : {0U, 1U})
     EXPECT_THAT(reasons[folder], HasSubstr("is empty or not UTF-8"));
   EXPECT_EQ(reasons[2], "");
   EXPECT_THAT(reasons[3], HasSubstr("It is missing: its source cannot be read"));
+  EXPECT_THAT(reasons[4], HasSubstr("It is not what its source is: it is read-only"));
+  EXPECT_THAT(reasons[5], HasSubstr("It is not what its source is: it is a hidden or system"));
   EXPECT_EQ(result.files, 1U);
   Tree contents = folder_.Contents();
   contents.erase("list.xml");
-  EXPECT_EQ(contents, TreeOf("f=1, g=1, s/a=2, old/x=3"));
+  EXPECT_EQ(contents, TreeOf("f=1, g=1, s/a=2, old/x=3, ro=r, hid=h"));
 
   // Success of the helper is not all that counts.
   const std::string item = "<i key='1' src='" + root + "f' dec='" + root + "g'/>";
@@ -375,8 +386,8 @@ TEST_F(Client, SchedulesAndUnschedules) {
   const Result refused = uaclient::Run(job, options_);
   EXPECT_EQ(refused.status, Status::kFailed);
   EXPECT_THAT(Reasons(refused).at(0),
-              testing::EndsWith("may be gone. It said: TaskScheduler: Cannot create the "
-                                "trigger,80004001."));
+              testing::MatchesRegex("The helper gave up .exit code 1.. The job .+ may be gone. It "
+                                    "said: TaskScheduler: Cannot create the trigger,80004001."));
 }
 
 // What is there before the start looks like the finished copy.

@@ -96,6 +96,8 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
   MakeReadOnly(folder / "ro");
   WriteFileBytes(folder / ".hidden", "");
   SetFileAttributesA((folder / ".hidden").c_str(), FILE_ATTRIBUTE_HIDDEN);
+  WriteSparseFile(folder / "huge", "", std::int64_t{14} << 40);
+  WriteSparseFile(folder / "huger", "", std::int64_t{14} << 40);
   const FileLock lock(folder / "used");
   WriteFileBytes(folder / "inuse/x", "");
   const FileLock otherLock(folder / "inuse/x");
@@ -120,7 +122,7 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
     std::string items;  // "source>destination", folders with "/" at the end, separated by ","
     std::vector<std::string> findings;
   } kCases[] = {
-      {"@f>@new/f,@g>@new/g,@s/>@p/q/r/", {}},
+      {"@f>@new/f,@g>@new/g,@g>@new/d/g,@s/>@p/q/r/", {}},
       {"@s/>@old/", {"W 2 files, 4 bytes in it are deleted"}},
       {"@none>@a,@none/>@b/", {"E none/\" does not exist", "E none\" does not exist"}},
       {"@s>@a,@f/>@b/", {"E is a file, but", "E is a folder, but"}},
@@ -149,7 +151,7 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
       {"@s/>@inuse/", {"W x\" is to be deleted", "W 1 file, 0 bytes"}},
       {"f>C:g", {"E \"f\" is relative", "E \"C:g\" is relative"}},
       {"@f>@../x", {"E holds \"..\""}},
-      {"@f>@x.,@g>@nul.txt", {"E holds \"x.\"", "E holds \"nul.txt\""}},
+      {"@f>@x.,@g>@nul .txt", {"E holds \"x.\"", "E holds \"nul .txt\""}},
       {"@f>@a:b,@g>@a*", {"E holds \"a:b\"", "E holds \"a*\""}},
       {"@f>@a//b", {"W two separators"}},
       {"@f>@Com1.a,@g>@lpt\xC2\xB9", {"E holds \"Com1.a\"", "E holds \"lpt\xC2\xB9\""}},
@@ -166,6 +168,9 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
       {"@s/>//server/share/", {"! whole drive or share"}},
       {"@f>//?/C:/x", {"E names a device"}},
       {"@f>Q:/x", {"E no drive Q:"}},
+      {"@f>//127.0.0.1/none/x", {"W on another computer", "W cannot be seen"}},
+      {"@huge>@x", {"W need 15.4 TB"}},
+      {"@huge>@huger", {}},
       {"@f>@\xEF\xBF\xBF/", {"E ends like a folder"}},
   };
   for (const auto& [items, expected] : kCases) {
@@ -193,6 +198,20 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
     }
   }
   FreeLibrary(running);
+}
+
+TEST(TaskFileCheck, NamesTheFirstHundredOddLines) {
+  const TestFolder folder;
+  for (const std::size_t count : {100U, 102U}) {
+    WriteFileBytes(folder / "task.ini", "[Task]\n" + Repeated("x\n", count));
+    std::vector<std::string> expected = {"E no \"type\""};
+    for (int line = 2; line <= 101; ++line) {
+      expected.push_back("W" + std::to_string(line) + " is no header");
+    }
+    if (count == 102) expected.push_back("W102 Further such lines");
+    EXPECT_TRUE(Are(uaclient::CheckTaskFile(Utf8ToWide(Absolute(folder)) + L"task.ini").findings,
+                    expected));
+  }
 }
 
 TEST(PlanCheck, RemarksOnTheFirstEntriesOfAFolder) {
@@ -244,6 +263,11 @@ TEST(JobCheck, NamesEachMistake) {
       {[](Job& job) { job.program = L"C:\\windows"; }, {"E is a folder"}},
       {[](Job& job) { job.program = L"C:\\a\xD83D"; },
        {"E half of a surrogate", "E code page lacks"}},
+      {[](Job& job) { job.program = L"C:\\a\xD83D\xD83D\xDE00"; },
+       {"E half of a surrogate", "E code page lacks"}},
+      {[](Job& job) { job.program = L"C:\\a\xDFFF"; },
+       {"E half of a surrogate", "E code page lacks"}},
+      {[](Job& job) { job.program = L"C:\\a\xD83D\xDE00"; }, {"E no program", "E code page lacks"}},
       {[](Job& job) { job.program = L"%ComSpec%"; }, {"E \"%ComSpec%\" holds"}},
       {[](Job& job) { job.arguments = {}; }, {"E no arguments"}},
       {[](Job& job) {
@@ -385,6 +409,10 @@ TEST(TaskFileCheck, NamesEachMistake) {
       {"#<root><task>" + item + "\n<i/></task></root>", {"E:2 without attributes"}},
       {"#<root><task>\n<a.b key='1'/></task></root>", {"E:2 a dot"}},
       {"#<root><task>" + item + "</task>\n<task/></root>", {"W:2 first \"task\""}},
+      {"#<x><task/></x><root><task><i key='0' src='@f' dec='@h'><task/></i>\n<i/></task></root>",
+       {"E:2 without attributes", "W:1 no \"type\""}},
+      {"#<root><task>" + item + "</task></root>\n<x/>\n<root><task><i/></task></root>",
+       {"W:3 first \"task\""}},
       {"#<root><task>\n<i key='1' src='@f' dst='@g' type='file'/></task></root>",
        {"W:2 to \"error of read\" in whatever folder the helper is started in; write it. \"dst\" "
         "is "
@@ -445,6 +473,9 @@ TEST(TaskFileCheck, NamesEachMistake) {
   }
   EXPECT_FALSE(uaclient::CheckTaskFile(L"none.ini").exists);
   EXPECT_TRUE(Are(uaclient::CheckTaskFile(Utf8ToWide(root + "s")).findings, {"E cannot read it"}));
+  WriteFileBytes(folder / "😀", "");
+  EXPECT_TRUE(Are(uaclient::CheckTaskFile(Utf8ToWide(root + "😀")).findings,
+                  {"W name holds characters", "E cannot read it"}));
 }
 
 // Files made of good and bad pieces, against the helper itself: where it fails the check says why,

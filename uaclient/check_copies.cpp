@@ -475,9 +475,11 @@ class Checker {
         continue;
       }
       at_ = space.item;
-      Add(Weight::kDoubt, L"On " + root + L" there is not enough free space for " +
-                              BytesInWords(space.needed) +
-                              L"; free some, or choose another place.");
+      Add(Weight::kDoubt, L"The destination " + Quoted(items_[at_].destination.native()) +
+                              L" does not fit: on " + root + L" the copies need " +
+                              BytesInWords(space.needed) + L", and there are " +
+                              BytesInWords(free.QuadPart + space.freed) +
+                              L" for them; free some, or choose another place.");
     }
   }
 

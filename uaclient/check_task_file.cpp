@@ -141,8 +141,8 @@ class TaskFileCheck {
     report_.findings.push_back({Severity::kWarning, harmful, path_, line, std::move(text)});
   }
   void WarnOfLine(std::size_t line, std::wstring text) {
-    if (++lineFindings_ <= kMaxLineFindings) Warn(line, std::move(text));
-    if (lineFindings_ == kMaxLineFindings) Warn(line, L"Further such lines are not named.");
+    if (++lineFindings_ <= kMaxLineFindings) return Warn(line, std::move(text));
+    if (lineFindings_ == kMaxLineFindings + 1) Warn(line, L"Further such lines are not named.");
   }
 
   // The helper finds the file by its whole name, but reads it by the name in the code page.
@@ -169,9 +169,7 @@ class TaskFileCheck {
            L"A byte-order mark is part of the first line, which so is none that it seems; save "
            L"the file without it.");
     }
-    const bool isWide =
-        text->compare(0, 2, "\xFF\xFE") == 0 || text->compare(0, 2, "\xFE\xFF") == 0;
-    if (isWide || text->find('\0') != std::string::npos) {
+    if (text->find('\0') != std::string::npos) {
       Warn(1, L"The file is in UTF-16, or holds NUL bytes; save it in the system's code page.");
     }
     if (EndsAtControlZ()) {
@@ -506,7 +504,6 @@ TaskFileReport CheckTaskFile(const std::filesystem::path& taskFile) {
     check.Check();
   } catch (const std::bad_alloc&) {
     // The helper, too, answers 1 then.
-    report.steps.clear();
     check.Fail(0, L"It takes more memory than there is; use smaller files.");
   }
   if (report.helperFails) {
