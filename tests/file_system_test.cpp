@@ -299,6 +299,7 @@ TEST(FormatWidePath, CutsAtTheCapacity) {
   }
   EXPECT_EQ(FormatWidePath(nullptr, 6, L"x"), -1);
   EXPECT_EQ(FormatWidePath(buffer, 0, L"x"), -1);
+  EXPECT_EQ(FormatWidePath(buffer, 1, L""), 0);
 }
 
 TEST(DeleteFileOrSchedule, TakesAMissingFileForDeleted) {

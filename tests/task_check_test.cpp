@@ -112,6 +112,18 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
       LoadLibraryExA((folder / "running/x.exe").c_str(), nullptr, LOAD_LIBRARY_AS_IMAGE_RESOURCE);
   const bool hasLinks = MakeFolderLink("../old", folder / "linked/link");
 
+  // Only Wine lets such a name be made, for it has those of the system below.
+  const std::string plainName = folder / "odd/plain";
+  const std::string oddName = folder / "odd/x.";
+  const auto hasPlainName = [&] { return PathExists(plainName.c_str()); };
+  WriteFileBytes(plainName, "");
+  if (OnWine()) RunUnixProgram("mv " + plainName + " " + oddName, std::not_fn(hasPlainName));
+
+  const auto letters = [](std::size_t count) { return std::string(count, 'n'); };
+  // A name with which a path below the folder has so many units.
+  const auto upTo = [&](std::size_t units) { return letters(units - root.size()); };
+  WriteFileBytes(folder / "fits/" + letters(11), "");
+  WriteFileBytes(folder / "fitsnot/" + letters(12), "");
   // A name with which a path below the folder has so many bytes, and a third as many signs.
   const auto nameUpTo = [&](std::size_t bytes) {
     const std::size_t length = bytes - root.size();
@@ -158,6 +170,16 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
       {"@f>@com,@g>@comx", {}},
       {"@s/>@" + nameUpTo(260), {"E too long"}},
       {"@s/>@" + nameUpTo(259), {}},
+      {"@s/>@" + nameUpTo(259) + "/", {}},
+      {"@f>@" + upTo(259), {}},
+      {"@f>@" + upTo(260), {"E too long"}},
+      {"@fits/>@" + upTo(247), {}},
+      {"@fits/>@" + upTo(248), {"E too long", "E is not copied"}},
+      {"@fitsnot/>@" + upTo(247), {"E is not copied"}},
+      {"@s/>@" + upTo(245), {}},
+      {"@s/>@" + upTo(246), {"E s\\d\" is not copied"}},
+      {"@odd/>@a/", {"W x.\" has a name"}},
+      {"@s/>@odd/", {"W x.\" has a name by which", "W 1 file, 0 bytes"}},
       {"@f>@" + Repeated("日", 90), {}},
       {"@s/>C:/", {"! whole drive"}},
       {"@s/>C:/Windows/System32/", {"! lies in Windows"}},
@@ -176,6 +198,7 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
   for (const auto& [items, expected] : kCases) {
     SCOPED_TRACE(items);
     if (!hasLinks && items.find("linked") != std::string::npos) continue;
+    if (!OnWine() && items.find("odd") != std::string::npos) continue;
     uaclient::CopyPlan plan;
     const std::regex item("([^>,]*)>([^>,]*)");
     const std::string text = Replaced(items, "@", root);
@@ -197,6 +220,7 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
       EXPECT_TRUE(Names(finding.text, meant.source) || Names(finding.text, meant.destination));
     }
   }
+  if (OnWine()) RunUnixProgram("mv " + oddName + " " + plainName, hasPlainName);
   FreeLibrary(running);
 }
 
@@ -292,6 +316,7 @@ TEST(TaskFileCheck, NamesEachMistake) {
   const std::string root = Absolute(folder);
   WriteTree(folder.Path(), TreeOf("f=1, s/a=1, s/b/c=2, old/x=333, ro=, used=, read="));
   MakeReadOnly(folder / "ro");
+  WriteSparseFile(folder / "large", "<a/>", std::int64_t{1} << 31);
   const FileLock lock(folder / "used");
   const FileLock readLock(folder / "read", FILE_SHARE_READ);
   std::string deep;
@@ -345,6 +370,8 @@ TEST(TaskFileCheck, NamesEachMistake) {
        {"W3 \"; it's\" is no comment", "E3 does not exist"}},
       {"[Task]\ntype=1\nxml_path=@s\n", {"E3 is a folder"}},
       {"[Task]\ntype=1\nxml_path=@used\n", {"!3 cannot be opened"}},
+      {"[Task]\ntype=1\nxml_path=@large\n", {"E3 has 2 GiB or more"}},
+      {"[Task]\ntype=1\nxml_path=C:/nul\n", {"E3 is a device"}},
       {std::string("\xFF\xFE[\0T\0]\0\n\0", 10),
        {"W1 UTF-16", "W1 whole line a header", "W2 line break", "E no section"}},
       {"[task]\nType=7\n", {"W1 is not \"Task\"", "E no section"}},
@@ -423,7 +450,8 @@ TEST(TaskFileCheck, NamesEachMistake) {
        {"W:1 is relative", "!:1 depends on the folder"}},
       {"#<root><task><i key='1' src='@s/' dec='//./@s/' type='dir'/>"
        "<i key='2' src='@old/' dec='\\??\\Volume{1}\\s' type='dir'/></task></root>",
-       {"W:1 names a device", "!:1 own source", "W:1 names a device", "!:1 cannot be told"}},
+       {"W:1 names a device", "!:1 own source", "W:1 names a device", "!:1 cannot be told"},
+       "does harm, see above, where it should copy the folder"},
       {"#<root><task>\n<i src='@f' dec='@g' type='file'/></task></root>", {"W:2 no \"key\""}},
       {"#<root><task>\n<i key='1' src='@s/' dec='@g/' type='Dir'/></task></root>",
        {"W:2 not \"dir\"", "W:2 s/\" ends like", "W:2 g/\" ends like",
@@ -431,8 +459,16 @@ TEST(TaskFileCheck, NamesEachMistake) {
       {"#<root><task>" + item + "\n<i key='1' src='@f' dec='@h' type='file'/></task></root>",
        {"W:2 in line 1 already"}},
       {"#<root><task><i key='9' src='@f' dec='@h' type='file'/>\n<i key='10' src='@f' dec='@i' "
-       "type='file'/></task></root>",
-       {"W:1 comes after \"10\""}},
+       "type='file'/><i key='8' src='@f' dec='@j' type='file'/></task></root>",
+       {"W:2 comes after \"10\""}},
+      {"#<root><task><i key='' src='@f' dec='@h' type='file'/><i key='7' src='@f' dec='@i' "
+       "type='file'/><i key='9999999999999999999' src='@f' dec='@j' type='file'/>"
+       "<i key='8a' src='@f' dec='@k' type='file'/></task></root>",
+       {}},
+      {"#<root><task><i key='1' src='@f' src='@s' src='@s' dec='@h' type='file'/></task></root>",
+       {"W:1 \"src\" stands twice"}},
+      {"#<root><task><i key='1' src='@f' dec='@h&#0;x' type='file'/></task></root>",
+       {"W:1 \"dec\" holds a NUL"}},
       {"#<root><task><i key='1' src='\xE9' dec='@h' type='file'/></task></root>",
        {"W:1 not UTF-8"}},
       {"#<root><task><i key='1' src='@none' dec='@h' type='file'/></task></root>",
@@ -448,12 +484,14 @@ TEST(TaskFileCheck, NamesEachMistake) {
       {"#<root><task>\n\n<i key='1' src='@s/b/' dec='@s/' type='dir'/></task></root>",
        {"!:3 own source"}},
       {"#<root><task><i key='1' src='@s/' dec='C:/' type='dir'/></task></root>",
-       {"!:1 whole drive"}},
+       {"!:1 whole drive"},
+       "does harm, see above, where it should copy to \"C:/\""},
       {"#<root><task><i key='1' src='@s/' dec='@p\\q\\r' type='dir'/></task></root>",
        {"W:1 mixes"}},
       {"#<root><task><i key='1' src='@s/' dec='@" + std::string(250, 'n') +
            "/' type='dir'/></task></root>",
-       {"W:1 too long", "W:1 s\\a\" is not copied", "W:1 s\\b\" is not copied"}},
+       {"W:1 too long", "W:1 s\\a\" is not copied", "W:1 s\\b\" is not copied"},
+       "does not copy, or not wholly, see above, the folder"},
   };
   for (const auto& [file, expected, step] : cases) {
     SCOPED_TRACE(file.substr(0, 300));

@@ -114,6 +114,10 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"copy P a P", "DESTINATION of \"" + kProgram},
       {"copy -x . a", "\"-x\""},
       {"copy --timeout 0 P a", "\"0\""},
+      {"copy --timeout 86401 P a", "\"86401\""},
+      {"copy --timeout 99999999999 P a", "\"99999999999\""},
+      {"copy - a", "\"" + FullPath("-") + "\" does not exist"},
+      {"copy \\\\?\\C:\\none a", "\"\\\\?\\C:\\none\" does not exist"},
       {"copy -- . a", "\"--\""},
       {"copy P a --dry-run", "\".\\--dry-run\""},
       {"copy *.txt a", "not expanded"},
@@ -165,9 +169,14 @@ TEST_F(Uactl, ReadsTimesDaysAndArguments) {
     EXPECT_TRUE(job.every == c.every && job.hour * 60 + job.minute == c.minutes) << c.line;
     EXPECT_EQ(job.days, c.days) << c.line;
   }
+  const Arguments copy = ReadArguments(
+      {L"copy", Utf8ToWide(kProgram), L"//127.0.0.1/none/./x", L"C:/none/../windows/", L"b"});
+  const auto& items = std::get<uaclient::CopyPlan>(copy.request).Items();
+  EXPECT_EQ(items.at(0).destination, L"\\\\127.0.0.1\\none\\x");
+  EXPECT_EQ(items.at(1).source, L"C:\\windows\\");
   const Arguments run =
-      ReadArguments({L"run", L"--timeout", L"90", L"--fast", Utf8ToWide(kProgram)});
-  EXPECT_EQ(run.options.timeout, std::chrono::seconds(90));
+      ReadArguments({L"run", L"--timeout", L"86400", L"--fast", Utf8ToWide(kProgram)});
+  EXPECT_EQ(run.options.timeout, std::chrono::hours(24));
   EXPECT_EQ(run.options.comparison, uaclient::Comparison::kSizeAndTime);
 }
 

@@ -1,5 +1,7 @@
 #include "uactl/arguments.h"
 
+#include <windows.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cwchar>
@@ -112,11 +114,14 @@ std::uint32_t Days(const std::wstring& days, int (*bitOf)(const std::wstring&)) 
   return mask;
 }
 
-// From the drive down. A separator at its end stays.
+// From the drive or share down. A separator at its end stays. Not std::filesystem::absolute,
+// because some libraries' knows no shares, and puts their names below the current drive.
 fs::path FullPath(const std::wstring& path) {
-  std::error_code error;
-  fs::path full = fs::absolute(path, error);
-  if (path.empty() || error) Refuse(path, L"is not the path of a file or folder.");
+  std::wstring full(32768, L'\0');
+  const auto size = static_cast<DWORD>(full.size());
+  const DWORD length = GetFullPathNameW(path.c_str(), size, full.data(), nullptr);
+  if (length == 0 || length >= size) Refuse(path, L"is not the path of a file or folder.");
+  full.resize(length);
   return full;
 }
 
