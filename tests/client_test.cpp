@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <aclapi.h>
 #include <objbase.h>
+#include <sddl.h>
 #include <tlhelp32.h>
 
 #include <fstream>
@@ -106,9 +108,12 @@ TEST_F(Client, RemovesOldFilesOfItsOwn) {
                                   FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   const FILETIME longAgo = {0, 0x01D00000};
   EXPECT_TRUE(SetFileTime(folder.get(), nullptr, nullptr, &longAgo));
+  const std::filesystem::path inUse = tempPath_ / (L"uactask-" + std::wstring(32, L'1'));
+  std::filesystem::create_directory(inUse);
   WriteFileBytes(folder_ / "a", "a");
   AddFile("a", "b");
   EXPECT_EQ(uaclient::Run(plan_, options_).status, Status::kDone);
+  EXPECT_TRUE(std::filesystem::remove(inUse));
 }
 
 TEST_F(Client, PutsItsFilesNowhereElse) {
@@ -165,6 +170,20 @@ TEST_F(Client, NamesWhatDidNotArrive) {
     EXPECT_EQ(result.files, 1U);
     EXPECT_EQ(FullPath(folder_ / "same"), result.items[0].destination);
   }
+}
+
+TEST_F(Client, RefusesAllForOne) {
+  EXPECT_EQ(uaclient::Run(plan_, options_).reason, L"The plan is empty; add a file or a folder.");
+  WriteFileBytes(folder_ / "a", "a");
+  AddFile("a", "b");
+  AddFile("none", "c");
+  const Result result = uaclient::Run(plan_, options_);
+  EXPECT_EQ(result.status, Status::kInvalid);
+  EXPECT_THAT(Reasons(result),
+              testing::ElementsAre(
+                  "Nothing was started: another item was refused.",
+                  testing::MatchesRegex("Nothing was started: The source .* does not exist.")));
+  EXPECT_EQ(folder_.Contents(), TreeOf("a=a"));
 }
 
 TEST_F(Client, NamesLinksThatAreNotFollowed) {
@@ -245,13 +264,29 @@ TEST_F(HangingHelper, IsLeftToItself) {
   }
 }
 
-// Meanwhile nobody can put other files in the place of those that it has been given.
+// The folder's access list, as text.
+std::wstring AccessOf(const std::filesystem::path& folder) {
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  wchar_t* text = nullptr;
+  GetNamedSecurityInfoW(folder.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
+                        nullptr, nullptr, &descriptor);
+  ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1,
+                                                       DACL_SECURITY_INFORMATION, &text, nullptr);
+  std::wstring access = text != nullptr ? text : L"";
+  for (void* memory : {descriptor, static_cast<void*>(text)}) LocalFree(memory);
+  return access;
+}
+
+// Meanwhile nobody can put other files in the place of those that it has been given, and nobody
+// else can read them.
 TEST_F(HangingHelper, IsKilled) {
   options_.progress = [this](const Progress& now) {
     if (now.comparing || now.elapsed.count() == 0) return true;
     for (const auto& folder : std::filesystem::directory_iterator(tempPath_)) {
       EXPECT_FALSE(MoveFileW(folder.path().c_str(), (tempPath_ / L"other").c_str()));
       EXPECT_FALSE(std::ofstream(folder.path() / L"list.xml"));
+      const std::wregex ownOnly(L"D:[PAI]*(\\(A;OICI;FA;;;(SY|BA|LA|S-1-5-21-[-0-9]+)\\))+");
+      EXPECT_TRUE(std::regex_match(AccessOf(folder.path()), ownOnly)) << AccessOf(folder.path());
     }
     return KillHelper();
   };
@@ -334,6 +369,14 @@ TEST_F(Client, RunsListsOfOthers) {
   const Result partial = uaclient::Run(TaskFile{task}, options_);
   EXPECT_EQ(partial.status, Status::kIncomplete);
   EXPECT_THAT(WideToUtf8(partial.reason), HasSubstr("leaves items out"));
+
+  WriteFileBytes(folder_ / "list.xml", "<root><task>" + item + "</task></root>");
+  WriteFileBytes(folder_ / "task.ini", "[Task]\ntype=1\nxml_path=" + root + "list.xml\n");
+  MakeReadOnly(folder_ / "task.ini");
+  const Result kept = uaclient::Run(TaskFile{task}, options_);
+  EXPECT_EQ(kept.status, Status::kDone);
+  EXPECT_THAT(WideToUtf8(kept.reason), HasSubstr("task.ini\" could not be deleted"));
+  ForgetDeletionsAtRestart(folder_.Path().substr(0, folder_.Path().size() - 1) + "\\task.ini");
 }
 
 TEST_F(Client, ServesTwoThreadsAtOnceAndLeavesTheProcessAsItWas) {
@@ -412,10 +455,52 @@ TEST_F(Client, SeesNoProgressInAFolderThatIsStillToBeEmptied) {
   EXPECT_EQ(files(), 0U);
   copy("a");
   EXPECT_EQ(files(), 1U);
+  EXPECT_EQ(watch.Seen().current, FullPath(folder_ / "to/b"));
+  EXPECT_EQ(watch.Seen().bytes, 1U);
+  WriteFileBytes(folder_ / "to/b", "2");  // begun
+  EXPECT_EQ(files(), 1U);
+  EXPECT_EQ(watch.Seen().bytes, 2U);
+  DeleteFileW(FullPath(folder_ / "to/b").c_str());
   copy("c");  // "b" failed
   EXPECT_EQ(files(), 3U);
+  EXPECT_EQ(watch.Seen().bytes, 6U);
+  EXPECT_EQ(watch.Seen().current, "");
   const std::vector<Item> items = watch.Finish([] { return true; });
   EXPECT_THAT(WideToUtf8(items.at(0).reason), testing::StartsWith("\"b\" is missing"));
+}
+
+TEST(ContentComparer, ComparesEveryByte) {
+  const TestFolder folder;
+  const std::string bytes(1 << 20, 'x');
+  const char* const names[] = {"same", "longer", "other end", "other start"};
+  for (const char* name : {"first", "same"}) WriteFileBytes(folder / name, bytes);
+  WriteFileBytes(folder / "longer", bytes + 'x');
+  WriteFileBytes(folder / "other end", bytes.substr(1) + 'y');
+  WriteFileBytes(folder / "other start", 'y' + bytes.substr(1));
+  ContentComparer comparer;
+  const auto compare = [&](const std::string& one, const std::string& other, bool goOn = true) {
+    return comparer.Compare(FullPath(folder / one), FullPath(folder / other),
+                            [goOn] { return goOn; });
+  };
+  for (const std::string name : names) {
+    const Equality expected = name == "same" ? Equality::kEqual : Equality::kDifferent;
+    EXPECT_EQ(compare("first", name), expected) << name;
+    EXPECT_EQ(compare(name, "first"), expected) << name;
+    EXPECT_EQ(compare(name, name), Equality::kEqual) << name;
+  }
+  EXPECT_EQ(compare("first", "same", false), Equality::kStopped);
+  EXPECT_EQ(compare("first", "none"), Equality::kNotRead);
+  EXPECT_EQ(compare("none", "first"), Equality::kNotRead);
+}
+
+TEST(FileState, MatchesWithinTwoSeconds) {
+  const FileState state = {1, 50'000'000};
+  for (const std::uint64_t apart : {0U, 20'000'000U, 20'000'001U}) {
+    const bool matches = apart <= 20'000'000;
+    EXPECT_EQ(state.Matches({1, state.time + apart}), matches);
+    EXPECT_EQ(state.Matches({1, state.time - apart}), matches);
+    EXPECT_FALSE(state.Matches({2, state.time + apart}));
+  }
 }
 
 TEST(JobTask, HandsArgumentsOnAsTheyAreGiven) {
