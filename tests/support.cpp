@@ -61,9 +61,11 @@ Tree TreeOf(const std::string& entries) {
 
 TestFolder::TestFolder() {
   static int count = 0;
-  path_ = "t" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++count) + "/";
-  RemoveTreeForSure(path_);
-  MakeFolders(path_);
+  // A test that was killed may have left folders of the same process number, with links in them.
+  do {
+    path_ = "t" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++count) + "/";
+  } while (!CreateDirectoryW(Widen(path_).c_str(), nullptr) &&
+           GetLastError() == ERROR_ALREADY_EXISTS);
 }
 
 TestFolder::~TestFolder() { RemoveTreeForSure(path_); }
