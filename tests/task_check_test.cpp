@@ -130,6 +130,11 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
     return std::string(length % 3, 'n') + Repeated("日", length / 3);
   };
 
+  // So many that what lies in that folder is no longer looked at one by one.
+  std::string manyInLinked;
+  for (int i = 0; i < 60; ++i) manyInLinked += "@e/>@linked/" + std::to_string(i) + "/,";
+  MakeFolders(folder / "e/");
+
   const struct {
     std::string items;  // "source>destination", folders with "/" at the end, separated by ","
     std::vector<std::string> findings;
@@ -156,6 +161,9 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
       {"@f>@" + Repeated("日", 80) + "/f", {"E is missing, and its path too long"}},
       {"@s/>@running/", {"W x.exe\" is to be deleted", "W 1 file, "}},
       {"@linked/>@a/,@s/>@old/", {"W is a link", "! a link in it leads to", "W 2 files"}},
+      {manyInLinked + "@s/>@linked/link/,@s/>@old/,@e/>@linked/X/",
+       {"W 2 files", "! destroys the other", "W is a link", "W 2 files",
+        "E there is a file already"}},
       {"@f>@p/q/f", {"E more than one is missing"}},
       {"@f>@g/x", {"E there is a file"}},
       {"@f>@ro,@g>@.hidden", {"E is read-only", "E is read-only, hidden"}},
