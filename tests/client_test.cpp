@@ -99,21 +99,26 @@ TEST_F(Client, CopiesWhateverTheTemporaryFolderIsCalled) {
   }
 }
 
-// An application that has ended left them a week ago.
+// An application that has ended left them; those of a day may still be in use.
 TEST_F(Client, RemovesOldFilesOfItsOwn) {
-  const std::filesystem::path left = tempPath_ / (L"uactask-" + std::wstring(32, L'0'));
-  std::filesystem::create_directory(left);
-  WriteFileBytes(WideToUtf8((left / L"list.xml").generic_wstring()), "list");
-  const Handle folder(CreateFileW(left.c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING,
-                                  FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-  const FILETIME longAgo = {0, 0x01D00000};
-  EXPECT_TRUE(SetFileTime(folder.get(), nullptr, nullptr, &longAgo));
-  const std::filesystem::path inUse = tempPath_ / (L"uactask-" + std::wstring(32, L'1'));
-  std::filesystem::create_directory(inUse);
+  const auto leave = [&](wchar_t digit, std::uint64_t hours) {
+    const std::filesystem::path left = tempPath_ / (L"uactask-" + std::wstring(32, digit));
+    std::filesystem::create_directory(left);
+    WriteFileBytes(WideToUtf8((left / L"list.xml").generic_wstring()), "list");
+    const Handle folder(CreateFileW(left.c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING,
+                                    FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    ULARGE_INTEGER time;
+    GetSystemTimeAsFileTime(reinterpret_cast<FILETIME*>(&time));
+    time.QuadPart -= hours * 36'000'000'000;
+    EXPECT_TRUE(SetFileTime(folder.get(), nullptr, nullptr, reinterpret_cast<FILETIME*>(&time)));
+    return left;
+  };
+  leave(L'0', 25);
+  const std::filesystem::path young = leave(L'1', 23);
   WriteFileBytes(folder_ / "a", "a");
   AddFile("a", "b");
   EXPECT_EQ(uaclient::Run(plan_, options_).status, Status::kDone);
-  EXPECT_TRUE(std::filesystem::remove(inUse));
+  EXPECT_EQ(std::filesystem::remove_all(young), 2U);
 }
 
 TEST_F(Client, PutsItsFilesNowhereElse) {
@@ -259,7 +264,7 @@ TEST_F(HangingHelper, IsLeftToItself) {
     };
     const Result result = uaclient::Run(plan_, options_);
     EXPECT_EQ(result.status, Status::kStillRunning);
-    EXPECT_THAT(Reasons(result).at(0), HasSubstr("it goes on"));
+    EXPECT_THAT(Reasons(result).at(0), HasSubstr("it goes on, and its files in \""));
     EXPECT_TRUE(KillHelper());
   }
 }

@@ -438,6 +438,7 @@ TEST(TaskFileCheck, NamesEachMistake) {
       {std::string("#\xFF\xFE<\0", 5), {"E:1 UTF-16"}},
       {std::string("#\xFE\xFF\0<", 5), {"E:1 UTF-16"}},
       {"#" + deep, {"E:1 levels deep"}},
+      {"#", {"E: no element \"root\""}},
       {"#<Root><task/></Root>", {"E: no element \"root\""}},
       {"#<root><Task/></root>", {"E: no element \"task\""}},
       {"#<root><task/></root>", {"W: empty"}},
