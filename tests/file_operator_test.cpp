@@ -181,9 +181,9 @@ TEST_F(FileOperatorTest, ExecutesEverythingFoldersFirst) {
   WriteTree(folder_.Path(), TreeOf("a=file, to/old=o"));
   FileOperatorNomal fileOperator;
   EXPECT_TRUE(fileOperator.Execute()) << "nothing queued";
-  fileOperator.AddFileCopy((folder_ / "a").c_str(), (folder_ / "to/a").c_str());
+  EXPECT_TRUE(fileOperator.AddFileCopy((folder_ / "a").c_str(), (folder_ / "to/a").c_str()));
   fileOperator.AddFileCopy((folder_ / "none").c_str(), (folder_ / "n").c_str());
-  fileOperator.AddDirectoryCopy((folder_ / "none/").c_str(), (folder_ / "m/").c_str());
+  EXPECT_TRUE(fileOperator.AddDirectoryCopy((folder_ / "none/").c_str(), (folder_ / "m/").c_str()));
   fileOperator.AddDirectoryCopy((folder_ / "from/").c_str(), (folder_ / "to/").c_str());
   fileOperator.AddFileCopy((folder_ / "a").c_str(), (folder_ / "last").c_str());
   Tree expected = TreeOf("a=file, last=file, to/a=file, to/2/keep=new, to/bak=new");
@@ -192,7 +192,7 @@ TEST_F(FileOperatorTest, ExecutesEverythingFoldersFirst) {
     EXPECT_FALSE(fileOperator.Execute());
     EXPECT_EQ(folder_.Contents(), expected);
   }
-  fileOperator.ClearOperations();
+  EXPECT_TRUE(fileOperator.ClearOperations());
   EXPECT_TRUE(fileOperator.Execute());
 }
 

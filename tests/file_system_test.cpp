@@ -332,6 +332,8 @@ TEST(JFileTest, ReadsAndWritesWholeFiles) {
 
   ASSERT_TRUE(file.Open(path, JFile::OpenRead | JFile::OpenBinary));
   EXPECT_EQ(file.Read(buffer, 0), 0);
+  EXPECT_EQ(file.Read(nullptr, 1), -1);
+  EXPECT_EQ(file.Read(buffer, -1), -1);
   EXPECT_EQ(file.Read(buffer, 2), 2);
   EXPECT_EQ(file.GetSize(), 5);
   EXPECT_EQ(file.Read(buffer, 16), 3);

@@ -256,10 +256,11 @@ class Checker {
                    Step& step) {
     step.empties = to.exists || to.isUnseen;
     if (HitsKeptFolder(destination, to)) return;  // too much to be measured
-    Remarks remarks;
+    Remarks inSource;
+    Remarks inEmptied;
     std::vector<std::wstring> links;
     const TreeSize size =
-        MeasureSource(source, destination, origin_ == Origin::kList, remarks, links);
+        MeasureSource(source, destination, origin_ == Origin::kList, inSource, links);
     for (const std::wstring& link : links) {
       roles_.push_back({ComparisonKey(places_.Look(link).real), at_, false, true});
     }
@@ -268,7 +269,7 @@ class Checker {
     step.text = L"copies the folder " + Quoted(source) + L" (" + InWords(size) + L") to " +
                 Quoted(destination);
     if (to.exists) {
-      const TreeSize emptied = MeasureEmptied(destination, remarks);
+      const TreeSize emptied = MeasureEmptied(destination, inEmptied);
       step.emptiedFiles = emptied.files;
       step.emptiedBytes = emptied.bytes;
       step.text += L" after deleting what is there (" + InWords(emptied) + L")";
@@ -278,7 +279,8 @@ class Checker {
       }
     }
     if (to.isUnseen) step.text += L" after deleting what is there";
-    AddAll(std::move(remarks));
+    AddAll(std::move(inSource));
+    AddAll(std::move(inEmptied));
   }
 
   bool HitsKeptFolder(const std::wstring& destination, const Place& to) {

@@ -67,11 +67,11 @@ void Count(const Entry& entry, TreeSize& size) {
   size.bytes += entry.size;
 }
 
-void Shorten(Remarks& remarks, std::size_t before) {
-  const std::size_t added = remarks.size() - before;
-  if (added <= kMaxRemarks) return;
-  remarks.resize(before + kMaxRemarks);
-  remarks.push_back({Weight::kDoubt, L"There are " + std::to_wstring(added - kMaxRemarks) +
+void Shorten(Remarks& remarks) {
+  if (remarks.size() <= kMaxRemarks) return;
+  const std::size_t more = remarks.size() - kMaxRemarks;
+  remarks.resize(kMaxRemarks);
+  remarks.push_back({Weight::kDoubt, L"There are " + std::to_wstring(more) +
                                          L" more such entries in the same folder."});
 }
 
@@ -117,7 +117,6 @@ std::wstring AccessFault(const std::wstring& fullPath, Access access) {
 TreeSize MeasureSource(const std::wstring& folder, const std::wstring& destination, bool openFiles,
                        Remarks& remarks, std::vector<std::wstring>& links) {
   TreeSize size;
-  const std::size_t before = remarks.size();
   const auto remark = RemarkInto(remarks);
   const auto visit = [&](const Entry& entry) {
     if (entry.isLink) {
@@ -149,13 +148,12 @@ TreeSize MeasureSource(const std::wstring& folder, const std::wstring& destinati
     remarks.push_back(
         {Weight::kDoubt, Quoted(path) + L" cannot be listed: " + SystemMessage(error)});
   });
-  Shorten(remarks, before);
+  Shorten(remarks);
   return size;
 }
 
 TreeSize MeasureEmptied(const std::wstring& folder, Remarks& remarks) {
   TreeSize size;
-  const std::size_t before = remarks.size();
   const auto remark = RemarkInto(remarks);
   const auto visit = [&](const Entry& entry) {
     Count(entry, size);
@@ -186,7 +184,7 @@ TreeSize MeasureEmptied(const std::wstring& folder, Remarks& remarks) {
     remarks.push_back({Weight::kDoubt, Quoted(path) + L" cannot be listed, and so not emptied: " +
                                            SystemMessage(error)});
   });
-  Shorten(remarks, before);
+  Shorten(remarks);
   return size;
 }
 

@@ -20,8 +20,8 @@ struct TreeSize {
 enum class Access { kRead, kOverwrite, kDelete };
 std::wstring AccessFault(const std::wstring& fullPath, Access access);
 
-// Walks the whole folder and adds what stands in the way; links are not followed. `openFiles` tries
-// to read each file as well. `links` gets the paths of the links.
+// Walk the whole folder; links are not followed. `remarks`, empty before, gets what stands in the
+// way, `links` the paths of the links. `openFiles` tries to read each file as well.
 TreeSize MeasureSource(const std::wstring& folder, const std::wstring& destination, bool openFiles,
                        Remarks& remarks, std::vector<std::wstring>& links);
 TreeSize MeasureEmptied(const std::wstring& folder, Remarks& remarks);

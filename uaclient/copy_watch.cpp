@@ -44,7 +44,6 @@ std::wstring LikelyCause(const std::wstring& source, const std::wstring& destina
 // A folder's faults as one text: the first ones in words, the others counted.
 class Faults {
  public:
-  bool None() const { return count_ == 0; }
   void Add(const std::wstring& sentence) {
     if (++count_ <= kNamedFaults) text_ += (text_.empty() ? L"" : L" ") + sentence;
   }
