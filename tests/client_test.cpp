@@ -11,6 +11,7 @@
 #include <fstream>
 #include <future>
 #include <regex>
+#include <stdexcept>
 
 #include "corekit/text.h"
 #include "support.h"
@@ -272,6 +273,11 @@ TEST_F(HangingHelper, IsLeftToItself) {
     EXPECT_THAT(Reasons(result).at(0), HasSubstr("it goes on, and its files in \""));
     EXPECT_TRUE(KillHelper());
   }
+  options_.progress = [](const Progress& now) {
+    return now.elapsed.count() == 0 ? true : throw std::runtime_error("enough");
+  };
+  EXPECT_THROW(uaclient::Run(plan_, options_), std::runtime_error);
+  EXPECT_TRUE(KillHelper());
 }
 
 // The folder's access list, as text.
