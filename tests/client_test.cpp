@@ -310,6 +310,12 @@ TEST_F(HangingHelper, IsKilled) {
   EXPECT_EQ(result.status, Status::kFailed);
   EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("ended abnormally"));
   EXPECT_THAT(Reasons(result).at(0), HasSubstr("It is missing"));
+
+  const std::filesystem::path task = FullPath(folder_ / "task.ini");
+  const std::string list = WideToUtf8(FullPath(folder_ / "list.xml").wstring());
+  WriteTree(folder_.Path(), {{"list.xml", "<root><task/></root>"},
+                             {"task.ini", "[Task]\ntype=1\nxml_path=" + list + "\n"}});
+  EXPECT_EQ(uaclient::Run(TaskFile{task}, options_).status, Status::kFailed);
 }
 
 TEST_F(Client, SaysThatThereIsNoHelper) {

@@ -498,6 +498,8 @@ TEST(TaskFileCheck, NamesEachMistake) {
        "does harm, see above, where it should copy to \"C:/\""},
       {"#<root><task><i key='1' src='@s/' dec='@p\\q\\r' type='dir'/></task></root>",
        {"W:1 mixes"}},
+      {"#<root><task><i key='1' src='@s/' dec='@p\\q/r/' type='dir'/></task></root>",
+       {"W:1 mixes"}},
       {"#<root><task><i key='1' src='@s/' dec='@" + std::string(250, 'n') +
            "/' type='dir'/></task></root>",
        {"W:1 too long", "W:1 s\\a\" is not copied", "W:1 s\\b\" is not copied"},
