@@ -252,7 +252,8 @@ class Capture {
 
 }  // namespace
 
-ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments) {
+ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments,
+                         const std::function<void()>& meanwhile) {
   wchar_t self[MAX_PATH] = {};
   GetModuleFileNameW(nullptr, self, MAX_PATH);
   const auto program = std::filesystem::path(self).replace_filename(Widen(name));
@@ -271,6 +272,7 @@ ProgramResult RunProgram(const std::string& name, const std::vector<std::string>
   EXPECT_TRUE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                              &startup, &process))
       << "cannot start " << name << ": error " << GetLastError();
+  if (meanwhile) meanwhile();
   if (WaitForSingleObject(process.hProcess, 30000) != WAIT_OBJECT_0) {
     ADD_FAILURE() << name << " hangs";
     TerminateProcess(process.hProcess, ~0U);

@@ -80,8 +80,9 @@ struct ProgramResult {
 };
 
 // Runs a program that stands beside the test program and waits for it. Fails the test when it takes
-// longer than half a minute.
-ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments);
+// longer than half a minute. `meanwhile` is called when it has been started.
+ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments,
+                         const std::function<void()>& meanwhile = {});
 
 // A file held open while in scope. Others may open it as `share` says (FILE_SHARE_…).
 class FileLock {

@@ -14,6 +14,7 @@
 
 #include "corekit/text.h"
 #include "support.h"
+#include "uaclient/helper_process.h"
 #include "uactl/arguments.h"
 
 namespace {
@@ -46,7 +47,8 @@ class Uactl : public testing::Test {
  protected:
   Uactl() {
     MakeFolders(temp_ / "temp ü/");
-    SetEnvironmentVariableW(L"TMP", Utf8ToWide(FullPath(temp_ / "temp ü")).c_str());
+    tempPath_ = Utf8ToWide(FullPath(temp_ / "temp ü"));
+    SetEnvironmentVariableW(L"TMP", tempPath_.c_str());
   }
   ~Uactl() override { EXPECT_EQ(temp_.Contents(), Tree({{"temp ü/", ""}})); }
 
@@ -88,6 +90,7 @@ class Uactl : public testing::Test {
   }
 
   const TestFolder folder_;
+  std::filesystem::path tempPath_;
 
  private:
   const TestFolder temp_;
@@ -249,6 +252,40 @@ TEST_F(Uactl, RefusesCopiesThatMayNotBeMeant) {
     EXPECT_THAT(Refusal({"copy", "--dry-run", folder_ / "dir", place}), HasSubstr(place));
   }
   EXPECT_THAT(Refusal({"copy", folder_ / "dir", "Q:\\\\"}), HasSubstr("Q:"));
+}
+
+// A helper that hangs, and a console for this process and the command alone, which Ctrl+C reaches
+// both.
+TEST_F(Uactl, StopsWaitingButSaysThatTheHelperGoesOn) {
+  if (!OnWine()) GTEST_SKIP() << "the tests would be cut off from their own console";
+  const std::filesystem::path own = uaclient::OwnFolder();
+  const std::filesystem::path helper = FullPath(folder_ / "uactask.exe");
+  WriteFileBytes(folder_ / "a", "a");
+  std::filesystem::copy_file(own / "uactl.exe", folder_ / "uactl.exe");
+  FreeConsole();
+  AllocConsole();
+  const PHANDLER_ROUTINE goOn = [](DWORD) -> BOOL { return TRUE; };
+  SetConsoleCtrlHandler(goOn, TRUE);
+  for (const std::string timeout : {"1", "30"}) {
+    std::filesystem::copy_file(own / "hanging_helper.exe", helper);
+    const auto interrupt = [&] {
+      if (timeout == "1") return;
+      for (int i = 0; i < 500 && std::filesystem::is_empty(tempPath_); ++i) Sleep(20);
+      EXPECT_TRUE(GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0));
+    };
+    const ProgramResult result =
+        RunProgram(FullPath(folder_ / "uactl.exe"),
+                   {"copy", "--timeout", timeout, folder_ / "a", folder_ / "b"}, interrupt);
+    EXPECT_EQ(result.exitCode, 1U) << timeout;
+    EXPECT_THAT(result.errors, HasSubstr("it goes on, and its files in "));
+    // Without them it ends.
+    for (const auto& left : std::filesystem::directory_iterator(tempPath_)) {
+      std::filesystem::remove_all(left);
+    }
+    for (int i = 0; i < 100 && !DeleteFileW(helper.c_str()); ++i) Sleep(20);
+  }
+  SetConsoleCtrlHandler(goOn, FALSE);
+  FreeConsole();
 }
 
 TEST_F(Uactl, SchedulesAndUnschedules) {

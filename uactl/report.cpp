@@ -74,18 +74,16 @@ const char* KindName(Step::Kind kind) {
 std::wstring ErrorLine(const std::wstring& text) { return Line(L"uactl: " + text); }
 
 std::wstring ProgressText(const uaclient::Progress& progress) {
-  const auto share = [](std::uint64_t part, std::uint64_t whole) {
-    return std::to_wstring(whole == 0 ? 0 : part * 100 / whole) + L" %";
-  };
   if (progress.allFiles == 0) return {};
   if (progress.comparing) return L"comparing with the sources";
   const double seconds = Seconds(progress.elapsed);
   const double rate = seconds > 0 ? static_cast<double>(progress.bytes) / seconds : 0;
-  return (progress.allBytes > 0 ? share(progress.bytes, progress.allBytes)
-                                : share(progress.files, progress.allFiles)) +
-         L", " + std::to_wstring(progress.files) + L" of " + FilesInWords(progress.allFiles) +
-         L", " + BytesInWords(progress.bytes) + L" of " + BytesInWords(progress.allBytes) + L", " +
-         BytesInWords(static_cast<std::uint64_t>(rate)) + L"/s";
+  const std::uint64_t share = progress.allBytes > 0 ? progress.bytes * 100 / progress.allBytes
+                                                    : progress.files * 100 / progress.allFiles;
+  return std::to_wstring(share) + L" %, " + std::to_wstring(progress.files) + L" of " +
+         FilesInWords(progress.allFiles) + L", " + BytesInWords(progress.bytes) + L" of " +
+         BytesInWords(progress.allBytes) + L", " + BytesInWords(static_cast<std::uint64_t>(rate)) +
+         L"/s";
 }
 
 Report ReportRun(const uaclient::Result& result) {
