@@ -149,7 +149,7 @@ TEST(PlanCheck, FindsWhatWouldFailOrDoHarm) {
       {"@s/>@s/", {"! its own source", "W 2 files"}},
       {"@s/>@s/new/", {"! lies in its own source"}},
       {"@s/d/>@s/", {"! holds its own source", "W 2 files"}},
-      {"@s/>@a/,@f>@S/D/n", {"! the source of another item"}},
+      {"@s/>@a/,@s/d/>@b/,@f>@S/D/n", {"! the source of another item, \"@s/d/\""}},
       {"@s/>@a/,@g>@A/b/c,@f>@ab", {"! destroys the other"}},
       {"@f>@a,@g>@A", {"! destroys the other"}},
       {"@s/>@old/,@f>@old/n,@g>@old/d/n", {"W 2 files"}},
