@@ -398,7 +398,8 @@ TEST_F(Client, RunsListsOfOthers) {
   const Result kept = uaclient::Run(TaskFile{task}, options_);
   EXPECT_EQ(kept.status, Status::kDone);
   EXPECT_THAT(WideToUtf8(kept.reason), HasSubstr("task.ini\" could not be deleted"));
-  ForgetDeletionsAtRestart(folder_.Path().substr(0, folder_.Path().size() - 1) + "\\task.ini");
+  EXPECT_TRUE(
+      ForgetDeletionsAtRestart(folder_.Path().substr(0, folder_.Path().size() - 1) + "\\task.ini"));
 }
 
 TEST_F(Client, ServesTwoThreadsAtOnceAndLeavesTheProcessAsItWas) {

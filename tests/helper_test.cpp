@@ -150,7 +150,8 @@ TEST_F(Helper, LeavesAReadOnlyTaskFileToTheNextRestart) {
   SetFileAttributesW(Utf8ToWide(task_).c_str(), FILE_ATTRIBUTE_READONLY);
   EXPECT_EQ(RunOn(task_), 0U);
   EXPECT_EQ(folder_.Contents(), files);
-  ForgetDeletionsAtRestart(folder_.Path().substr(0, folder_.Path().size() - 1) + "\\task.ini");
+  EXPECT_TRUE(
+      ForgetDeletionsAtRestart(folder_.Path().substr(0, folder_.Path().size() - 1) + "\\task.ini"));
 }
 
 }  // namespace

@@ -171,12 +171,12 @@ bool ElevationPrompts() {
   return !OnWine() && elevation.TokenIsElevated == 0;
 }
 
-void ForgetDeletionsAtRestart(const std::string& name) {
+bool ForgetDeletionsAtRestart(const std::string& name) {
   const wchar_t* const key = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
   const wchar_t* const value = L"PendingFileRenameOperations";
   DWORD bytes = 0;
   if (RegGetValueW(HKEY_LOCAL_MACHINE, key, value, RRF_RT_ANY, nullptr, nullptr, &bytes) != 0)
-    return;
+    return false;
   std::wstring list(bytes / sizeof(wchar_t), L'\0');
   RegGetValueW(HKEY_LOCAL_MACHINE, key, value, RRF_RT_ANY, nullptr, list.data(), &bytes);
   // Pairs of texts, each with its zero: a path and its new name, which is empty for a deletion.
@@ -189,7 +189,7 @@ void ForgetDeletionsAtRestart(const std::string& name) {
     at = end;
   }
   HKEY opened = nullptr;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, key, 0, KEY_SET_VALUE, &opened) != 0) return;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, key, 0, KEY_SET_VALUE, &opened) != 0) return false;
   if (kept.empty()) {
     RegDeleteValueW(opened, value);
   } else {
@@ -198,6 +198,7 @@ void ForgetDeletionsAtRestart(const std::string& name) {
                    static_cast<DWORD>(kept.size() * sizeof(wchar_t)));
   }
   RegCloseKey(opened);
+  return kept != list;
 }
 
 bool MakeFolderLink(const std::string& target, const std::string& link) {

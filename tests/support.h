@@ -70,8 +70,9 @@ bool LongPathsWork();
 // Whether starting a program with raised rights would ask somebody.
 bool ElevationPrompts();
 
-// Takes back what was left to the next restart: deletions of files with this in their path.
-void ForgetDeletionsAtRestart(const std::string& name);
+// Takes back what was left to the next restart: deletions of files with this in their path. False
+// when there are none.
+bool ForgetDeletionsAtRestart(const std::string& name);
 
 struct ProgramResult {
   unsigned long exitCode;

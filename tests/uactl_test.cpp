@@ -109,6 +109,8 @@ TEST_F(Uactl, ExplainsItself) {
 
 // Each with what must be named.
 TEST_F(Uactl, RefusesBadArguments) {
+  const std::filesystem::path start = std::filesystem::current_path();
+  std::filesystem::current_path(folder_.Path());
   const std::vector<std::pair<std::string, std::string>> lines = {
       {"", "command"},
       {"remove a", "\"remove\""},
@@ -145,6 +147,7 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"run none.ini", "none.ini\" does not exist"},
       {"run .", "folder"}};
   for (const auto& [line, named] : lines) EXPECT_THAT(Refusal(Words(line)), HasSubstr(named));
+  std::filesystem::current_path(start);
 }
 
 TEST_F(Uactl, ReadsTimesDaysAndArguments) {
@@ -173,7 +176,7 @@ TEST_F(Uactl, ReadsTimesDaysAndArguments) {
     EXPECT_EQ(job.days, c.days) << c.line;
   }
   const Arguments copy = ReadArguments(
-      {L"copy", Utf8ToWide(kProgram), L"//127.0.0.1/none/./x", L"C:/none/../windows/", L"b"});
+      {L"copy", Utf8ToWide(kProgram), L"//127.0.0.1/none/./x", L"C:/none/../windows/", L"Q:/b"});
   const auto& items = std::get<uaclient::CopyPlan>(copy.request).Items();
   EXPECT_EQ(items.at(0).destination, L"\\\\127.0.0.1\\none\\x");
   EXPECT_EQ(items.at(1).source, L"C:\\windows\\");
