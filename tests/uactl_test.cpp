@@ -123,6 +123,7 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"copy --timeout 99999999999 P a", "\"99999999999\""},
       {"copy - a", "\"" + FullPath("-") + "\" does not exist"},
       {"copy \\\\?\\C:\\none a", "\"\\\\?\\C:\\none\" does not exist"},
+      {"copy -- a", "\"--\""},
       {"copy -- . a", "\"--\""},
       {"copy P a --dry-run", "\".\\--dry-run\""},
       {"copy *.txt a", "not expanded"},
