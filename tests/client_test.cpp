@@ -541,7 +541,7 @@ TEST(JobTask, HandsArgumentsOnAsTheyAreGiven) {
     job.every = every;
     const TaskParams params = RegistrationParams(job);
     EXPECT_EQ(params.at(5) + params.at(6) + params.at(7), std::string(kind) + weekdays + monthDays);
-    EXPECT_THAT(params.at(3), testing::EndsWith("T07:00:00"));
+    EXPECT_THAT(params.at(3), testing::MatchesRegex("20\\d\\d-\\d\\d-\\d\\dT07:00:00"));
   }
 }
 
