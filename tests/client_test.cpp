@@ -103,7 +103,7 @@ TEST_F(Client, CopiesWhateverTheTemporaryFolderIsCalled) {
 // An application that has ended left them; those of a day may still be in use.
 TEST_F(Client, RemovesOldFilesOfItsOwn) {
   const auto leave = [&](wchar_t digit, std::uint64_t hours) {
-    const std::filesystem::path left = tempPath_ / (L"uactask-" + std::wstring(32, digit));
+    std::filesystem::path left = tempPath_ / (L"uactask-" + std::wstring(32, digit));
     std::filesystem::create_directory(left);
     WriteFileBytes(WideToUtf8((left / L"list.xml").generic_wstring()), "list");
     const Handle folder(CreateFileW(left.c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING,
@@ -490,6 +490,14 @@ TEST_F(Client, SeesNoProgressInAFolderThatIsStillToBeEmptied) {
   EXPECT_EQ(files(), 3U);
   EXPECT_EQ(watch.Seen().bytes, 6U);
   EXPECT_EQ(watch.Seen().current, "");
+  WriteFileBytes(folder_ / "over", "1");
+  CopyWatch single({{FullPath(folder_ / "from/a"), FullPath(folder_ / "over"), false}},
+                   Comparison::kContent);
+  for (const std::uint64_t seen : {0U, 1U}) {
+    single.Advance();
+    EXPECT_EQ(single.Seen().files, seen);
+    CopyFileW(FullPath(folder_ / "from/a").c_str(), FullPath(folder_ / "over").c_str(), FALSE);
+  }
   const std::vector<Item> items = watch.Finish([] { return true; });
   EXPECT_THAT(WideToUtf8(items.at(0).reason), testing::StartsWith("\"b\" is missing"));
 }

@@ -515,10 +515,9 @@ TEST(TaskFileCheck, NamesEachMistake) {
     EXPECT_TRUE(report.exists);
     EXPECT_EQ(report.helperFails, uaclient::HasErrors(report.findings));
     EXPECT_TRUE(Are(report.findings, expected));
-    EXPECT_TRUE(step.empty() ||
-                std::any_of(report.steps.begin(), report.steps.end(), [&](const auto& one) {
-                  return WideToUtf8(one.text).find(step) != std::string::npos;
-                }));
+    std::string steps;
+    for (const auto& one : report.steps) steps += WideToUtf8(one.text) + "\n";
+    EXPECT_NE(steps.find(step), std::string::npos) << steps;
     if (file[0] == '#') DeleteFileW(Utf8ToWide(folder / "list.xml").c_str());
   }
   EXPECT_FALSE(uaclient::CheckTaskFile(L"none.ini").exists);
