@@ -281,10 +281,10 @@ TEST_F(HangingHelper, IsLeftToItself) {
 }
 
 // The folder's access list, as text.
-std::wstring AccessOf(const std::filesystem::path& folder) {
+std::wstring AccessOf(std::wstring folder) {
   PSECURITY_DESCRIPTOR descriptor = nullptr;
   wchar_t* text = nullptr;
-  GetNamedSecurityInfoW(folder.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
+  GetNamedSecurityInfoW(folder.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
                         nullptr, nullptr, &descriptor);
   ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1,
                                                        DACL_SECURITY_INFORMATION, &text, nullptr);
@@ -302,7 +302,8 @@ TEST_F(HangingHelper, IsKilled) {
       EXPECT_FALSE(MoveFileW(folder.path().c_str(), (tempPath_ / L"other").c_str()));
       EXPECT_FALSE(std::ofstream(folder.path() / L"list.xml"));
       const std::wregex ownOnly(L"D:[PAI]*(\\(A;OICI;FA;;;(SY|BA|LA|S-1-5-21-[-0-9]+)\\))+");
-      EXPECT_TRUE(std::regex_match(AccessOf(folder.path()), ownOnly)) << AccessOf(folder.path());
+      EXPECT_TRUE(std::regex_match(AccessOf(folder.path().wstring()), ownOnly))
+          << AccessOf(folder.path().wstring());
     }
     return KillHelper();
   };
