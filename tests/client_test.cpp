@@ -190,6 +190,10 @@ TEST_F(Client, RefusesAllForOne) {
                   "Nothing was started: another item was refused.",
                   testing::MatchesRegex("Nothing was started: The source .* does not exist.")));
   EXPECT_EQ(folder_.Contents(), TreeOf("a=a"));
+  for (const Result& job :
+       {uaclient::Run(Job{}, options_), uaclient::Run(JobRemoval{}, options_)}) {
+    EXPECT_THAT(Reasons(job), testing::ElementsAre(testing::StartsWith("Nothing was started: ")));
+  }
 }
 
 TEST_F(Client, NamesLinksThatAreNotFollowed) {
