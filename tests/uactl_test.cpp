@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "corekit/text.h"
+#include "fileop/file_system.h"
 #include "support.h"
 #include "uaclient/helper_process.h"
 #include "uactl/arguments.h"
@@ -274,7 +275,8 @@ TEST_F(Uactl, StopsWaitingButSaysThatTheHelperGoesOn) {
     std::filesystem::copy_file(own / "hanging_helper.exe", helper);
     const auto interrupt = [&] {
       if (timeout == "1") return;
-      for (int i = 0; i < 500 && std::filesystem::is_empty(tempPath_); ++i) Sleep(20);
+      for (int i = 0; i < 500 && !PathExists((folder_ / "uactask.exe.runs").c_str()); ++i)
+        Sleep(20);
       EXPECT_TRUE(GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0));
     };
     const ProgramResult result =
