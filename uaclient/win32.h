@@ -22,19 +22,15 @@ class Handle : public std::unique_ptr<std::remove_pointer_t<HANDLE>, HandleClose
 // To read a file from its start to its end, whoever else has it open. Empty when that fails.
 Handle OpenForReading(const std::wstring& path);
 
-// Whether a file is there that this process cannot read now, though the helper perhaps will.
-bool IsClosedToReaders(const std::wstring& path);
-
 // The system's own words for an error, with its number, ending in a full stop.
 std::wstring SystemMessage(DWORD error);
 
-std::wstring WithSeparator(std::wstring folder);
 std::wstring Quoted(const std::wstring& text);
 
 // Whether a folder is there, links to folders included.
 bool IsFolder(const std::wstring& path);
 
-// Whether this process has raised rights already.
-bool IsElevated();
+// Whether this process is elevated already. A variable, so that a test can say what it is not.
+extern bool (*IsElevated)();
 
 }  // namespace uaclient

@@ -1,0 +1,45 @@
+// What a set of copies would do: every file and folder that it brings, what it deletes, and what is
+// wrong with it. Plans and operation lists have this in common; each tree is listed once.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "uaclient/places.h"
+#include "uaclient/uaclient.h"
+#include "uactask/operation_list.h"
+
+namespace uaclient {
+
+// What somebody wrote into a list the helper tries, item by item, so most that is wrong with one is
+// a warning there. A plan is refused for it.
+enum class Origin { kPlan, kList };
+
+// A file or folder that an item brings.
+struct Target {
+  std::size_t item = 0;
+  std::wstring path;  // below the item's source and destination; empty for the item itself
+  bool isFolder = false;
+  FileState state;          // of the source
+  bool lookedDone = false;  // the destination looked like the finished copy before the start
+};
+
+struct Survey {
+  std::vector<CopyItem> items;  // as they were given
+  Findings findings;            // by item
+  std::vector<Step> steps;      // one an item
+  std::vector<Target> targets;  // in the helper's order
+  std::vector<std::wstring> lastDeleted;  // by item: the file that goes last, or ""
+  std::vector<uactask::Operation> operations;  // of a plan: what the helper is to be given
+  std::vector<Claimed> places;  // what the run reads, writes and deletes
+};
+
+// `items` in the helper's order: replaced folders first. Those of a list are files and replaced
+// folders only. An empty path gets a finding of its own.
+Survey SurveyCopies(std::vector<CopyItem> items, Origin origin, const Options& options);
+
+// A file's or folder's whole path. `root` is the item's source or destination.
+std::wstring PathOf(const std::filesystem::path& root, const Target& target);
+
+}  // namespace uaclient
