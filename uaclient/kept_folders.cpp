@@ -2,50 +2,94 @@
 
 #include <windows.h>
 
-#include <utility>
+#include <shlobj.h>
+#include <wrl/client.h>
 
+#include <thread>
+
+#include "uaclient/helper_files.h"
 #include "uaclient/helper_process.h"
+#include "uaclient/path.h"
 
 namespace uaclient {
 namespace {
 
-// A text of the registry's part on Windows itself, L"" when there is none.
-std::wstring SystemSetting(const std::wstring& key, const wchar_t* name) {
-  wchar_t text[MAX_PATH] = {};
-  DWORD size = sizeof text;
-  RegGetValueW(HKEY_LOCAL_MACHINE, (L"SOFTWARE\\Microsoft\\" + key).c_str(), name, RRF_RT_REG_SZ,
-               nullptr, text, &size);
-  return text;
+struct TaskMemory {
+  void operator()(void* memory) const { CoTaskMemFree(memory); }
+};
+template <typename Type>
+using TaskMemoryPointer = std::unique_ptr<Type, TaskMemory>;
+
+// The folders of the system's list, for this user. On a thread of its own, because the caller's may
+// be in any apartment.
+std::vector<std::wstring> SystemsKnownFolders() {
+  std::vector<std::wstring> paths;
+  std::thread([&paths] {
+    const HRESULT com = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    Microsoft::WRL::ComPtr<IKnownFolderManager> manager;
+    KNOWNFOLDERID* list = nullptr;
+    UINT count = 0;
+    if (SUCCEEDED(CoCreateInstance(__uuidof(KnownFolderManager), nullptr, CLSCTX_INPROC_SERVER,
+                                   IID_PPV_ARGS(&manager))) &&
+        SUCCEEDED(manager->GetFolderIds(&list, &count))) {
+      const TaskMemoryPointer<KNOWNFOLDERID> ids(list);
+      for (UINT i = 0; i < count; ++i) {
+        std::wstring path = KnownFolder(ids.get()[i]);
+        if (!path.empty()) paths.push_back(std::move(path));
+      }
+    }
+    manager.Reset();
+    if (SUCCEEDED(com)) CoUninitialize();
+  }).join();
+  return paths;
 }
 
 }  // namespace
 
-std::vector<KeptFolder> KeptFolders(Places& places) {
-  std::vector<KeptFolder> folders;
-  const auto add = [&](std::wstring name, const std::wstring& path, bool isKeptWhole) {
-    const std::wstring full = IsAbsolute(path) ? FullPath(path) : std::wstring();
-    if (full.empty()) return;
-    folders.push_back({std::move(name), ComparisonKey(places.Look(full).real), isKeptWhole});
-  };
-  wchar_t path[MAX_PATH] = {};
-  if (GetSystemWindowsDirectoryW(path, MAX_PATH) < MAX_PATH) add(L"Windows' folder", path, true);
-  add(L"the calling program's folder", OwnFolder(), false);
-  for (const wchar_t* const variable :
-       {L"SystemRoot", L"ProgramFiles", L"ProgramFiles(x86)", L"ProgramW6432", L"ProgramData",
-        L"PUBLIC", L"USERPROFILE", L"APPDATA", L"LOCALAPPDATA", L"TMP", L"TEMP"}) {
-    std::wstring value(GetEnvironmentVariableW(variable, nullptr, 0), L'\0');
-    value.resize(GetEnvironmentVariableW(variable, value.data(), static_cast<DWORD>(value.size())));
-    add(L"the folder %" + std::wstring(variable) + L"%", value, false);
+std::wstring KnownFolder(const KNOWNFOLDERID& id) {
+  wchar_t* text = nullptr;
+  const HRESULT found = SHGetKnownFolderPath(id, KF_FLAG_DONT_VERIFY, nullptr, &text);
+  const TaskMemoryPointer<wchar_t> owner(text);
+  return SUCCEEDED(found) && IsAbsolute(text) ? FullPath(text) : std::wstring();
+}
+
+KeptFolders::KeptFolders(Folders& folders, const Options& options) {
+  for (const std::wstring& path : SystemsKnownFolders()) Keep(folders, path);
+  for (const std::wstring& path :
+       {OwnFolder(), ParentOf(HelperPath(options)), TempFolder()}) {
+    Keep(folders, path);
   }
-  // Whoever started this process may have left those out.
-  for (const wchar_t* const name : {L"ProgramFilesDir", L"ProgramFilesDir (x86)"}) {
-    add(L"the folder of programs", SystemSetting(L"Windows\\CurrentVersion", name), false);
+  wchar_t windows[MAX_PATH] = {};
+  GetSystemWindowsDirectoryW(windows, MAX_PATH);
+  windows_ = folders.At(FullPath(windows)).place;
+  profiles_ = folders.At(KnownFolder(FOLDERID_UserProfiles)).place;
+  std::wstring root = L"A:\\";
+  for (DWORD drives = GetLogicalDrives(); drives != 0; drives >>= 1, ++root[0]) {
+    if ((drives & 1) != 0 && GetDriveTypeW(root.c_str()) != DRIVE_REMOTE) Keep(folders, root);
   }
-  for (const wchar_t* const name : {L"ProfilesDirectory", L"ProgramData"}) {
-    add(L"a folder of all users", SystemSetting(L"Windows NT\\CurrentVersion\\ProfileList", name),
-        false);
+}
+
+void KeptFolders::Keep(Folders& folders, const std::wstring& path) {
+  const std::wstring full = FullPath(path);
+  if (!full.empty()) kept_.push_back({full, folders.At(full).place});
+}
+
+std::wstring KeptFolders::WhyKept(const Folder& folder) const {
+  const Place& place = folder.place;
+  if (IsRoot(folder.path)) return L" is a whole drive or share";
+  const Relation toWindows = Relate(place, windows_);
+  if (toWindows != Relation::kApart) {
+    return toWindows == Relation::kInside ? L" lies in the Windows folder"
+                                          : L" is or holds the Windows folder";
   }
-  return folders;
+  for (const Kept& kept : kept_) {
+    const Relation relation = Relate(place, kept.place);
+    if (relation == Relation::kSame) return L" is " + Quoted(kept.path) + L", which Windows or programs need";
+    if (relation == Relation::kHolds) return L" holds " + Quoted(kept.path);
+  }
+  Place above = place;
+  above.levels.pop_back();
+  return Relate(above, profiles_) == Relation::kSame ? L" is a user's profile" : L"";
 }
 
 }  // namespace uaclient

@@ -1,8 +1,9 @@
 // What the text of a path says by itself.
 #pragma once
 
+#include <windows.h>
+
 #include <cstddef>
-#include <map>
 #include <string>
 
 namespace uaclient {
@@ -12,21 +13,27 @@ namespace uaclient {
 constexpr std::size_t kMaxFilePath = 259;
 constexpr std::size_t kMaxFolderPath = 247;
 
-// Whether the path begins with a drive and a separator, or with a server and a share.
+// Whether the path begins with a drive and a separator, or with a server's name.
 bool IsAbsolute(const std::wstring& path);
+
+// Whether an operation list gives the text back as it was written.
+bool ListCarries(const std::wstring& text);
 
 // What is wrong with the path, whatever there is on the disk; L"" when nothing is. A sentence that
 // begins with the path in quotes, or with `name` where the path is empty.
 std::wstring PathFault(const std::wstring& path, const std::wstring& name);
 
 // The whole path with "\" alone and without a separator at its end, unless it is a root. L"" for
-// what the system takes for no path.
+// what leads elsewhere than from a drive or share on.
 std::wstring FullPath(const std::wstring& path);
 
-// How much of a full path is the drive's root or the share: "C:\", "\\server\share".
-std::size_t RootSize(const std::wstring& fullPath);
+// Whether a full path is a drive's root or a share.
 bool IsRoot(const std::wstring& fullPath);
+
+// Of a full path; a root's is the root.
 std::wstring ParentOf(const std::wstring& fullPath);
+std::wstring NameOf(const std::wstring& fullPath);
+std::wstring RootOf(const std::wstring& fullPath);
 
 // Adds "\" at the end where there is no separator.
 std::wstring WithSeparator(std::wstring folder);
@@ -34,8 +41,11 @@ std::wstring WithSeparator(std::wstring folder);
 // A full path in the form in which Windows sets no limit to its length.
 std::wstring Verbatim(const std::wstring& fullPath);
 
+// The full path by which the system knows what is open; L"" when it cannot say.
+std::wstring FinalPath(HANDLE file);
+
 // Why the elevated helper does not reach the path's drive by this letter, and what to write
-// instead; L"" when it does. A sentence that begins with the drive.
+// instead; L"" when it does.
 std::wstring DriveFault(const std::wstring& fullPath);
 
 }  // namespace uaclient

@@ -8,17 +8,6 @@ Handle OpenForReading(const std::wstring& path) {
                             FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
 }
 
-bool IsClosedToReaders(const std::wstring& path) {
-  if (OpenForReading(path)) return false;
-  const DWORD error = GetLastError();
-  return (error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED) && !IsFolder(path);
-}
-
-std::wstring WithSeparator(std::wstring folder) {
-  if (folder.empty() || (folder.back() != L'\\' && folder.back() != L'/')) folder += L'\\';
-  return folder;
-}
-
 std::wstring Quoted(const std::wstring& text) { return L"\"" + text + L"\""; }
 
 std::wstring SystemMessage(DWORD error) {
@@ -37,7 +26,7 @@ bool IsFolder(const std::wstring& path) {
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
-bool IsElevated() {
+bool (*IsElevated)() = [] {
   HANDLE opened = nullptr;
   if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened)) return false;
   const Handle token(opened);
@@ -45,6 +34,6 @@ bool IsElevated() {
   DWORD size = 0;
   return GetTokenInformation(token.get(), TokenElevation, &elevation, sizeof elevation, &size) &&
          elevation.TokenIsElevated != 0;
-}
+};
 
 }  // namespace uaclient

@@ -1,0 +1,146 @@
+#include "uaclient/path.h"
+
+#include <algorithm>
+#include <cwchar>
+
+#include "corekit/text.h"
+#include "uaclient/win32.h"
+
+namespace uaclient {
+namespace {
+
+constexpr DWORD kMaxUnits = 32768;
+
+bool IsSeparator(wchar_t c) { return c == L'\\' || c == L'/'; }
+
+bool HasDrive(const std::wstring& path) {
+  return path.size() > 1 && path[1] == L':' &&
+         ((path[0] >= L'a' && path[0] <= L'z') || (path[0] >= L'A' && path[0] <= L'Z'));
+}
+
+bool IsNetworkPath(const std::wstring& path) {
+  return path.size() > 2 && IsSeparator(path[0]) && IsSeparator(path[1]) &&
+         !IsSeparator(path[2]) && path[2] != L'?' && path[2] != L'.';
+}
+
+// How much of a full path is the drive's root or the share: "C:\", "\\server\share".
+std::size_t RootSize(const std::wstring& fullPath) {
+  if (!IsNetworkPath(fullPath)) return 3;
+  const std::size_t share = fullPath.find(L'\\', 2);
+  return share == std::wstring::npos ? fullPath.size()
+                                     : std::min(fullPath.find(L'\\', share + 1), fullPath.size());
+}
+
+std::wstring Plain(std::wstring path) {
+  std::replace(path.begin(), path.end(), L'/', L'\\');
+  if (path.size() > RootSize(path) && path.back() == L'\\') path.pop_back();
+  return path;
+}
+
+std::wstring SystemsFullPath(const std::wstring& path) {
+  std::wstring full(kMaxUnits, L'\0');
+  full.resize(GetFullPathNameW(path.c_str(), kMaxUnits, full.data(), nullptr));
+  return full.size() < kMaxUnits ? full : std::wstring();
+}
+
+// `\\?\C:\x` and `\\?\UNC\server\share` as they are usually written.
+std::wstring WithoutPrefix(const std::wstring& path) {
+  if (path.rfind(L"\\\\?\\UNC\\", 0) == 0) return L"\\" + path.substr(7);
+  return path.rfind(L"\\\\?\\", 0) == 0 ? path.substr(4) : path;
+}
+
+}  // namespace
+
+bool IsAbsolute(const std::wstring& path) {
+  return IsNetworkPath(path) || (HasDrive(path) && path.size() > 2 && IsSeparator(path[2]));
+}
+
+bool ListCarries(const std::wstring& text) {
+  return std::none_of(text.begin(), text.end(), [](wchar_t c) { return c < L' '; }) &&
+         Utf8ToWide(WideToUtf8(text)) == text;
+}
+
+std::wstring PathFault(const std::wstring& path, const std::wstring& name) {
+  if (path.empty()) return name + L" is empty. Write the whole path.";
+  if (!ListCarries(path)) {
+    return Quoted(path) +
+           L" holds a control character or half of a surrogate pair, which an operation list "
+           L"cannot carry. Rename it.";
+  }
+  if (!IsAbsolute(path)) {
+    const bool isDevice = !HasDrive(path) && path.find_first_of(L"?.") < 4 && IsSeparator(path[0]);
+    return Quoted(path) +
+           (isDevice ? L" is a device's path, or one that Windows takes as it stands. Write it "
+                       L"from its drive on."
+                     : L" is relative, and the helper may be started in another folder. Write "
+                       L"the whole path.");
+  }
+  const std::wstring full = Plain(SystemsFullPath(path));
+  if (_wcsicmp(full.c_str(), Plain(path).c_str()) == 0) return {};
+  return Quoted(path) + L" is what Windows reads as " + Quoted(full) +
+         L". Write that, or use another name.";
+}
+
+std::wstring FullPath(const std::wstring& path) {
+  if (path.empty()) return {};
+  const bool isKernels = path.rfind(L"\\??\\", 0) == 0;
+  std::wstring full = SystemsFullPath(isKernels ? L"\\\\" + path.substr(2) : path);
+  if (full.rfind(L"\\\\.\\", 0) == 0) full[2] = L'?';
+  full = WithoutPrefix(full);
+  return IsAbsolute(full) ? Plain(full) : std::wstring();
+}
+
+bool IsRoot(const std::wstring& fullPath) { return fullPath.size() <= RootSize(fullPath); }
+
+std::wstring ParentOf(const std::wstring& fullPath) {
+  return fullPath.substr(0, std::max(RootSize(fullPath), fullPath.rfind(L'\\')));
+}
+
+std::wstring NameOf(const std::wstring& fullPath) {
+  return fullPath.substr(IsRoot(fullPath) ? 0 : fullPath.rfind(L'\\') + 1);
+}
+
+std::wstring RootOf(const std::wstring& fullPath) {
+  return fullPath.substr(0, RootSize(fullPath));
+}
+
+std::wstring WithSeparator(std::wstring folder) {
+  if (folder.empty() || !IsSeparator(folder.back())) folder += L'\\';
+  return folder;
+}
+
+std::wstring Verbatim(const std::wstring& fullPath) {
+  return IsNetworkPath(fullPath) ? L"\\\\?\\UNC" + fullPath.substr(1) : L"\\\\?\\" + fullPath;
+}
+
+std::wstring FinalPath(HANDLE file) {
+  std::wstring path(kMaxUnits, L'\0');
+  path.resize(GetFinalPathNameByHandleW(file, path.data(), kMaxUnits, VOLUME_NAME_DOS));
+  path = path.size() < kMaxUnits ? WithoutPrefix(path) : std::wstring();
+  return IsAbsolute(path) ? Plain(path) : std::wstring();
+}
+
+std::wstring DriveFault(const std::wstring& fullPath) {
+  if (!HasDrive(fullPath)) return {};
+  const std::wstring drive = fullPath.substr(0, 2);
+  const UINT type = GetDriveTypeW((drive + L"\\").c_str());
+  if (type == DRIVE_NO_ROOT_DIR) return L"There is no drive " + drive + L". Write one that exists.";
+  if (IsElevated()) return {};  // the helper is so, too, and sees the same drives
+
+  wchar_t device[MAX_PATH] = {};
+  QueryDosDeviceW(drive.c_str(), device, MAX_PATH);
+  const bool isSubstituted = std::wcsncmp(device, L"\\??\\", 4) == 0;
+  if (!isSubstituted && type != DRIVE_REMOTE) return {};
+  const Handle root(CreateFileW((drive + L"\\").c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  const std::wstring real = root ? FinalPath(root.get()) : std::wstring();
+  return L"The drive " + drive + L" is mapped for this user only, and the elevated helper does not " +
+         L"see it. Write " +
+         (!real.empty() && real.compare(0, 2, drive) != 0
+              ? Quoted(WithSeparator(real) + fullPath.substr(std::min<std::size_t>(3, fullPath.size())))
+          : isSubstituted ? Quoted(device + 4)
+                          : std::wstring(L"the share's own path, \\\\server\\share,")) +
+         L" instead.";
+}
+
+}  // namespace uaclient

@@ -1,0 +1,88 @@
+#include "uaclient/tree.h"
+
+#include "fileop/tree_walk.h"
+#include "uaclient/path.h"
+#include "uaclient/win32.h"
+
+namespace uaclient {
+namespace {
+
+constexpr std::uint64_t kTwoSeconds = 20'000'000;
+
+std::uint64_t Join(DWORD high, DWORD low) { return std::uint64_t{high} << 32 | low; }
+
+template <typename Data>
+FileState StateOf(const Data& data) {
+  return {Join(data.nFileSizeHigh, data.nFileSizeLow),
+          Join(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime)};
+}
+
+class Lister {
+ public:
+  Lister(const std::wstring& root, Links links, Tree& tree)
+      : root_(WithSeparator(Verbatim(root))), links_(links), tree_(tree) {}
+
+  // `below` is "" or ends in a separator.
+  void List(const std::wstring& below, bool behindLink) {
+    const DWORD error = ForEachEntry(root_ + below + L"*", [&](const WIN32_FIND_DATAW& data) {
+      Add(below + data.cFileName, EntryOf(data), behindLink);
+      return true;
+    });
+    if (error != 0) tree_.faults.push_back({below.substr(0, below.size() - !below.empty()), error});
+  }
+
+ private:
+  void Add(const std::wstring& path, Entry entry, bool behindLink) {
+    const bool follows = links_ == Links::kFollowedOnce;
+    if (follows && entry.isLink && behindLink) {
+      tree_.faults.push_back({path, 0});
+      return;
+    }
+    if (follows && entry.isLink && !entry.isFolder && !ReadFileState(root_ + path, entry.state)) {
+      tree_.faults.push_back({path, GetLastError()});
+      return;
+    }
+    tree_.entries.push_back({entry, path});
+    if (entry.isFolder && (follows || !entry.isLink)) {
+      List(path + L'\\', behindLink || entry.isLink);
+    }
+  }
+
+  const std::wstring root_;
+  const Links links_;
+  Tree& tree_;
+};
+
+}  // namespace
+
+bool FileState::Matches(const FileState& other) const {
+  const std::uint64_t apart = time > other.time ? time - other.time : other.time - time;
+  return size == other.size && apart <= kTwoSeconds;
+}
+
+Entry EntryOf(const WIN32_FIND_DATAW& data) {
+  Entry entry;
+  entry.attributes = data.dwFileAttributes;
+  entry.isFolder = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+  entry.isLink = IsLinkTag(data.dwFileAttributes, data.dwReserved0);
+  if (!entry.isFolder) entry.state = StateOf(data);
+  return entry;
+}
+
+Tree ListTree(const std::wstring& fullPath, Links links) {
+  Tree tree;
+  Lister(fullPath, links, tree).List({}, false);
+  return tree;
+}
+
+bool ReadFileState(const std::wstring& fullPath, FileState& state) {
+  const Handle file(CreateFileW(fullPath.c_str(), FILE_READ_ATTRIBUTES,
+                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                OPEN_EXISTING, 0, nullptr));
+  BY_HANDLE_FILE_INFORMATION info = {};
+  if (!file || !GetFileInformationByHandle(file.get(), &info)) return false;
+  state = StateOf(info);
+  return true;
+}
+
+}  // namespace uaclient
