@@ -57,7 +57,7 @@ class Lister {
 }  // namespace
 
 bool IsLink(const WIN32_FIND_DATAW& entry) {
-  return IsLinkTag(entry.dwFileAttributes, entry.dwReserved0);
+  return fileop::IsLinkTag(entry.dwFileAttributes, entry.dwReserved0);
 }
 
 bool FileState::Matches(const FileState& other) const {
