@@ -81,8 +81,8 @@ bool ReadRecords(const std::string& file) {
   XMLParse store;
   KeyedRecords records;
   return store.LoadFile(file) != 0 &&
-         ReadKeyedRecords(store.GetTree(), kOperationListPath, records, OperationFieldNames(),
-                          kMissingField) == 0 &&
+         ReadKeyedRecords(store.GetTree(), uactask::kOperationListPath, records,
+                          uactask::OperationFieldNames(), uactask::kMissingField) == 0 &&
          !records.empty();
 }
 

@@ -34,7 +34,6 @@ function(uactask_library name)
   endforeach()
 
   set_property(GLOBAL APPEND PROPERTY UACTASK_LIBRARIES ${target})
-  set_property(GLOBAL APPEND PROPERTY UACTASK_LIBRARY_FOLDERS ${arg_FOLDER})
 endfunction()
 
 # uactask_program(name DESCRIPTION text MAX_SIZE bytes [SOURCES source…] [USES name…] [LINKS library…])

@@ -4,7 +4,6 @@
 include(CMakePackageConfigHelpers)
 
 get_property(libraries GLOBAL PROPERTY UACTASK_LIBRARIES)
-get_property(folders GLOBAL PROPERTY UACTASK_LIBRARY_FOLDERS)
 get_property(programs GLOBAL PROPERTY UACTASK_PROGRAMS)
 set(package_folder lib/cmake/uactask)
 set(docs_folder share/doc/uactask)
@@ -46,15 +45,18 @@ else()
 endif()
 
 install(TARGETS uactask_core ${libraries} EXPORT uactaskTargets ARCHIVE DESTINATION lib COMPONENT development)
-foreach(folder IN LISTS folders)
-  set(headers "*.h")
-  if(folder STREQUAL uaclient) # its other headers are its own
-    set(headers uaclient.h)
-  endif()
-  install(DIRECTORY ${folder} DESTINATION include/uactask COMPONENT development
-    FILES_MATCHING PATTERN ${headers})
+# The other headers are the libraries' own.
+foreach(header IN ITEMS
+    corekit/text.h corekit/trace.h
+    inifile/ini_file.h
+    fileop/file_operator.h fileop/file_system.h fileop/jfile.h
+    xmlstore/keyed_records.h xmlstore/xml_parse.h
+    uactask/exit_codes.h uactask/operation_list.h uactask/task.h uactask/task_factory.h uactask/task_file.h
+    uactask/task_file_op.h uactask/task_runner.h uactask/task_scheduler.h
+    uaclient/uaclient.h)
+  get_filename_component(folder ${header} DIRECTORY)
+  install(FILES ${header} DESTINATION include/uactask/${folder} COMPONENT development)
 endforeach()
-install(DIRECTORY ${PROJECT_BINARY_DIR}/include/ DESTINATION include/uactask COMPONENT development OPTIONAL)
 install(DIRECTORY examples/package/ DESTINATION ${docs_folder}/example COMPONENT development
   FILES_MATCHING PATTERN "CMakeLists.txt" PATTERN "*.cpp")
 

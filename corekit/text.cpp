@@ -36,6 +36,10 @@ std::wstring Utf8ToWide(const std::string& text) {
   return FromCodePage(CP_UTF8, MB_ERR_INVALID_CHARS, text);
 }
 
+namespace corekit {
+
 std::string Utf8ToAnsi(const std::string& text) { return ToCodePage(CP_ACP, Utf8ToWide(text)); }
 
 std::wstring AnsiToWide(const std::string& text) { return FromCodePage(CP_ACP, 0, text); }
+
+}  // namespace corekit

@@ -12,6 +12,8 @@ std::string WideToUtf8(const std::wstring& text);
 // surrogates included) gives L"", as does any other failure.
 std::wstring Utf8ToWide(const std::string& text);
 
+namespace corekit {
+
 // UTF-8 to the ANSI code page. Characters that the code page lacks become its nearest or its
 // default character (usually "?"), so the result may name something else than the input does.
 // Returns "" for text that is not valid UTF-8 and on any other failure.
@@ -19,3 +21,5 @@ std::string Utf8ToAnsi(const std::string& text);
 
 // The ANSI code page to UTF-16. Returns L"" on any failure.
 std::wstring AnsiToWide(const std::string& text);
+
+}  // namespace corekit

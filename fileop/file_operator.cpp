@@ -6,6 +6,9 @@
 
 namespace {
 
+using fileop::Directory;
+using fileop::PathText;
+
 constexpr const char* kSeparators = "/\\";
 
 // Paths that begin so reach the file system as they stand: "/" does not separate in them.
@@ -75,7 +78,7 @@ bool FileOperatorNomal::CopyDirectoryItem(const std::string& source,
   if (IsDirectory(path.c_str()) && !RemoveDirectoryTree(path.c_str(), 0)) return false;
   if (!IsDirectory(path.c_str()) && !CreateDir(path.c_str())) CreateDirTree(path.c_str());
   Directory to(Utf8ToWide(path));
-  return to.IsOpen() && !to.IsLink() && CopyTree(from, to, true);
+  return to.IsOpen() && !to.IsLink() && fileop::CopyTree(from, to, true);
 }
 
 bool FileOperatorNomal::CopyFileItem(const std::string& source,

@@ -11,6 +11,9 @@
 
 namespace {
 
+using fileop::Directory;
+using fileop::PathText;
+
 constexpr std::size_t kMaxPathBytes = 260;
 
 bool CreateAnsiDir(const char* path) {
@@ -38,7 +41,7 @@ std::wstring WidePath(const char* path) { return Utf8ToWide(PathText(path)); }
 
 }  // namespace
 
-std::string PathText(const char* path) { return path != nullptr ? path : ""; }
+std::string fileop::PathText(const char* path) { return path != nullptr ? path : ""; }
 
 bool PathExists(const char* path) { return GetPathAttributes(path) != INVALID_FILE_ATTRIBUTES; }
 
@@ -109,11 +112,11 @@ bool CopyFileTo(const char* source, const char* destination, std::int32_t failIf
 bool CopyDirectoryTree(const char* source, const char* destination, std::int32_t noRecursion) {
   Directory from(WidePath(source));
   Directory to(WidePath(destination));
-  return from.IsOpen() && to.IsOpen() && CopyTree(from, to, noRecursion == 0);
+  return from.IsOpen() && to.IsOpen() && fileop::CopyTree(from, to, noRecursion == 0);
 }
 
 bool RemoveDirectoryTree(const char* directory, std::int32_t mode) {
-  return RemoveTree(WidePath(directory), mode);
+  return fileop::RemoveTree(WidePath(directory), mode);
 }
 
 void SplitPath(const char* path, std::string* fileName, std::string* parent) {

@@ -10,8 +10,12 @@
 #include <cstdint>
 #include <string>
 
+namespace fileop {
+
 // The path as text: "" for a null one.
 std::string PathText(const char* path);
+
+}  // namespace fileop
 
 // True when the file system knows the path, as a file or as a directory.
 bool PathExists(const char* path);

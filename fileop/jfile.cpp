@@ -12,7 +12,7 @@ namespace {
 
 bool Exists(const std::string& ansiPath) {
   boost::system::error_code ignored;
-  return exists(boost::filesystem::status(AnsiToWide(ansiPath), ignored));
+  return exists(boost::filesystem::status(corekit::AnsiToWide(ansiPath), ignored));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include "fileop/file_system.h"
 
+namespace fileop {
 namespace {
 
 constexpr std::size_t kPathUnits = 260;  // the terminator included
@@ -195,3 +196,5 @@ bool RemoveTree(const std::wstring& directory, std::int32_t mode) {
   if (RemovesDirectories(mode)) RemoveDirectoryW(directory.c_str());
   return result;
 }
+
+}  // namespace fileop

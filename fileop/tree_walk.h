@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+namespace fileop {
+
 // Whether attributes and reparse tag are those of a junction or a symbolic link, as opposed to
 // reparse points that hold their own content (files kept in the cloud, for instance). Without a
 // tag, as Wine reports them, they count as links.
@@ -53,3 +55,5 @@ bool CopyTree(Directory& source, Directory& destination, bool recurse);
 
 // Removes by the modes of RemoveDirectoryTree, whose result it gives.
 bool RemoveTree(const std::wstring& directory, std::int32_t mode);
+
+}  // namespace fileop

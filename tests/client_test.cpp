@@ -552,7 +552,7 @@ TEST(JobTask, HandsArgumentsOnAsTheyAreGiven) {
        {std::tuple(Job::Every::kDay, "2", "0", "0"), std::tuple(Job::Every::kWeek, "3", "42", "0"),
         std::tuple(Job::Every::kMonth, "4", "0", "42")}) {
     job.every = every;
-    const TaskParams params = RegistrationParams(job);
+    const uactask::TaskParams params = RegistrationParams(job);
     EXPECT_EQ(params.at(5) + params.at(6) + params.at(7), std::string(kind) + weekdays + monthDays);
     EXPECT_THAT(params.at(3), testing::MatchesRegex("20\\d\\d-\\d\\d-\\d\\dT07:00:00"));
   }

@@ -52,7 +52,7 @@ TEST(Directories, AreNamedInUtf8OrTheCodePage) {
   const TestFolder folder;
   EXPECT_TRUE(CreateDirTree((folder / "ué/").c_str()));
   EXPECT_TRUE(MakeParentDirs((folder / "aé/").c_str()));
-  EXPECT_EQ(folder.Contents(), TreeOf("ué/, " + WideToUtf8(AnsiToWide("aé")) + "/"));
+  EXPECT_EQ(folder.Contents(), TreeOf("ué/, " + WideToUtf8(corekit::AnsiToWide("aé")) + "/"));
 }
 
 TEST(Directories, AreCreatedUpToTheLastSeparator) {

@@ -124,7 +124,7 @@ TEST_F(Helper, CopiesWhatTheListSays) {
 // Which file a name outside ASCII reaches: the task file's goes through the ANSI code page, the
 // list's bytes are taken as they stand in it, the names in the list are UTF-8.
 TEST_F(Helper, FollowsTheCodePageRules) {
-  const std::string misread = WideToUtf8(AnsiToWide("é"));
+  const std::string misread = WideToUtf8(corekit::AnsiToWide("é"));
   WriteFileBytes(folder_ / "sé", "copied");
   const std::string list = "<root><task><i key='1' src='" + folder_ / "sé' dec='" +
                            folder_ / "dé' type='file'/></task></root>";
@@ -134,7 +134,7 @@ TEST_F(Helper, FollowsTheCodePageRules) {
   };
   WriteFileBytes(folder_ / "é.xml", list);
   EXPECT_EQ(run("é.xml"), 1U) << "UTF-8 is not what the list's path is read as";
-  EXPECT_EQ(run(Utf8ToAnsi("é.xml")), 0U);
+  EXPECT_EQ(run(corekit::Utf8ToAnsi("é.xml")), 0U);
   EXPECT_EQ(ReadFileBytes(folder_ / "dé"), "copied");
   WriteFileBytes(folder_ / misread + ".xml", list);
   EXPECT_EQ(run("é.xml"), 0U);

@@ -123,7 +123,7 @@ TEST_F(IniFile, NamesOutsideAsciiDifferBetweenReadingAndWriting) {
   EXPECT_EQ(CIniFile::GetValue("k", "S", folder_ / name), "");
   EXPECT_TRUE(CIniFile::SetValue("k", "v", "S", folder_ / name));
   Tree expected = TreeOf("é.ini=[S]\n, 🎵.ini=[S]\nk=v\n");
-  expected[WideToUtf8(AnsiToWide(name))] = "[S]\r\nk=v\r\n";
+  expected[WideToUtf8(corekit::AnsiToWide(name))] = "[S]\r\nk=v\r\n";
   EXPECT_EQ(folder_.Contents(), expected);
 }
 

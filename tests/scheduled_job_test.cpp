@@ -77,7 +77,7 @@ class ScheduledJob : public testing::Test {
   // Not that of another run of these tests; in ASCII, because Wine makes it a file's name in the
   // locale of whoever started its service.
   const std::string name_ = "uactask test " + std::to_string(GetCurrentProcessId());
-  const _bstr_t wideName_ = AnsiToWide(name_).c_str();
+  const _bstr_t wideName_ = corekit::AnsiToWide(name_).c_str();
   ComPtr<ITaskFolder> root_;
 };
 
@@ -87,7 +87,7 @@ TEST_F(ScheduledJob, IsRegisteredReplacedAndDeleted) {
     // Numbers that are malformed change nothing.
     for (const std::string& file : {Registration("daily", "x"), Deletion("0.0")})
       EXPECT_EQ(RunHelper(file, 1), "");
-    const std::string entry = "<Author>" + WideToUtf8(AnsiToWide(author)) + "</Author>";
+    const std::string entry = "<Author>" + WideToUtf8(corekit::AnsiToWide(author)) + "</Author>";
     EXPECT_PRED_FORMAT2(IsSubstring, entry, Xml());
   }
   for (const char* part : {"id=\"Trigger_Daily\"", "<StartBoundary>2099-01-31T08:00:00<",

@@ -227,12 +227,12 @@ TEST(SchedulerTaskFile, ReadsTextsInTheAnsiCodePage) {
 
 TEST(SchedulerTaskFile, SavesExactlyItsEightParameters) {
   const TestFolder folder;
-  const auto save = [&](const TaskParams& params) {
+  const auto save = [&](const uactask::TaskParams& params) {
     UACTaskScheduler task;
     task.SetParams(params);
     return task.SaveTaskInfos(folder / "task.ini");
   };
-  TaskParams params;
+  uactask::TaskParams params;
   for (int i = 0; i < 8; ++i) params[i] = "a";
   EXPECT_FALSE(save(params)) << "no file";
   WriteFileBytes(folder / "task.ini", "");

@@ -30,16 +30,16 @@ TEST(TaskFactory, MakesTheTwoKinds) {
 TEST(TaskRunner, TakesAVanishedFileForDone) { EXPECT_TRUE(RunTaskFile("none.ini")); }
 
 TEST(OperationList, IsReadAsItWasWritten) {
-  std::vector<Operation> written, read;
+  std::vector<uactask::Operation> written;
   for (int i = 0; i < 11; ++i) written.push_back({"<" + std::to_string(i), "\"é", i % 2 == 0});
   XMLParse store;
-  ASSERT_EQ(store.LoadString(FormatOperationList(written).c_str(), 0), 1);
-  ASSERT_TRUE(ReadOperationList(store.GetTree(), read));
-  ASSERT_EQ(read.size(), written.size());
-  for (std::size_t i = 0; i < read.size(); ++i) {
-    EXPECT_EQ(read[i].source, written[i].source);
-    EXPECT_EQ(read[i].destination, "\"é");
-    EXPECT_EQ(read[i].isFolder, i % 2 == 0);
+  ASSERT_EQ(store.LoadString(uactask::FormatOperationList(written).c_str(), 0), 1);
+  const auto read = uactask::ReadOperationList(store);
+  ASSERT_TRUE(read && read->size() == written.size());
+  for (std::size_t i = 0; i < read->size(); ++i) {
+    EXPECT_EQ((*read)[i].source, written[i].source);
+    EXPECT_EQ((*read)[i].destination, "\"é");
+    EXPECT_EQ((*read)[i].isFolder, i % 2 == 0);
   }
 }
 

@@ -20,15 +20,15 @@ TEST(Text, RefusesInvalidUtf8) {
                            /* surrogates */ "\xED\xA0\x80", "\xED\xB0\x80",
                            /* beyond U+10FFFF */ "\xF4\x90\x80\x80", "\xF8\x88\x80\x80\x80"}) {
     EXPECT_EQ(Utf8ToWide(text), L"") << text;
-    EXPECT_EQ(Utf8ToAnsi(text), "") << text;
+    EXPECT_EQ(corekit::Utf8ToAnsi(text), "") << text;
   }
 }
 
 TEST(Text, AnsiFollowsTheCodePage) {
   const bool chinese = GetACP() == 936;
   if (!chinese && GetACP() != 1252) GTEST_SKIP() << "nothing known about code page " << GetACP();
-  EXPECT_EQ(Utf8ToAnsi("\xC3\xA9\xE4\xB8\xAD"), chinese ? "\xA8\xA6\xD6\xD0" : "\xE9?");
-  EXPECT_EQ(AnsiToWide(chinese ? "\xD6\xD0" : "\xE9"), chinese ? L"\u4E2D" : L"\u00E9");
+  EXPECT_EQ(corekit::Utf8ToAnsi("\xC3\xA9\xE4\xB8\xAD"), chinese ? "\xA8\xA6\xD6\xD0" : "\xE9?");
+  EXPECT_EQ(corekit::AnsiToWide(chinese ? "\xD6\xD0" : "\xE9"), chinese ? L"\u4E2D" : L"\u00E9");
 }
 
 }  // namespace

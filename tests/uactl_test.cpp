@@ -306,7 +306,7 @@ TEST_F(Uactl, SchedulesAndUnschedules) {
 TEST_F(Uactl, ChecksAndRunsTaskFiles) {
   const std::string file = folder_ / "task.ini";
   const std::string list = folder_ / "list.xml";
-  const std::string job = "[Task]\ntype=0\ntask_name=" + Utf8ToAnsi(kJob) +
+  const std::string job = "[Task]\ntype=0\ntask_name=" + corekit::Utf8ToAnsi(kJob) +
                           "\ntime_type=2\ntime_weekday=0\ntime_monthday=0\nexe_path=" + kProgram +
                           "\nruntime=2030-01-01T08:00:00";
   struct Case {

@@ -101,9 +101,9 @@ TEST_F(XmlStore, LoadsAndSaves) {
   EXPECT_NE(ReadFileBytes(file).find("<r x=\"2\">"), std::string::npos);
 
   // Paths are in the code page.
-  EXPECT_EQ(SaveAs(folder_ / Utf8ToAnsi("é/é")), 1);
+  EXPECT_EQ(SaveAs(folder_ / corekit::Utf8ToAnsi("é/é")), 1);
   EXPECT_EQ(ReadFileBytes(folder_ / "é/é"), saved);
-  EXPECT_EQ(LoadFile(folder_ / Utf8ToAnsi("é/é")), 1);
+  EXPECT_EQ(LoadFile(folder_ / corekit::Utf8ToAnsi("é/é")), 1);
   EXPECT_EQ(LoadFile(folder_ / "é/é"), 0);
 }
 
@@ -182,8 +182,9 @@ TEST(XmlNesting, SeesTheDepthThatTheReaderMeets) {
     }
     ++parsed;
     const int depth = Depth(tree);
-    EXPECT_EQ(FindNestedDeeperThan(text.c_str(), depth), nullptr) << text;
-    EXPECT_TRUE(depth == 0 || FindNestedDeeperThan(text.c_str(), depth - 1) != nullptr) << text;
+    EXPECT_EQ(xmlstore::FindNestedDeeperThan(text.c_str(), depth), nullptr) << text;
+    EXPECT_TRUE(depth == 0 || xmlstore::FindNestedDeeperThan(text.c_str(), depth - 1) != nullptr)
+        << text;
   }
   EXPECT_GT(parsed, 1000);
 }

@@ -113,7 +113,7 @@ class ListCheck {
             TaskFileReport& report)
       : list_(std::move(list)), taskFile_(taskFile), report_(report) {}
 
-  void Check(ptree& document, const std::string& text) {
+  void Check(IXMLParse& document, const std::string& text) {
     places_ = FindItems(text.c_str());
     if (text.find('\0') != std::string::npos) {
       Warn(0, L"The list holds a NUL byte, and what follows it is not read; remove it.");
@@ -125,15 +125,14 @@ class ListCheck {
            L"items into it.");
       report_.leavesOut = true;
     }
-    std::vector<Operation> operations;
-    const bool isRead = ReadOperationList(document, operations);
-    if (!isRead) report_.helperFails = true;
-    CheckElements(document);
-    if (!isRead) return;  // with what makes the helper refuse the list named
+    const auto operations = ReadOperationList(document);
+    if (!operations) report_.helperFails = true;
+    CheckElements(document.GetTree());
+    if (!operations) return;  // with what makes the helper refuse the list named
     DropEqualKeys();
-    if (items_.size() != operations.size()) return;  // never so: both follow the same rules
+    if (items_.size() != operations->size()) return;  // never so: both follow the same rules
     CheckOrder();
-    CheckOperations(operations);
+    CheckOperations(*operations);
   }
 
   void Fail(std::size_t line, std::wstring text) {
@@ -346,7 +345,7 @@ void CheckOperationList(const std::string& listPath, const std::filesystem::path
   if (!isLoaded) report.helperFails = true;
   const std::optional<std::string> text = ReadBytes(listPath);
   if (text && isLoaded) {
-    check.Check(store.GetTree(), *text);
+    check.Check(store, *text);
     return;
   }
   if (!text) {

@@ -23,9 +23,10 @@ bool IsAscii(const std::wstring& text) {
 }  // namespace
 
 bool HelperReads(const std::wstring& text) {
-  return IsAscii(text) || (IsOwnCodePageTheSystems() && AnsiToWide(ForHelper(text)) == text);
+  return IsAscii(text) ||
+         (IsOwnCodePageTheSystems() && corekit::AnsiToWide(ForHelper(text)) == text);
 }
 
-std::string ForHelper(const std::wstring& text) { return Utf8ToAnsi(WideToUtf8(text)); }
+std::string ForHelper(const std::wstring& text) { return corekit::Utf8ToAnsi(WideToUtf8(text)); }
 
 }  // namespace uaclient

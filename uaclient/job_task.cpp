@@ -59,7 +59,7 @@ std::wstring CommandLine(const std::vector<std::wstring>& arguments) {
   return line;
 }
 
-TaskParams RegistrationParams(const Job& job) {
+uactask::TaskParams RegistrationParams(const Job& job) {
   return {{Task::kTaskName, ForHelper(job.name)},
           {Task::kExePath, ForHelper(job.program.wstring())},
           {Task::kExeArguments, ForHelper(CommandLine(job.arguments))},
@@ -71,7 +71,7 @@ TaskParams RegistrationParams(const Job& job) {
 }
 
 // Empty arguments delete; the numbers must be there all the same.
-TaskParams DeletionParams(const JobRemoval& removal) {
+uactask::TaskParams DeletionParams(const JobRemoval& removal) {
   return {{Task::kTaskName, ForHelper(removal.name)},
           {Task::kExePath, ""},
           {Task::kExeArguments, ""},

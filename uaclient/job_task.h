@@ -7,8 +7,8 @@
 namespace uaclient {
 
 // For a job that its check has passed.
-TaskParams RegistrationParams(const Job& job);
-TaskParams DeletionParams(const JobRemoval& removal);
+uactask::TaskParams RegistrationParams(const Job& job);
+uactask::TaskParams DeletionParams(const JobRemoval& removal);
 
 // A command line from which a program takes exactly these arguments.
 std::wstring CommandLine(const std::vector<std::wstring>& arguments);

@@ -64,7 +64,7 @@ Entry EntryOf(const WIN32_FIND_DATAW& data) {
   Entry entry;
   entry.attributes = data.dwFileAttributes;
   entry.isFolder = (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-  entry.isLink = IsLinkTag(data.dwFileAttributes, data.dwReserved0);
+  entry.isLink = fileop::IsLinkTag(data.dwFileAttributes, data.dwReserved0);
   if (!entry.isFolder) entry.state = StateOf(data);
   return entry;
 }

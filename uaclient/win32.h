@@ -7,7 +7,15 @@
 #include <string>
 #include <type_traits>
 
+namespace corekit {}
+namespace uactask {}
+namespace xmlstore {}
+
 namespace uaclient {
+
+using namespace corekit;   // NOLINT: what the client uses of the libraries below
+using namespace uactask;   // NOLINT
+using namespace xmlstore;  // NOLINT
 
 // Closes a handle; one that is INVALID_HANDLE_VALUE counts as none.
 struct HandleCloser {

@@ -14,6 +14,11 @@
 
 namespace {
 
+using uactask::HelperExitCode;
+using uactask::kHelperFailed;
+using uactask::kHelperFoundNoTaskFile;
+using uactask::kHelperSucceeded;
+
 HelperExitCode RunAndDelete(const std::string& taskFile) {
   if (!PathExists(taskFile.c_str())) return kHelperFoundNoTaskFile;
   if (!RunTaskFile(taskFile)) return kHelperFailed;

@@ -3,8 +3,11 @@
 #include <boost/property_tree/xml_parser.hpp>
 #include <sstream>
 
-#include "uactask/task.h"
+#include "uactask/task_file.h"
 #include "xmlstore/keyed_records.h"
+#include "xmlstore/xml_parse.h"
+
+namespace uactask {
 
 using boost::property_tree::ptree;
 
@@ -14,18 +17,18 @@ const std::map<std::int32_t, std::string>& OperationFieldNames() {
   return kNames;
 }
 
-bool ReadOperationList(ptree& document, std::vector<Operation>& operations) {
+std::optional<std::vector<Operation>> ReadOperationList(IXMLParse& document) {
   KeyedRecords items;
-  if (ReadKeyedRecords(document, kOperationListPath, items, OperationFieldNames(), kMissingField) !=
-      0) {
-    return false;
+  if (ReadKeyedRecords(document.GetTree(), kOperationListPath, items, OperationFieldNames(),
+                       kMissingField) != 0) {
+    return std::nullopt;
   }
-  operations.clear();
+  std::vector<Operation> operations;
   for (const auto& [key, item] : items) {
     operations.push_back({RequireEntry(item, kSourceField), RequireEntry(item, kDestinationField),
                           RequireEntry(item, kTypeField) == kFolderType});
   }
-  return true;
+  return operations;
 }
 
 std::string FormatOperationList(const std::vector<Operation>& operations) {
@@ -49,3 +52,5 @@ std::string FormatOperationList(const std::vector<Operation>& operations) {
             boost::property_tree::xml_writer_make_settings<std::string>('\t', 1, "utf-8"));
   return stream.str();
 }
+
+}  // namespace uactask

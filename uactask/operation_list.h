@@ -5,11 +5,15 @@
 // The items may have any name without a "."; all texts are UTF-8.
 #pragma once
 
-#include <boost/property_tree/ptree.hpp>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
+
+class IXMLParse;
+
+namespace uactask {
 
 // Where the items stand, their attributes by field index, and what a missing one reads as.
 constexpr char kRootElement[] = "root";
@@ -29,10 +33,13 @@ struct Operation {
   bool isFolder = false;
 };
 
-// Reads the items in the byte-wise order of their keys, of equal keys the first in the document.
-// False when there is no such list, or one of its items has no attributes or a "." in its name.
-bool ReadOperationList(boost::property_tree::ptree& document, std::vector<Operation>& operations);
+// The items of a loaded document in the byte-wise order of their keys, of equal keys the first in
+// the document. None when it holds no such list, or one of its items has no attributes or a "." in
+// its name.
+std::optional<std::vector<Operation>> ReadOperationList(IXMLParse& document);
 
 // A whole list, with keys that keep the operations in this order. The texts are not checked:
 // control characters are written as they are, and at a NUL the reader's document ends.
 std::string FormatOperationList(const std::vector<Operation>& operations);
+
+}  // namespace uactask

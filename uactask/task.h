@@ -46,13 +46,10 @@ class UACTaskBase : public IUACTask {
   ~UACTaskBase() = default;
 
   std::string& TaskFilePath();
-  TaskParams& Params();
+  uactask::TaskParams& Params();
 
  private:
   std::int32_t taskType;
   std::string taskFile;
-  TaskParams params;
+  uactask::TaskParams params;
 };
-
-// The entry with this index. Throws std::out_of_range when there is none.
-const std::string& RequireEntry(const TaskParams& entries, std::int32_t index);

@@ -1,14 +1,22 @@
 #include "uactask/task_file.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 #include "inifile/ini_file.h"
 
+namespace uactask {
 namespace {
 
 std::string KeyOf(std::int32_t index) { return kParamKeys.at(static_cast<std::size_t>(index)); }
 
 }  // namespace
+
+const std::string& RequireEntry(const TaskParams& entries, std::int32_t index) {
+  const auto found = entries.find(index);
+  if (found == entries.end()) throw std::out_of_range("invalid map<K, T> key");
+  return found->second;
+}
 
 std::string ReadParam(std::int32_t index, const std::string& file) {
   return corekit::CIniFile::GetValue(KeyOf(index), kTaskSection, file);
@@ -31,3 +39,5 @@ bool FitsTaskFile(const std::string& value) {
   return std::none_of(value.begin(), value.end(), breaksLine) &&
          (value.empty() || value.back() != ' ');
 }
+
+}  // namespace uactask

@@ -7,6 +7,8 @@
 #include <map>
 #include <string>
 
+namespace uactask {
+
 // A task's parameters by index; the indexes are those of kParamKeys.
 using TaskParams = std::map<std::int32_t, std::string>;
 
@@ -18,6 +20,9 @@ constexpr char kTypeKey[] = "type";
 constexpr std::array<const char*, 9> kParamKeys = {"task_name",    "exe_path",      "exe_arguments",
                                                    "runtime",      "author_name",   "time_type",
                                                    "time_weekday", "time_monthday", "xml_path"};
+
+// The entry with this index. Throws std::out_of_range when there is none.
+const std::string& RequireEntry(const TaskParams& entries, std::int32_t index);
 
 // A parameter's value, byte for byte; "" when anything is missing. `file` is UTF-8. Throws
 // std::out_of_range for a header line without "]".
@@ -34,3 +39,5 @@ std::string FormatTaskFile(std::int32_t type, const TaskParams& params);
 // Whether a value reads back as it was written: no control character, which could end its line; no
 // "[", which would make the line a header; no blank at its end, which would be trimmed.
 bool FitsTaskFile(const std::string& value);
+
+}  // namespace uactask

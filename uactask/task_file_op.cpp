@@ -8,7 +8,6 @@
 #include <boost/throw_exception.hpp>
 #include <new>
 #include <stdexcept>
-#include <vector>
 
 #include "corekit/trace.h"
 #include "fileop/file_operator.h"
@@ -33,7 +32,7 @@ template <typename Exception>
 }  // namespace
 
 bool UACTaskFileOp::Run() {
-  const std::string listPath = ReadParam(kXmlPath, TaskFilePath());
+  const std::string listPath = uactask::ReadParam(kXmlPath, TaskFilePath());
 
   const boost::shared_ptr<tk::IFileOperator> fileOperator =
       boost::make_shared<FileOperatorNomal>(TraceLine);
@@ -43,13 +42,13 @@ bool UACTaskFileOp::Run() {
     return false;
   }
 
-  std::vector<Operation> operations;
-  if (!ReadOperationList(store->GetTree(), operations)) {
+  const auto operations = uactask::ReadOperationList(*store);
+  if (!operations) {
     corekit::Trace("uactask: \"%s\" holds no operation list, or an item without attributes\n",
                    listPath.c_str());
     return false;
   }
-  for (const Operation& operation : operations) {
+  for (const uactask::Operation& operation : *operations) {
     const auto add =
         operation.isFolder ? &tk::IFileOperator::AddDirectoryCopy : &tk::IFileOperator::AddFileCopy;
     (fileOperator.get()->*add)(operation.source.c_str(), operation.destination.c_str());
@@ -62,13 +61,13 @@ bool UACTaskFileOp::Run() {
 bool UACTaskFileOp::SaveTaskInfos(std::string path) {
   std::string listPath;
   const auto call = [&] {
-    return std::string("corekit::CIniFile::SetValue ") + kParamKeys[kXmlPath] + "," + listPath +
-           "," + kTaskSection + "," + path;
+    return std::string("corekit::CIniFile::SetValue ") + uactask::kParamKeys[kXmlPath] + "," +
+           listPath + "," + uactask::kTaskSection + "," + path;
   };
   try {
     if (Params().size() != 1) return false;
-    listPath = RequireEntry(Params(), kXmlPath);
-    const bool listWritten = WriteParam(kXmlPath, listPath, path);
+    listPath = uactask::RequireEntry(Params(), kXmlPath);
+    const bool listWritten = uactask::WriteParam(kXmlPath, listPath, path);
     const bool typeWritten = UACTaskBase::SaveTaskInfos(path);
     return listWritten && typeWritten;
   } catch (const std::out_of_range& caught) {

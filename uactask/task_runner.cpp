@@ -16,7 +16,7 @@ namespace {
 std::optional<std::int32_t> ReadTaskType(const std::string& path) {
   try {
     return boost::lexical_cast<std::int32_t>(
-        corekit::CIniFile::GetValue(kTypeKey, kTaskSection, path));
+        corekit::CIniFile::GetValue(uactask::kTypeKey, uactask::kTaskSection, path));
   } catch (...) {
     corekit::Trace("uactask: no task type can be read from \"%s\"\n", path.c_str());
     return std::nullopt;

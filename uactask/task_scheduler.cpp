@@ -25,7 +25,7 @@ constexpr char kRootFolder[] = "\\";
 constexpr char kDailyTriggerId[] = "Trigger_Daily";
 constexpr char kWeeklyTriggerId[] = "Trigger_Weekly";
 
-static_assert(kParamKeys.size() == UACTaskScheduler::kParamCount + 1);
+static_assert(uactask::kParamKeys.size() == UACTaskScheduler::kParamCount + 1);
 
 // Whether a step failed; if so, prints its message, which has a "%x" for the status.
 bool Failed(HRESULT status, const char* message) {
@@ -36,7 +36,7 @@ bool Failed(HRESULT status, const char* message) {
 }
 
 // The text as COM takes it. Task files hold the bytes of the ANSI code page.
-_bstr_t ComString(const std::string& text) { return _bstr_t(AnsiToWide(text).c_str()); }
+_bstr_t ComString(const std::string& text) { return _bstr_t(corekit::AnsiToWide(text).c_str()); }
 
 // Ends what InitTaskSchedulerCom began, at the end of the scope. Declared ahead of every interface
 // pointer, so that they are released first.
@@ -141,7 +141,7 @@ std::int32_t InitTaskSchedulerCom() {
 bool UACTaskScheduler::Run() {
   std::array<std::string, kParamCount> values;
   for (std::int32_t i = 0; i < kParamCount; ++i) {
-    values[static_cast<std::size_t>(i)] = ReadParam(i, TaskFilePath());
+    values[static_cast<std::size_t>(i)] = uactask::ReadParam(i, TaskFilePath());
   }
   // All three numbers are checked first: a malformed task file does not even delete.
   const auto timeType = boost::lexical_cast<std::int32_t>(values[kTimeType]);
@@ -159,7 +159,7 @@ bool UACTaskScheduler::SaveTaskInfos(std::string path) {
 
   bool written = true;
   for (std::int32_t index = 0; index < kParamCount; ++index) {
-    written &= WriteParam(index, RequireEntry(Params(), index), path);
+    written &= uactask::WriteParam(index, uactask::RequireEntry(Params(), index), path);
   }
   written &= UACTaskBase::SaveTaskInfos(path);
   return written;

@@ -70,7 +70,7 @@ Report Carry(const std::vector<std::wstring>& words) {
   } catch (const BadArguments& bad) {
     return {kExitRefused, L"", ErrorLine(bad.text)};
   } catch (const std::exception& failure) {
-    return {kExitNotDone, L"", ErrorLine(AnsiToWide(failure.what()))};
+    return {kExitNotDone, L"", ErrorLine(corekit::AnsiToWide(failure.what()))};
   }
 }
 

@@ -140,7 +140,7 @@ Report ReportCheck(const uaclient::TaskFileReport& report) {
   for (const Step& step : report.steps) text.output += Line(L"plan: " + step.text);
   if (text.exitCode != kExitRefused && report.steps.empty()) text.output += Line(L"plan: nothing");
   if (text.exitCode == kExitRefused) {
-    const int code = report.exists ? kHelperFailed : kHelperFoundNoTaskFile;
+    const int code = report.exists ? uactask::kHelperFailed : uactask::kHelperFoundNoTaskFile;
     text.output += Line((report.steps.empty() ? L"plan: nothing, the helper would fail"
                                               : L"plan: then the helper would fail") +
                         (L" with exit code " + std::to_wstring(code)));

@@ -9,6 +9,7 @@
 
 #include "xmlstore/nesting.h"
 
+namespace xmlstore {
 namespace {
 
 // Far below the some 3,000 levels at which the reader overflows the smallest usual stack.
@@ -35,3 +36,5 @@ bool ParseDocument(const char* text, boost::property_tree::ptree& tree, Document
     return Fail(why, error.message(), error.line());
   }
 }
+
+}  // namespace xmlstore

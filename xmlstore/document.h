@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <string>
 
+namespace xmlstore {
+
 // Why text is no document.
 struct DocumentError {
   std::string message;   // of the reader
@@ -15,3 +17,5 @@ struct DocumentError {
 // nested so deep that the reader could overflow the stack. Otherwise returns false, leaves the tree
 // as it was and fills `why`, which may be null.
 bool ParseDocument(const char* text, boost::property_tree::ptree& tree, DocumentError* why);
+
+}  // namespace xmlstore

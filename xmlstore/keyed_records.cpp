@@ -8,6 +8,8 @@
 namespace {
 
 using boost::property_tree::ptree;
+using xmlstore::kStatusFailed;
+using xmlstore::kStatusOk;
 using Record = KeyedRecords::mapped_type;
 
 const std::string kAttributes = "<xmlattr>";

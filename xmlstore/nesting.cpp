@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+namespace xmlstore {
 namespace {
 
 // The scanner takes text apart exactly as the property tree's reader does, loose ends included: an
@@ -127,3 +128,5 @@ const char* FindNestedDeeperThan(const char* text, int limit) {
   }
   return nullptr;
 }
+
+}  // namespace xmlstore

@@ -5,6 +5,8 @@
 
 #include <string_view>
 
+namespace xmlstore {
+
 // An element, or a comment, which is a node of the tree as well.
 struct XmlNode {
   const char* start = nullptr;  // its "<"
@@ -28,3 +30,5 @@ class NodeScanner {
 
 // The first element that nests deeper than `limit`; null when there is none.
 const char* FindNestedDeeperThan(const char* text, int limit);
+
+}  // namespace xmlstore

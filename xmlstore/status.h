@@ -4,5 +4,9 @@
 
 #include <cstdint>
 
+namespace xmlstore {
+
 constexpr std::int32_t kStatusOk = 0;
 constexpr std::int32_t kStatusFailed = static_cast<std::int32_t>(0x80004005);
+
+}  // namespace xmlstore

@@ -17,6 +17,8 @@
 namespace {
 
 using boost::property_tree::ptree;
+using xmlstore::kStatusFailed;
+using xmlstore::kStatusOk;
 
 constexpr std::int32_t kTrue = 1;
 constexpr std::int32_t kFalse = 0;
@@ -349,7 +351,7 @@ std::int32_t XMLParse::RemoveAll(std::string path) {
 
 std::int32_t XMLParse::LoadString(const char* text, std::int32_t) {
   try {
-    return text != nullptr && ParseDocument(text, tree_, nullptr) ? kTrue : kFalse;
+    return text != nullptr && xmlstore::ParseDocument(text, tree_, nullptr) ? kTrue : kFalse;
   } catch (...) {
     return kFalse;
   }

@@ -1,4 +1,7 @@
+#include <cstdint>
 #include <filesystem>
+#include <map>
+#include <string>
 
 #include "corekit/text.h"
 #include "corekit/trace.h"
@@ -20,7 +23,7 @@ int main() {
   if (!file.Open("consumer.ini", JFile::OpenWrite)) return 1;
   file.Close();
   UACTaskScheduler task;
-  TaskParams params;
+  std::map<std::int32_t, std::string> params;
   for (std::int32_t index = 0; index < 8; ++index) params[index] = std::to_string(index);
   task.SetParams(params);
   const bool written = task.SaveTaskInfos("consumer.ini");
