@@ -117,7 +117,7 @@ class TaskFileCheck {
     const std::optional<std::int32_t> type = ReadType();
     if (type == Task::kType) CheckJob();
     if (type == UACTaskFileOp::kType) {
-      const std::string list = ReadParam(UACTaskFileOp::kXmlPath, helperPath_);
+      const std::string list = ReadParams(helperPath_).at(UACTaskFileOp::kXmlPath);
       const std::size_t line = LineOf(kParamKeys[UACTaskFileOp::kXmlPath]);
       if (list.empty())
         return Fail(line, L"\"xml_path\" is missing or empty; write the list's path.");
@@ -364,7 +364,7 @@ class TaskFileCheck {
 
   void CheckJob() {
     for (std::int32_t i = 0; i < Task::kParamCount; ++i) {
-      values_[static_cast<std::size_t>(i)] = ReadParam(i, helperPath_);
+      values_[static_cast<std::size_t>(i)] = ReadParams(helperPath_).at(i);
     }
     Numbers numbers;
     for (std::size_t i = Task::kTimeType; i <= Task::kTimeMonthday; ++i) {
