@@ -284,6 +284,50 @@ ProgramResult RunProgram(const std::string& name, const std::vector<std::string>
   return result;
 }
 
+namespace {
+
+constexpr int kAlways = -1;
+int successesLeft[] = {kAlways, kAlways};
+DWORD errors[2];
+
+template <typename Code>
+Code SystemsOwn(const char* name) {
+  return reinterpret_cast<Code>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), name)));
+}
+
+bool Fails(SystemFailure::Function function) {
+  if (successesLeft[function] == kAlways || successesLeft[function]-- > 0) return false;
+  successesLeft[function] = 0;
+  SetLastError(errors[function]);
+  return true;
+}
+
+}  // namespace
+
+// What programs call these functions through; were they not defined here, the linker would take the
+// import library's.
+extern "C" {
+decltype(&ReadFile) __imp_ReadFile = [](HANDLE file, void* buffer, DWORD size, DWORD* read,
+                                        OVERLAPPED* overlapped) -> BOOL {
+  static const auto own = SystemsOwn<decltype(&ReadFile)>("ReadFile");
+  return !Fails(SystemFailure::kReadFile) && own(file, buffer, size, read, overlapped);
+};
+decltype(&FindNextFileW) __imp_FindNextFileW = [](HANDLE find, WIN32_FIND_DATAW* entry) -> BOOL {
+  static const auto own = SystemsOwn<decltype(&FindNextFileW)>("FindNextFileW");
+  return !Fails(SystemFailure::kFindNextFile) && own(find, entry);
+};
+}
+
+SystemFailure::SystemFailure(Function function, int successes, unsigned long error) {
+  successesLeft[function] = successes;
+  errors[function] = error;
+}
+
+SystemFailure::~SystemFailure() {
+  for (int& left : successesLeft) left = kAlways;
+}
+
 FileLock::FileLock(const std::string& path, unsigned long share)
     : handle_(CreateFileW(Widen(path).c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, 0,
                           nullptr)) {

@@ -85,6 +85,17 @@ struct ProgramResult {
 ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments,
                          const std::function<void()>& meanwhile = {});
 
+// While in scope, one function of the system succeeds so many times more, and then fails with
+// `error`. Only calls that the program and its libraries make themselves are counted.
+class SystemFailure {
+ public:
+  enum Function { kReadFile, kFindNextFile };
+  SystemFailure(Function function, int successes, unsigned long error);
+  ~SystemFailure();
+  SystemFailure(const SystemFailure&) = delete;
+  SystemFailure& operator=(const SystemFailure&) = delete;
+};
+
 // A file held open while in scope. Others may open it as `share` says (FILE_SHARE_…).
 class FileLock {
  public:
