@@ -163,13 +163,15 @@ bool LongPathsWork() {
   return OnWine() || (enabled != nullptr && enabled());
 }
 
-bool ElevationPrompts() {
+bool IsElevated() {
   TOKEN_ELEVATION elevation = {};
   DWORD size = 0;
   GetTokenInformation(GetCurrentProcessToken(), TokenElevation, &elevation, sizeof elevation,
                       &size);
-  return !OnWine() && elevation.TokenIsElevated == 0;
+  return elevation.TokenIsElevated != 0;
 }
+
+bool ElevationPrompts() { return !OnWine() && !IsElevated(); }
 
 bool ForgetDeletionsAtRestart(const std::string& name) {
   const wchar_t* const key = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
@@ -274,7 +276,7 @@ ProgramResult RunProgram(const std::string& name, const std::vector<std::string>
                              &startup, &process))
       << "cannot start " << name << ": error " << GetLastError();
   if (meanwhile) meanwhile();
-  if (WaitForSingleObject(process.hProcess, 30000) != WAIT_OBJECT_0) {
+  if (WaitForSingleObject(process.hProcess, 300000) != WAIT_OBJECT_0) {
     ADD_FAILURE() << name << " hangs";
     TerminateProcess(process.hProcess, ~0U);
   }
