@@ -8,10 +8,10 @@
 //   for (const uaclient::Item& item : result.items)
 //     if (!item.done) log(item.destination, item.reason);
 //
-// Errors are values; only exhausted memory and threads throw, and what a callback throws leaves Run.
-// Texts are English, in whole sentences, for a log or a developer; statuses are for the program.
-// Every call may be made from any thread, several at once, a GUI thread included: none needs a
-// message loop, and the process's current directory, environment, COM apartments and signal
+// Errors are values; only exhausted memory and threads throw, and what a callback throws leaves
+// Run. Texts are English, in whole sentences, for a log or a developer; statuses are for the
+// program. Every call may be made from any thread, several at once, a GUI thread included: none
+// needs a message loop, and the process's current directory, environment, COM apartments and signal
 // handlers stay as they are. What blocks says so.
 #pragma once
 
