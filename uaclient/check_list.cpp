@@ -4,10 +4,8 @@
 
 #include <algorithm>
 #include <boost/property_tree/ptree.hpp>
-#include <charconv>
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -49,12 +47,8 @@ std::vector<std::size_t> ItemLines(const char* text) {
   return lines;
 }
 
-std::optional<std::uint64_t> NumberIn(const std::string& key) {
-  std::uint64_t number = 0;
-  const char* const end = key.data() + key.size();
-  const auto [at, error] = std::from_chars(key.data(), end, number);
-  if (at != end || error != std::errc()) return std::nullopt;
-  return number;
+bool IsNumber(const std::string& key) {
+  return !key.empty() && key.find_first_not_of("0123456789") == std::string::npos;
 }
 
 class ListCheck {
@@ -83,8 +77,7 @@ class ListCheck {
     const bool isLoaded = store.LoadString(text.c_str(), static_cast<std::int32_t>(text.size()));
     if (text.find('\0') != std::string::npos) {
       found_.Add(isLoaded ? Severity::kWarning : Severity::kError, 1,
-                 L"The list is in UTF-16 or holds NUL bytes, and the helper reads up to the first "
-                 L"of them. Save it as UTF-8.");
+                 L"The list is in UTF-16 or holds NUL bytes, where it ends. Save it as UTF-8.");
     } else if (!isLoaded) {
       xmlstore::DocumentError why;
       ptree ignored;
@@ -101,14 +94,14 @@ class ListCheck {
     const auto list = document.get_child_optional(uactask::kOperationListPath);
     if (!list) {
       return found_.Fail(0,
-                         L"There is no element \"task\" in an element \"root\". Names are "
-                         L"case-sensitive: write <root><task>…</task></root>.");
+                         L"There is no element \"task\" in an element \"root\". Write "
+                         L"<root><task>…</task></root>, in lower case.");
     }
     if (document.count(uactask::kRootElement) > 1 ||
         document.get_child(uactask::kRootElement).count(uactask::kTaskElement) > 1) {
       reading_.report.leavesOut = true;
       found_.Warn(0,
-                  L"Only the first \"task\" in the first \"root\" is read. Put all items in it.");
+                  L"Only the first \"task\" in the first \"root\" is read. Put all items there.");
     }
     const std::vector<std::size_t> lines = ItemLines(reading_.list.c_str());
     auto line = lines.begin();
@@ -124,69 +117,57 @@ class ListCheck {
     if (name == kComment) {
       found_.Fail(line, L"The helper refuses lists with a comment in \"task\". Move it out.");
     } else if (name.find('.') != std::string::npos) {
-      found_.Fail(line, L"The helper refuses names with a dot, like {}. Call the element \"item\".",
-                  {ShownUtf8(name)});
-    } else if (attributes == element.not_found()) {
       found_.Fail(line,
-                  L"The helper refuses elements without attributes, like {}. Give it \"key\", "
-                  L"\"src\", \"dec\" and \"type\", or remove it.",
-                  {ShownUtf8(name)});
+                  L"The helper refuses lists with a dot in an element's name. Write \"item\".");
+    } else if (attributes == element.not_found()) {
+      found_.Fail(line, L"The helper refuses lists with an element without attributes. Remove it.");
     } else {
       CheckItem(attributes->second, line);
     }
   }
 
   void CheckItem(const ptree& attributes, std::size_t line) {
+    Item item{line};
     const auto& fields = uactask::OperationFieldNames();
+    for (const auto& [field, name] : fields) {
+      if (attributes.count(name) != 0) continue;
+      const bool isPath = field == uactask::kSourceField || field == uactask::kDestinationField;
+      item.isNamed |= isPath;
+      found_.Add(isPath ? Severity::kHarmful : Severity::kWarning, line,
+                 L"The item has no {}, so the helper takes {} for it. Write it.",
+                 {ShownUtf8(name), ShownUtf8(uactask::kMissingField)});
+    }
     for (const auto& [name, value] : attributes) {
       const auto isIt = [&name = name](const auto& field) { return field.second == name; };
       if (std::any_of(fields.begin(), fields.end(), isIt)) continue;
-      found_.Warn(line,
-                  L"The attribute {} is unknown, so the helper does not read it. An item has "
-                  L"\"key\", \"src\", \"dec\" and \"type\".",
+      found_.Warn(line, L"{} is not read. An item has \"key\", \"src\", \"dec\" and \"type\".",
                   {ShownUtf8(name)});
     }
-    Item item{line};
-    for (const auto field : {uactask::kSourceField, uactask::kDestinationField}) {
-      if (attributes.count(fields.at(field)) != 0) continue;
-      item.isNamed = true;
-      found_.Harm(line,
-                  L"The item has no {}, so the helper takes {} in whatever folder it is started "
-                  L"in. Write the whole path.",
-                  {ShownUtf8(fields.at(field)), ShownUtf8(uactask::kMissingField)});
-    }
-    const std::string type = attributes.get(fields.at(uactask::kTypeField), "");
+    const std::string type = attributes.get(fields.at(uactask::kTypeField), uactask::kFileType);
     if (type != uactask::kFolderType && type != uactask::kFileType) {
-      found_.Warn(line,
-                  L"The item's \"type\" is {}, so it counts as a file. Write \"dir\" or \"file\", "
-                  L"in lower case.",
-                  {type.empty() ? L"missing or empty" : ShownUtf8(type)});
-    }
-    if (attributes.count(fields.at(uactask::kKeyField)) == 0) {
-      found_.Warn(line, L"The item has no \"key\". Give each item a key of its own.");
+      found_.Warn(line, L"The type {} means a file. Write \"dir\" or \"file\", in lower case.",
+                  {ShownUtf8(type)});
     }
     const std::string key = attributes.get(fields.at(uactask::kKeyField), uactask::kMissingField);
     const auto [first, isNew] = items_.try_emplace(key, item);
     if (isNew) return;
     reading_.report.leavesOut = true;
     found_.Warn(line,
-                L"The item in line {} has the same \"key\", {}, so this one is left out. Give it "
-                L"another key.",
-                {std::to_wstring(first->second.line), ShownUtf8(key)});
+                L"The key {} is in line {} already, so this item is left out. Give it another.",
+                {ShownUtf8(key), std::to_wstring(first->second.line)});
   }
 
-  // Keys that look like numbers should not surprise.
+  // Of keys that look like numbers a larger one should not come first.
   void CheckOrder() {
-    std::optional<std::uint64_t> before;
+    std::string before;
     for (const auto& [key, item] : items_) {
-      const auto number = NumberIn(key);
-      if (before && number && *before > *number) {
+      if (IsNumber(key) && IsNumber(before) && before[0] != '0' && before.size() > key.size()) {
         return found_.Warn(item.line,
-                           L"The key {} comes after \"{}\", because keys are compared character by "
-                           L"character. Write all of them with the same number of digits.",
-                           {ShownUtf8(key), std::to_wstring(*before)});
+                           L"The key {} comes after {}, because keys are compared character by "
+                           L"character. Write them with equally many digits.",
+                           {ShownUtf8(key), ShownUtf8(before)});
       }
-      before = number;
+      before = key;
     }
   }
 
@@ -218,8 +199,7 @@ class ListCheck {
     if (path.empty() && !text.empty()) {
       item.isNamed = true;
       found_.Warn(item.line,
-                  L"\"{}\" is not UTF-8, which the helper expects whatever the list's first line "
-                  L"says. Save the list as UTF-8.",
+                  L"\"{}\" is not UTF-8, whatever the list's first line says. Save it as that.",
                   {name});
     }
     return path;
@@ -237,16 +217,10 @@ void ReadList(const std::wstring& list, std::size_t line, FileFindings& inTaskFi
   if (list.empty()) {
     return inTaskFile.Fail(line, L"\"xml_path\" is missing or empty. Write the list's path.");
   }
-  const std::wstring drive = DriveFault(FullPath(list));
-  if (!IsAbsolute(list)) {
-    inTaskFile.Harm(
-        line,
-        L"\"xml_path\" is {}, a relative path, and the helper may be started in another "
-        L"folder. Write the whole path.",
-        {Shown(list)});
-  } else if (!drive.empty()) {
-    inTaskFile.Harm(line, L"\"xml_path\" is {}. {}", {Shown(list), drive});
-  }
+  const std::wstring fault =
+      IsAbsolute(list) ? DriveFault(FullPath(list))
+                       : L"The helper may be started in another folder. Write the whole path.";
+  if (!fault.empty()) inTaskFile.Harm(line, L"\"xml_path\" is {}. {}", {Shown(list), fault});
   WholeFile file = ReadWhole(list, GENERIC_READ, kShareAll);
   if (!file.fault.empty()) {
     return inTaskFile.Fail(line, L"The list in \"xml_path\", {},{}", {Shown(list), file.fault});

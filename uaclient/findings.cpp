@@ -28,16 +28,4 @@ void FileFindings::Add(Severity severity, std::size_t line, const wchar_t* text,
   report.findings.push_back({severity, Filled(text, parts), file, line});
 }
 
-void FileFindings::Warn(std::size_t line, const wchar_t* text, Parts parts) {
-  Add(Severity::kWarning, line, text, parts);
-}
-
-void FileFindings::Harm(std::size_t line, const wchar_t* text, Parts parts) {
-  Add(Severity::kHarmful, line, text, parts);
-}
-
-void FileFindings::Fail(std::size_t line, const wchar_t* text, Parts parts) {
-  Add(Severity::kError, line, text, parts);
-}
-
 }  // namespace uaclient

@@ -20,9 +20,15 @@ struct FileFindings {
 
   // Line 0 means no line. The helper fails because of an error.
   void Add(Severity severity, std::size_t line, const wchar_t* text, Parts parts = {});
-  void Warn(std::size_t line, const wchar_t* text, Parts parts = {});
-  void Harm(std::size_t line, const wchar_t* text, Parts parts = {});
-  void Fail(std::size_t line, const wchar_t* text, Parts parts = {});
+  void Warn(std::size_t line, const wchar_t* text, Parts parts = {}) {
+    Add(Severity::kWarning, line, text, parts);
+  }
+  void Harm(std::size_t line, const wchar_t* text, Parts parts = {}) {
+    Add(Severity::kHarmful, line, text, parts);
+  }
+  void Fail(std::size_t line, const wchar_t* text, Parts parts = {}) {
+    Add(Severity::kError, line, text, parts);
+  }
 
   std::filesystem::path file;
   Report& report;

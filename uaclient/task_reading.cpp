@@ -34,23 +34,20 @@ using uactask::kTypeKey;
 
 std::wstring ShownBytes(std::string_view text) { return Shown(FromHelper(std::string(text))); }
 
-bool IsKnownKey(std::string_view key) {
-  return key == kTypeKey ||
-         std::find(kParamKeys.begin(), kParamKeys.end(), key) != kParamKeys.end();
-}
-
 std::wstring KnownKeys() {
   std::wstring keys = ShownBytes(kTypeKey);
   for (const char* const key : kParamKeys) keys += L", " + ShownBytes(key);
   return keys;
 }
 
-bool IsCommented(std::string_view text) { return corekit::IsIniCommentSign(text[0]); }
+bool IsKnown(std::string_view key) {
+  return key == kTypeKey || std::count(kParamKeys.begin(), kParamKeys.end(), key) != 0;
+}
 
 // Whether text in the code page was meant as UTF-8.
 bool SeemsUtf8(const std::string& bytes) {
   const std::wstring text = Utf8ToWide(bytes);
-  return text.size() != bytes.size() && !text.empty() && text != FromHelper(bytes);
+  return !text.empty() && text.size() != bytes.size() && text != FromHelper(bytes);
 }
 
 // 2026-01-31T08:00:00 and, perhaps, Z or an offset such as +01:00.
@@ -82,22 +79,19 @@ class TaskLines {
 
   // False when the helper cannot read the file.
   bool Read(std::string_view text) {
-    NameEncoding(text);
+    CheckEncoding(text);
     // The helper opens the file as text, which ends there.
-    const std::size_t end = text.find('\x1A');
-    if (end != std::string_view::npos) {
-      found_.Warn(0, L"The helper reads the file up to a Ctrl+Z character in it. Remove that.");
-    }
+    text = text.substr(0, text.find('\x1A'));
     bool isReadable = true;
     corekit::IniParser parser;
-    corekit::ForEachIniLine(text.substr(0, end), [&](const corekit::IniLine& line) {
+    corekit::ForEachIniLine(text, [&](const corekit::IniLine& line) {
       try {
         if (isReadable) ReadLine(line, parser);
       } catch (const std::out_of_range&) {
         isReadable = false;
         found_.Fail(line.number,
-                    L"A line with \"[\" is a section's header, and this one has no \"]\", so the "
-                    L"helper gives up. Write \"[Task]\", or leave the \"[\" out.");
+                    L"A \"[\" makes the line a section's header, and without a \"]\" the helper "
+                    L"gives up. Write \"[Task]\", or leave the \"[\" out.");
       }
     });
     return isReadable;
@@ -109,28 +103,29 @@ class TaskLines {
   }
   Entry Get(std::size_t param) const { return Get(kParamKeys[param]); }
 
-  std::wstring sections;  // in words, some of them
+  std::wstring sections;  // the names of the first few
   bool hasTaskSection = false;
   std::size_t oddLines = 0;       // that are not what they seem
   std::size_t lostArguments = 0;  // a line that names the job's arguments without setting them
 
  private:
-  void NameEncoding(std::string_view text) {
+  void CheckEncoding(std::string_view text) {
     if (text.substr(0, 3) == "\xEF\xBB\xBF") {
-      found_.Warn(1,
-                  L"The file begins with a byte-order mark, which the helper takes for a part of "
-                  L"the first line. Save the file without it.");
-      firstNamed_ = 2;
+      found_.Warn(1, L"The helper takes the byte-order mark for text. Save the file without it.");
+      firstChecked_ = 2;
     }
     if (text.find('\0') != std::string_view::npos) {
       found_.Warn(1, L"The file is in UTF-16 or holds NUL bytes. Save it in the code page.");
-      firstNamed_ = text.size();
+      firstChecked_ = text.size();
+    }
+    if (text.find('\x1A') != std::string_view::npos) {
+      found_.Warn(0, L"The helper reads the file up to the Ctrl+Z in it. Remove that.");
     }
   }
 
   void Odd(std::size_t line, const wchar_t* text, FileFindings::Parts parts = {}) {
     constexpr std::size_t kMaxNamed = 100;  // with so many it is no task file
-    if (line < firstNamed_ || ++oddLines > kMaxNamed + 1) return;
+    if (line < firstChecked_ || ++oddLines > kMaxNamed + 1) return;
     if (oddLines <= kMaxNamed) return found_.Warn(line, text, parts);
     found_.Warn(line, L"There are more such lines, which are not named.");
   }
@@ -138,64 +133,50 @@ class TaskLines {
   void ReadLine(const corekit::IniLine& line, corekit::IniParser& parser) {
     const std::string_view text = corekit::Trimmed(line.text, corekit::kIniBlanks, 0);
     if (text.empty()) return;
+    const bool isComment = corekit::IsIniCommentSign(text[0]);
+    const auto record = line.ended ? parser.Parse(text) : std::nullopt;
     if (!line.ended) {
-      Odd(line.number,
-          L"The last line has no line break, so the helper does not read it. End it with one.");
-    } else {
-      ReadRecord(line.number, text, parser.Parse(text));
-    }
-    const char* const arguments = kParamKeys[Task::kExeArguments];
-    const bool namesArguments = text.find(arguments) != std::string_view::npos;
-    if (namesArguments && !IsCommented(text) && Get(arguments).line != line.number) {
-      lostArguments = line.number;
-    }
-  }
-
-  void ReadRecord(std::size_t line, std::string_view text,
-                  const std::optional<corekit::IniRecord>& record) {
-    if (text.find('[') != std::string_view::npos) {
-      ReadHeader(line, text, record->Section);
+      Odd(line.number, L"The last line has no line break, so the helper skips it. Add one.");
+    } else if (text.find('[') != std::string_view::npos) {
+      ReadHeader(line.number, text, record->Section);
     } else if (record && !record->Key.empty()) {
-      ReadEntry(line, *record);
-    } else if (!IsCommented(text)) {
-      Odd(line,
-          L"{} is not a section, key or comment, so the helper passes over it. Write "
-          L"\"key=value\", "
-          L"or remove the line.",
+      ReadEntry(line.number, *record);
+    } else if (!isComment) {
+      Odd(line.number, L"{} is no section, key or comment, so the helper skips it. Remove it.",
           {ShownBytes(text)});
     }
+    const char* const arguments = kParamKeys[Task::kExeArguments];
+    const bool namesArguments = !isComment && text.find(arguments) != std::string_view::npos;
+    if (namesArguments && Get(arguments).line != line.number) lostArguments = line.number;
   }
 
   void ReadHeader(std::size_t line, std::string_view text, std::string_view section) {
     constexpr std::size_t kMaxNamed = 300;
+    const std::wstring shown = ShownBytes("[" + std::string(section) + "]");
     hasTaskSection |= section == kTaskSection;
-    if (sections.size() < kMaxNamed) {
-      sections += (sections.empty() ? L"" : L", ") + ShownBytes("[" + std::string(section) + "]");
-    }
+    if (sections.size() < kMaxNamed) sections += (sections.empty() ? L"" : L", ") + shown;
     if (text[0] == '[') return;
     Odd(line,
-        L"A \"[\" makes the whole line a section's header, even in a value or a comment. It sets "
-        L"nothing, and the keys below it are in the section {}. Leave the \"[\" out.",
-        {ShownBytes(section)});
+        L"A \"[\" anywhere makes the whole line a section's header, here {}. Leave the \"[\" out.",
+        {shown});
   }
 
   void ReadEntry(std::size_t line, const corekit::IniRecord& record) {
     const std::string key(record.Key);
-    const bool isCommented = record.Commented != ' ';
     const std::wstring shown = ShownBytes(key);
-    if (record.Section != kTaskSection) {
-      if (!record.Section.empty() || !IsKnownKey(key) || isCommented) return;
+    const Entry entry = {line, std::string(record.Value)};
+    const bool isCommented = record.Commented != ' ';
+    if (isCommented && !IsKnown(key)) return;
+    if (record.Section.empty() && IsKnown(key)) {
       return Odd(line, L"{} is above the first section. Write \"[Task]\" above it.", {shown});
     }
-    if (!IsKnownKey(key)) {
-      if (isCommented) return;
-      return Odd(
-          line,
-          L"The key {} is unknown, so the helper does not read it. The keys are {}, in lower "
-          L"case and without a blank before the \"=\".",
-          {shown, KnownKeys()});
+    if (record.Section != kTaskSection) return;
+    if (!IsKnown(key)) {
+      return Odd(line,
+                 L"The key {} is unknown. The helper reads {}, in lower case and without a blank "
+                 L"before the \"=\".",
+                 {shown, KnownKeys()});
     }
-    const Entry entry = {line, std::string(record.Value)};
     const auto [first, isNew] = entries_.try_emplace(key, entry);
     if (!isNew) {
       return Odd(line, L"{} is in line {} already, and the first one counts. Remove one of them.",
@@ -208,61 +189,57 @@ class TaskLines {
       Odd(line, L"The blank behind the \"=\" belongs to the value of {}. Remove it.", {shown});
     }
     if (SeemsUtf8(entry.value)) {
-      Odd(line,
-          L"The value of {} seems to be in UTF-8. The helper reads it in the system's code page, "
-          L"as "
-          L"{}. Save the file in that.",
+      Odd(line, L"{} is in UTF-8, and the helper reads it as {}. Save the file in the code page.",
           {shown, ShownBytes(entry.value)});
     }
   }
 
   FileFindings& found_;
   std::map<std::string, Entry> entries_;  // by key
-  std::size_t firstNamed_ = 1;  // of the lines before it more has been said than they could tell
+  std::size_t firstChecked_ = 1;          // of the lines before it enough has been said
 };
 
 // -1 when the helper knows no such type.
 std::int32_t ReadType(const TaskLines& lines, FileFindings& found) {
   const TaskLines::Entry entry = lines.Get(kTypeKey);
   std::int32_t type = -1;
-  if (entry.line == 0 && lines.hasTaskSection) {
+  if (boost::conversion::try_lexical_convert(entry.value, type) &&
+      (type == Task::kType || type == UACTaskFileOp::kType)) {
+    return type;
+  }
+  if (!lines.hasTaskSection) {
     found.Fail(0,
-               L"\"type\" is missing in the section \"[Task]\". Write \"type=0\" for a job or "
-               L"\"type=1\" for a list of copies.");
-  } else if (entry.line == 0) {
-    found.Fail(0,
-               L"There is no section \"[Task]\" but {}. Section names are case-sensitive: write "
-               L"\"[Task]\" above the keys.",
+               L"There is no section \"[Task]\" but {}. Write \"[Task]\" above the keys, with a "
+               L"large T.",
                {lines.sections.empty() ? L"none at all" : lines.sections});
-  } else if (!boost::conversion::try_lexical_convert(entry.value, type) ||
-             (type != Task::kType && type != UACTaskFileOp::kType)) {
+  } else {
     found.Fail(entry.line,
                L"\"type\" is {}. Write \"type=0\" for a job or \"type=1\" for a list of copies.",
-               {ShownBytes(entry.value)});
-    return -1;
+               {entry.line == 0 ? L"missing" : ShownBytes(entry.value)});
   }
-  return type;
+  return -1;
 }
 
-// A job's task file: what the helper would do with it.
+// What the helper would do with a job's task file.
 class JobReader {
  public:
-  JobReader(const TaskLines& lines, FileFindings& found, TaskReading& reading)
-      : lines_(lines), found_(found), reading_(reading) {}
+  JobReader(const TaskLines& lines, FileFindings& found) : lines_(lines), found_(found) {}
 
-  void Read() {
-    reading_.job = Text(Task::kTaskName);
-    reading_.isDeletion = lines_.Get(Task::kExeArguments).value.empty();
-    const std::wstring fault = JobNameFault(L"\"task_name\"", reading_.job);
-    if (!fault.empty()) found_.Warn(Line(Task::kTaskName), L"{}", {fault});
+  void Read(TaskReading& reading) {
+    name_ = reading.job = Text(Task::kTaskName);
+    reading.isDeletion = Text(Task::kExeArguments).empty();
+    WarnIf(Task::kTaskName, JobNameFault(L"\"task_name\"", name_));
     const bool areNumbers = ReadNumbers();
-    const Step step = reading_.isDeletion ? ReadDeletion() : ReadRegistration(areNumbers);
-    if (areNumbers) reading_.report.steps.push_back(step);  // or the helper fails before it
+    const Step step = reading.isDeletion ? ReadDeletion() : ReadRegistration(areNumbers);
+    if (areNumbers) reading.report.steps.push_back(step);  // or the helper fails before it
   }
 
  private:
   std::wstring Text(Task::Param param) const { return FromHelper(lines_.Get(param).value); }
   std::size_t Line(Task::Param param) const { return lines_.Get(param).line; }
+  void WarnIf(Task::Param param, const std::wstring& fault) {
+    if (!fault.empty()) found_.Warn(Line(param), L"{}", {fault});
+  }
 
   bool ReadNumbers() {
     bool areNumbers = true;
@@ -271,9 +248,7 @@ class JobReader {
       if (boost::conversion::try_lexical_convert(entry.value, numbers_[param])) continue;
       areNumbers = false;
       found_.Fail(
-          entry.line,
-          L"{} is {}, not a number. All three numbers must be there, in digits, also where a "
-          L"job is deleted. Write 0 where none is needed.",
+          entry.line, L"{} is {}. Write a number here, also to delete a job, or 0.",
           {ShownBytes(kParamKeys[param]), entry.line == 0 ? L"missing" : ShownBytes(entry.value)});
     }
     return areNumbers;
@@ -285,67 +260,54 @@ class JobReader {
     const std::size_t line = Line(Task::kExeArguments);
     const std::size_t lost = lines_.lostArguments;
     const bool isOdd = lost != 0 || lines_.oddLines != 0;
-    if (line != 0 && Text(Task::kExePath).empty() && !isOdd) return DeletionStep(reading_.job);
-    const bool seemsJob =
-        Line(Task::kExePath) + Line(Task::kRuntime) + Line(Task::kAuthorName) != 0;
-    found_.Add(
-        seemsJob || isOdd ? Severity::kHarmful : Severity::kWarning, line != 0 ? line : lost,
-        L"\"exe_arguments\" is {}{}. Without arguments the helper is to delete the job {}. If you "
-        L"mean that, write \"exe_arguments=\" and leave \"exe_path\" out. If not, give the program "
-        L"an argument.",
-        {line != 0 ? L"empty" : L"missing",
-         lost == 0 ? L"" : L", and line " + std::to_wstring(lost) + L" does not set it",
-         Shown(reading_.job)});
-    return DeletionStep(reading_.job);
+    const bool isJob = Line(Task::kExePath) + Line(Task::kRuntime) + Line(Task::kAuthorName) != 0;
+    if (line == 0 || !Text(Task::kExePath).empty() || isOdd) {
+      found_.Add(isJob || isOdd ? Severity::kHarmful : Severity::kWarning, line != 0 ? line : lost,
+                 L"\"exe_arguments\" is {}, which means: delete the job {}. If so, write "
+                 L"\"exe_arguments=\" and no \"exe_path\". If not, give the program an argument.",
+                 {line != 0 ? L"empty" : L"missing", Shown(name_)});
+    }
+    return DeletionStep(name_);
   }
 
   Step ReadRegistration(bool areNumbers) {
-    const std::wstring fault = ProgramFault(L"\"exe_path\"", Text(Task::kExePath));
-    if (!fault.empty()) found_.Warn(Line(Task::kExePath), L"{}", {fault});
-    // Without the numbers it is open what else they are to be.
+    WarnIf(Task::kExePath, ProgramFault(L"\"exe_path\"", Text(Task::kExePath)));
+    // What the days must be is open without the kind.
     const std::int32_t kind = areNumbers ? numbers_[Task::kTimeType] : Task::kDaily;
-    const std::int32_t days =
-        numbers_[kind == Task::kWeekly ? Task::kTimeWeekday : Task::kTimeMonthday];
-    const struct {
-      Task::Param param;
-      bool isGood;
-      const wchar_t* wanted;
-    } kNeeds[] = {{Task::kTimeType, kind >= Task::kDaily && kind <= Task::kMonthly,
-                   L"2 (daily), 3 (weekly) or 4 (monthly)"},
-                  {Task::kRuntime, IsStartBoundary(lines_.Get(Task::kRuntime).value),
-                   L"a date and time such as 2026-01-31T08:00:00"},
-                  {Task::kTimeWeekday, kind != Task::kWeekly || (days > 0 && days < 0x80),
-                   L"days added up: 1 for Sunday, 2 for Monday, up to 64 for Saturday"},
-                  {Task::kTimeMonthday, kind != Task::kMonthly || days > 0,
-                   L"days added up: 1 for day 1, 2 for day 2, 4 for day 3 and so on"}};
-    bool isRefused = false;
-    for (const auto& [param, isGood, wanted] : kNeeds) {
-      if (isGood) continue;
-      isRefused = true;
-      // The helper itself fails for the kind alone.
-      found_.Add(
-          param == Task::kTimeType ? Severity::kError : Severity::kHarmful, Line(param),
-          L"{} is {}, not {}. The scheduler refuses such a job, and an existing one of that name "
-          L"is gone by then.",
-          {ShownBytes(kParamKeys[param]), Shown(Text(param)), wanted});
-    }
-    if (isRefused) {
-      Step step = DeletionStep(reading_.job);
+    const bool isWeekly = kind == Task::kWeekly;
+    const std::int32_t days = numbers_[isWeekly ? Task::kTimeWeekday : Task::kTimeMonthday];
+    bool isGood = Need(Task::kTimeType, kind >= Task::kDaily && kind <= Task::kMonthly,
+                       L"2 (daily), 3 (weekly) or 4 (monthly)");
+    isGood &= Need(Task::kRuntime, IsStartBoundary(lines_.Get(Task::kRuntime).value),
+                   L"a date and time such as 2026-01-31T08:00:00");
+    isGood &= Need(Task::kTimeWeekday, !isWeekly || (days > 0 && days < 0x80),
+                   L"days added up: 1 for Sunday, 2 for Monday, up to 64 for Saturday");
+    isGood &= Need(Task::kTimeMonthday, kind != Task::kMonthly || days > 0,
+                   L"days added up: 1 for day 1, 2 for day 2, 4 for day 3 and so on");
+    if (!isGood) {
+      Step step = DeletionStep(name_);
       step.text += L" and registers none";
       return step;
     }
-    Job job;
-    job.name = reading_.job;
-    job.program = Text(Task::kExePath);
-    job.every = static_cast<Job::Every>(kind - Task::kDaily);
-    job.days = static_cast<std::uint32_t>(days);
+    const auto every = static_cast<Job::Every>(kind - Task::kDaily);
+    const Job job = {name_, every, 0, 0, static_cast<std::uint32_t>(days), Text(Task::kExePath),
+                     {},    {}};
     return RegistrationStep(job, Text(Task::kExeArguments),
                             L"from " + Text(Task::kRuntime) + L" on");
   }
 
+  // The helper deletes an older job before it learns that the scheduler refuses the new one.
+  bool Need(Task::Param param, bool isGood, const wchar_t* wanted) {
+    if (isGood) return true;
+    found_.Add(param == Task::kTimeType ? Severity::kError : Severity::kHarmful, Line(param),
+               L"{} is {}, not {}. The helper would delete an existing job and register none.",
+               {ShownBytes(kParamKeys[param]), Shown(Text(param)), wanted});
+    return false;
+  }
+
   const TaskLines& lines_;
   FileFindings& found_;
-  TaskReading& reading_;
+  std::wstring name_;
   std::array<std::int32_t, Task::kParamCount> numbers_ = {};
 };
 
@@ -358,10 +320,7 @@ void Read(const std::filesystem::path& path, Hold hold, const Options& options, 
   reading.file = std::move(file.handle);
   reading.bytes = std::move(file.bytes);
   if (!HelperReads(path.native())) {
-    return found.Fail(0,
-                      L"The file's path holds characters that the system's code page lacks, so the "
-                      L"helper looks for {}. Use another name.",
-                      {Shown(FromHelper(ForHelper(path.native())))});
+    return found.Fail(0, L"The code page lacks characters of the file's path. Use another name.");
   }
   const std::wstring drive = DriveFault(FullPath(path.native()));
   if (!drive.empty()) found.Harm(0, L"{}", {drive});
@@ -369,7 +328,7 @@ void Read(const std::filesystem::path& path, Hold hold, const Options& options, 
   TaskLines lines(found);
   if (!lines.Read(reading.bytes)) return;
   reading.type = ReadType(lines, found);
-  if (reading.type == Task::kType) JobReader(lines, found, reading).Read();
+  if (reading.type == Task::kType) JobReader(lines, found).Read(reading);
   if (reading.type == UACTaskFileOp::kType) {
     const TaskLines::Entry list = lines.Get(UACTaskFileOp::kXmlPath);
     ReadList(FromHelper(list.value), list.line, found, options, reading);
