@@ -590,8 +590,9 @@ class Surveyor {
     }
     Step& step = survey_.steps[at_];
     step.text = StepText(step, item);
-    step.source = item.source.empty() ? Item().source : item.source;
-    step.destination = item.destination.empty() ? Item().destination : item.destination;
+    step.source = item.source.empty() ? Item().source : std::filesystem::path(item.source);
+    step.destination =
+        item.destination.empty() ? Item().destination : std::filesystem::path(item.destination);
     const bool isUsable = !item.source.empty() && !item.destination.empty();
     items_[at_].source = isUsable ? item.source : std::wstring();
     items_[at_].destination = isUsable ? item.destination : std::wstring();
