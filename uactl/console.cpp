@@ -8,6 +8,8 @@
 
 namespace {
 
+constexpr std::size_t kMostAtOnce = 16000;  // consoles take no more than 64 kB everywhere
+
 HANDLE HandleOf(Stream stream) {
   return GetStdHandle(stream == Stream::kOutput ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
 }
@@ -25,25 +27,6 @@ std::size_t Width() {
   return static_cast<std::size_t>(std::max(info.srWindow.Right - info.srWindow.Left, 1));
 }
 
-// One call of WriteConsoleW takes no more than 64 kB everywhere.
-void PrintToConsole(HANDLE console, const std::wstring& text) {
-  constexpr std::size_t kMost = 16000;
-  DWORD written = 0;
-  for (std::size_t at = 0; at < text.size(); at += written) {
-    const auto length = static_cast<DWORD>(std::min(text.size() - at, kMost));
-    if (!WriteConsoleW(console, text.data() + at, length, &written, nullptr) || written == 0)
-      return;
-  }
-}
-
-void PrintToFile(HANDLE file, const std::string& bytes) {
-  DWORD written = 0;
-  for (std::size_t at = 0; at < bytes.size(); at += written) {
-    const auto length = static_cast<DWORD>(std::min<std::size_t>(bytes.size() - at, 1 << 20));
-    if (!WriteFile(file, bytes.data() + at, length, &written, nullptr) || written == 0) return;
-  }
-}
-
 }  // namespace
 
 bool IsConsole(Stream stream) {
@@ -52,10 +35,19 @@ bool IsConsole(Stream stream) {
 }
 
 void Print(Stream stream, const std::wstring& text) {
-  if (IsConsole(stream)) {
-    PrintToConsole(HandleOf(stream), text);
-  } else {
-    PrintToFile(HandleOf(stream), WideToUtf8(text));
+  if (!IsConsole(stream)) return PrintAscii(stream, WideToUtf8(text));
+  DWORD written = 0;
+  for (std::size_t at = 0; at < text.size(); at += written) {
+    const auto length = static_cast<DWORD>(std::min(text.size() - at, kMostAtOnce));
+    if (!WriteConsoleW(HandleOf(stream), text.data() + at, length, &written, nullptr)) return;
+  }
+}
+
+void PrintAscii(Stream stream, std::string_view text) {
+  DWORD written = 0;
+  for (std::size_t at = 0; at < text.size(); at += written) {
+    const auto length = static_cast<DWORD>(std::min(text.size() - at, kMostAtOnce));
+    if (!WriteFile(HandleOf(stream), text.data() + at, length, &written, nullptr)) return;
   }
 }
 

@@ -1,14 +1,11 @@
-// The command line over the application's side: files, folders and jobs with raised rights, task
-// files that exist, and what is wrong with them.
+// The command line over the application's side: files, folders and jobs with elevation, task files
+// that exist, and what is wrong with them.
 
 #include <windows.h>
 
 #include <atomic>
 #include <exception>
-#include <variant>
 
-#include "corekit/text.h"
-#include "uaclient/uaclient.h"
 #include "uactl/arguments.h"
 #include "uactl/console.h"
 #include "uactl/report.h"
@@ -22,67 +19,90 @@ BOOL WINAPI OnConsoleEvent(DWORD event) {
   return (event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT) && !interrupted.exchange(true);
 }
 
-// Runs a plan, a job, its deletion or a task file and shows meanwhile how far it is.
 template <class Task>
-uaclient::Result RunShowingProgress(const Task& task, uaclient::Options options) {
+Outcome CheckOnly(const Task& task, const uaclient::Options& options) {
+  return OutcomeOf(uaclient::Check(task, options), std::is_same_v<Task, uaclient::TaskFile>);
+}
+
+// Shows before the start what is going to be deleted, and meanwhile how far it is.
+template <class Task>
+Outcome RunTask(const Task& task, uaclient::Options options) {
   StatusLine status;
+  options.owner = GetConsoleWindow();
+  options.confirm = [](const uaclient::Report& report) {
+    // Whoever deletes a job has named it.
+    if (!std::is_same_v<Task, uaclient::JobRemoval>) Print(Stream::kErrors, Announcement(report));
+    return !interrupted;
+  };
   options.progress = [&status](const uaclient::Progress& progress) {
     status.Show(ProgressText(progress));
     return !interrupted;
   };
   SetConsoleCtrlHandler(OnConsoleEvent, TRUE);
-  uaclient::Result result = uaclient::Run(task, options);
+  Outcome outcome = OutcomeOf(uaclient::Run(task, options));
   SetConsoleCtrlHandler(OnConsoleEvent, FALSE);
-  return result;
+  // The argument was right; what is wrong stands in the file.
+  if (std::is_same_v<Task, uaclient::TaskFile> && outcome.exitCode == kExitWrong &&
+      outcome.result.report.exists) {
+    outcome.exitCode = kExitNotDone;
+  }
+  return outcome;
 }
 
-// Carries out what was asked for.
-struct Carrier {
-  const uaclient::Options& options;
+Outcome Carry(const Arguments& arguments) {
+  if (!arguments.refusal.empty()) {
+    uaclient::Result result;
+    result.status = uaclient::Status::kInvalid;
+    result.reason = arguments.refusal;
+    return OutcomeOf(result);
+  }
+  return std::visit(
+      [&](const auto& task) {
+        return arguments.onlyCheck ? CheckOnly(task, arguments.options)
+                                   : RunTask(task, arguments.options);
+      },
+      arguments.task);
+}
 
-  Report operator()(const ShownText& shown) const { return {kExitDone, shown.text, L""}; }
-  Report operator()(const uaclient::CopyPlan& plan) const {
-    return ReportRun(RunShowingProgress(plan, options));
+int Main(const Arguments& arguments) {
+  if (!arguments.help.empty()) {
+    Print(Stream::kOutput, arguments.help);
+    return kExitDone;
   }
-  Report operator()(const PlanCheck& check) const { return ReportPlanCheck(check.plan.Check()); }
-  Report operator()(const uaclient::Job& job) const {
-    return ReportRun(RunShowingProgress(job, options));
+  if (!arguments.warning.empty()) {
+    Print(Stream::kErrors, ErrorLine(L"warning: " + arguments.warning));
   }
-  Report operator()(const uaclient::JobRemoval& removal) const {
-    return ReportRun(RunShowingProgress(removal, options));
+  const Outcome outcome = Carry(arguments);
+  const Lines text = AsText(outcome);
+  Print(Stream::kErrors, text.errors);
+  if (arguments.asJson) {
+    PrintAscii(Stream::kOutput, AsJson(outcome));
+  } else {
+    Print(Stream::kOutput, text.output);
   }
-  Report operator()(const uaclient::TaskFile& task) const {
-    Report report = ReportRun(RunShowingProgress(task, options));
-    // The arguments were right; what is wrong stands in the file.
-    if (report.exitCode == kExitRefused) report.exitCode = kExitNotDone;
-    return report;
-  }
-  Report operator()(const TaskFileCheck& check) const {
-    const uaclient::TaskFileReport found = uaclient::CheckTaskFile(check.file);
-    return check.asJson ? ReportCheckAsJson(found, check.file) : ReportCheck(found);
-  }
-};
-
-Report Carry(const std::vector<std::wstring>& words) {
-  try {
-    const Arguments arguments = ReadArguments(words);
-    return std::visit(Carrier{arguments.options}, arguments.request);
-  } catch (const BadArguments& bad) {
-    return {kExitRefused, L"", ErrorLine(bad.text)};
-  } catch (const std::exception& failure) {
-    return {kExitNotDone, L"", ErrorLine(corekit::AnsiToWide(failure.what()))};
-  }
+  return outcome.exitCode;
 }
 
 }  // namespace
 
-int wmain(int argumentCount, wchar_t* arguments[]) {
+int wmain(int argumentCount, wchar_t* words[]) {
   // No DLL that lies beside the program or in the current directory may be loaded.
   SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   // A drive without a disk is an error like others, not a dialog.
   SetErrorMode(SEM_FAILCRITICALERRORS);
-  const Report report = Carry({arguments + 1, arguments + argumentCount});
-  Print(Stream::kOutput, report.output);
-  Print(Stream::kErrors, report.errors);
-  return report.exitCode;
+  Arguments arguments;
+  try {
+    arguments = ReadArguments({words + 1, words + argumentCount});
+    return Main(arguments);
+  } catch (const std::exception&) {  // memory or threads are exhausted
+    const bool isCheck = arguments.onlyCheck;
+    PrintAscii(Stream::kErrors, "uactl: not enough memory\n");
+    if (arguments.asJson) {
+      PrintAscii(Stream::kOutput, isCheck ? R"({"exit": 2, "status": "fails")"
+                                          : R"({"exit": 1, "status": "failed")");
+      PrintAscii(Stream::kOutput,
+                 R"(, "reason": "not enough memory", "findings": [], "steps": [], "items": []})");
+    }
+    return isCheck ? kExitWrong : kExitNotDone;
+  }
 }
