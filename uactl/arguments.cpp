@@ -7,7 +7,7 @@
 #include <cwctype>
 #include <deque>
 #include <map>
-#include <optional>
+#include <sstream>
 
 #include "corekit/text.h"
 #include "uaclient/path.h"
@@ -113,26 +113,19 @@ void ReadCopy(Operands& operands, Arguments& arguments) {
   arguments.task = plan;
 }
 
-std::optional<int> Number(const std::wstring& digits, int low, int high) {
-  const bool isNumber = !digits.empty() && digits.size() <= 5 &&
-                        digits.find_first_not_of(L"0123456789") == digits.npos;
-  const int number = isNumber ? std::stoi(digits) : low - 1;
-  return number >= low && number <= high ? std::optional<int>(number) : std::nullopt;
-}
-
-void SetTimeout(const std::wstring& text, Arguments& arguments) {
-  const auto seconds = Number(text, 1, 86400);
-  if (!seconds) Refuse(text, L"is not a number of seconds from 1 to 86400.");
-  arguments.options.timeout = std::chrono::seconds(*seconds);
+// -1 for what is no number from `low` to `high`.
+int Number(const std::wstring& digits, int low, int high) {
+  const bool isNumber = digits.find_first_not_of(L"0123456789") == digits.npos;
+  if (!isNumber || digits.empty() || digits.size() > 5) return -1;
+  const int number = std::stoi(digits);
+  return number >= low && number <= high ? number : -1;
 }
 
 bool SetTime(const std::wstring& time, Job& job) {
-  const bool hasForm = time.size() == 5 && time[2] == L':';
-  const auto hour = hasForm ? Number(time.substr(0, 2), 0, 23) : std::nullopt;
-  const auto minute = hasForm ? Number(time.substr(3), 0, 59) : std::nullopt;
-  job.hour = hour.value_or(0);
-  job.minute = minute.value_or(0);
-  return hour && minute;
+  if (time.size() != 5 || time[2] != L':') return false;
+  job.hour = Number(time.substr(0, 2), 0, 23);
+  job.minute = Number(time.substr(3), 0, 59);
+  return job.hour >= 0 && job.minute >= 0;
 }
 
 void ReadTime(Operands& operands, Job& job) {
@@ -159,7 +152,8 @@ int Weekday(const std::wstring& day) {
 }
 
 int MonthDay(const std::wstring& day) {
-  if (const auto number = Number(day, 1, 31)) return *number - 1;
+  const int number = Number(day, 1, 31);
+  if (number > 0) return number - 1;
   Refuse(day, L"is not a day of a month, from 1 to 31. Write several as 1,15,31.");
 }
 
@@ -214,108 +208,63 @@ void ReadRemoval(Operands& operands, Arguments& arguments) {
 }
 
 void ReadRun(Operands& operands, Arguments& arguments) {
-  const std::wstring file = TakeExisting(operands, L"TASKFILE");
-  if (IsFolder(file)) Refuse(file, L"is a folder and not a task file.");
-  arguments.task = TaskFile{file};
+  arguments.task = TaskFile{TakePath(operands, L"TASKFILE")};
 }
 
 void ReadCheck(Operands& operands, Arguments& arguments) {
+  ReadRun(operands, arguments);
   arguments.onlyCheck = true;
-  arguments.task = TaskFile{TakePath(operands, L"TASKFILE")};
 }
 
 struct Option {
   const wchar_t* name;
   bool Arguments::*flag;  // null for the one that has a value
-  const wchar_t* help;
 };
 
-const Option kOptions[] = {
-    {L"--replace", &Arguments::replace, L"Deletes everything at a folder's destination first"},
-    {L"--dry-run", &Arguments::onlyCheck, L"Starts nothing; prints what would be done or is wrong"},
-    {L"--fast", &Arguments::fast, L"Compares sizes and times, not contents, where that suffices"},
-    {L"--timeout", nullptr, L"Waits no longer for the helper, which goes on after that"},
-    {L"--json", &Arguments::asJson, L"Prints one JSON object, for programs"}};
+const Option kOptions[] = {{L"--replace", &Arguments::replace},
+                           {L"--dry-run", &Arguments::onlyCheck},
+                           {L"--fast", &Arguments::fast},
+                           {L"--timeout", nullptr},
+                           {L"--json", &Arguments::asJson}};
 
 constexpr std::size_t kAll = SIZE_MAX;
 
 struct Command {
   std::wstring name;
-  std::wstring operands;
-  std::wstring summary;
   std::wstring options;
   void (*read)(Operands&, Arguments&);
-  std::wstring details;
   std::size_t ownOperands = kAll;  // what stands behind them belongs to another program
 };
 
-const std::wstring kRunExitCodes =
-    L"Exit code: 0 done, 1 not or not all done, 2 wrong or harmful arguments (nothing was\n"
-    L"started), 3 the user refused the elevation, 4 waiting was given up (the helper goes on).\n";
 const std::wstring kJobOptions = L"--dry-run --timeout --json";
-const std::wstring kJobDetails =
-    L"A \\ in NAME separates folders of the Task Scheduler. A job of that name is replaced.\n"
-    L"DAYS are names such as mon,wed,fri or Monday, or numbers such as 1,15,31; months without\n"
-    L"such a day are skipped. PROGRAM gets the ARGUMENTS as they are given here, at least one:\n"
-    L"write \"\" where it takes none. Options come before NAME.\n"
-    L"The job runs as the account that confirms the elevation, while that is logged on, in\n"
-    L"%windir%\\system32. It is not started on battery, a missed start is not made up for, and it\n"
-    L"is ended after 72 hours.\n" +
-    kRunExitCodes;
+const Command kCommands[] = {{L"copy", L"--replace --dry-run --fast --timeout --json", ReadCopy},
+                             {L"daily", kJobOptions, ReadJob<Job::Every::kDay>, 3},
+                             {L"weekly", kJobOptions, ReadJob<Job::Every::kWeek>, 4},
+                             {L"monthly", kJobOptions, ReadJob<Job::Every::kMonth>, 4},
+                             {L"unschedule", kJobOptions, ReadRemoval},
+                             {L"run", L"--fast --timeout --json", ReadRun},
+                             {L"check", L"--json", ReadCheck}};
 
-const Command kCommands[] = {
-    {L"copy", L"SOURCE DESTINATION [SOURCE DESTINATION]...",
-     L"Copies files and folders with one elevation.",
-     L"--replace --dry-run --fast --timeout --json", ReadCopy,
-     L"A folder is added to what is at its destination: files of the same name are overwritten,\n"
-     L"nothing is deleted. A file whose destination is a folder, or ends in \\, goes into that\n"
-     L"folder. Missing folders are made. Afterwards every file is compared with its source.\n" +
-         kRunExitCodes},
-    {L"daily", L"NAME HH:MM PROGRAM ARGUMENTS...", L"Has a program started every day.", kJobOptions,
-     ReadJob<Job::Every::kDay>, kJobDetails, 3},
-    {L"weekly", L"NAME HH:MM DAYS PROGRAM ARGUMENTS...",
-     L"Has a program started on days of the week.", kJobOptions, ReadJob<Job::Every::kWeek>,
-     kJobDetails, 4},
-    {L"monthly", L"NAME HH:MM DAYS PROGRAM ARGUMENTS...",
-     L"Has a program started on days of the month.", kJobOptions, ReadJob<Job::Every::kMonth>,
-     kJobDetails, 4},
-    {L"unschedule", L"NAME", L"Deletes a job.", kJobOptions, ReadRemoval, kRunExitCodes},
-    {L"run", L"TASKFILE",
-     L"Has the helper carry out an existing task file, and says what became of it.",
-     L"--fast --timeout --json", ReadRun,
-     L"The task file is deleted when the helper has succeeded. One that would do harm is not\n"
-     L"started, and the exit code is 1; \"uactl check\" says what that is.\n" +
-         kRunExitCodes},
-    {L"check", L"TASKFILE",
-     L"Says what the helper would do with a task file, and what is wrong with it.", L"--json",
-     ReadCheck,
-     L"Changes nothing and needs no elevation. Prints FILE:LINE: error: TEXT or\n"
-     L"FILE:LINE: warning: TEXT for each finding, then what the helper would do, in its order.\n"
-     L"Exit code: 0 nothing was found, 1 the helper would run, but something is suspicious or\n"
-     L"would be left out, 2 the helper would fail, or there is no such file.\n"}};
+// All of help.txt that is for the command, "uactl" for none.
+std::wstring Help(const std::wstring& command) {
+  const HRSRC found = FindResourceW(nullptr, L"HELP_TEXT", MAKEINTRESOURCEW(10));  // RT_RCDATA
+  const auto* bytes = static_cast<const char*>(LockResource(LoadResource(nullptr, found)));
+  std::wistringstream text(Utf8ToWide({bytes, bytes + SizeofResource(nullptr, found)}));
+  std::wstring page;
+  bool isMeant = false;
+  for (std::wstring line; std::getline(text, line);) {
+    if (line[0] == L'%') {
+      isMeant = (line + L" ").find(L" " + command + L" ") != line.npos;
+    } else if (isMeant) {
+      page += line + L"\n";
+    }
+  }
+  return page;
+}
 
 std::wstring Usage(const Command& command) {
-  return L"uactl " + command.name + L" [OPTIONS] " + command.operands;
-}
-
-std::wstring Help() {
-  std::wstring text =
-      L"Copies files and schedules programs with elevation, through uactask.exe beside it.\n\n"
-      L"Usage: uactl COMMAND [OPTIONS] ...\n\n";
-  for (const Command& command : kCommands) {
-    text += L"  " + command.name + L" " + command.operands + L"\n      " + command.summary + L"\n";
-  }
-  return text + L"\nAll about a command: uactl help COMMAND. The version: uactl --version.\n";
-}
-
-std::wstring Help(const Command& command) {
-  std::wstring text = command.summary + L"\n\nUsage: " + Usage(command) + L"\n\n";
-  for (const Option& option : kOptions) {
-    if (command.options.find(option.name) == command.options.npos) continue;
-    const std::wstring value = option.flag == nullptr ? L" SECONDS" : L"";
-    text += L"  " + (option.name + value) + L"\n      " + option.help + L".\n";
-  }
-  return text + L"\n" + command.details;
+  const std::wstring help = Help(command.name);
+  return help.substr(0, help.find(L'\n'));
 }
 
 const Command& FindCommand(const std::wstring& word) {
@@ -358,7 +307,7 @@ Operands TakeOptions(const Command& command, const Words& words, Arguments& argu
     const std::size_t sign = word.find(L'=');
     const Option* const option = FindOption(command, word.substr(0, sign));
     if (AsksForHelp(word)) {
-      arguments.help = Help(command);
+      arguments.help = Help(command.name);
     } else if (command.ownOperands != kAll && !operands.words.empty()) {
       Refuse(word, L"stands behind NAME, but options come before it: " + operands.usage);
     } else if (word == L"--") {
@@ -371,7 +320,10 @@ Operands TakeOptions(const Command& command, const Words& words, Arguments& argu
     } else {
       if (sign == word.npos && ++i == words.size())
         Refuse(word, L"lacks its value: " + operands.usage);
-      SetTimeout(sign == word.npos ? words[i] : word.substr(sign + 1), arguments);
+      const std::wstring value = sign == word.npos ? words[i] : word.substr(sign + 1);
+      const int seconds = Number(value, 1, 86400);
+      if (seconds < 0) Refuse(value, L"is not a number of seconds from 1 to 86400.");
+      arguments.options.timeout = std::chrono::seconds(seconds);
     }
   }
   return operands;
@@ -383,7 +335,7 @@ void Read(const Words& words, Arguments& arguments) {
   if (words[0] == L"--version") {
     arguments.help = L"uactl " + Utf8ToWide(uaclient::kVersion) + L"\n";
   } else if (words[0] == L"help" || AsksForHelp(words[0])) {
-    arguments.help = Help();
+    arguments.help = Help(L"uactl");
   } else {
     const Command& command = FindCommand(words[0]);
     Operands operands = TakeOptions(command, words, arguments);

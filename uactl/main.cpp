@@ -19,66 +19,43 @@ BOOL WINAPI OnConsoleEvent(DWORD event) {
   return (event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT) && !interrupted.exchange(true);
 }
 
-template <class Task>
-Outcome CheckOnly(const Task& task, const uaclient::Options& options) {
-  return OutcomeOf(uaclient::Check(task, options), std::is_same_v<Task, uaclient::TaskFile>);
-}
-
-// Shows before the start what is going to be deleted, and meanwhile how far it is.
-template <class Task>
-Outcome RunTask(const Task& task, uaclient::Options options) {
+// Checks or runs the task. Says before the start what is going to be deleted, and meanwhile how far
+// the helper is.
+Outcome Carry(const Arguments& arguments) {
+  const bool ofTaskFile = std::holds_alternative<uaclient::TaskFile>(arguments.task);
+  const bool namesDeletion = std::holds_alternative<uaclient::JobRemoval>(arguments.task);
   StatusLine status;
+  uaclient::Options options = arguments.options;
   options.owner = GetConsoleWindow();
-  options.confirm = [](const uaclient::Report& report) {
-    // Whoever deletes a job has named it.
-    if (!std::is_same_v<Task, uaclient::JobRemoval>) Print(Stream::kErrors, Announcement(report));
+  options.confirm = [&](const uaclient::Report& report) {
+    if (!namesDeletion) Print(Stream::kErrors, Announcement(report));
     return !interrupted;
   };
-  options.progress = [&status](const uaclient::Progress& progress) {
+  options.progress = [&](const uaclient::Progress& progress) {
     status.Show(ProgressText(progress));
     return !interrupted;
   };
+  const auto check = [&](const auto& task) { return uaclient::Check(task, options); };
+  const auto run = [&](const auto& task) { return uaclient::Run(task, options); };
+  if (arguments.onlyCheck) return OutcomeOf(std::visit(check, arguments.task), ofTaskFile);
   SetConsoleCtrlHandler(OnConsoleEvent, TRUE);
-  Outcome outcome = OutcomeOf(uaclient::Run(task, options));
-  SetConsoleCtrlHandler(OnConsoleEvent, FALSE);
-  // The argument was right; what is wrong stands in the file.
-  if (std::is_same_v<Task, uaclient::TaskFile> && outcome.exitCode == kExitWrong &&
-      outcome.result.report.exists) {
-    outcome.exitCode = kExitNotDone;
-  }
-  return outcome;
-}
-
-Outcome Carry(const Arguments& arguments) {
-  if (!arguments.refusal.empty()) {
-    uaclient::Result result;
-    result.status = uaclient::Status::kInvalid;
-    result.reason = arguments.refusal;
-    return OutcomeOf(result);
-  }
-  return std::visit(
-      [&](const auto& task) {
-        return arguments.onlyCheck ? CheckOnly(task, arguments.options)
-                                   : RunTask(task, arguments.options);
-      },
-      arguments.task);
+  return OutcomeOf(std::visit(run, arguments.task), ofTaskFile);
 }
 
 int Main(const Arguments& arguments) {
-  if (!arguments.help.empty()) {
-    Print(Stream::kOutput, arguments.help);
-    return kExitDone;
-  }
-  if (!arguments.warning.empty()) {
-    Print(Stream::kErrors, ErrorLine(L"warning: " + arguments.warning));
-  }
-  const Outcome outcome = Carry(arguments);
-  const Lines text = AsText(outcome);
-  Print(Stream::kErrors, text.errors);
+  Print(Stream::kOutput, arguments.help);
+  if (!arguments.help.empty()) return 0;
+  if (!arguments.warning.empty()) Print(Stream::kErrors, WarningLine(arguments.warning));
+  uaclient::Result refused;
+  refused.status = uaclient::Status::kInvalid;
+  refused.reason = arguments.refusal;
+  const Outcome outcome = refused.reason.empty() ? Carry(arguments) : OutcomeOf(refused, false);
+  const Lines lines = AsText(outcome);
+  Print(Stream::kErrors, lines.errors);
   if (arguments.asJson) {
     PrintAscii(Stream::kOutput, AsJson(outcome));
   } else {
-    Print(Stream::kOutput, text.output);
+    Print(Stream::kOutput, lines.output);
   }
   return outcome.exitCode;
 }
@@ -94,15 +71,15 @@ int wmain(int argumentCount, wchar_t* words[]) {
   try {
     arguments = ReadArguments({words + 1, words + argumentCount});
     return Main(arguments);
-  } catch (const std::exception&) {  // memory or threads are exhausted
-    const bool isCheck = arguments.onlyCheck;
+  } catch (const std::exception&) {  // memory, or threads to compare with
     PrintAscii(Stream::kErrors, "uactl: not enough memory\n");
     if (arguments.asJson) {
-      PrintAscii(Stream::kOutput, isCheck ? R"({"exit": 2, "status": "fails")"
-                                          : R"({"exit": 1, "status": "failed")");
-      PrintAscii(Stream::kOutput,
-                 R"(, "reason": "not enough memory", "findings": [], "steps": [], "items": []})");
+      PrintAscii(Stream::kOutput, arguments.onlyCheck ? R"({"exit": 2, "status": "fails", )"
+                                                      : R"({"exit": 1, "status": "failed", )");
+      PrintAscii(Stream::kOutput, R"("reason": "not enough memory", "findings": [], )"
+                                  R"("steps": [], "items": []})"
+                                  "\n");
     }
-    return isCheck ? kExitWrong : kExitNotDone;
+    return arguments.onlyCheck ? 2 : 1;
   }
 }

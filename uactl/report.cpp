@@ -16,55 +16,52 @@ using namespace uaclient;
 // In the order of Status.
 constexpr const char* kStatuses[] = {"done",       "incomplete", "invalid",     "refused",
                                      "notStarted", "failed",     "stillRunning"};
-constexpr ExitCode kExitCodes[] = {kExitDone,    kExitNotDone, kExitWrong,       kExitRefused,
-                                   kExitNotDone, kExitNotDone, kExitStillRunning};
+constexpr int kExitCodes[] = {0, 1, 2, 3, 1, 1, 4};
 
 // In the order of Step::Kind.
 constexpr const char* kKinds[] = {"copyFile", "addFolder", "replaceFolder", "registerJob",
                                   "deleteJob"};
+
+std::wstring ErrorLine(const std::wstring& text) { return Line(L"uactl: " + text); }
 
 std::wstring SeverityName(const Finding& finding) {
   return finding.severity == Severity::kError ? L"error" : L"warning";
 }
 
 std::wstring FindingLine(const Finding& finding) {
-  if (finding.file.empty()) {
-    return ErrorLine(Refuses(finding) ? finding.text : L"warning: " + finding.text);
-  }
-  std::wstring place = finding.file.wstring();
-  if (finding.line > 0) place += L":" + std::to_wstring(finding.line);
-  return Line(
-      place + L": " + SeverityName(finding) + L": " + finding.text +
-      (finding.severity == Severity::kHarmful ? L" \"uactl run\" does not start it." : L""));
+  if (finding.file.empty())
+    return Refuses(finding) ? ErrorLine(finding.text) : WarningLine(finding.text);
+  std::wstring line = finding.file.wstring();
+  if (finding.line > 0) line += L":" + std::to_wstring(finding.line);
+  line += L": " + SeverityName(finding) + L": " + finding.text;
+  if (finding.severity == Severity::kHarmful) line += L" \"uactl run\" does not start it.";
+  return Line(line);
 }
 
 double Seconds(std::chrono::milliseconds time) {
   return std::chrono::duration<double>(time).count();
 }
 
-Lines CheckText(const Report& report) {
-  Lines text;
-  for (const Finding& finding : report.findings) text.output += FindingLine(finding);
-  for (const Step& step : report.steps) text.output += Line(L"plan: " + step.text);
+std::wstring CheckText(const Report& report) {
+  std::wstring text;
+  for (const Finding& finding : report.findings) text += FindingLine(finding);
+  for (const Step& step : report.steps) text += Line(L"plan: " + step.text);
   if (report.helperFails || !report.exists) {
     const int code = report.exists ? uactask::kHelperFailed : uactask::kHelperFoundNoTaskFile;
-    text.output += Line((report.steps.empty() ? L"plan: nothing, the helper would fail"
-                                              : L"plan: then the helper would fail") +
-                        (L" with exit code " + std::to_wstring(code)));
+    text += report.steps.empty() ? L"plan: nothing, " : L"plan: then ";
+    text += Line(L"the helper would fail with exit code " + std::to_wstring(code));
   } else if (report.steps.empty()) {
-    text.output += Line(L"plan: nothing");
+    text += Line(L"plan: nothing");
   }
   return text;
 }
 
-Lines RefusalText(const Result& result) {
-  Lines text;
+std::wstring RefusalText(const Result& result) {
+  std::wstring text;
   for (const Finding& finding : result.report.findings) {
-    if (Refuses(finding)) text.errors += FindingLine(finding);
+    if (Refuses(finding)) text += FindingLine(finding);
   }
-  if (text.errors.empty()) text.errors = ErrorLine(result.reason);
-  text.errors += ErrorLine(L"Nothing was started.");
-  return text;
+  return (text.empty() ? ErrorLine(result.reason) : text) + ErrorLine(L"Nothing was started.");
 }
 
 const std::wstring& ReasonOf(const Item& item, const Result& result) {
@@ -107,30 +104,29 @@ Lines RunText(const Result& result) {
 
 }  // namespace
 
-Outcome OutcomeOf(const Result& result) {
+Outcome OutcomeOf(const Result& result, bool ofTaskFile) {
   const auto status = static_cast<std::size_t>(result.status);
-  return {kExitCodes[status], kStatuses[status], false, result};
+  // The argument was right; what is wrong stands in the file.
+  const bool isFileWrong = result.status == Status::kInvalid && ofTaskFile && result.report.exists;
+  return {isFileWrong ? 1 : kExitCodes[status], kStatuses[status], false, result};
 }
 
 Outcome OutcomeOf(const Report& report, bool ofTaskFile) {
   const Finding* const refusal = FirstRefusal(report);
   const bool fails = ofTaskFile ? report.helperFails || !report.exists : refusal != nullptr;
   const bool isClean = report.findings.empty() && !report.leavesOut;
-  Outcome outcome = {kExitDone, fails ? "fails" : isClean ? "clean" : "suspicious", true, {}};
-  if (fails) {
-    outcome.exitCode = kExitWrong;
-  } else if (ofTaskFile && !isClean) {
-    outcome.exitCode = kExitNotDone;
-  }
-  if (refusal != nullptr) outcome.result.reason = refusal->text;
-  outcome.result.report = report;
-  return outcome;
+  Result result;
+  result.report = report;
+  if (refusal != nullptr) result.reason = refusal->text;
+  if (fails) return {2, "fails", true, result};
+  if (isClean) return {0, "clean", true, result};
+  return {ofTaskFile ? 1 : 0, "suspicious", true, result};
 }
 
 Lines AsText(const Outcome& outcome) {
-  if (outcome.isCheck) return CheckText(outcome.result.report);
-  return outcome.result.status == Status::kInvalid ? RefusalText(outcome.result)
-                                                   : RunText(outcome.result);
+  if (outcome.isCheck) return {CheckText(outcome.result.report), {}};
+  if (outcome.result.status == Status::kInvalid) return {{}, RefusalText(outcome.result)};
+  return RunText(outcome.result);
 }
 
 std::string AsJson(const Outcome& outcome) {
@@ -175,7 +171,7 @@ std::string AsJson(const Outcome& outcome) {
   return json.dump(2, ' ', true) + "\n";
 }
 
-std::wstring ErrorLine(const std::wstring& text) { return Line(L"uactl: " + text); }
+std::wstring WarningLine(const std::wstring& text) { return ErrorLine(L"warning: " + text); }
 
 std::wstring Announcement(const Report& report) {
   std::wstring text;

@@ -6,24 +6,22 @@
 
 #include "uaclient/uaclient.h"
 
-// Of every command; those in brackets are of "check".
-enum ExitCode {
-  kExitDone = 0,         // (nothing was found)
-  kExitNotDone = 1,      // not or not all (the helper would run, but something is suspicious)
-  kExitWrong = 2,        // wrong or harmful arguments (the helper would fail, or no such file)
-  kExitRefused = 3,      // the user refused the elevation
-  kExitStillRunning = 4  // waiting was given up; the helper goes on
-};
-
+// The exit codes; those in brackets are of "check":
+//
+//   0  everything was done (nothing was found)
+//   1  not, or not all, was done (the helper would run, but something is suspicious or left out)
+//   2  wrong or harmful arguments, nothing was started (the helper would fail, or no such file)
+//   3  the user refused the elevation
+//   4  waiting was given up; the helper goes on
 struct Outcome {
-  int exitCode = kExitDone;
+  int exitCode = 0;
   const char* status = "";
   bool isCheck = false;
-  uaclient::Result result;  // of a check its report alone, with the reason why it would be refused
+  uaclient::Result result;  // of a check its report, and the reason why a run would be refused
 };
 
-// Of a run; of arguments that are wrong, too, as one that is invalid.
-Outcome OutcomeOf(const uaclient::Result& result);
+// Of a run; wrong arguments count as one that is invalid.
+Outcome OutcomeOf(const uaclient::Result& result, bool ofTaskFile);
 
 // Of what is not to be started: "check" of a task file, or --dry-run.
 Outcome OutcomeOf(const uaclient::Report& report, bool ofTaskFile);
@@ -57,8 +55,7 @@ Lines AsText(const Outcome& outcome);
 // Paths and names that something does not have are "".
 std::string AsJson(const Outcome& outcome);
 
-// A line that names what is wrong.
-std::wstring ErrorLine(const std::wstring& text);
+std::wstring WarningLine(const std::wstring& text);
 
 // What is to be known before the start: warnings, and what is going to be deleted.
 std::wstring Announcement(const uaclient::Report& report);
