@@ -1,8 +1,9 @@
 """Checks a program that ships: imports, hardening, sections, resources and size.
-Usage: check_executable.py FILE VERSION MAX_SIZE"""
+Usage: check_executable.py FILE VERSION MAX_SIZE [NM SYMBOLS], with the program that lists the symbols in a file"""
 
 import re
 import struct
+import subprocess
 import sys
 
 SYSTEM_DLLS = {f"{name}.dll" for name in ("advapi32", "kernel32", "msvcrt", "ntdll", "ole32", "oleaut32", "shell32",
@@ -11,7 +12,7 @@ START_DLLS = {"kernel32.dll", "msvcrt.dll", "ntdll.dll"}  # all others take as l
 CHARACTERISTICS = {"high-entropy ASLR": 0x0020, "ASLR": 0x0040, "DEP": 0x0100}
 WRITABLE, EXECUTABLE = 0x80000000, 0x20000000
 
-path, version, max_size = sys.argv[1:]
+path, version, max_size, *list_symbols = sys.argv[1:]
 data = open(path, "rb").read()
 faults = []
 
@@ -58,6 +59,15 @@ faults += [f"loads {name} at its start (uactask_delay_load)" for name in sorted(
 # DLLs that are loaded on the first call stand in no table that every linker fills.
 imports |= {name.decode().lower() for name in re.findall(rb"[\w.-]+\.dll(?=\0)", data)}
 faults += [f"imports {name}" for name in sorted(imports - SYSTEM_DLLS)]
+
+# Without it the first call that loads a DLL crashes where the linker has made the import table read-only.
+DELAY_LOAD_HOOK = "__pfnDliNotifyHook2"  # a pointer
+if list_symbols:
+    symbols = subprocess.run(list_symbols, check=True, capture_output=True, text=True).stdout
+    hook = re.search(rf"^(\w+) [A-Z] {DELAY_LOAD_HOOK}$", symbols, re.M)
+    image_base = u32(optional + 24) | u32(optional + 28) << 32
+    if hook and not u32(offset(int(hook.group(1), 16) - image_base)):
+        faults.append(f"loads DLLs late without {DELAY_LOAD_HOOK} (delay_load_hook.cpp)")
 
 if b'level="asInvoker"' not in data:
     faults.append("no manifest")

@@ -6,6 +6,8 @@ function(uactask_delay_load target dll)
     target_link_libraries(${target} PRIVATE delayimp)
     return()
   endif()
+  # An object of the program itself: of two libraries that define the hook the runtime's would win.
+  target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/cmake/delay_load_hook.cpp)
   set(folder ${CMAKE_CURRENT_BINARY_DIR}/delay_load/${target})
   set(library ${folder}/lib${dll}.a)
   string(REPLACE ";" "\n" functions "${ARGN}")

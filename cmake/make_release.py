@@ -72,6 +72,11 @@ def faults_of(name, files):
                     yield f"{name}: {path} links {link}, which is not in it"
 
 
+def boost_source():
+    """The Debian source package that Boost for the target was built from (scripts/setup)."""
+    return (SOURCE / "build/boost/package").read_text().strip()
+
+
 def version_of(package):
     if package is not None:
         return run("dpkg-query", "-W", "-f=${Version}", package)
@@ -101,7 +106,7 @@ def bill_of_materials(programs):
         if not users:
             continue
         identity, version = re.sub(r"\W", "-", name), version_of(debian)
-        source = {"sourceInfo": f"Debian package {debian} {version}" if debian else "Debian source package boost1.81"}
+        source = {"sourceInfo": f"Debian package {debian} {version}" if debian else f"Debian source package {boost_source()}"}
         packages.append(package(identity, name, version, licence, **source))
         relations += [relation(user, "STATIC_LINK", identity) for user in users]
     content = hashlib.sha256(json.dumps(packages).encode()).hexdigest()

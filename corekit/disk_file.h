@@ -1,8 +1,12 @@
-// Files of the C runtime that are read whole.
+// Files that are read whole. Both functions refuse what is no file on a disk: whoever names a pipe
+// or a serial port could otherwise keep the reader waiting for ever. What was opened is looked at,
+// not what the path says.
 #pragma once
 
 #include <cstdio>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace corekit {
 
@@ -11,9 +15,11 @@ struct StreamCloser {
 };
 using Stream = std::unique_ptr<std::FILE, StreamCloser>;
 
-// Opens a file for reading; `path` is in the ANSI code page, `mode` as fopen takes it. Null when it
-// cannot be opened, and when it is no file on a disk: whoever names a pipe or a serial port could
-// otherwise keep the reader waiting for ever. What was opened is looked at, not what the path says.
+// A stream of the C runtime for reading; `path` is in the ANSI code page, `mode` as fopen takes it.
+// Null when the file cannot be opened.
 Stream OpenDiskFile(const char* path, const char* mode);
+
+// The file's bytes. None when it cannot be opened or any part of it cannot be read.
+std::optional<std::string> ReadDiskFile(const std::wstring& path);
 
 }  // namespace corekit

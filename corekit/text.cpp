@@ -38,6 +38,14 @@ std::wstring Utf8ToWide(const std::string& text) {
 
 namespace corekit {
 
+std::string WideToCodePage(const std::wstring& text, unsigned codePage) {
+  return ToCodePage(codePage, text);
+}
+
+std::wstring CodePageToWide(const std::string& text, unsigned codePage) {
+  return FromCodePage(codePage, 0, text);
+}
+
 std::string Utf8ToAnsi(const std::string& text) { return ToCodePage(CP_ACP, Utf8ToWide(text)); }
 
 std::wstring AnsiToWide(const std::string& text) { return FromCodePage(CP_ACP, 0, text); }

@@ -14,6 +14,10 @@ std::wstring Utf8ToWide(const std::string& text);
 
 namespace corekit {
 
+// UTF-16 to the code page with this number and back, as UTF-8 and the ANSI code page below.
+std::string WideToCodePage(const std::wstring& text, unsigned codePage);
+std::wstring CodePageToWide(const std::string& text, unsigned codePage);
+
 // UTF-8 to the ANSI code page. Characters that the code page lacks become its nearest or its
 // default character (usually "?"), so the result may name something else than the input does.
 // Returns "" for text that is not valid UTF-8 and on any other failure.

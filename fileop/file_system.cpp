@@ -46,6 +46,7 @@ std::string fileop::PathText(const char* path) { return path != nullptr ? path :
 bool PathExists(const char* path) { return GetPathAttributes(path) != INVALID_FILE_ATTRIBUTES; }
 
 int DeleteFileOrSchedule(const char* path) {
+  if (path == nullptr) return 1;
   const std::wstring wide = WidePath(path);
   if (DeleteFileW(wide.c_str())) return 0;
   if (GetLastError() == ERROR_FILE_NOT_FOUND) return 0;

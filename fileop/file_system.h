@@ -22,7 +22,8 @@ bool PathExists(const char* path);
 
 // Deletes a file. 0: it is gone, or its folder held no such file. 2: it could not be deleted, and
 // is queued for deletion at the next restart if the process's rights allow that. 1: the same where
-// the platform has no such queue. Attributes are not changed: a read-only file is queued.
+// the platform has no such queue, and for a null path. Attributes are not changed: a read-only file
+// is queued.
 int DeleteFileOrSchedule(const char* path);
 
 // True on every Windows of the NT family.

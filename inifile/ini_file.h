@@ -31,7 +31,8 @@ class CIniFile {
 
   virtual ~CIniFile() = default;
 
-  // The value of the first such key, or "" when the file, the section or the key is missing.
+  // The value of the first such key, or "" when the section or the key is missing, or the file
+  // cannot be read to its end.
   // Throws std::out_of_range for a header line without "]".
   static std::string GetValue(std::string key, std::string section, std::string file);
 
@@ -39,9 +40,10 @@ class CIniFile {
   // missing key directly below its section's header. Rewriting normalises the file: blank lines,
   // comments at its end and a last line without a line break vanish, any other line that is no
   // entry becomes "[]", and a line "=x" a header without its value.
-  // Returns false when the file cannot be opened or is no file on a disk; it is never created. But
-  // for a name outside ASCII, which Save takes for another one: then a file of that name is. A
-  // write that fails after that is not noticed. Throws std::out_of_range for a header line without
+  // Returns false, with the file as it was, when it cannot be opened, cannot be read to its end or
+  // is no file on a disk; it is never created. But for a name outside ASCII, which Save takes for
+  // another one: then a file of that name is. A write that fails after that is not noticed. Throws
+  // std::out_of_range for a header line without
   // "]".
   static bool SetValue(std::string key, std::string value, std::string section, std::string file);
 
@@ -50,7 +52,8 @@ class CIniFile {
 
   // Reads all records, each with a copy of its section's name: only this list can grow faster than
   // the file does. `file` is UTF-8, converted to the ANSI code page before it is opened.
-  // Returns false, with `list` untouched, when it cannot be opened or is no file on a disk.
+  // Returns false, with `list` untouched, when it cannot be opened, cannot be read to its end or is
+  // no file on a disk.
   static bool Load(std::string file, std::vector<Record>& list);
 
   // Replaces the file by these records. The bytes of `file` are the name in the ANSI code page

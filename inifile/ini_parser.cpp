@@ -1,7 +1,6 @@
 #include "inifile/ini_parser.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <stdexcept>
 #include <utility>
 
@@ -10,6 +9,8 @@
 
 namespace corekit {
 namespace {
+
+constexpr char kEndOfText = '\x1A';  // Ctrl+Z
 
 bool Contains(std::string_view text, char c) { return text.find(c) != std::string_view::npos; }
 
@@ -59,16 +60,21 @@ void IniParser::TakeComments(IniRecord& record) {
   record.Section = section_;
 }
 
-std::optional<std::string> ReadIniText(const std::string& file) {
-  const Stream stream = OpenDiskFile(Utf8ToAnsi(file).c_str(), "r");
-  if (!stream) return std::nullopt;
-
+std::string IniText(std::string_view bytes) {
+  bytes = bytes.substr(0, bytes.find(kEndOfText));
   std::string text;
-  char block[1 << 16];
-  while (const std::size_t size = std::fread(block, 1, sizeof block, stream.get())) {
-    text.append(block, size);
+  text.reserve(bytes.size());
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    const bool isBeforeLineFeed = bytes[i] == '\r' && bytes.substr(i + 1, 1) == "\n";
+    if (!isBeforeLineFeed) text += bytes[i];
   }
   return text;
+}
+
+std::optional<std::string> ReadIniText(const std::string& file) {
+  const auto bytes = ReadDiskFile(AnsiToWide(Utf8ToAnsi(file)));
+  if (!bytes) return std::nullopt;
+  return IniText(*bytes);
 }
 
 std::string_view Trimmed(std::string_view text, std::string_view set, int mode) {

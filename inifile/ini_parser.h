@@ -67,9 +67,11 @@ void ForEachIniRecord(std::string_view text, Visit visit) {
   });
 }
 
-// The file's text, its line ends as "\n"; what follows a Ctrl+Z is not seen. `file` is UTF-8,
-// converted to the ANSI code page before it is opened. None when it cannot be opened or is no file
-// on a disk.
+// The text of a file's bytes, its line ends as "\n"; what follows a Ctrl+Z is not seen.
+std::string IniText(std::string_view bytes);
+
+// The file's text. `file` is UTF-8, converted to the ANSI code page before it is opened. None when
+// it cannot be opened, cannot be read to its end, or is no file on a disk.
 std::optional<std::string> ReadIniText(const std::string& file);
 
 // `text` without the bytes of `set` at its ends, as CIniFile::Trim.

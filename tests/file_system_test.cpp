@@ -269,7 +269,7 @@ TEST(NullPaths, AreNoPaths) {
   items[3].AddDirectoryCopy(directory.c_str(), nullptr);
   for (FileOperatorNomal& item : items) EXPECT_FALSE(item.Execute());
   for (const bool result :
-       {PathExists(nullptr), DeleteFileOrSchedule(nullptr) == 0, IsDirectory(nullptr),
+       {PathExists(nullptr), DeleteFileOrSchedule(nullptr) != 1, IsDirectory(nullptr),
         GetPathAttributes(nullptr) != INVALID_FILE_ATTRIBUTES, CreateDir(nullptr),
         CreateDirTree(nullptr), MakeParentDirs(nullptr), CopyFileTo(nullptr, file.c_str(), 0),
         CopyFileTo(file.c_str(), nullptr, 0), CopyDirectoryTree(nullptr, directory.c_str(), 0),

@@ -1,6 +1,7 @@
 #include "inifile/ini_file.h"
 
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <stdexcept>
 
@@ -103,6 +104,21 @@ TEST_F(IniFile, WritesOnlyWhatItCanOpen) {
   WriteFileBytes(file_, "[c]\n");
   const FileLock lock(file_);
   EXPECT_FALSE(CIniFile::SetValue("a", "b", "c", file_));
+}
+
+// What lies behind the part that cannot be read would be lost, or taken for missing.
+TEST_F(IniFile, TakesAReadErrorForAnUnreadableFile) {
+  const std::string bytes = "[c]\na=1\n" + std::string(1 << 17, '#') + "\nb=1\n";
+  WriteFileBytes(file_, bytes);
+  for (const int successes : {0, 1, 2}) {
+    std::vector<CIniFile::Record> list(1);
+    const SystemFailure failure(SystemFailure::kReadFile, successes, ERROR_LOCK_VIOLATION);
+    EXPECT_FALSE(CIniFile::SetValue("a", "b", "c", file_));
+    EXPECT_EQ(CIniFile::GetValue("a", "c", file_), "");
+    EXPECT_FALSE(CIniFile::Load(file_, list));
+    EXPECT_EQ(list.size(), 1U);
+  }
+  EXPECT_EQ(ReadFileBytes(file_), bytes);
 }
 
 TEST_F(IniFile, LoadsRecords) {

@@ -188,6 +188,18 @@ TEST(SchedulerTaskFile, RefusesMalformedNumbersBeforeAnythingElse) {
   EXPECT_EQ(testing::internal::GetCapturedStdout() + fake.calls, "");
 }
 
+// The file's end holds the arguments, without which it would be a deletion.
+TEST(SchedulerTaskFile, DoesNothingWhereAReadFails) {
+  FakeTaskScheduler fake;
+  const std::string large(1 << 17, '#');
+  for (const int successes : {0, 1, 2}) {
+    const auto run = ToRun("time_type=2\ntime_weekday=1\ntime_monthday=1\n" + large);
+    const SystemFailure failure(SystemFailure::kReadFile, successes, ERROR_LOCK_VIOLATION);
+    EXPECT_THROW(run(), boost::bad_lexical_cast) << successes;
+  }
+  EXPECT_EQ(fake.calls, "");
+}
+
 TEST(SchedulerTaskFile, HandsItsEntriesOn) {
   const std::string table[][3] = {
       {"time_type=+3 ", "ITriggerCollection::Create(3)\n", kRegistered},

@@ -163,13 +163,15 @@ bool LongPathsWork() {
   return OnWine() || (enabled != nullptr && enabled());
 }
 
-bool ElevationPrompts() {
+bool IsElevated() {
   TOKEN_ELEVATION elevation = {};
   DWORD size = 0;
   GetTokenInformation(GetCurrentProcessToken(), TokenElevation, &elevation, sizeof elevation,
                       &size);
-  return !OnWine() && elevation.TokenIsElevated == 0;
+  return elevation.TokenIsElevated != 0;
 }
+
+bool ElevationPrompts() { return !OnWine() && !IsElevated(); }
 
 bool ForgetDeletionsAtRestart(const std::string& name) {
   const wchar_t* const key = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
@@ -274,7 +276,7 @@ ProgramResult RunProgram(const std::string& name, const std::vector<std::string>
                              &startup, &process))
       << "cannot start " << name << ": error " << GetLastError();
   if (meanwhile) meanwhile();
-  if (WaitForSingleObject(process.hProcess, 30000) != WAIT_OBJECT_0) {
+  if (WaitForSingleObject(process.hProcess, 300000) != WAIT_OBJECT_0) {
     ADD_FAILURE() << name << " hangs";
     TerminateProcess(process.hProcess, ~0U);
   }
@@ -282,6 +284,50 @@ ProgramResult RunProgram(const std::string& name, const std::vector<std::string>
   GetExitCodeProcess(process.hProcess, &result.exitCode);
   for (HANDLE handle : {process.hProcess, process.hThread}) CloseHandle(handle);
   return result;
+}
+
+namespace {
+
+constexpr int kAlways = -1;
+int successesLeft[] = {kAlways, kAlways};
+DWORD errors[2];
+
+template <typename Code>
+Code SystemsOwn(const char* name) {
+  return reinterpret_cast<Code>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), name)));
+}
+
+bool Fails(SystemFailure::Function function) {
+  if (successesLeft[function] == kAlways || successesLeft[function]-- > 0) return false;
+  successesLeft[function] = 0;
+  SetLastError(errors[function]);
+  return true;
+}
+
+}  // namespace
+
+// What programs call these functions through; were they not defined here, the linker would take the
+// import library's.
+extern "C" {
+decltype(&ReadFile) __imp_ReadFile = [](HANDLE file, void* buffer, DWORD size, DWORD* read,
+                                        OVERLAPPED* overlapped) -> BOOL {
+  static const auto own = SystemsOwn<decltype(&ReadFile)>("ReadFile");
+  return !Fails(SystemFailure::kReadFile) && own(file, buffer, size, read, overlapped);
+};
+decltype(&FindNextFileW) __imp_FindNextFileW = [](HANDLE find, WIN32_FIND_DATAW* entry) -> BOOL {
+  static const auto own = SystemsOwn<decltype(&FindNextFileW)>("FindNextFileW");
+  return !Fails(SystemFailure::kFindNextFile) && own(find, entry);
+};
+}
+
+SystemFailure::SystemFailure(Function function, int successes, unsigned long error) {
+  successesLeft[function] = successes;
+  errors[function] = error;
+}
+
+SystemFailure::~SystemFailure() {
+  for (int& left : successesLeft) left = kAlways;
 }
 
 FileLock::FileLock(const std::string& path, unsigned long share)

@@ -67,7 +67,14 @@ void RunUnixProgram(const std::string& command, const std::function<bool()>& don
 // Whether full paths may be longer than 259 units, which Windows must be told.
 bool LongPathsWork();
 
-// Whether starting a program with raised rights would ask somebody.
+// Whether this process is elevated. Newer versions of Wine start programs unelevated, as Windows
+// does; what they elevate runs without a prompt, but apart from them: its output and the
+// scheduler's jobs are not seen.
+bool IsElevated();
+#define SKIP_UNLESS_ELEVATED(reason) \
+  if (!IsElevated()) GTEST_SKIP() << "needs elevation: " << (reason)
+
+// Whether starting a program elevated would ask somebody.
 bool ElevationPrompts();
 
 // Takes back what was left to the next restart: deletions of files with this in their path. False
@@ -81,9 +88,20 @@ struct ProgramResult {
 };
 
 // Runs a program that stands beside the test program and waits for it. Fails the test when it takes
-// longer than half a minute. `meanwhile` is called when it has been started.
+// longer than five minutes, which only a hang does. `meanwhile` is called when it has been started.
 ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments,
                          const std::function<void()>& meanwhile = {});
+
+// While in scope, one function of the system succeeds so many times more, and then fails with
+// `error`. Only calls that the program and its libraries make themselves are counted.
+class SystemFailure {
+ public:
+  enum Function { kReadFile, kFindNextFile };
+  SystemFailure(Function function, int successes, unsigned long error);
+  ~SystemFailure();
+  SystemFailure(const SystemFailure&) = delete;
+  SystemFailure& operator=(const SystemFailure&) = delete;
+};
 
 // A file held open while in scope. Others may open it as `share` says (FILE_SHARE_…).
 class FileLock {

@@ -1,14 +1,20 @@
-// What jobs and the task files of jobs have in common.
+// What the checks of jobs and of jobs' task files have in common. A fault is a sentence that begins
+// with `what`, the name of what is wrong; L"" when nothing is.
 #pragma once
 
 #include <string>
 
+#include "uaclient/uaclient.h"
+
 namespace uaclient {
 
-// What is wrong with a job's name in the scheduler's root folder; L"" when nothing is.
-std::wstring JobNameFault(const std::wstring& name);
+std::wstring JobNameFault(const std::wstring& what, const std::wstring& name);
 
-// Why the scheduler would not find the program of a job; L"" when it would.
-std::wstring ProgramFault(const std::wstring& program);
+// Whether the scheduler would find the program.
+std::wstring ProgramFault(const std::wstring& what, const std::wstring& program);
+
+// `from` says when it begins. Asks the scheduler for an older job of the name.
+Step RegistrationStep(const Job& job, const std::wstring& commandLine, const std::wstring& from);
+Step DeletionStep(const std::wstring& name);
 
 }  // namespace uaclient

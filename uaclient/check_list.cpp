@@ -3,20 +3,16 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <array>
 #include <boost/property_tree/ptree.hpp>
-#include <cstring>
-#include <iterator>
+#include <charconv>
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "corekit/text.h"
-#include "fileop/file_system.h"
-#include "fileop/jfile.h"
-#include "uaclient/check_copies.h"
-#include "uaclient/check_path.h"
-#include "uaclient/win32.h"
+#include "uaclient/path.h"
 #include "uactask/operation_list.h"
 #include "xmlstore/document.h"
 #include "xmlstore/nesting.h"
@@ -30,354 +26,242 @@ using boost::property_tree::ptree;
 constexpr char kAttributes[] = "<xmlattr>";
 constexpr char kComment[] = "<xmlcomment>";
 
-// The bytes that the XML store reads, found by the same name.
-std::optional<std::string> ReadBytes(const std::string& path) {
-  JFile file;
-  if (!file.Open(path, JFile::OpenRead | JFile::OpenBinary)) return std::nullopt;
-  const std::int32_t size = file.GetSize();
-  std::string bytes(static_cast<std::size_t>(std::max(size, 0)), '\0');
-  const bool isRead = size >= 0 && file.Read(bytes.data(), size) == size;
-  file.Close();
-  if (!isRead) return std::nullopt;
-  return bytes;
-}
+std::wstring ShownUtf8(const std::string& text) { return Shown(Utf8ToWide(text)); }
 
-// Why that fails for a path, and what to do.
-std::wstring ReadFault(const std::wstring& path) {
-  constexpr LONGLONG kTooLarge = LONGLONG{1} << 31;
-  const DWORD attributes = GetFileAttributesW(path.c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES)
-    return L" does not exist; write the list's whole path.";
-  if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-    return L" is a folder; write the path of the list in it.";
-  }
-  const Handle file = OpenForReading(path);
-  if (!file) {
-    return L" cannot be opened: " + SystemMessage(GetLastError()) +
-           L" What is done by it cannot be told; let this user read it.";
-  }
-  if (GetFileType(file.get()) != FILE_TYPE_DISK) {
-    return L" is a device, no file on a disk; write the path of the list.";
-  }
-  LARGE_INTEGER size = {};
-  if (GetFileSizeEx(file.get(), &size) && size.QuadPart >= kTooLarge) {
-    return L" has 2 GiB or more, which the helper does not read; use several smaller ones.";
-  }
-  return L" cannot be read; it may have changed meanwhile.";
-}
-
-// Where in the text the items stand; and how many lists there are.
-struct ItemPlaces {
-  std::vector<std::size_t> itemLines;  // of everything in the first task of the first root
-  std::size_t secondList = 0;          // the line of another root, or of another task in the first
-};
-
-ItemPlaces FindItems(const char* text) {
-  ItemPlaces places;
+// The lines in which the elements and comments of the first "task" of the first "root" begin.
+std::vector<std::size_t> ItemLines(const char* text) {
+  std::vector<std::size_t> lines;
   const char* counted = text;
   std::size_t line = 1;
   int roots = 0;
   int tasks = 0;
   bool inRoot = false;
   bool inTask = false;
-  NodeScanner scanner(text);
-  for (XmlNode node; scanner.Next(node);) {
+  xmlstore::NodeScanner scanner(text);
+  for (xmlstore::XmlNode node; scanner.Next(node);) {
     line += static_cast<std::size_t>(std::count(counted, node.start, '\n'));
     counted = node.start;
-    if (node.depth == 1) {
-      inRoot = node.name == kRootElement && ++roots == 1;
-      inTask = false;
-      if (node.name == kRootElement && roots == 2) places.secondList = line;
-    } else if (node.depth == 2) {
-      inTask = inRoot && node.name == kTaskElement && ++tasks == 1;
-      if (inRoot && node.name == kTaskElement && tasks == 2) places.secondList = line;
-    } else if (node.depth == 3 && inTask) {
-      places.itemLines.push_back(line);
-    }
+    if (node.depth == 1) inRoot = node.name == uactask::kRootElement && ++roots == 1;
+    if (node.depth == 2) inTask = inRoot && node.name == uactask::kTaskElement && ++tasks == 1;
+    if (node.depth == 3 && inTask) lines.push_back(line);
   }
-  return places;
+  return lines;
 }
 
-std::string UpToNul(const std::string& text) { return text.substr(0, text.find('\0')); }
+std::optional<std::uint64_t> NumberIn(const std::string& key) {
+  std::uint64_t number = 0;
+  const char* const end = key.data() + key.size();
+  const auto [at, error] = std::from_chars(key.data(), end, number);
+  if (at != end || error != std::errc()) return std::nullopt;
+  return number;
+}
 
-// An item as it stands in the document.
-struct ListItem {
-  std::string key;
-  std::size_t line = 0;
-  bool isUsable = true;  // as far as its attributes go
-};
+bool IsFieldName(const std::string& name) {
+  const auto& fields = uactask::OperationFieldNames();
+  return std::any_of(fields.begin(), fields.end(),
+                     [&](const auto& field) { return field.second == name; });
+}
 
 class ListCheck {
  public:
-  ListCheck(std::filesystem::path list, const std::filesystem::path& taskFile,
-            TaskFileReport& report)
-      : list_(std::move(list)), taskFile_(taskFile), report_(report) {}
+  ListCheck(const std::wstring& path, TaskReading& reading)
+      : reading_(reading), found_(path, reading.report) {}
 
-  void Check(IXMLParse& document, const std::string& text) {
-    places_ = FindItems(text.c_str());
-    if (text.find('\0') != std::string::npos) {
-      Warn(0, L"The list holds a NUL byte, and what follows it is not read; remove it.");
-      report_.leavesOut = true;
-    }
-    if (places_.secondList != 0) {
-      Warn(places_.secondList,
-           L"Only the first \"task\" in the first \"root\" is read; put all "
-           L"items into it.");
-      report_.leavesOut = true;
-    }
-    const auto operations = ReadOperationList(document);
-    if (!operations) report_.helperFails = true;
-    CheckElements(document.GetTree());
-    if (!operations) return;  // with what makes the helper refuse the list named
-    DropEqualKeys();
-    if (items_.size() != operations->size()) return;  // never so: both follow the same rules
+  void Check(const Options& options) {
+    XMLParse store;
+    if (!Load(store)) return;
+    const auto operations = uactask::ReadOperationList(store);
+    CheckElements(store.GetTree());
+    if (!operations) return;  // something in the elements, which has been named
     CheckOrder();
-    CheckOperations(*operations);
-  }
-
-  void Fail(std::size_t line, std::wstring text) {
-    report_.helperFails = true;
-    report_.findings.push_back({Severity::kError, false, list_, line, std::move(text)});
+    SurveyItems(*operations, options);
   }
 
  private:
-  void Warn(std::size_t line, std::wstring text) {
-    report_.findings.push_back({Severity::kWarning, false, list_, line, std::move(text)});
+  struct Item {
+    std::size_t line = 0;
+    bool isNamed = false;  // what is wrong with its paths
+  };
+
+  bool Load(XMLParse& store) {
+    const std::string& text = reading_.list;
+    const bool isLoaded = store.LoadString(text.c_str(), static_cast<std::int32_t>(text.size()));
+    if (text.find('\0') != std::string::npos) {
+      const auto add = isLoaded ? &FileFindings::Warn : &FileFindings::Fail;
+      (found_.*add)(1, L"The list is in UTF-16 or holds NUL bytes, and the helper reads up to the "
+                       L"first of them. Save it as UTF-8.");
+    } else if (!isLoaded) {
+      xmlstore::DocumentError why;
+      ptree ignored;
+      xmlstore::ParseDocument(text.c_str(), ignored, &why);
+      found_.Fail(why.line, L"The helper cannot read the list's XML: " + Utf8ToWide(why.message) +
+                                L". Look for an element or a quote that is not closed in this "
+                                L"line or above it.");
+    }
+    return isLoaded;
   }
 
   void CheckElements(const ptree& document) {
-    const auto root = document.find(kRootElement);
-    if (root == document.not_found()) {
-      return Fail(0,
-                  L"There is no element \"root\" at the top, in just these letters; write "
-                  L"<root><task>…</task></root>.");
+    const auto list = document.get_child_optional(uactask::kOperationListPath);
+    if (!list) {
+      return found_.Fail(0, L"There is no element \"task\" in an element \"root\". Names are "
+                            L"case-sensitive: write <root><task>…</task></root>.");
     }
-    const auto task = root->second.find(kTaskElement);
-    if (task == root->second.not_found()) {
-      return Fail(0,
-                  L"There is no element \"task\" in the first \"root\", in just these letters; "
-                  L"write <root><task>…</task></root>.");
+    if (document.count(uactask::kRootElement) > 1 ||
+        document.get_child(uactask::kRootElement).count(uactask::kTaskElement) > 1) {
+      reading_.report.leavesOut = true;
+      found_.Warn(0, L"The helper reads the first \"task\" in the first \"root\" only. Put all "
+                     L"items into it.");
     }
-    const auto count = std::count_if(task->second.begin(), task->second.end(),
-                                     [](const auto& child) { return child.first != kAttributes; });
-    const bool hasLines = places_.itemLines.size() == static_cast<std::size_t>(count);
-    std::size_t number = 0;
-    for (const auto& [name, item] : task->second) {
-      if (name == kAttributes) continue;
-      const std::size_t line = hasLines ? places_.itemLines[number] : 0;
-      ++number;
-      CheckElement(name, item, line);
+    const std::vector<std::size_t> lines = ItemLines(reading_.list.c_str());
+    auto line = lines.begin();
+    for (const auto& [name, element] : *list) {
+      if (name != kAttributes) CheckElement(name, element, line == lines.end() ? 0 : *line++);
     }
-    if (count == 0) Warn(0, L"The list is empty, so nothing is copied; add an item.");
+    if (lines.empty()) found_.Warn(0, L"The list is empty, so nothing is copied. Add an item.");
   }
 
-  void CheckElement(const std::string& name, const ptree& item, std::size_t line) {
-    const auto attributes = item.find(kAttributes);
+  void CheckElement(const std::string& name, const ptree& element, std::size_t line) {
+    constexpr wchar_t kRefusal[] = L", which makes the helper refuse the whole list. ";
+    const auto attributes = element.find(kAttributes);
     if (name == kComment) {
-      Fail(line,
-           L"A comment in \"task\" makes the helper refuse the whole list; move it out of "
-           L"\"task\".");
+      found_.Fail(line, std::wstring(L"There is a comment in \"task\"") + kRefusal +
+                            L"Move it out of \"task\".");
     } else if (name.find('.') != std::string::npos) {
-      Fail(line, L"The element's name " + Quoted(Utf8ToWide(name)) +
-                     L" holds a dot, which makes the helper refuse the whole list; name it "
-                     L"\"item\".");
-    } else if (attributes == item.not_found()) {
-      Fail(line,
-           L"An element without attributes in \"task\" makes the helper refuse the whole list; "
-           L"remove it, or give it key, src, dec and type.");
+      found_.Fail(line, L"The name of the element " + ShownUtf8(name) + L" holds a dot" + kRefusal +
+                            L"Write \"item\".");
+    } else if (attributes == element.not_found()) {
+      found_.Fail(line, L"The element " + ShownUtf8(name) + L" has no attributes" + kRefusal +
+                            L"Give it \"key\", \"src\", \"dec\" and \"type\", or remove it.");
     } else {
       CheckAttributes(attributes->second, line);
     }
   }
 
   void CheckAttributes(const ptree& attributes, std::size_t line) {
-    ListItem listed = {kMissingField, line, true};
-    std::array<int, 4> counts = {};
-    std::wstring others;
     for (const auto& [name, value] : attributes) {
-      bool isKnown = false;
-      for (const auto& [field, fieldName] : OperationFieldNames()) {
-        if (name != fieldName) continue;
-        isKnown = true;
-        const auto place = static_cast<std::size_t>(field);
-        if (++counts[place] == 2) {
-          Warn(line, Quoted(Utf8ToWide(name)) +
-                         L" stands twice, and the first one counts; remove "
-                         L"one.");
-        }
-        if (counts[place] == 1) CheckField(field, value.data(), listed);
+      if (IsFieldName(name)) continue;
+      found_.Warn(line, L"The attribute " + ShownUtf8(name) + L" is unknown, so the helper does " +
+                            L"not read it. An item has \"key\", \"src\", \"dec\" and \"type\".");
+    }
+    Item item{line};
+    std::string key = uactask::kMissingField;
+    for (const auto& [field, name] : uactask::OperationFieldNames()) {
+      const auto attribute = attributes.find(name);
+      if (attribute == attributes.not_found()) {
+        NameMissing(field, name, item);
+      } else if (field == uactask::kKeyField) {
+        key = attribute->second.data();
+      } else if (field == uactask::kTypeField) {
+        CheckType(attribute->second.data(), line);
       }
-      if (!isKnown) others += L" " + Quoted(Utf8ToWide(name)) + L" is not read.";
     }
-    for (const auto& [field, fieldName] : OperationFieldNames()) {
-      if (counts[static_cast<std::size_t>(field)] != 0) continue;
-      if (field == kSourceField) listed.isUsable = false;
-      Warn(line,
-           L"The item has no " + Quoted(Utf8ToWide(fieldName)) +
-               (field == kTypeField ? L", and so counts as a file; write type=\"dir\" or "
-                                      L"type=\"file\"."
-                : field == kKeyField ? L"; of all such items only the first counts. Give each "
-                                       L"a key of its own."
-                : field == kDestinationField
-                    ? L", and so is copied to \"" + Utf8ToWide(kMissingField) +
-                          L"\" in whatever folder the helper is started in; write it."
-                    : L", and so cannot be copied; write it.") +
-               others);
-    }
-    items_.push_back(std::move(listed));
+    const auto [first, isNew] = items_.try_emplace(std::move(key), item);
+    if (isNew) return;
+    reading_.report.leavesOut = true;
+    found_.Warn(line, L"The key " + ShownUtf8(first->first) + L" is in line " +
+                          std::to_wstring(first->second.line) +
+                          L" already, so this item is left out. Give it a key of its own.");
   }
 
-  void CheckField(std::int32_t field, const std::string& text, ListItem& listed) {
-    const std::wstring name = Utf8ToWide(OperationFieldNames().at(field));
-    if (field == kKeyField) {
-      listed.key = text;
-    } else if (field == kTypeField) {
-      if (text == kFolderType || text == kFileType) return;
-      Warn(listed.line, Quoted(Utf8ToWide(text)) +
-                            L" is not \"dir\", in just these letters, and so means a file; write "
-                            L"\"dir\" or \"file\".");
-    } else if (text.find('\0') != std::string::npos) {
-      Warn(listed.line, Quoted(name) + L" holds a NUL character and is cut off there; remove it.");
-    } else if (Utf8ToWide(text).empty() && !text.empty()) {
-      listed.isUsable = false;
-      Warn(listed.line, Quoted(name) +
-                            L" is not UTF-8, which the texts of a list are whatever its "
-                            L"first line says; save the list as UTF-8.");
+  void NameMissing(std::int32_t field, const std::string& name, Item& item) {
+    const std::wstring missing = L"The item has no " + ShownUtf8(name);
+    if (field == uactask::kKeyField) {
+      found_.Warn(item.line, missing + L". Of all such items only the first is copied. Give each "
+                                       L"item a key of its own.");
+    } else if (field == uactask::kTypeField) {
+      found_.Warn(item.line, missing + L", so it counts as a file. Write type=\"dir\" or "
+                                       L"type=\"file\".");
+    } else {
+      item.isNamed = true;
+      found_.Harm(item.line, missing + L", so the helper takes " +
+                                 ShownUtf8(uactask::kMissingField) +
+                                 L" in whatever folder it is started in. Write the whole path.");
     }
   }
 
-  // Leaves the items that count, in the helper's order of keys.
-  void DropEqualKeys() {
-    std::stable_sort(items_.begin(), items_.end(), [](const ListItem& left, const ListItem& right) {
-      return left.key < right.key;
-    });
-    std::vector<ListItem> kept;
-    for (ListItem& item : items_) {
-      if (kept.empty() || item.key != kept.back().key) {
-        kept.push_back(std::move(item));
-        continue;
-      }
-      Warn(item.line, L"The key " + Quoted(Utf8ToWide(item.key)) + L" stands in line " +
-                          std::to_wstring(kept.back().line) +
-                          L" already, so this item is left out; give it another key.");
-      report_.leavesOut = true;
-    }
-    items_ = std::move(kept);
+  void CheckType(const std::string& type, std::size_t line) {
+    if (type == uactask::kFolderType || type == uactask::kFileType) return;
+    found_.Warn(line, L"The type " + ShownUtf8(type) + L" is neither \"dir\" nor \"file\", so the " +
+                          L"item counts as a file. Write one of these, in lower case.");
   }
 
   // Keys that look like numbers should not surprise.
   void CheckOrder() {
-    const auto isNumber = [](const std::string& key) {
-      return !key.empty() && key.size() < 19 &&
-             key.find_first_not_of("0123456789") == std::string::npos;
-    };
-    for (std::size_t i = 1; i < items_.size(); ++i) {
-      const std::string& before = items_[i - 1].key;
-      const std::string& key = items_[i].key;
-      if (!isNumber(before) || !isNumber(key) || std::stoll(before) <= std::stoll(key)) continue;
-      Warn(items_[i].line,
-           L"The key \"" + Utf8ToWide(key) + L"\" comes after \"" + Utf8ToWide(before) +
-               L"\", because keys are compared sign by sign; write them with equally "
-               L"many digits.");
-      return;
+    std::optional<std::uint64_t> before;
+    for (const auto& [key, item] : items_) {
+      const auto number = NumberIn(key);
+      if (before && number && *before > *number) {
+        return found_.Warn(item.line, L"The key " + ShownUtf8(key) + L" comes after \"" +
+                                          std::to_wstring(*before) +
+                                          L"\", because keys are compared character by character. "
+                                          L"Write all of them with the same number of digits.");
+      }
+      before = number;
     }
   }
 
-  void CheckOperations(const std::vector<Operation>& operations) {
+  // `operations` are in the order of the keys; the helper copies folders first.
+  void SurveyItems(const std::vector<uactask::Operation>& operations, const Options& options) {
     std::vector<CopyItem> copies;
-    copies.reserve(operations.size());
-    for (const Operation& operation : operations) {
-      // As far as the first NUL, like the helper.
-      copies.push_back({Utf8ToWide(UpToNul(operation.source)),
-                        Utf8ToWide(UpToNul(operation.destination)), operation.isFolder});
+    std::vector<const Item*> items;
+    for (const bool isFolder : {true, false}) {
+      auto item = items_.begin();
+      for (const uactask::Operation& operation : operations) {
+        Item& listed = (item++)->second;
+        if (operation.isFolder != isFolder) continue;
+        copies.push_back({isFolder ? CopyItem::Kind::kReplaceFolder : CopyItem::Kind::kFile,
+                          PathIn("src", operation.source, listed),
+                          PathIn("dec", operation.destination, listed)});
+        items.push_back(&listed);
+      }
     }
-    const std::vector<std::size_t> order = HelperOrder(copies);
-    std::vector<CopyItem> usable;
-    std::vector<std::size_t> lines;
-    for (const std::size_t i : order) {
-      if (!items_[i].isUsable) continue;
-      usable.push_back(std::move(copies[i]));
-      lines.push_back(items_[i].line);
+    reading_.survey = SurveyCopies(std::move(copies), Origin::kList, options);
+    for (const Finding& finding : reading_.survey.findings) {
+      const Item item = finding.item < items.size() ? *items[finding.item] : Item{};
+      if (item.isNamed) continue;
+      found_.Add(finding.severity, item.line, finding.text);
     }
-    CopyCheck check = CheckCopies(std::move(usable), Origin::kList, {taskFile_, list_});
-    for (CopyRemark& found : check.remarks) {
-      if (found.remark.weight == Weight::kEmpties) continue;  // the steps say so
-      report_.findings.push_back({Severity::kWarning, found.remark.weight == Weight::kHarms, list_,
-                                  lines[found.item], std::move(found.remark.text)});
-    }
-    auto checked = check.steps.begin();
-    for (const std::size_t i : order) {
-      report_.steps.push_back(items_[i].isUsable ? std::move(*checked++)
-                                                 : EmptyStep(copies[i], items_[i].line));
-    }
+    reading_.report.steps = reading_.survey.steps;
   }
 
-  static Step EmptyStep(const CopyItem& copy, std::size_t line) {
-    Step step;
-    step.kind = copy.isFolder ? Step::Kind::kCopyFolder : Step::Kind::kCopyFile;
-    step.source = copy.source;
-    step.destination = copy.destination;
-    step.text = L"copies nothing, for the item in line " + std::to_wstring(line);
-    return step;
+  std::filesystem::path PathIn(const char* name, const std::string& text, Item& item) {
+    std::wstring path = Utf8ToWide(text.c_str());  // up to a NUL, like the helper
+    if (path.empty() && !text.empty()) {
+      item.isNamed = true;
+      found_.Warn(item.line, ShownUtf8(name) + L" is not UTF-8, which the helper expects whatever " +
+                                 L"the list's first line says. Save the list as UTF-8.");
+    }
+    return path;
   }
 
-  const std::filesystem::path list_;
-  const std::filesystem::path& taskFile_;
-  TaskFileReport& report_;
-  ItemPlaces places_;
-  std::vector<ListItem> items_;
+  TaskReading& reading_;
+  FileFindings found_;
+  std::map<std::string, Item> items_;  // by key, those that count
 };
 
 }  // namespace
 
-void CheckOperationList(const std::string& listPath, const std::filesystem::path& taskFile,
-                        std::size_t line, TaskFileReport& report) {
-  const std::wstring shown = AnsiToWide(listPath);
-  if (!shown.empty() && !IsAbsolute(shown)) {
-    report.findings.push_back({Severity::kWarning, false, taskFile, line,
-                               L"The list's path " + Quoted(shown) +
-                                   L" is relative to whatever folder the helper is started in; "
-                                   L"write the whole path."});
+void ReadList(const std::wstring& list, std::size_t line, FileFindings& inTaskFile,
+              const Options& options, TaskReading& reading) {
+  if (list.empty()) {
+    return inTaskFile.Fail(line, L"\"xml_path\" is missing or empty. Write the list's path.");
   }
-  ListCheck check(shown, taskFile, report);
-  XMLParse store;
-  const bool isLoaded = store.LoadFile(listPath) != 0;
-  if (!isLoaded) report.helperFails = true;
-  const std::optional<std::string> text = ReadBytes(listPath);
-  if (text && isLoaded) {
-    check.Check(store, *text);
-    return;
+  const std::wstring drive = DriveFault(FullPath(list));
+  if (!IsAbsolute(list)) {
+    inTaskFile.Harm(line, L"\"xml_path\" is " + Shown(list) +
+                              L", which is relative, and the helper may be started in another "
+                              L"folder. Write the whole path.");
+  } else if (!drive.empty()) {
+    inTaskFile.Harm(line, L"\"xml_path\" is " + Shown(list) + L". " + drive);
   }
-  if (!text) {
-    const std::wstring misread = Utf8ToWide(listPath);
-    const bool isElsewhere = misread != shown && PathExists(listPath.c_str());
-    report.helperFails = true;
-    report.findings.push_back(
-        {Severity::kError, false, taskFile, line,
-         L"The list " + Quoted(shown) +
-             (isElsewhere
-                  ? L" cannot be read; the path is in UTF-8, but task files are read in the "
-                    L"system's code page. Save the task file in that, or use ASCII."
-                  : ReadFault(shown))});
-    // What it would destroy cannot be told.
-    report.findings.back().harmful = !isElsewhere && IsClosedToReaders(shown);
-    return;
+  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+  Handle file;
+  const std::wstring fault = ReadWhole(list, GENERIC_READ, kShareAll, file, reading.list);
+  if (!fault.empty()) {
+    return inTaskFile.Fail(line, L"The list that \"xml_path\" names, " + Shown(list) + L"," + fault);
   }
-  DocumentError why;
-  ptree ignored;
-  const bool isWide = text->compare(0, 2, "\xFF\xFE") == 0 || text->compare(0, 2, "\xFE\xFF") == 0;
-  if (isWide) {
-    check.Fail(1, L"The list is in UTF-16; save it as UTF-8.");
-  } else if (!ParseDocument(text->c_str(), ignored, &why)) {
-    check.Fail(why.line,
-               L"The list is no XML that the helper can read: " + Utf8ToWide(why.message) +
-                   (std::strlen(text->c_str()) < text->size()
-                        ? L". For the helper it ends at a NUL byte; remove that."
-                        : L". Look for an element or a quote that is not closed in this line or "
-                          L"above it."));
-  } else {
-    check.Fail(0, L"The list could not be read; it may have changed meanwhile.");
-  }
+  ListCheck(list, reading).Check(options);
 }
 
 }  // namespace uaclient

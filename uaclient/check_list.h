@@ -4,13 +4,13 @@
 #include <cstddef>
 #include <string>
 
-#include "uaclient/uaclient.h"
+#include "uaclient/checked_file.h"
+#include "uaclient/task_reading.h"
 
 namespace uaclient {
 
-// Adds to the report. `listPath` is what the task file names, in the ANSI code page, in this line
-// of it.
-void CheckOperationList(const std::string& listPath, const std::filesystem::path& taskFile,
-                        std::size_t line, TaskFileReport& report);
+// Reads the list that the task file names in this line and adds to the reading.
+void ReadList(const std::wstring& list, std::size_t line, FileFindings& inTaskFile,
+              const Options& options, TaskReading& reading);
 
 }  // namespace uaclient

@@ -2,31 +2,34 @@
 
 #include <windows.h>
 
-#include <algorithm>
+#include <cwchar>
 
 #include "corekit/text.h"
 
 namespace uaclient {
 namespace {
 
-bool IsOwnCodePageTheSystems() {
-  DWORD systems = 0;
-  GetLocaleInfoW(LOCALE_SYSTEM_DEFAULT, LOCALE_IDEFAULTANSICODEPAGE | LOCALE_RETURN_NUMBER,
-                 reinterpret_cast<wchar_t*>(&systems), sizeof systems / sizeof(wchar_t));
-  return GetACP() == systems;
-}
-
-bool IsAscii(const std::wstring& text) {
-  return std::all_of(text.begin(), text.end(), [](wchar_t unit) { return unit < 0x80; });
+// Where the system keeps it: the locale's own code page is another one when the whole system has
+// been switched to UTF-8, and GetACP answers for this process.
+unsigned SystemCodePage() {
+  wchar_t number[16] = {};
+  DWORD size = sizeof number;
+  RegGetValueW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage", L"ACP",
+               RRF_RT_REG_SZ, nullptr, number, &size);
+  const auto codePage = static_cast<unsigned>(std::wcstoul(number, nullptr, 10));
+  return codePage != 0 ? codePage : GetACP();
 }
 
 }  // namespace
 
-bool HelperReads(const std::wstring& text) {
-  return IsAscii(text) ||
-         (IsOwnCodePageTheSystems() && corekit::AnsiToWide(ForHelper(text)) == text);
+bool HelperReads(const std::wstring& text) { return FromHelper(ForHelper(text)) == text; }
+
+std::string ForHelper(const std::wstring& text) {
+  return corekit::WideToCodePage(text, SystemCodePage());
 }
 
-std::string ForHelper(const std::wstring& text) { return corekit::Utf8ToAnsi(WideToUtf8(text)); }
+std::wstring FromHelper(const std::string& bytes) {
+  return corekit::CodePageToWide(bytes, SystemCodePage());
+}
 
 }  // namespace uaclient

@@ -12,4 +12,7 @@ bool HelperReads(const std::wstring& text);
 // For text that the helper reads.
 std::string ForHelper(const std::wstring& text);
 
+// What the helper takes these bytes for.
+std::wstring FromHelper(const std::string& bytes);
+
 }  // namespace uaclient

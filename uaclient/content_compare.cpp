@@ -14,14 +14,25 @@ bool ReadChunk(const Handle& file, std::vector<char>& buffer, DWORD& length) {
   return ReadFile(file.get(), buffer.data(), kChunk, &length, nullptr) != FALSE;
 }
 
+// A virus scanner holds a new file for a moment.
+Handle OpenPatiently(const std::wstring& path) {
+  constexpr int kAttempts = 20;
+  Handle file = OpenForReading(path);
+  for (int i = 1; !file && GetLastError() == ERROR_SHARING_VIOLATION && i < kAttempts; ++i) {
+    Sleep(25);
+    file = OpenForReading(path);
+  }
+  return file;
+}
+
 }  // namespace
 
 Equality ContentComparer::Compare(const std::wstring& first, const std::wstring& second,
                                   const Tick& tick) {
   first_.resize(kChunk);
   second_.resize(kChunk);
-  const Handle firstFile = OpenForReading(first);
-  const Handle secondFile = OpenForReading(second);
+  const Handle firstFile = OpenPatiently(first);
+  const Handle secondFile = OpenPatiently(second);
   if (!firstFile || !secondFile) return Equality::kNotRead;
   for (;;) {
     DWORD firstLength = 0;
@@ -35,7 +46,7 @@ Equality ContentComparer::Compare(const std::wstring& first, const std::wstring&
       return Equality::kDifferent;
     }
     if (firstLength < kChunk) return Equality::kEqual;
-    if (!tick()) return Equality::kStopped;
+    if (tick && !tick()) return Equality::kStopped;
   }
 }
 

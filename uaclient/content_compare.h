@@ -14,7 +14,7 @@ enum class Equality { kEqual, kDifferent, kNotRead, kStopped };
 
 class ContentComparer {
  public:
-  Equality Compare(const std::wstring& first, const std::wstring& second, const Tick& tick);
+  Equality Compare(const std::wstring& first, const std::wstring& second, const Tick& tick = {});
 
  private:
   std::vector<char> first_;

@@ -1,19 +1,20 @@
 #include "uaclient/helper_process.h"
 
 #include <objbase.h>
-#include <shellapi.h>
 
+#include <mutex>
 #include <thread>
 #include <vector>
 
 #include "corekit/text.h"
+#include "uaclient/path.h"
 
 namespace uaclient {
 namespace {
 
 // Waits as a thread with a window must, also where nobody fetches its messages: what other threads
-// send to its windows is answered, so that the request for raised rights, which belongs to one of
-// them, cannot wait for this thread while it waits for the request.
+// send to its windows is answered, so that the elevation prompt, which belongs to one of them,
+// cannot wait for this thread while it waits for the prompt.
 void WaitAndAnswer(HANDLE handle, bool hasWindow) {
   if (!hasWindow) {
     WaitForSingleObject(handle, INFINITE);
@@ -26,19 +27,47 @@ void WaitAndAnswer(HANDLE handle, bool hasWindow) {
   }
 }
 
+// It changes the process's current directory for a moment, so one at a time.
+std::mutex shellMutex;
+
+// The system refuses the start by one of these when a policy does not allow the program.
+bool IsPolicy(DWORD error) {
+  return error == ERROR_ACCESS_DISABLED_BY_POLICY || error == 8235;  // "referral": only signed ones
+}
+
+bool IsDownloaded(const std::wstring& program) {
+  return GetFileAttributesW((program + L":Zone.Identifier").c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
 }  // namespace
 
-Status HelperProcess::Start(const std::wstring& program, const std::wstring& taskFile,
-                            const std::wstring& directory, void* owner, std::wstring& why) {
-  if (!IsElevated()) return StartByShell(program, taskFile, directory, owner, why);
-  if (StartDirectly(program, taskFile, directory)) return Status::kDone;
-  why = L"The helper \"" + program + L"\" could not be started: " + SystemMessage(GetLastError());
+BOOL (*ShellExecuteForHelper)
+(SHELLEXECUTEINFOW*) = [](SHELLEXECUTEINFOW* start) { return ShellExecuteExW(start); };
+
+Status HelperProcess::Start(const std::wstring& program, const std::wstring& taskFile, void* owner,
+                            std::wstring& why) {
+  if (IsElevated() && StartDirectly(program, taskFile)) return Status::kDone;
+  const DWORD error = IsElevated() ? GetLastError() : StartByShell(program, taskFile, owner);
+  if (error == ERROR_SUCCESS) return Status::kDone;
+  if (error == ERROR_CANCELLED) {
+    why = L"The elevation was refused. Nothing was done.";
+    if (IsDownloaded(program)) {
+      why += L" The helper " + Quoted(program) +
+             L" was downloaded, and Windows may have refused it for that reason. To allow it, "
+             L"choose Unblock in the file's properties.";
+    }
+    return Status::kRefused;
+  }
+  why = L"The helper " + Quoted(program) + L" could not be started: " + SystemMessage(error);
+  if (IsPolicy(error))
+    why += L" A policy of this computer does not allow it. Ask its administrator.";
   return Status::kNotStarted;
 }
 
-Status HelperProcess::StartByShell(const std::wstring& program, const std::wstring& taskFile,
-                                   const std::wstring& directory, void* owner, std::wstring& why) {
-  const std::wstring parameters = L"\"" + taskFile + L"\"";
+DWORD HelperProcess::StartByShell(const std::wstring& program, const std::wstring& taskFile,
+                                  void* owner) {
+  const std::wstring parameters = Quoted(taskFile);
+  const std::wstring directory = ParentOf(program);
   SHELLEXECUTEINFOW start = {};
   start.cbSize = sizeof start;
   start.fMask = SEE_MASK_NOCLOSEPROCESS | SEE_MASK_NOASYNC | SEE_MASK_FLAG_NO_UI;
@@ -48,32 +77,23 @@ Status HelperProcess::StartByShell(const std::wstring& program, const std::wstri
   start.lpParameters = parameters.c_str();
   start.lpDirectory = directory.c_str();
   start.nShow = SW_HIDE;
-  bool started = false;
-  DWORD error = 0;
+  DWORD error = ERROR_SUCCESS;
   const Handle ended(CreateEventW(nullptr, TRUE, FALSE, nullptr));
   // The shell wants an apartment of its kind; the caller's thread may be in another one.
   std::thread shell([&] {
+    const std::lock_guard lock(shellMutex);
     const HRESULT com = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
-    started = ShellExecuteExW(&start) && start.hProcess != nullptr;
-    error = GetLastError();
+    if (!ShellExecuteForHelper(&start)) error = GetLastError();
     if (SUCCEEDED(com)) CoUninitialize();
     SetEvent(ended.get());
   });
   WaitAndAnswer(ended.get(), owner != nullptr);
   shell.join();
   process_ = Handle(start.hProcess);
-  if (started) return Status::kDone;
-
-  if (error == ERROR_CANCELLED) {
-    why = L"The request for administrator rights was refused. Nothing was done.";
-    return Status::kRefused;
-  }
-  why = L"The helper \"" + program + L"\" could not be started: " + SystemMessage(error);
-  return Status::kNotStarted;
+  return error == ERROR_SUCCESS && !process_ ? ERROR_INVALID_HANDLE : error;
 }
 
-bool HelperProcess::StartDirectly(const std::wstring& program, const std::wstring& taskFile,
-                                  const std::wstring& directory) {
+bool HelperProcess::StartDirectly(const std::wstring& program, const std::wstring& taskFile) {
   SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
   HANDLE reader = nullptr;
   HANDLE writer = nullptr;
@@ -101,7 +121,7 @@ bool HelperProcess::StartDirectly(const std::wstring& program, const std::wstrin
   PROCESS_INFORMATION process = {};
   const BOOL started = CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, TRUE,
                                       DETACHED_PROCESS | EXTENDED_STARTUPINFO_PRESENT, nullptr,
-                                      directory.c_str(), &startup.StartupInfo, &process);
+                                      ParentOf(program).c_str(), &startup.StartupInfo, &process);
   const DWORD error = GetLastError();
   DeleteProcThreadAttributeList(list);
   process_ = Handle(process.hProcess);
@@ -133,15 +153,20 @@ std::wstring HelperProcess::Output() const {
   return line;
 }
 
-std::wstring OwnProgram() {
-  std::wstring self(32768, L'\0');
-  self.resize(GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size())));
-  return self;
+std::uint64_t HelperProcess::BytesWritten() const {
+  IO_COUNTERS counters = {};
+  return GetProcessIoCounters(process_.get(), &counters) ? counters.WriteTransferCount : 0;
 }
 
 std::wstring OwnFolder() {
-  const std::wstring self = OwnProgram();
-  return self.substr(0, self.rfind(L'\\') + 1);
+  std::wstring self(32768, L'\0');
+  self.resize(GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size())));
+  return ParentOf(self);
+}
+
+std::wstring HelperPath(const Options& options) {
+  return options.helper.empty() ? WithSeparator(OwnFolder()) + L"uactask.exe"
+                                : FullPath(options.helper.wstring());
 }
 
 }  // namespace uaclient

@@ -1,8 +1,11 @@
-// Starts the helper with raised rights and tells how it ended.
+// Starts the helper elevated and tells how it ended.
 #pragma once
 
 #include <windows.h>
 
+#include <shellapi.h>
+
+#include <cstdint>
 #include <string>
 
 #include "uaclient/uaclient.h"
@@ -10,17 +13,16 @@
 
 namespace uaclient {
 
+// The one call that may show the elevation prompt. A variable, so that a test can stand in for it.
+extern BOOL (*ShellExecuteForHelper)(SHELLEXECUTEINFOW* start);
+
 class HelperProcess {
  public:
-  // Starts it on a task file, in this current directory. A process that has raised rights already
-  // starts it directly and can read what it prints; otherwise the user is asked. Returns kDone, or
-  // kRefused or kNotStarted with the reason.
-  Status Start(const std::wstring& program, const std::wstring& taskFile,
-               const std::wstring& directory, void* owner, std::wstring& why);
-
-  // The same by the request for raised rights, also where the process has them.
-  Status StartByShell(const std::wstring& program, const std::wstring& taskFile,
-                      const std::wstring& directory, void* owner, std::wstring& why);
+  // Starts it on a task file, in its own folder. A process that is elevated already starts it
+  // directly and can read what it prints; otherwise the user is asked. Returns kDone, or kRefused
+  // or kNotStarted with the reason.
+  Status Start(const std::wstring& program, const std::wstring& taskFile, void* owner,
+               std::wstring& why);
 
   HANDLE Get() const { return process_.get(); }
   bool HasEnded(DWORD milliseconds) const {
@@ -28,22 +30,25 @@ class HelperProcess {
   }
   DWORD ExitCode() const;
 
+  // How many bytes it has written so far, to whatever file; 0 where that cannot be read.
+  std::uint64_t BytesWritten() const;
+
   // What it has printed, in one line; "" where that cannot be read.
   std::wstring Output() const;
 
  private:
-  bool StartDirectly(const std::wstring& program, const std::wstring& taskFile,
-                     const std::wstring& directory);
+  bool StartDirectly(const std::wstring& program, const std::wstring& taskFile);
+  // 0, or the system's error.
+  DWORD StartByShell(const std::wstring& program, const std::wstring& taskFile, void* owner);
 
   Handle process_;
   Handle output_;
 };
 
-// The folder of the calling program, with a separator at its end. The helper stands there, and the
-// folder is its current directory: one that nobody wants to remove while it works.
+// The calling program's folder.
 std::wstring OwnFolder();
 
-// The calling program's path.
-std::wstring OwnProgram();
+// The helper's full path, by the options or beside the calling program. L"" when it is no path.
+std::wstring HelperPath(const Options& options);
 
 }  // namespace uaclient

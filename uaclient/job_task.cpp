@@ -12,6 +12,10 @@ namespace uaclient {
 namespace {
 
 using Task = UACTaskScheduler;
+using Every = Job::Every;
+
+static_assert(Task::kDaily + static_cast<int>(Every::kWeek) == Task::kWeekly &&
+              Task::kDaily + static_cast<int>(Every::kMonth) == Task::kMonthly);
 
 std::wstring QuotedArgument(const std::wstring& argument) {
   if (!argument.empty() && argument.find_first_of(L" \t\"") == std::wstring::npos) return argument;
@@ -35,20 +39,6 @@ std::string StartBoundary(int hour, int minute) {
   return text;
 }
 
-Task::TriggerKind TriggerOf(Job::Every every) {
-  switch (every) {
-    case Job::Every::kDay:
-      return Task::kDaily;
-    case Job::Every::kWeek:
-      return Task::kWeekly;
-    case Job::Every::kMonth:
-      break;
-  }
-  return Task::kMonthly;
-}
-
-std::string DaysIf(bool used, std::uint32_t days) { return std::to_string(used ? days : 0); }
-
 }  // namespace
 
 std::wstring CommandLine(const std::vector<std::wstring>& arguments) {
@@ -65,18 +55,15 @@ uactask::TaskParams RegistrationParams(const Job& job) {
           {Task::kExeArguments, ForHelper(CommandLine(job.arguments))},
           {Task::kRuntime, StartBoundary(job.hour, job.minute)},
           {Task::kAuthorName, ForHelper(job.author)},
-          {Task::kTimeType, std::to_string(TriggerOf(job.every))},
-          {Task::kTimeWeekday, DaysIf(job.every == Job::Every::kWeek, job.days)},
-          {Task::kTimeMonthday, DaysIf(job.every == Job::Every::kMonth, job.days)}};
+          {Task::kTimeType, std::to_string(Task::kDaily + static_cast<int>(job.every))},
+          {Task::kTimeWeekday, std::to_string(job.every == Every::kWeek ? job.days : 0)},
+          {Task::kTimeMonthday, std::to_string(job.every == Every::kMonth ? job.days : 0)}};
 }
 
-// Empty arguments delete; the numbers must be there all the same.
+// Without arguments the helper deletes; the numbers must be there all the same.
 uactask::TaskParams DeletionParams(const JobRemoval& removal) {
   return {{Task::kTaskName, ForHelper(removal.name)},
-          {Task::kExePath, ""},
           {Task::kExeArguments, ""},
-          {Task::kRuntime, ""},
-          {Task::kAuthorName, ""},
           {Task::kTimeType, "0"},
           {Task::kTimeWeekday, "0"},
           {Task::kTimeMonthday, "0"}};

@@ -1,6 +1,9 @@
 // Jobs as the parameters of a scheduler task.
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "uaclient/uaclient.h"
 #include "uactask/task_file.h"
 

@@ -55,8 +55,7 @@ std::wstring KnownFolder(const KNOWNFOLDERID& id) {
 
 KeptFolders::KeptFolders(Folders& folders, const Options& options) {
   for (const std::wstring& path : SystemsKnownFolders()) Keep(folders, path);
-  for (const std::wstring& path :
-       {OwnFolder(), ParentOf(HelperPath(options)), TempFolder()}) {
+  for (const std::wstring& path : {OwnFolder(), ParentOf(HelperPath(options)), TempFolder()}) {
     Keep(folders, path);
   }
   wchar_t windows[MAX_PATH] = {};
@@ -84,7 +83,8 @@ std::wstring KeptFolders::WhyKept(const Folder& folder) const {
   }
   for (const Kept& kept : kept_) {
     const Relation relation = Relate(place, kept.place);
-    if (relation == Relation::kSame) return L" is " + Quoted(kept.path) + L", which Windows or programs need";
+    if (relation == Relation::kSame)
+      return L" is " + Quoted(kept.path) + L", which Windows or programs need";
     if (relation == Relation::kHolds) return L" holds " + Quoted(kept.path);
   }
   Place above = place;

@@ -19,8 +19,8 @@ bool HasDrive(const std::wstring& path) {
 }
 
 bool IsNetworkPath(const std::wstring& path) {
-  return path.size() > 2 && IsSeparator(path[0]) && IsSeparator(path[1]) &&
-         !IsSeparator(path[2]) && path[2] != L'?' && path[2] != L'.';
+  return path.size() > 2 && IsSeparator(path[0]) && IsSeparator(path[1]) && !IsSeparator(path[2]) &&
+         path[2] != L'?' && path[2] != L'.';
 }
 
 // How much of a full path is the drive's root or the share: "C:\", "\\server\share".
@@ -100,9 +100,7 @@ std::wstring NameOf(const std::wstring& fullPath) {
   return fullPath.substr(IsRoot(fullPath) ? 0 : fullPath.rfind(L'\\') + 1);
 }
 
-std::wstring RootOf(const std::wstring& fullPath) {
-  return fullPath.substr(0, RootSize(fullPath));
-}
+std::wstring RootOf(const std::wstring& fullPath) { return fullPath.substr(0, RootSize(fullPath)); }
 
 std::wstring WithSeparator(std::wstring folder) {
   if (folder.empty() || !IsSeparator(folder.back())) folder += L'\\';
@@ -134,10 +132,11 @@ std::wstring DriveFault(const std::wstring& fullPath) {
   const Handle root(CreateFileW((drive + L"\\").c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                 nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   const std::wstring real = root ? FinalPath(root.get()) : std::wstring();
-  return L"The drive " + drive + L" is mapped for this user only, and the elevated helper does not " +
-         L"see it. Write " +
+  return L"The drive " + drive +
+         L" is mapped for this user only, and the elevated helper does not " + L"see it. Write " +
          (!real.empty() && real.compare(0, 2, drive) != 0
-              ? Quoted(WithSeparator(real) + fullPath.substr(std::min<std::size_t>(3, fullPath.size())))
+              ? Quoted(WithSeparator(real) +
+                       fullPath.substr(std::min<std::size_t>(3, fullPath.size())))
           : isSubstituted ? Quoted(device + 4)
                           : std::wstring(L"the share's own path, \\\\server\\share,")) +
          L" instead.";

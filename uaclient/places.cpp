@@ -22,29 +22,15 @@ bool MeansMissing(DWORD error) {
 
 }  // namespace
 
-std::wstring Place::Key(std::size_t count) const {
-  std::wstring names;
-  while (count > 0 && levels[count - 1].number.index == 0) names = L"\\" + levels[--count].name + names;
-  if (count == 0) return names;
-  const FolderNumber& number = levels[count - 1].number;
-  return std::to_wstring(number.volume) + L"/" + std::to_wstring(number.index) + names;
-}
-
-Place Place::Below(const std::wstring& name) const {
-  Place place = *this;
-  place.levels.push_back({{}, UpperCase(name)});
-  return place;
-}
-
 // From the deepest folder on that both ways go through, the names decide. Where they have none in
 // common, whole paths are compared.
 Relation Relate(const Place& one, const Place& other) {
   auto here = one.levels.begin();
   auto there = other.levels.begin();
   for (auto at = one.levels.end(); at-- != one.levels.begin();) {
-    const auto met = std::find_if(
-        other.levels.rbegin(), other.levels.rend(),
-        [&](const Place::Level& level) { return level.number == at->number; });
+    const auto met =
+        std::find_if(other.levels.rbegin(), other.levels.rend(),
+                     [&](const Place::Level& level) { return level.number == at->number; });
     if (at->number.index == 0 || met == other.levels.rend()) continue;
     here = at + 1;
     there = met.base();
@@ -90,7 +76,8 @@ const Folder& Folders::At(const std::wstring& fullPath) {
     folder.isFile = !folder.exists;
     folder.path = FinalPath(open.get());
     if (folder.exists) {
-      number = {info.dwVolumeSerialNumber, std::uint64_t{info.nFileIndexHigh} << 32 | info.nFileIndexLow};
+      number = {info.dwVolumeSerialNumber,
+                std::uint64_t{info.nFileIndexHigh} << 32 | info.nFileIndexLow};
       folder.isKnown = number.index != 0 || !folder.path.empty();
     }
     if (folder.exists && held_.size() < kMaxHeld) held_.push_back(std::move(open));
@@ -98,14 +85,21 @@ const Folder& Folders::At(const std::wstring& fullPath) {
     folder.error = MeansMissing(GetLastError()) ? 0 : GetLastError();
   }
   if (folder.path.empty()) folder.path = fullPath;
-  if (IsRoot(folder.path)) {
-    folder.place.levels.push_back({{}, UpperCase(folder.path)});
-  } else {
+  const bool isRoot = IsRoot(folder.path);
+  const std::wstring name = UpperCase(NameOf(folder.path));
+  if (!isRoot) {
     const Folder& above = At(ParentOf(folder.path));
-    folder.place = above.place.Below(NameOf(folder.path));
-    if (!folder.exists && !folder.isFile) folder.path = WithSeparator(above.path) + NameOf(folder.path);
+    folder.place = above.place;
+    folder.keys = above.keys;
+    if (!folder.exists && !folder.isFile)
+      folder.path = WithSeparator(above.path) + NameOf(folder.path);
   }
-  folder.place.levels.back().number = number;
+  folder.place.levels.push_back({number, name});
+  folder.keys.insert(folder.keys.begin(),
+                     number.index != 0
+                         ? std::to_wstring(number.volume) + L"/" + std::to_wstring(number.index)
+                     : isRoot ? name
+                              : folder.keys[0] + L"\\" + name);
   return folders_.emplace(fullPath, std::move(folder)).first->second;
 }
 

@@ -32,14 +32,6 @@ struct Place {
     std::wstring name;  // in upper case
   };
   std::vector<Level> levels;
-
-  // Equal for equal places while no folder comes or goes: the number of the deepest folder that has
-  // one and the names below it. Only the first `count` levels are looked at.
-  std::wstring Key(std::size_t count) const;
-  std::wstring Key() const { return Key(levels.size()); }
-
-  // What has this name in it; not asked whether there is such a thing.
-  Place Below(const std::wstring& name) const;
 };
 
 // How one place lies to another: in it, around it.
@@ -62,14 +54,19 @@ struct Folder {
   bool isFile = false;   // a file stands there
   DWORD error = 0;       // why it cannot be seen; 0 when it can, or is missing
   bool isKnown = false;  // by its number or by the path that the system gives for it
+  std::wstring path;     // where it leads, in the system's own spelling
   Place place;
-  std::wstring path;  // where it leads, in the system's own spelling
+  // Its own, then those of the folders above it. Equal for the same folder while none comes or
+  // goes: the number of the deepest folder that has one, and the names below that.
+  std::vector<std::wstring> keys;
+
+  std::wstring KeyBelow(const std::wstring& name) const { return keys[0] + L"\\" + name; }
 };
 
 // Looks up what there is. Each folder is opened and listed once, however many paths lead into it.
 class Folders {
  public:
-  // The folder at a full path, links followed.
+  // The folder at a full path, links followed. Stays where it is.
   const Folder& At(const std::wstring& fullPath);
 
   // What stands at a full path, links not followed; null when nothing does.

@@ -34,25 +34,6 @@ class Token {
   alignas(TOKEN_OWNER) char owner_[kSize] = {};
 };
 
-struct LocalMemory {
-  void operator()(void* memory) const { LocalFree(memory); }
-};
-using SecurityDescriptor = std::unique_ptr<void, LocalMemory>;
-
-// The security descriptor that opens a folder and all in it to this user, administrators and the
-// system, whatever the folder above it allows.
-SecurityDescriptor OwnAccessOnly(const Token& token) {
-  wchar_t* sid = nullptr;
-  if (!token.IsRead() || !ConvertSidToStringSidW(token.User(), &sid)) return nullptr;
-  const std::wstring list =
-      std::wstring(L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FA;;;") + sid + L")";
-  LocalFree(sid);
-  void* descriptor = nullptr;
-  ConvertStringSecurityDescriptorToSecurityDescriptorW(list.c_str(), SDDL_REVISION_1, &descriptor,
-                                                       nullptr);
-  return SecurityDescriptor(descriptor);
-}
-
 // Opened so that nobody can rename it, remove it or put something else in its place.
 Handle HoldFolder(const std::wstring& folder) {
   return Handle(CreateFileW(folder.c_str(), FILE_LIST_DIRECTORY | READ_CONTROL | WRITE_DAC,
@@ -89,9 +70,28 @@ bool MakeOwn(const Handle& folder, const Token& token, const SecurityDescriptor&
 
 }  // namespace
 
+std::wstring UserSid() {
+  const Token token;
+  wchar_t* sid = nullptr;
+  if (!token.IsRead() || !ConvertSidToStringSidW(token.User(), &sid)) return {};
+  const std::unique_ptr<wchar_t, LocalMemory> owner(sid);
+  return sid;
+}
+
+SecurityDescriptor OwnAccessOnly() {
+  const std::wstring sid = UserSid();
+  const std::wstring list = L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FA;;;" + sid + L")";
+  void* descriptor = nullptr;
+  if (!sid.empty()) {
+    ConvertStringSecurityDescriptorToSecurityDescriptorW(list.c_str(), SDDL_REVISION_1, &descriptor,
+                                                         nullptr);
+  }
+  return SecurityDescriptor(descriptor);
+}
+
 Handle MakePrivateFolder(const std::wstring& path, std::wstring& why) {
   const Token token;
-  const SecurityDescriptor access = OwnAccessOnly(token);
+  const SecurityDescriptor access = OwnAccessOnly();
   SECURITY_ATTRIBUTES attributes = {sizeof attributes, access.get(), FALSE};
   if (!access || !CreateDirectoryW(path.c_str(), &attributes)) {
     why = L"no folder can be made in it: " + SystemMessage(GetLastError());
@@ -101,10 +101,7 @@ Handle MakePrivateFolder(const std::wstring& path, std::wstring& why) {
   if (!folder) {
     why = L"the folder made in it cannot be opened: " + SystemMessage(GetLastError());
   } else if (!IsPlainFolder(folder)) {
-    why =
-        L"its file system keeps no access lists. Set TMP to a folder on a drive of the system's "
-        L"own "
-        L"kind (NTFS).";
+    why = L"its file system keeps no access lists. Set TMP to a folder on an NTFS drive.";
   } else if (!MakeOwn(folder, token, access)) {
     why =
         L"the folder made in it is not this user's own, or another one has come in its place. Set "

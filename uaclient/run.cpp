@@ -1,15 +1,22 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <memory>
+#include <numeric>
+#include <utility>
 
 #include "corekit/text.h"
-#include "uaclient/check_copies.h"
+#include "uaclient/claims.h"
 #include "uaclient/code_page.h"
-#include "uaclient/copy_watch.h"
+#include "uaclient/copies.h"
+#include "uaclient/copy_progress.h"
+#include "uaclient/end_state.h"
 #include "uaclient/helper_files.h"
 #include "uaclient/helper_process.h"
 #include "uaclient/job_task.h"
+#include "uaclient/path.h"
 #include "uaclient/scheduled_jobs.h"
+#include "uaclient/task_reading.h"
 #include "uaclient/uaclient.h"
 #include "uaclient/win32.h"
 #include "uactask/exit_codes.h"
@@ -25,76 +32,137 @@ using Clock = std::chrono::steady_clock;
 constexpr milliseconds kBetweenReports{100};
 constexpr DWORD kBetweenLooks = 20;  // milliseconds
 
-std::wstring CurrentDirectory() {
-  std::wstring directory(32768, L'\0');
-  directory.resize(GetCurrentDirectoryW(static_cast<DWORD>(directory.size()), directory.data()));
-  return directory;
+// What is to be done, checked and put into the helper's words.
+struct Work {
+  Result result;     // with the check's report and one item for each of the survey, or for the job
+  Survey survey;     // of copies
+  std::string task;  // the task file's bytes; empty: one that names the list
+  std::string list;
+  JobState jobBefore = JobState::kUnknown;
+
+  bool IsJob() const { return !result.items.empty() && !result.items[0].job.empty(); }
+};
+
+// What a run has on the disk while the helper works.
+struct Traces {
+  RunClaim claim;
+  HelperFiles files;
+  Handle helper;
+};
+
+void CALLBACK RemoveTraces(PTP_CALLBACK_INSTANCE, void* context, PTP_WAIT wait, TP_WAIT_RESULT) {
+  const std::unique_ptr<Traces> traces(static_cast<Traces*>(context));
+  CloseThreadpoolWait(wait);
 }
 
-// One run of the helper: starts it, waits for it while a CopyWatch follows, and says how it ended.
+// Leaves them to the helper: they go when it has ended, if this process lives that long.
+void LeaveToHelper(std::unique_ptr<Traces> traces, HANDLE helper) {
+  HANDLE own = nullptr;
+  DuplicateHandle(GetCurrentProcess(), helper, GetCurrentProcess(), &own, SYNCHRONIZE, FALSE, 0);
+  traces->helper = Handle(own);
+  traces->claim.LeaveToHelper();
+  const PTP_WAIT wait = CreateThreadpoolWait(RemoveTraces, traces.get(), nullptr);
+  if (wait != nullptr) SetThreadpoolWait(wait, traces.release()->helper.get(), nullptr);
+}
+
+// One run of the helper, from the check's report to what became of every item.
 class HelperRun {
  public:
-  HelperRun(const Options& options, CopyWatch& watch) : options_(options), watch_(watch) {}
+  HelperRun(Work work, const Options& options)
+      : work_(std::move(work)), options_(options), progress_(work_.survey) {}
 
-  // kDone when the helper ended with success. `files` may be null: the files are somebody else's.
-  Status Carry(const std::wstring& taskFile, const std::wstring& directory, HelperFiles* files,
-               std::wstring& why) {
-    const std::wstring helper = options_.helper.empty() ? OwnFolder() + L"uactask.exe"
-                                                        : FullPath(options_.helper.wstring());
-    if (GetFileAttributesW(helper.c_str()) == INVALID_FILE_ATTRIBUTES) {
-      why = L"The helper " + Quoted(helper) +
-            L" is not there. It must stand beside the calling program, or where the options say.";
-      return Status::kNotStarted;
+  Result Run() {
+    Result& result = work_.result;
+    if (const Finding* refusal = FirstRefusal(result.report)) {
+      Refuse(*refusal);
+      return std::move(result);
     }
-    start_ = Clock::now();
-    if (options_.progress && !options_.progress(watch_.Seen())) {
+    result.status = Carry(result.reason);
+    traces_.reset();  // or they would be found in sources
+    work_.IsJob() ? LookAtJob() : LookAtCopies();
+    result.elapsed = Elapsed();
+    return std::move(result);
+  }
+
+ private:
+  // What is said of one item is no reason against another.
+  void Refuse(const Finding& refusal) {
+    Result& result = work_.result;
+    result.status = Status::kInvalid;
+    result.reason = refusal.text;
+    for (std::size_t i = 0; i < result.items.size(); ++i) {
+      const auto& findings = result.report.findings;
+      const auto own = std::find_if(findings.begin(), findings.end(), [i](const Finding& one) {
+        return one.item == i && Refuses(one);
+      });
+      if (own == findings.end() && refusal.item == Finding::kNoItem) continue;
+      result.items[i].reason = own == findings.end() ? L"Another item was refused." : own->text;
+    }
+  }
+
+  // kDone when the helper has ended with success.
+  Status Carry(std::wstring& why) {
+    if (options_.confirm && !options_.confirm(work_.result.report)) {
       why = L"It was given up before the helper was started. Nothing was done.";
       return Status::kNotStarted;
     }
-    const Status started = process_.Start(helper, taskFile, directory, options_.owner, why);
+    if (work_.task.empty() && work_.list.empty()) return Status::kDone;  // everything is there
+    const std::wstring helper = HelperPath(options_);
+    if (!IsStartable(helper, why) || !LeaveFiles(why)) return Status::kNotStarted;
+    if (options_.progress && !options_.progress(progress_.Seen())) {
+      why = L"It was given up before the helper was started. Nothing was done.";
+      return Status::kNotStarted;
+    }
+    const Status started = process_.Start(helper, traces_->files.TaskPath(), options_.owner, why);
     if (started != Status::kDone) return started;
     start_ = Clock::now();  // what the user took to allow it does not count
+    traces_->claim.AddHelper(process_.Get());
     bool hasEnded = false;
     try {
       hasEnded = Wait();
     } catch (...) {
-      if (files != nullptr) files->LeaveTo(process_.Get());
+      LeaveToHelper(std::move(traces_), process_.Get());
       throw;
     }
-    if (!hasEnded) {
-      why =
-          L"Waiting for the helper was given up. It has administrator rights and cannot be ended "
-          L"from here: it goes on";
-      why += files == nullptr
-                 ? L"."
-                 : L", and its files in " + Quoted(files->Folder()) + L" are left to it.";
-      if (files != nullptr) files->LeaveTo(process_.Get());
-      return Status::kStillRunning;
+    if (hasEnded) return Verdict(why);
+    why =
+        L"Waiting for the helper was given up. It is elevated and cannot be ended from here: it "
+        L"goes on, and its files in " +
+        Quoted(traces_->files.Folder()) + L" are left to it.";
+    LeaveToHelper(std::move(traces_), process_.Get());
+    return Status::kStillRunning;
+  }
+
+  static bool IsStartable(const std::wstring& helper, std::wstring& why) {
+    const DWORD attributes = GetFileAttributesW(helper.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+      why = L"The helper " + Quoted(helper) +
+            L" is not there. Put it beside the calling program, or write its path into the "
+            L"options.";
+    } else if (const std::wstring fault = DriveFault(helper); !fault.empty()) {
+      why = L"The helper " + Quoted(helper) + L" cannot be started: " + fault;
     }
-    return Verdict(why);
+    return why.empty();
   }
 
-  // After that: what became of the copies. The last report is of what has arrived.
-  std::vector<Item> CompareAll() {
-    isWaiting_ = false;
-    isGivenUp_ = false;  // a time-out that came with the helper's end concerned the waiting alone
-    std::vector<Item> items = watch_.Finish([this] { return Report(); });
-    if (!isGivenUp_ && options_.progress) Tell(Elapsed());
-    return items;
+  bool LeaveFiles(std::wstring& why) {
+    traces_ = std::make_unique<Traces>();
+    HelperFiles& files = traces_->files;
+    const std::wstring folder = NewHelperFolder(why);
+    if (folder.empty() || !traces_->claim.Take(work_.survey.claims, folder, why) ||
+        !files.CreateFolder(folder, why) ||
+        (!work_.list.empty() && !files.WriteList(work_.list, why))) {
+      return false;
+    }
+    if (!work_.list.empty()) {
+      work_.task = FormatTaskFile(UACTaskFileOp::kType,
+                                  {{UACTaskFileOp::kXmlPath, ForHelper(files.ListPath())}});
+    }
+    return files.WriteTask(work_.task, why);
   }
 
-  std::wstring Output() const { return process_.Output(); }
-
-  milliseconds Elapsed() const {
-    return std::chrono::duration_cast<milliseconds>(Clock::now() - start_);
-  }
-
- private:
   bool Wait() {
-    const Tick tick = [this] { return Report(); };
     while (!process_.HasEnded(kBetweenLooks)) {
-      watch_.Advance();
-      watch_.CompareBehind(tick);
       if (!Report()) return process_.HasEnded(0);
     }
     return true;
@@ -103,247 +171,278 @@ class HelperRun {
   // Tells the application how far it is; false when it has given up, or the time is over.
   bool Report() {
     const milliseconds elapsed = Elapsed();
-    if (isWaiting_ && options_.timeout.count() > 0 && elapsed >= options_.timeout)
+    if (isWaiting_ && options_.timeout.count() > 0 && elapsed >= options_.timeout) {
       isGivenUp_ = true;
+    }
     if (!isGivenUp_ && options_.progress && elapsed - lastReport_ >= kBetweenReports) {
       lastReport_ = elapsed;
-      if (isWaiting_) watch_.Advance();
+      if (isWaiting_) {
+        progress_.Advance(process_.BytesWritten());
+        judged_ = progress_.Seen();
+      }
       isGivenUp_ = !Tell(elapsed);
     }
     return !isGivenUp_;
   }
 
-  bool Tell(milliseconds elapsed) const {
-    Progress progress = watch_.Seen();
-    progress.elapsed = elapsed;
-    return options_.progress(progress);
+  bool Tell(milliseconds elapsed) {
+    judged_.elapsed = elapsed;
+    return options_.progress(judged_);
+  }
+
+  milliseconds Elapsed() const {
+    return std::chrono::duration_cast<milliseconds>(Clock::now() - start_);
   }
 
   Status Verdict(std::wstring& why) const {
     const DWORD code = process_.ExitCode();
     if (code == kHelperSucceeded) return Status::kDone;
-    if (code == kHelperFailed) {
-      why = L"The helper gave up (exit code 1).";
-    } else if (code == kHelperFoundNoTaskFile) {
-      why = L"The helper did not find its task file (exit code 2).";
-    } else {
-      why = L"The helper ended abnormally: " + SystemMessage(code);
-    }
+    wchar_t number[16];
+    std::swprintf(number, std::size(number), code < 256 ? L"%lu" : L"0x%08lX", code);
+    why = code == kHelperFailed ? L"The helper gave up (exit code 1)."
+          : code == kHelperFoundNoTaskFile
+              ? L"The helper did not find its task file (exit code 2)."
+              : L"The helper ended abnormally, with exit code " + std::wstring(number) + L".";
     return Status::kFailed;
   }
 
+  void LookAtCopies() {
+    Result& result = work_.result;
+    if (result.status != Status::kDone && result.status != Status::kFailed) return;
+    isWaiting_ = false;
+    isGivenUp_ = false;  // a time-out that came with the helper's end concerned the waiting alone
+    judged_ = progress_.Seen();
+    std::vector<Item> items = JudgeEndState(
+        work_.survey, options_.comparison, [this] { return Report(); }, judged_);
+    if (!isGivenUp_ && options_.progress) Tell(Elapsed());
+    result.files = judged_.files;
+    result.bytes = judged_.bytes;
+    std::size_t missing = 0;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+      if (items[i].done) continue;
+      ++missing;
+      const Step& step = result.report.steps[i];
+      if (step.deletes)
+        items[i].reason +=
+            L" The old content of the folder is gone, as far as it could be deleted.";
+    }
+    result.items = std::move(items);
+    if (result.status == Status::kFailed) return;
+    if (missing != 0) {
+      result.reason = std::to_wstring(missing) + L" of " + std::to_wstring(result.items.size()) +
+                      L" items did not arrive as they should.";
+    } else if (result.report.leavesOut) {
+      result.reason = L"Not everything in the list was done: the helper leaves items out.";
+    }
+    if (!result.reason.empty()) result.status = Status::kIncomplete;
+  }
+
+  void LookAtJob() {
+    Result& result = work_.result;
+    Item& item = result.items.front();
+    const JobState now = result.status == Status::kDone || result.status == Status::kFailed
+                             ? FindJob(item.job)
+                             : JobState::kUnknown;
+    if (result.status == Status::kFailed) {
+      const std::wstring output = process_.Output();
+      result.reason +=
+          L" The job " + Quoted(item.job) +
+          (item.isDeletion ? L" was not deleted."
+                           : L" was not registered, and an older one of that name may be gone.");
+      if (item.isDeletion && now == JobState::kNotThere) {
+        result.reason += L" There is no job of that name.";
+      } else if (!output.empty()) {
+        result.reason += L" It said: " + output + L".";
+      }
+    }
+    if (result.status != Status::kDone) return;
+    item.replaced = !item.isDeletion && work_.jobBefore == JobState::kThere;
+    item.done = now != (item.isDeletion ? JobState::kThere : JobState::kNotThere);
+    if (!item.done) {
+      result.status = Status::kIncomplete;
+      result.reason = item.isDeletion ? L"The helper reports success, but the job is still there."
+                                      : L"The helper reports success, but the job is not there.";
+    } else if (now == JobState::kUnknown && !item.isDeletion) {
+      item.reason =
+          L"The helper reports success, but this user cannot see the job. If another account "
+          L"confirmed the elevation, the job is that account's, and starts only while it is "
+          L"logged on.";
+    } else if (now == JobState::kUnknown && work_.jobBefore != JobState::kThere) {
+      item.reason = L"The helper reports success, but this user could not see the job before.";
+    }
+  }
+
+  Work work_;
   const Options& options_;
-  CopyWatch& watch_;
+  CopyProgress progress_;
+  Progress judged_;
   HelperProcess process_;
+  std::unique_ptr<Traces> traces_;
   Clock::time_point start_ = Clock::now();
   milliseconds lastReport_{0};
   bool isWaiting_ = true;
   bool isGivenUp_ = false;
 };
 
-// The first error, or the first finding that would do harm, is why nothing is started.
-const Finding* Objection(const Findings& findings) {
-  const auto found = std::find_if(findings.begin(), findings.end(), SpeaksAgainst);
-  return found == findings.end() ? nullptr : &*found;
+// A plan in the helper's order, and each item's place in the plan.
+struct OrderedPlan {
+  std::vector<CopyItem> items;
+  std::vector<std::size_t> places;
+};
+
+OrderedPlan InHelpersOrder(const CopyPlan& plan) {
+  OrderedPlan ordered;
+  ordered.places.resize(plan.Items().size());
+  std::iota(ordered.places.begin(), ordered.places.end(), std::size_t{0});
+  std::stable_partition(ordered.places.begin(), ordered.places.end(), [&](std::size_t item) {
+    return plan.Items()[item].kind == CopyItem::Kind::kReplaceFolder;
+  });
+  for (const std::size_t place : ordered.places) ordered.items.push_back(plan.Items()[place]);
+  return ordered;
 }
 
-// What is known of the copies after the helper has been started, or not.
-void LookAtCopies(HelperRun& run, const CopyWatch& watch, Result& result) {
-  if (result.status != Status::kDone && result.status != Status::kFailed) {
-    for (Item& item : result.items) item.reason = result.reason;
-    return;
+Report ReportOf(const Survey& survey) {
+  Report report;
+  report.findings = survey.findings;
+  report.steps = survey.steps;
+  if (survey.items.empty()) {
+    report.findings.push_back({Severity::kError, L"The plan is empty. Add a file or a folder."});
   }
-  result.items = run.CompareAll();
-  result.files = watch.Seen().files;
-  result.bytes = watch.Seen().bytes;
-  const auto missing = std::count_if(result.items.begin(), result.items.end(),
-                                     [](const Item& item) { return !item.done; });
-  if (missing == 0 || result.status == Status::kFailed) return;
-  result.status = Status::kIncomplete;
-  result.reason = std::to_wstring(missing) + L" of " + std::to_wstring(result.items.size()) +
-                  L" items did not arrive as they should.";
+  return report;
 }
 
-// What is known of a job after the helper has been started, or not.
-void LookAtJob(const HelperRun& run, Result& result) {
-  Item& item = result.items.front();
-  const bool isDeletion = item.isDeletion;
-  if (result.status == Status::kFailed) {
-    const std::wstring output = run.Output();
-    result.reason += isDeletion
-                         ? L" The job " + Quoted(item.job) + L" was not deleted."
-                         : L" The job " + Quoted(item.job) +
-                               L" was not registered; an older one of that name may be gone.";
-    if (isDeletion && FindJob(item.job) == JobState::kNotThere) {
-      result.reason += L" There is no job of that name.";
-    } else if (!output.empty()) {
-      result.reason += L" It said: " + output + L".";
-    }
+// Findings and items by their places in the plan.
+void PutIntoPlansOrder(const std::vector<std::size_t>& places, Report& report,
+                       std::vector<Item>& items) {
+  for (Finding& finding : report.findings) {
+    if (finding.item != Finding::kNoItem) finding.item = places[finding.item];
   }
-  item.reason = result.reason;
-  if (result.status != Status::kDone) return;
-
-  const JobState state = FindJob(item.job);
-  const JobState wanted = isDeletion ? JobState::kNotThere : JobState::kThere;
-  // The helper's own answer stands where this process may not look.
-  item.done = state == wanted || state == JobState::kUnknown;
-  if (item.done && state == JobState::kUnknown) {
-    item.reason =
-        L"The helper reports success. This process could not look into the Task Scheduler";
-    item.reason += IsElevated() ? L"." : L" without administrator rights.";
-  }
-  if (item.done) return;
-  result.status = Status::kIncomplete;
-  item.reason = isDeletion ? L"The helper reports success, but the job is still there."
-                           : L"The helper reports success, but the job is not there.";
-  result.reason = item.reason;
+  std::vector<Item> ordered(items.size());
+  for (std::size_t i = 0; i < items.size(); ++i) ordered[places[i]] = std::move(items[i]);
+  items = std::move(ordered);
 }
 
-Result RunJobTask(const std::wstring& name, bool isDeletion, const TaskParams& params,
-                  Findings findings, const Options& options) {
-  Result result;
-  result.items.push_back({{}, {}, name, false, {}, isDeletion});
-  result.findings = std::move(findings);
-  CopyWatch nothing({}, options.comparison);
-  HelperRun run(options, nothing);
-  HelperFiles files;
-  if (files.CreateFolder(result.reason) &&
-      files.WriteTask(UACTaskScheduler::kType, params, result.reason)) {
-    result.status = run.Carry(files.TaskPath(), OwnFolder(), &files, result.reason);
+std::vector<Item> ItemsOf(const std::vector<Step>& steps) {
+  std::vector<Item> items;
+  for (const Step& step : steps) {
+    Item item;
+    item.source = step.source;
+    item.destination = step.destination;
+    item.job = step.job;
+    item.isDeletion = step.kind == Step::Kind::kDeleteJob;
+    items.push_back(std::move(item));
   }
-  LookAtJob(run, result);
-  result.elapsed = run.Elapsed();
-  return result;
+  return items;
 }
 
-// What the helper has done may be less than the files say, or something else than what this process
-// could read of them.
-void CompareWithReport(const TaskFileReport& report, Result& result) {
-  if (result.status != Status::kDone || (!report.helperFails && !report.leavesOut)) return;
-  result.status = Status::kIncomplete;
-  result.reason =
-      report.leavesOut
-          ? L"Not everything in the list was done: the helper leaves items out."
-          : L"The helper reports success, but what it was to do could not be read here, "
-            L"and so nothing is known of it. " +
-                Objection(result.findings)->text;
-}
-
-Result Refused(Findings findings, std::vector<Item> items) {
-  Result result;
-  result.status = Status::kInvalid;
-  result.reason = Objection(findings)->text;
-  for (std::size_t i = 0; i < items.size(); ++i) {
-    // What is said of one item is no reason against another.
-    const auto meansIt = [&](const Finding& finding) {
-      return finding.item == i && SpeaksAgainst(finding);
-    };
-    const auto own = std::find_if(findings.begin(), findings.end(), meansIt);
-    const bool hasOwn = own != findings.end();
-    const bool isCommon = items.size() == 1 || Objection(findings)->item == Finding::kNoItem;
-    items[i].reason = L"Nothing was started: " + (hasOwn     ? own->text
-                                                  : isCommon ? result.reason
-                                                             : L"another item was refused.");
-  }
-  result.findings = std::move(findings);
-  result.items = std::move(items);
-  return result;
+Result RunJob(const std::wstring& name, bool isDeletion, Report report, const TaskParams& params,
+              const Options& options) {
+  Work work;
+  Item item;
+  item.job = name;
+  item.isDeletion = isDeletion;
+  work.result.items.push_back(std::move(item));
+  work.result.report = std::move(report);
+  work.task = FormatTaskFile(UACTaskScheduler::kType, params);
+  work.jobBefore = FindJob(name);
+  return HelperRun(std::move(work), options).Run();
 }
 
 }  // namespace
 
+void CopyPlan::File(const std::filesystem::path& source, const std::filesystem::path& destination) {
+  items_.push_back({CopyItem::Kind::kFile, source, destination});
+}
+
+void CopyPlan::Folder(const std::filesystem::path& source,
+                      const std::filesystem::path& destination) {
+  items_.push_back({CopyItem::Kind::kFolder, source, destination});
+}
+
+void CopyPlan::ReplaceFolder(const std::filesystem::path& source,
+                             const std::filesystem::path& destination) {
+  items_.push_back({CopyItem::Kind::kReplaceFolder, source, destination});
+}
+
+bool Refuses(const Finding& finding) { return finding.severity != Severity::kWarning; }
+
+const Finding* FirstRefusal(const Report& report) {
+  const auto found = std::find_if(report.findings.begin(), report.findings.end(), Refuses);
+  return found == report.findings.end() ? nullptr : &*found;
+}
+
+const wchar_t* Text(Status status) {
+  switch (status) {
+    case Status::kDone:
+      return L"Done.";
+    case Status::kIncomplete:
+      return L"Not everything was done.";
+    case Status::kInvalid:
+      return L"Nothing was started, because the check found errors.";
+    case Status::kRefused:
+      return L"Nothing was done, because the elevation was refused.";
+    case Status::kNotStarted:
+      return L"Nothing was started.";
+    case Status::kFailed:
+      return L"The helper failed.";
+    case Status::kStillRunning:
+      return L"The helper is still at work.";
+  }
+  return L"";
+}
+
+Report Check(const CopyPlan& plan, const Options& options) {
+  const OrderedPlan ordered = InHelpersOrder(plan);
+  Report report = ReportOf(SurveyCopies(ordered.items, Origin::kPlan, options));
+  std::vector<Item> none;
+  PutIntoPlansOrder(ordered.places, report, none);
+  return report;
+}
+
 Result Run(const CopyPlan& plan, const Options& options) {
-  std::vector<Item> items;
-  for (const CopyItem& item : plan.Items()) {
-    items.push_back({item.source, item.destination, {}, false, {}});
-  }
-  Findings findings = plan.Check();
-  if (Objection(findings) != nullptr) return Refused(std::move(findings), std::move(items));
-
-  const std::vector<std::size_t> order = HelperOrder(plan.Items());
-  std::vector<CopyItem> copies;
-  std::vector<Operation> operations;
-  Result result;
-  result.findings = std::move(findings);
-  for (const std::size_t place : order) {
-    CopyItem copy = plan.Items()[place];
-    // With both kinds of separators in it, not all of its missing folders would be made.
-    copy.destination.make_preferred();
-    copies.push_back(copy);
-    if (copy.isFolder) copy.source = WithSeparator(copy.source.wstring());
-    if (copy.isFolder) copy.destination = WithSeparator(copy.destination.wstring());
-    operations.push_back(
-        {WideToUtf8(copy.source.wstring()), WideToUtf8(copy.destination.wstring()), copy.isFolder});
-    result.items.push_back(items[place]);
-  }
-
-  CopyWatch watch(copies, options.comparison);
-  HelperRun run(options, watch);
-  HelperFiles files;
-  if (files.CreateFolder(result.reason) && files.WriteList(operations, result.reason) &&
-      files.WriteTask(UACTaskFileOp::kType,
-                      {{UACTaskFileOp::kXmlPath, ForHelper(files.ListPath())}}, result.reason)) {
-    result.status = run.Carry(files.TaskPath(), OwnFolder(), &files, result.reason);
-  }
-  LookAtCopies(run, watch, result);
-  result.elapsed = run.Elapsed();
-
-  for (std::size_t i = 0; i < order.size(); ++i) items[order[i]] = std::move(result.items[i]);
-  result.items = std::move(items);
+  RunClaim::Prepare();
+  const OrderedPlan ordered = InHelpersOrder(plan);
+  Work work;
+  work.survey = SurveyCopies(ordered.items, Origin::kPlan, options);
+  work.result.report = ReportOf(work.survey);
+  work.result.items = ItemsOf(work.survey.steps);
+  if (!work.survey.operations.empty()) work.list = FormatOperationList(work.survey.operations);
+  Result result = HelperRun(std::move(work), options).Run();
+  PutIntoPlansOrder(ordered.places, result.report, result.items);
   return result;
 }
 
 Result Run(const Job& job, const Options& options) {
-  Findings findings = job.Check();
-  if (Objection(findings) != nullptr) {
-    return Refused(std::move(findings), {{{}, {}, job.name, false, {}}});
-  }
-  return RunJobTask(job.name, false, RegistrationParams(job), std::move(findings), options);
+  return RunJob(job.name, false, Check(job, options), RegistrationParams(job), options);
 }
 
 Result Run(const JobRemoval& removal, const Options& options) {
-  Findings findings = removal.Check();
-  if (Objection(findings) != nullptr) {
-    return Refused(std::move(findings), {{{}, {}, removal.name, false, {}}});
-  }
-  return RunJobTask(removal.name, true, DeletionParams(removal), std::move(findings), options);
+  return RunJob(removal.name, true, Check(removal, options), DeletionParams(removal), options);
 }
 
 Result Run(const TaskFile& task, const Options& options) {
-  TaskFileReport report = CheckTaskFile(task.path);
-  std::vector<Item> items;
-  std::vector<CopyItem> copies;
-  bool isJob = false;
-  for (const Step& step : report.steps) {
-    const bool isDeletion = step.kind == Step::Kind::kDeleteJob;
-    items.push_back({step.source, step.destination, step.job, false, {}, isDeletion});
-    isJob = isDeletion || step.kind == Step::Kind::kRegisterJob;
-    if (!isJob)
-      copies.push_back({step.source, step.destination, step.kind == Step::Kind::kCopyFolder});
+  RunClaim::Prepare();
+  TaskReading reading = ReadTask(task.path, Hold::kYes, options);
+  Work work;
+  work.result.report = std::move(reading.report);
+  work.result.items = ItemsOf(work.result.report.steps);
+  work.survey = std::move(reading.survey);
+  if (reading.type == UACTaskScheduler::kType) {
+    work.task = std::move(reading.bytes);
+    work.jobBefore = FindJob(reading.job);
+  } else {
+    work.list = std::move(reading.list);
   }
-  const bool isHarmful = std::any_of(report.findings.begin(), report.findings.end(),
-                                     [](const Finding& finding) { return finding.harmful; });
-  if (!report.exists || isHarmful) return Refused(std::move(report.findings), std::move(items));
-
-  Result result;
-  result.items = std::move(items);
-  result.findings = std::move(report.findings);
-  CopyWatch watch(std::move(copies), options.comparison);
-  HelperRun run(options, watch);
-  const std::wstring taskFile = FullPath(task.path.wstring());
-  // Relative paths in the files are taken from here, as if the application did the work itself.
-  result.status = run.Carry(taskFile, CurrentDirectory(), nullptr, result.reason);
-  if (result.status == Status::kFailed && report.helperFails) {
-    result.reason += L" " + Objection(result.findings)->text;
+  Result result = HelperRun(std::move(work), options).Run();
+  if (result.status != Status::kDone && result.status != Status::kIncomplete) return result;
+  FILE_DISPOSITION_INFO disposition = {TRUE};
+  if (!SetFileInformationByHandle(reading.file.get(), FileDispositionInfo, &disposition,
+                                  sizeof disposition)) {
+    result.reason += (result.reason.empty() ? L"" : L" ") +
+                     (L"The task file " + Quoted(task.path.wstring())) +
+                     L" could not be deleted: " + SystemMessage(GetLastError()) +
+                     L" Delete it, or it may be run again.";
   }
-  isJob ? LookAtJob(run, result) : LookAtCopies(run, watch, result);
-  CompareWithReport(report, result);
-  if (result.status == Status::kDone &&
-      GetFileAttributesW(taskFile.c_str()) != INVALID_FILE_ATTRIBUTES) {
-    result.reason = L"The task file " + Quoted(taskFile) +
-                    L" could not be deleted; the system deletes it when it is restarted.";
-  }
-  result.elapsed = run.Elapsed();
   return result;
 }
 

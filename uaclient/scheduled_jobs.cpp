@@ -28,7 +28,8 @@ JobState LookUp(const std::wstring& name) {
   }
   const HRESULT found = rootFolder->GetTask(_bstr_t(name.c_str()), &job);
   if (SUCCEEDED(found)) return JobState::kThere;
-  const bool isMissing = found == HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+  const bool isMissing = found == HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND) ||
+                         found == HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND);
   return isMissing && IsElevated() ? JobState::kNotThere : JobState::kUnknown;
 }
 

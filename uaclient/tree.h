@@ -14,9 +14,7 @@ struct FileState {
   std::uint64_t size = 0;
   std::uint64_t time = 0;  // in the system's units of 100 ns
 
-  bool operator==(const FileState& other) const {
-    return size == other.size && time == other.time;
-  }
+  bool operator==(const FileState& other) const { return size == other.size && time == other.time; }
 
   // File systems round times, by up to two seconds.
   bool Matches(const FileState& other) const;
@@ -32,8 +30,8 @@ struct Entry {
 
   // Windows copies over no file that has one of these.
   bool IsProtected() const {
-    return (attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN |
-                          FILE_ATTRIBUTE_SYSTEM)) != 0;
+    return (attributes &
+            (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) != 0;
   }
 };
 

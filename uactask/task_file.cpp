@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "inifile/ini_file.h"
+#include "inifile/ini_parser.h"
 
 namespace uactask {
 namespace {
@@ -18,8 +19,19 @@ const std::string& RequireEntry(const TaskParams& entries, std::int32_t index) {
   return found->second;
 }
 
-std::string ReadParam(std::int32_t index, const std::string& file) {
-  return corekit::CIniFile::GetValue(KeyOf(index), kTaskSection, file);
+TaskParams ParseParams(std::string_view text) {
+  TaskParams params;
+  corekit::ForEachIniRecord(text, [&params](const corekit::IniRecord& record) {
+    const auto key = std::find(kParamKeys.begin(), kParamKeys.end(), record.Key);
+    if (record.Section != kTaskSection || key == kParamKeys.end()) return;
+    params.emplace(static_cast<std::int32_t>(key - kParamKeys.begin()), record.Value);
+  });
+  for (std::size_t i = 0; i < kParamKeys.size(); ++i) params[static_cast<std::int32_t>(i)];
+  return params;
+}
+
+TaskParams ReadParams(const std::string& file) {
+  return ParseParams(corekit::ReadIniText(file).value_or(""));
 }
 
 bool WriteParam(std::int32_t index, const std::string& value, const std::string& file) {

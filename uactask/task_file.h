@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 
 namespace uactask {
 
@@ -24,9 +25,12 @@ constexpr std::array<const char*, 9> kParamKeys = {"task_name",    "exe_path",  
 // The entry with this index. Throws std::out_of_range when there is none.
 const std::string& RequireEntry(const TaskParams& entries, std::int32_t index);
 
-// A parameter's value, byte for byte; "" when anything is missing. `file` is UTF-8. Throws
+// All parameters of a task file's text, byte for byte, those that it lacks as "". Throws
 // std::out_of_range for a header line without "]".
-std::string ReadParam(std::int32_t index, const std::string& file);
+TaskParams ParseParams(std::string_view text);
+
+// The same of a file, which is read once; all are "" when that fails. `file` is UTF-8.
+TaskParams ReadParams(const std::string& file);
 
 // Sets a parameter in a file that exists, as CIniFile::SetValue does.
 bool WriteParam(std::int32_t index, const std::string& value, const std::string& file);

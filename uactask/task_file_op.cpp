@@ -32,7 +32,7 @@ template <typename Exception>
 }  // namespace
 
 bool UACTaskFileOp::Run() {
-  const std::string listPath = uactask::ReadParam(kXmlPath, TaskFilePath());
+  const std::string listPath = uactask::ReadParams(TaskFilePath()).at(kXmlPath);
 
   const boost::shared_ptr<tk::IFileOperator> fileOperator =
       boost::make_shared<FileOperatorNomal>(TraceLine);

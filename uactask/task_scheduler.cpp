@@ -5,7 +5,6 @@
 #include <comdef.h>
 #include <wrl/client.h>
 
-#include <array>
 #include <boost/lexical_cast.hpp>
 #include <cstdio>
 #include <utility>
@@ -139,18 +138,17 @@ std::int32_t InitTaskSchedulerCom() {
 }
 
 bool UACTaskScheduler::Run() {
-  std::array<std::string, kParamCount> values;
-  for (std::int32_t i = 0; i < kParamCount; ++i) {
-    values[static_cast<std::size_t>(i)] = uactask::ReadParam(i, TaskFilePath());
-  }
-  // All three numbers are checked first: a malformed task file does not even delete.
-  const auto timeType = boost::lexical_cast<std::int32_t>(values[kTimeType]);
-  const auto daysOfWeek = boost::lexical_cast<std::int32_t>(values[kTimeWeekday]);
-  const auto daysOfMonth = boost::lexical_cast<std::int32_t>(values[kTimeMonthday]);
+  // All from one reading: without its arguments a registration would be a deletion.
+  const uactask::TaskParams values = uactask::ReadParams(TaskFilePath());
+  // All three numbers are checked first: a malformed task file does not even delete, nor does one
+  // that cannot be read.
+  const auto timeType = boost::lexical_cast<std::int32_t>(values.at(kTimeType));
+  const auto daysOfWeek = boost::lexical_cast<std::int32_t>(values.at(kTimeWeekday));
+  const auto daysOfMonth = boost::lexical_cast<std::int32_t>(values.at(kTimeMonthday));
 
-  if (values[kExeArguments].empty()) return DeleteScheduleTask(values[kTaskName]) == kDone;
-  return RegisterScheduleTask(values[kTaskName], values[kExePath], values[kExeArguments],
-                              values[kRuntime], values[kAuthorName], timeType,
+  if (values.at(kExeArguments).empty()) return DeleteScheduleTask(values.at(kTaskName)) == kDone;
+  return RegisterScheduleTask(values.at(kTaskName), values.at(kExePath), values.at(kExeArguments),
+                              values.at(kRuntime), values.at(kAuthorName), timeType,
                               static_cast<std::uint16_t>(daysOfWeek), daysOfMonth) == kDone;
 }
 

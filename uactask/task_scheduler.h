@@ -35,7 +35,8 @@ class UACTaskScheduler : public UACTaskBase {
   UACTaskScheduler() : UACTaskBase(kType) {}
 
   // True when the job was registered or deleted. Throws boost::bad_lexical_cast, before anything is
-  // done, when one of the three numbers is not a 32-bit decimal number (a sign and digits alone).
+  // done, when one of the three numbers is not a 32-bit decimal number (a sign and digits alone)
+  // and when the task file cannot be read.
   bool Run() override;
 
   // False, with nothing written, unless there are exactly eight parameters; throws
