@@ -6,12 +6,8 @@
 #include <cwchar>
 #include <cwctype>
 #include <deque>
-#include <map>
-#include <sstream>
 
-#include "corekit/text.h"
 #include "uaclient/path.h"
-#include "uaclient/version.h"
 #include "uaclient/win32.h"
 
 namespace {
@@ -27,30 +23,25 @@ struct BadArguments {
   throw BadArguments{Quoted(argument) + L" " + why};
 }
 
-// Why nothing can be found out about the path; ERROR_SUCCESS where something can.
-DWORD FindError(const std::wstring& path) {
-  const bool isThere = GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-  return isThere ? ERROR_SUCCESS : GetLastError();
-}
-
 bool IsFile(const std::wstring& path) {
-  return FindError(path) == ERROR_SUCCESS && !IsFolder(path);
+  return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES && !IsFolder(path);
 }
 
 // The words behind a command and its options, taken one after the other.
 struct Operands {
-  std::wstring usage;
+  std::wstring hint;  // where to read more
   std::deque<std::wstring> words;
 
   void Expect(const std::wstring& name) const {
-    if (words.empty()) throw BadArguments{name + L" is missing: " + usage};
+    if (words.empty()) throw BadArguments{name + L" is missing" + hint};
   }
   std::wstring Take(const std::wstring& name) {
     Expect(name);
     const std::wstring word = words.front();
     words.pop_front();
-    if (word[0] == L'/' && word.find_first_of(L"\\/", 1) == word.npos && FindError(word) != 0) {
-      Refuse(word, L"is not an option. Options begin with \"--\": " + usage);
+    const bool isSwitch = word[0] == L'/' && word.find_first_of(L"\\/", 1) == word.npos;
+    if (isSwitch && !IsFile(word) && !IsFolder(word)) {
+      Refuse(word, L"is not an option. Options begin with \"--\"" + hint);
     }
     if (word.find(L'"') != word.npos) {
       Refuse(word,
@@ -71,18 +62,6 @@ std::wstring TakePath(Operands& operands, const std::wstring& name) {
   return path;
 }
 
-// What this user may not see is left to the check.
-std::wstring TakeExisting(Operands& operands, const std::wstring& name) {
-  std::wstring path = TakePath(operands, name);
-  const DWORD error = FindError(Verbatim(path));
-  if (error == ERROR_SUCCESS || error == ERROR_ACCESS_DENIED) return path;
-  const std::wstring root = WithSeparator(RootOf(path));
-  const DWORD rootError = FindError(root);
-  if (rootError == ERROR_SUCCESS) Refuse(path, L"does not exist: " + SystemMessage(error));
-  Refuse(path, L"does not exist, because " + Quoted(root) + L" cannot be reached: " +
-                   SystemMessage(rootError));
-}
-
 // "." and what else Windows reads as the current folder or one above it would be replaced without
 // having been named.
 void ExpectOwnName(const std::wstring& operand, const std::wstring& path) {
@@ -95,7 +74,7 @@ void ExpectOwnName(const std::wstring& operand, const std::wstring& path) {
 void ReadCopy(Operands& operands, Arguments& arguments) {
   CopyPlan plan;
   do {
-    const std::wstring source = TakeExisting(operands, L"SOURCE");
+    const std::wstring source = TakePath(operands, L"SOURCE");
     const std::wstring typed = operands.words.empty() ? L"" : operands.words.front();
     std::wstring destination = TakePath(operands, L"The DESTINATION of " + Quoted(source));
     if (!IsFolder(source)) {
@@ -189,7 +168,7 @@ void ReadJob(Operands& operands, Arguments& arguments) {
   if (kEvery == Job::Every::kWeek) job.days = Days(operands.Take(L"DAYS"), Weekday);
   if (kEvery == Job::Every::kMonth) job.days = Days(operands.Take(L"DAYS"), MonthDay);
   RefuseMisquotedProgram(operands.words);
-  job.program = TakeExisting(operands, L"PROGRAM");
+  job.program = TakePath(operands, L"PROGRAM");
   operands.Expect(L"An argument for the program (\"\" is an empty one, where it takes none)");
   job.arguments.assign(operands.words.begin(), operands.words.end());
   operands.words.clear();
@@ -234,50 +213,28 @@ struct Command {
   std::wstring options;
   void (*read)(Operands&, Arguments&);
   std::size_t ownOperands = kAll;  // what stands behind them belongs to another program
+  std::wstring otherNames = {};    // with a blank on both sides: what is typed by habit
 };
 
 const std::wstring kJobOptions = L"--dry-run --timeout --json";
-const Command kCommands[] = {{L"copy", L"--replace --dry-run --fast --timeout --json", ReadCopy},
-                             {L"daily", kJobOptions, ReadJob<Job::Every::kDay>, 3},
-                             {L"weekly", kJobOptions, ReadJob<Job::Every::kWeek>, 4},
-                             {L"monthly", kJobOptions, ReadJob<Job::Every::kMonth>, 4},
-                             {L"unschedule", kJobOptions, ReadRemoval},
-                             {L"run", L"--fast --timeout --json", ReadRun},
-                             {L"check", L"--json", ReadCheck}};
-
-// All of help.txt that is for the command, "uactl" for none.
-std::wstring Help(const std::wstring& command) {
-  const HRSRC found = FindResourceW(nullptr, L"HELP_TEXT", MAKEINTRESOURCEW(10));  // RT_RCDATA
-  const auto* bytes = static_cast<const char*>(LockResource(LoadResource(nullptr, found)));
-  std::wistringstream text(Utf8ToWide({bytes, bytes + SizeofResource(nullptr, found)}));
-  std::wstring page;
-  bool isMeant = false;
-  for (std::wstring line; std::getline(text, line);) {
-    if (line[0] == L'%') {
-      isMeant = (line + L" ").find(L" " + command + L" ") != line.npos;
-    } else if (isMeant) {
-      page += line + L"\n";
-    }
-  }
-  return page;
-}
-
-std::wstring Usage(const Command& command) {
-  const std::wstring help = Help(command.name);
-  return help.substr(0, help.find(L'\n'));
-}
+const Command kCommands[] = {
+    {L"copy", L"--replace --dry-run --fast --timeout --json", ReadCopy, kAll,
+     L" cp xcopy robocopy "},
+    {L"daily", kJobOptions, ReadJob<Job::Every::kDay>, 3, L" schedule schtasks "},
+    {L"weekly", kJobOptions, ReadJob<Job::Every::kWeek>, 4},
+    {L"monthly", kJobOptions, ReadJob<Job::Every::kMonth>, 4},
+    {L"unschedule", kJobOptions, ReadRemoval, kAll, L" delete "},
+    {L"run", L"--fast --timeout --json", ReadRun},
+    {L"check", L"--json", ReadCheck}};
 
 const Command& FindCommand(const std::wstring& word) {
-  static const std::map<std::wstring, std::wstring> kOtherNames = {
-      {L"cp", L"copy"},        {L"xcopy", L"copy"},     {L"robocopy", L"copy"},
-      {L"schedule", L"daily"}, {L"schtasks", L"daily"}, {L"delete", L"unschedule"}};
   std::wstring name = word;
   std::transform(name.begin(), name.end(), name.begin(), std::towlower);
-  if (const auto other = kOtherNames.find(name); other != kOtherNames.end()) name = other->second;
   for (const Command& command : kCommands) {
-    if (name == word && name == command.name) return command;
-    if (name == command.name)
-      Refuse(word, L"is not a command: did you mean " + Quoted(name) + L"?");
+    if (word == command.name) return command;
+    if (name == command.name || command.otherNames.find(L" " + name + L" ") != name.npos) {
+      Refuse(word, L"is not a command: did you mean " + Quoted(command.name) + L"?");
+    }
   }
   Refuse(word, L"is not a command. \"uactl --help\" lists them.");
 }
@@ -295,7 +252,7 @@ const Option* FindOption(const Command& command, const std::wstring& name) {
 
 // Puts the options into `arguments` and returns the other words.
 Operands TakeOptions(const Command& command, const Words& words, Arguments& arguments) {
-  Operands operands = {Usage(command), {}};
+  Operands operands = {L": see \"uactl help " + command.name + L"\".", {}};
   bool areOver = false;
   for (std::size_t i = 1; i < words.size(); ++i) {
     const std::wstring& word = words[i];
@@ -304,23 +261,22 @@ Operands TakeOptions(const Command& command, const Words& words, Arguments& argu
       operands.words.push_back(word);
       continue;
     }
-    const std::size_t sign = word.find(L'=');
+    const std::size_t sign = std::min(word.find(L'='), word.size());
     const Option* const option = FindOption(command, word.substr(0, sign));
     if (AsksForHelp(word)) {
-      arguments.help = Help(command.name);
+      arguments.helpPage = command.name;
     } else if (command.ownOperands != kAll && !operands.words.empty()) {
-      Refuse(word, L"stands behind NAME, but options come before it: " + operands.usage);
+      Refuse(word, L"stands behind NAME, but options come before it" + operands.hint);
     } else if (word == L"--") {
       areOver = true;
-    } else if (option == nullptr || (option->flag != nullptr && sign != word.npos)) {
-      Refuse(word, L"is not an option here (write a path of that name as .\\" + word + L"): " +
-                       operands.usage);
+    } else if (option == nullptr || (option->flag != nullptr && sign < word.size())) {
+      Refuse(word,
+             L"is not an option here; write a path of that name as .\\" + word + operands.hint);
     } else if (option->flag != nullptr) {
       arguments.*(option->flag) = true;
     } else {
-      if (sign == word.npos && ++i == words.size())
-        Refuse(word, L"lacks its value: " + operands.usage);
-      const std::wstring value = sign == word.npos ? words[i] : word.substr(sign + 1);
+      const bool isNext = sign == word.size() && i + 1 < words.size();
+      const std::wstring value = isNext ? words[++i] : word.substr(sign).erase(0, 1);
       const int seconds = Number(value, 1, 86400);
       if (seconds < 0) Refuse(value, L"is not a number of seconds from 1 to 86400.");
       arguments.options.timeout = std::chrono::seconds(seconds);
@@ -332,18 +288,15 @@ Operands TakeOptions(const Command& command, const Words& words, Arguments& argu
 void Read(const Words& words, Arguments& arguments) {
   if (words.empty()) throw BadArguments{L"A command is missing: see \"uactl --help\"."};
   if (words[0] == L"help" && words.size() > 1) return Read({words[1], L"--help"}, arguments);
-  if (words[0] == L"--version") {
-    arguments.help = L"uactl " + Utf8ToWide(uaclient::kVersion) + L"\n";
-  } else if (words[0] == L"help" || AsksForHelp(words[0])) {
-    arguments.help = Help(L"uactl");
-  } else {
-    const Command& command = FindCommand(words[0]);
-    Operands operands = TakeOptions(command, words, arguments);
-    if (!arguments.help.empty()) return;
-    command.read(operands, arguments);
-    if (!operands.words.empty()) {
-      Refuse(operands.words.front(), L"is one argument too many: " + operands.usage);
-    }
+  if (words[0] == L"help" || AsksForHelp(words[0])) arguments.helpPage = L"uactl";
+  if (words[0] == L"--version") arguments.helpPage = words[0];
+  if (!arguments.helpPage.empty()) return;
+  const Command& command = FindCommand(words[0]);
+  Operands operands = TakeOptions(command, words, arguments);
+  if (!arguments.helpPage.empty()) return;
+  command.read(operands, arguments);
+  if (!operands.words.empty()) {
+    Refuse(operands.words.front(), L"is one argument too many" + operands.hint);
   }
 }
 

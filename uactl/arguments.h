@@ -11,9 +11,11 @@ using Task =
     std::variant<uaclient::CopyPlan, uaclient::Job, uaclient::JobRemoval, uaclient::TaskFile>;
 
 struct Arguments {
-  std::wstring refusal;  // which argument is wrong, why, and what to write instead; or L""
-  std::wstring help;     // what is to be printed, and nothing to be done; or L""
-  std::wstring warning;  // of an argument that may not be meant as it is; or L""
+  // L"" where there is none of these: which argument is wrong and what to write instead, a page of
+  // help.txt.in that is to be printed, an argument that may not be meant as it is.
+  std::wstring refusal;
+  std::wstring helpPage;
+  std::wstring warning;
 
   Task task;
   bool replace = false;

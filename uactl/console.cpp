@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr std::size_t kMostAtOnce = 16000;  // consoles take no more than 64 kB everywhere
-
 HANDLE HandleOf(Stream stream) {
   return GetStdHandle(stream == Stream::kOutput ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
 }
@@ -37,18 +35,12 @@ bool IsConsole(Stream stream) {
 void Print(Stream stream, const std::wstring& text) {
   if (!IsConsole(stream)) return PrintAscii(stream, WideToUtf8(text));
   DWORD written = 0;
-  for (std::size_t at = 0; at < text.size(); at += written) {
-    const auto length = static_cast<DWORD>(std::min(text.size() - at, kMostAtOnce));
-    if (!WriteConsoleW(HandleOf(stream), text.data() + at, length, &written, nullptr)) return;
-  }
+  WriteConsoleW(HandleOf(stream), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
 }
 
 void PrintAscii(Stream stream, std::string_view text) {
   DWORD written = 0;
-  for (std::size_t at = 0; at < text.size(); at += written) {
-    const auto length = static_cast<DWORD>(std::min(text.size() - at, kMostAtOnce));
-    if (!WriteFile(HandleOf(stream), text.data() + at, length, &written, nullptr)) return;
-  }
+  WriteFile(HandleOf(stream), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
 }
 
 std::wstring Line(std::wstring text) {
@@ -60,14 +52,11 @@ void StatusLine::Show(const std::wstring& text) {
   if (!IsConsole(Stream::kErrors)) return;
   std::wstring line = Line(text);
   line.pop_back();
-  line.resize(std::min(line.size(), Width()));
-  const std::size_t length = line.size();
-  // What was longer before is covered with blanks; then back to the end of the text.
-  line.resize(std::max(length, shown_), L' ');
-  Print(Stream::kErrors, L'\r' + line + (shown_ > length ? L'\r' + line.substr(0, length) : L""));
-  shown_ = length;
+  line.resize(Width(), L' ');
+  Print(Stream::kErrors, L'\r' + line + L'\r');
+  isShown_ = true;
 }
 
 StatusLine::~StatusLine() {
-  if (shown_ > 0) Print(Stream::kErrors, L'\r' + std::wstring(shown_, L' ') + L'\r');
+  if (isShown_) Show(L"");
 }

@@ -34,5 +34,5 @@ class StatusLine {
   void Show(const std::wstring& text);
 
  private:
-  std::size_t shown_ = 0;  // characters
+  bool isShown_ = false;
 };

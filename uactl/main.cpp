@@ -5,7 +5,9 @@
 
 #include <atomic>
 #include <exception>
+#include <sstream>
 
+#include "corekit/text.h"
 #include "uactl/arguments.h"
 #include "uactl/console.h"
 #include "uactl/report.h"
@@ -17,6 +19,21 @@ std::atomic<bool> interrupted{false};
 // Ctrl+C ends the waiting; the second time, where there is nothing to wait for, the command itself.
 BOOL WINAPI OnConsoleEvent(DWORD event) {
   return (event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT) && !interrupted.exchange(true);
+}
+
+// All of help.txt.in that is for the command; "uactl" and "--version" count as some.
+void PrintHelp(const std::string& command) {
+  const HRSRC found = FindResourceW(nullptr, L"HELP_TEXT", MAKEINTRESOURCEW(10));  // RT_RCDATA
+  const auto* bytes = static_cast<const char*>(LockResource(LoadResource(nullptr, found)));
+  std::istringstream text(std::string(bytes, SizeofResource(nullptr, found)));
+  bool isMeant = false;
+  for (std::string line; std::getline(text, line);) {
+    if (line[0] == '%') {
+      isMeant = (line + " ").find(" " + command + " ") != line.npos;
+    } else if (isMeant) {
+      PrintAscii(Stream::kOutput, line + "\n");
+    }
+  }
 }
 
 // Checks or runs the task. Says before the start what is going to be deleted, and meanwhile how far
@@ -43,8 +60,10 @@ Outcome Carry(const Arguments& arguments) {
 }
 
 int Main(const Arguments& arguments) {
-  Print(Stream::kOutput, arguments.help);
-  if (!arguments.help.empty()) return 0;
+  if (!arguments.helpPage.empty()) {
+    PrintHelp(WideToUtf8(arguments.helpPage));
+    return 0;
+  }
   if (!arguments.warning.empty()) Print(Stream::kErrors, WarningLine(arguments.warning));
   uaclient::Result refused;
   refused.status = uaclient::Status::kInvalid;
@@ -68,18 +87,14 @@ int wmain(int argumentCount, wchar_t* words[]) {
   // A drive without a disk is an error like others, not a dialog.
   SetErrorMode(SEM_FAILCRITICALERRORS);
   Arguments arguments;
+  std::string exhausted;  // written ahead, while there is memory
   try {
     arguments = ReadArguments({words + 1, words + argumentCount});
+    exhausted = AsJson(Exhausted(arguments.onlyCheck));
     return Main(arguments);
   } catch (const std::exception&) {  // memory, or threads to compare with
     PrintAscii(Stream::kErrors, "uactl: not enough memory\n");
-    if (arguments.asJson) {
-      PrintAscii(Stream::kOutput, arguments.onlyCheck ? R"({"exit": 2, "status": "fails", )"
-                                                      : R"({"exit": 1, "status": "failed", )");
-      PrintAscii(Stream::kOutput, R"("reason": "not enough memory", "findings": [], )"
-                                  R"("steps": [], "items": []})"
-                                  "\n");
-    }
+    if (arguments.asJson) PrintAscii(Stream::kOutput, exhausted);
     return arguments.onlyCheck ? 2 : 1;
   }
 }

@@ -28,14 +28,20 @@ std::wstring SeverityName(const Finding& finding) {
   return finding.severity == Severity::kError ? L"error" : L"warning";
 }
 
-std::wstring FindingLine(const Finding& finding) {
-  if (finding.file.empty())
-    return Refuses(finding) ? ErrorLine(finding.text) : WarningLine(finding.text);
-  std::wstring line = finding.file.wstring();
-  if (finding.line > 0) line += L":" + std::to_wstring(finding.line);
-  line += L": " + SeverityName(finding) + L": " + finding.text;
-  if (finding.severity == Severity::kHarmful) line += L" \"uactl run\" does not start it.";
-  return Line(line);
+std::wstring FindingLines(const Report& report) {
+  std::wstring text;
+  for (const Finding& finding : report.findings) {
+    if (finding.file.empty()) {
+      text += Refuses(finding) ? ErrorLine(finding.text) : WarningLine(finding.text);
+      continue;
+    }
+    std::wstring line = finding.file.wstring();
+    if (finding.line > 0) line += L":" + std::to_wstring(finding.line);
+    line += L": " + SeverityName(finding) + L": " + finding.text;
+    if (finding.severity == Severity::kHarmful) line += L" \"uactl run\" does not start it.";
+    text += Line(line);
+  }
+  return text;
 }
 
 double Seconds(std::chrono::milliseconds time) {
@@ -43,8 +49,7 @@ double Seconds(std::chrono::milliseconds time) {
 }
 
 std::wstring CheckText(const Report& report) {
-  std::wstring text;
-  for (const Finding& finding : report.findings) text += FindingLine(finding);
+  std::wstring text = FindingLines(report);
   for (const Step& step : report.steps) text += Line(L"plan: " + step.text);
   if (report.helperFails || !report.exists) {
     const int code = report.exists ? uactask::kHelperFailed : uactask::kHelperFoundNoTaskFile;
@@ -57,11 +62,9 @@ std::wstring CheckText(const Report& report) {
 }
 
 std::wstring RefusalText(const Result& result) {
-  std::wstring text;
-  for (const Finding& finding : result.report.findings) {
-    if (Refuses(finding)) text += FindingLine(finding);
-  }
-  return (text.empty() ? ErrorLine(result.reason) : text) + ErrorLine(L"Nothing was started.");
+  const std::wstring findings = FindingLines(result.report);
+  return (findings.empty() ? ErrorLine(result.reason) : findings) +
+         ErrorLine(L"Nothing was started.");
 }
 
 const std::wstring& ReasonOf(const Item& item, const Result& result) {
@@ -76,30 +79,30 @@ std::wstring JobLine(const Item& item) {
 }
 
 Lines RunText(const Result& result) {
-  Lines text;
-  // The files at the destinations were counted and compared.
-  const bool wasLookedAt = result.status == Status::kDone || result.status == Status::kIncomplete ||
-                           result.status == Status::kFailed;
-  bool copies = false;
+  Lines lines;
+  // The end state was compared with the sources.
+  const bool wasJudged = result.status == Status::kDone || result.status == Status::kIncomplete ||
+                         result.status == Status::kFailed;
   bool isReasonTold = result.reason.empty();
+  bool copies = false;
   for (const Item& item : result.items) {
     copies |= item.job.empty();
-    if (item.done && !item.job.empty()) text.output += JobLine(item);
-    const std::wstring& reason = ReasonOf(item, result);
-    if (reason.empty() || (!wasLookedAt && item.reason.empty())) continue;
+    if (item.done && !item.job.empty()) lines.output += JobLine(item);
+    const std::wstring& reason = wasJudged ? ReasonOf(item, result) : item.reason;
+    if (reason.empty()) continue;
     const std::wstring name = item.job.empty() ? item.destination.wstring() : item.job;
-    text.errors += ErrorLine(Quoted(name) + L": " + reason);
+    lines.errors += ErrorLine(Quoted(name) + L": " + reason);
     isReasonTold |= reason == result.reason;
   }
-  if (!isReasonTold) text.errors.insert(0, ErrorLine(result.reason));
-  if (copies && wasLookedAt) {
-    text.output += Line(FilesInWords(result.files) + L", " + BytesInWords(result.bytes) + L", " +
-                        OneDecimal(Seconds(result.elapsed)) + L" s");
+  if (!isReasonTold) lines.errors.insert(0, ErrorLine(result.reason));
+  if (copies && wasJudged) {
+    lines.output += Line(FilesInWords(result.files) + L", " + BytesInWords(result.bytes) + L", " +
+                         OneDecimal(Seconds(result.elapsed)) + L" s");
   }
   if (result.status == Status::kDone && result.items.empty()) {
-    text.output += Line(L"There was nothing to do.");
+    lines.output = Line(L"There was nothing to do.");
   }
-  return text;
+  return lines;
 }
 
 }  // namespace
@@ -121,6 +124,12 @@ Outcome OutcomeOf(const Report& report, bool ofTaskFile) {
   if (fails) return {2, "fails", true, result};
   if (isClean) return {0, "clean", true, result};
   return {ofTaskFile ? 1 : 0, "suspicious", true, result};
+}
+
+Outcome Exhausted(bool isCheck) {
+  Result result;
+  result.reason = L"not enough memory";
+  return {isCheck ? 2 : 1, isCheck ? "fails" : "failed", isCheck, result};
 }
 
 Lines AsText(const Outcome& outcome) {
@@ -174,8 +183,7 @@ std::string AsJson(const Outcome& outcome) {
 std::wstring WarningLine(const std::wstring& text) { return ErrorLine(L"warning: " + text); }
 
 std::wstring Announcement(const Report& report) {
-  std::wstring text;
-  for (const Finding& finding : report.findings) text += FindingLine(finding);
+  std::wstring text = FindingLines(report);
   for (const Step& step : report.steps) {
     if (step.deletes) text += ErrorLine(L"plan: " + step.text);
   }

@@ -26,6 +26,9 @@ Outcome OutcomeOf(const uaclient::Result& result, bool ofTaskFile);
 // Of what is not to be started: "check" of a task file, or --dry-run.
 Outcome OutcomeOf(const uaclient::Report& report, bool ofTaskFile);
 
+// Of a command for which memory does not suffice.
+Outcome Exhausted(bool isCheck);
+
 struct Lines {
   std::wstring output;  // for standard output, whole lines
   std::wstring errors;  // for standard error
