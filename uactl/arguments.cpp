@@ -23,9 +23,10 @@ struct BadArguments {
   throw BadArguments{Quoted(argument) + L" " + why};
 }
 
-bool IsFile(const std::wstring& path) {
-  return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES && !IsFolder(path);
+bool Exists(const std::wstring& path) {
+  return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
+bool IsFile(const std::wstring& path) { return Exists(path) && !IsFolder(path); }
 
 // The words behind a command and its options, taken one after the other.
 struct Operands {
@@ -40,7 +41,7 @@ struct Operands {
     const std::wstring word = words.front();
     words.pop_front();
     const bool isSwitch = word[0] == L'/' && word.find_first_of(L"\\/", 1) == word.npos;
-    if (isSwitch && !IsFile(word) && !IsFolder(word)) {
+    if (isSwitch && !Exists(word)) {
       Refuse(word, L"is not an option. Options begin with \"--\"" + hint);
     }
     if (word.find(L'"') != word.npos) {
@@ -58,6 +59,11 @@ std::wstring TakePath(Operands& operands, const std::wstring& name) {
   if (path.empty()) Refuse(operand, L"is not the path of a file or folder on a drive or share.");
   if (path.find_first_of(L"*?") != path.npos) {
     Refuse(operand, L"has a wildcard, and those are not expanded. Name each file, or the folder.");
+  }
+  const std::wstring root = WithSeparator(RootOf(path));
+  if (root[0] == L'\\' && !Exists(root) && GetLastError() != ERROR_ACCESS_DENIED) {
+    const std::wstring reason = SystemMessage(GetLastError());
+    Refuse(path, L"is on a share that cannot be reached, " + Quoted(root) + L": " + reason);
   }
   return path;
 }
