@@ -137,7 +137,7 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"help none", "\"none\" is not a command"},
       {"copy none b", "none\" does not exist"},
       {"copy P a P", "DESTINATION of \"" + kProgram},
-      {"copy -x . a", "\".\\-x\""},
+      {"copy -x . a", "as .\\-x"},
       {"copy P a --fast=1", "\"--fast=1\""},
       {"copy --timeout 0 P a", "\"0\""},
       {"copy P --timeout=86401 a", "\"86401\""},
@@ -152,8 +152,8 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"unschedule", "NAME"},
       {"unschedule a b", "\"b\""},
       {"daily N 08:00 C:\\none.exe a", "C:\\none.exe"},
-      {"daily N 08:00 P 5%% %TEMP%", "\"5%% %TEMP%\" holds"},
-      {"daily N 08:00 P $(Arg0)", "\"$(Arg0)\" holds"},
+      {"daily N 08:00 P 5%% %TEMP%", "\"5%% %TEMP%\""},
+      {"daily N 08:00 P $(Arg0)", "\"$(Arg0)\""},
       {"daily N 24:00 P a", "\"24:00\""},
       {"daily N 8:00 P 08:00", "two digits each"},
       {"daily N 12:60 P a", "\"12:60\""},
@@ -164,9 +164,7 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"weekly N 08:00 tue,mondays P a", "\"mondays\""},
       {"monthly N 08:00 0 P a", "\"0\""},
       {"monthly N 08:00 1,32 P a", "\"32\""},
-      {"monthly N 08:00 1-5 P a", "\"1-5\""},
-      {"run none.ini", "none.ini"},
-      {"run C:\\windows", "folder"}};
+      {"monthly N 08:00 1-5 P a", "\"1-5\""}};
   for (const auto& [line, named] : lines) EXPECT_THAT(Refusal(Words(line)), HasSubstr(named));
 }
 
@@ -183,7 +181,7 @@ TEST_F(Uactl, ExplainsMistakes) {
       {{"cp", "a", "b"}, "did you mean \"copy\"?"},
       {{"copy", dir + "\\", "b"}, quote},
       {{"run", dir + "\\"}, quote},
-      {{"daily", kJob, "08:00", program + "\\\"", "a"}, quote},
+      {{"daily", kJob, "08:00", dir + "\\", "a"}, quote},
       {{"copy", dir, "b", "/E"}, "\"/E\" is not an option. Options begin with \"--\""},
       {{"daily", "/tn", kJob, "08:00", kProgram, "a"}, "Options begin with \"--\""},
       {{"daily", kJob, "--dry-run", "08:00", kProgram, "a"}, "options come before it"},
@@ -196,8 +194,7 @@ TEST_F(Uactl, ExplainsMistakes) {
       {{"copy", "\\\\127.0.0.1\\none\\x", "b"},
        "share that cannot be reached, \"\\\\127.0.0.1\\none\\\": "},
       {{"copy", "--replace", dir, "."}, "\".\" means"},
-      {{"copy", "--replace", dir, dir + "\\..\\.. "}, "means"},
-      {{"copy", "--replace", dir, "C:"}, "\"C:\" means"}};
+      {{"copy", "--replace", dir, dir + "\\..\\.. "}, "means"}};
   for (const auto& [arguments, said] : cases) EXPECT_THAT(Refusal(arguments), HasSubstr(said));
 
   EXPECT_THAT(Says(0, {"daily", "--dry-run", kJob, "08:00", program, dir + "\\", "x"}),
@@ -316,8 +313,7 @@ TEST_F(Uactl, RefusesCopiesThatMayNotBeMeant) {
   const std::vector<Strings> copies = {{"dir", "file", "file"},
                                        {"dir", "dir/in", "in"},
                                        {"dir", "DIR", "DIR"},
-                                       {"dir/a", "./dir/a", "a"},
-                                       {"dir/a", "file:s", "file"}};
+                                       {"dir/a", "./dir/a", "a"}};
   for (const Strings& copy : copies) {
     const Strings arguments = {"copy", folder_ / copy[0], folder_ / copy[1]};
     EXPECT_THAT(Refusal(arguments), HasSubstr(copy[2]));
@@ -426,7 +422,9 @@ TEST_F(Uactl, ChecksAndRunsTaskFiles) {
     EXPECT_EQ(folder_.Contents().count("b"), 1 - c.run);
     RemoveTreeForSure(folder_.Path());
   }
-  EXPECT_THAT(Says(2, {"check", file}), HasSubstr(FullPath(file) + ": error: "));
+  for (const char* command : {"check", "run"}) {
+    EXPECT_THAT(Says(2, {command, file}), HasSubstr(FullPath(file) + ": error: "));
+  }
 }
 
 // What cannot be provoked everywhere: the same outcome in words, as JSON and as exit code.
