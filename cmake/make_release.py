@@ -30,7 +30,6 @@ LINKED = [
     ("GCC runtime libraries", "GPL-3.0-or-later WITH GCC-exception-3.1", "g++-mingw-w64-x86-64-posix", ()),
     ("MinGW-w64 runtime", "ZPL-2.1", "mingw-w64-x86-64-dev", ()),
     ("winpthreads", "MIT AND BSD-3-Clause", "mingw-w64-x86-64-dev", ()),
-    ("CLI11", "BSD-3-Clause", "libcli11-dev", ("uactl",)),
     ("nlohmann-json", "MIT", "nlohmann-json3-dev", ("uactl",)),
 ]
 

@@ -48,7 +48,7 @@ class Screen : public testing::Test {
     const SMALL_RECT window = Info().srWindow;
     return static_cast<std::size_t>(window.Right) - static_cast<std::size_t>(window.Left) + 1;
   }
-  // The line that the cursor is in, up to the cursor; "+" and what stands behind it.
+  // The line that the cursor is in; "+" is the cursor, where something stands behind it.
   std::wstring AtCursor() const {
     const CONSOLE_SCREEN_BUFFER_INFO info = Info();
     const auto cursor = static_cast<std::size_t>(info.dwCursorPosition.X);
@@ -75,14 +75,16 @@ TEST_F(Screen, WritesTheStatusOverItself) {
   Print(Stream::kErrors, L"before");
   { const StatusLine unused; }
   EXPECT_EQ(AtCursor(), L"before");
+  PrintAscii(Stream::kErrors, "\nascii");
+  EXPECT_EQ(AtCursor(), L"ascii");
   {
     StatusLine status;
     for (const wchar_t* text : {L"a longer text", L"short", L"\nsame", L"x"}) {
       status.Show(text);
-      EXPECT_EQ(AtCursor(), text[0] == L'\n' ? L"\xFFFDsame" : text);
+      EXPECT_EQ(AtCursor(), L"+" + (text[0] == L'\n' ? L"\xFFFDsame" : std::wstring(text)));
     }
     status.Show(std::wstring(1000, L'-'));
-    EXPECT_EQ(AtCursor(), std::wstring(Width() - 1, L'-'));
+    EXPECT_EQ(AtCursor(), L"+" + std::wstring(Width() - 1, L'-'));
   }
   EXPECT_EQ(AtCursor(), L"");
 }

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <regex>
@@ -17,17 +16,20 @@
 #include "support.h"
 #include "uaclient/helper_process.h"
 #include "uactl/arguments.h"
+#include "uactl/report.h"
 
 namespace {
 
 using testing::HasSubstr;
-using testing::MatchesRegex;
+using testing::Not;
 using testing::StartsWith;
+using Json = nlohmann::json;
 using Strings = std::vector<std::string>;
 
 const Tree kTree = {{"empty/", ""}, {"sub/", ""}, {"sub/日本 😀.txt", "far"}, {"ü a.txt", "near"}};
 const std::string kProgram = "C:\\windows\\system32\\cmd.exe";
 const std::string kJob = "uactask test uactl " + std::to_string(GetCurrentProcessId()) + " ü";
+const Strings kCommands = {"copy", "daily", "weekly", "monthly", "unschedule", "run", "check"};
 
 // The words of a line. N stands for a job's name, P for a program.
 Strings Words(const std::string& line) {
@@ -37,6 +39,12 @@ Strings Words(const std::string& line) {
     words.push_back(word == "N" ? kJob : word == "P" ? kProgram : word);
   }
   return words;
+}
+
+Arguments Read(const Strings& words) {
+  std::vector<std::wstring> wide;
+  for (const std::string& word : words) wide.push_back(Utf8ToWide(word));
+  return ReadArguments(wide);
 }
 
 std::string FullPath(const std::string& path) {
@@ -65,16 +73,19 @@ class Uactl : public testing::Test {
     EXPECT_TRUE(std::regex_match(text, std::regex("(uactl: [^\\x01-\\x1F\\x7F]+\n)+"))) << text;
     return text;
   }
-  // The text of a check, written from what the same check says to programs.
-  static void ExpectSameAsJson(const std::string& text, unsigned long exitCode,
-                               const std::string& file) {
-    using Json = nlohmann::json;
-    const Json json = Json::parse(Says(exitCode, {"check", "--json", file}), nullptr, false);
-    ASSERT_TRUE(json.is_object());
-    EXPECT_EQ(json["file"], FullPath(file));
-    EXPECT_EQ(json["exit"], exitCode);
-    EXPECT_EQ(json["helperFails"], exitCode == 2);
-    EXPECT_EQ(json["exists"], true);
+  // What it says to programs: nothing else, and in ASCII.
+  static Json SaysAsJson(unsigned long exitCode, Strings arguments) {
+    arguments.insert(arguments.begin() + 1, "--json");
+    const ProgramResult result = RunProgram("uactl.exe", arguments);
+    EXPECT_EQ(result.exitCode, exitCode) << testing::PrintToString(arguments) << result.errors;
+    EXPECT_TRUE(std::regex_match(result.output, std::regex("[\\n -~]+"))) << result.output;
+    const Json json = Json::parse(result.output, nullptr, false);
+    EXPECT_EQ(json.value("exit", 9U), exitCode);
+    for (const char* list : {"findings", "steps", "items"}) EXPECT_TRUE(json[list].is_array());
+    return json;
+  }
+  // A check in words, from what the same says to programs.
+  static std::string TextOf(const Json& json) {
     std::string lines;
     for (const Json& finding : json["findings"]) {
       const int line = finding["line"];
@@ -87,7 +98,7 @@ class Uactl : public testing::Test {
     for (const Json& step : json["steps"]) {
       lines += "plan: " + step["text"].get<std::string>() + "\n";
     }
-    EXPECT_THAT(text, StartsWith(lines));
+    return lines;
   }
 
   const TestFolder folder_;
@@ -97,95 +108,139 @@ class Uactl : public testing::Test {
   const TestFolder temp_;
 };
 
+// Its help names the options that a command has, and no other.
 TEST_F(Uactl, ExplainsItself) {
-  for (const char* command : {"copy", "daily", "weekly", "monthly", "unschedule", "run", "check"}) {
-    EXPECT_THAT(Says(0, {"/?"}), HasSubstr(std::string("\n  ") + command + " "));
+  const std::string all = Says(0, {"--help"});
+  for (const char* word : {"-h", "/?", "help"}) EXPECT_EQ(Says(0, {word}), all);
+  for (const std::string& command : kCommands) {
+    EXPECT_THAT(all, HasSubstr("\n  " + command + " "));
     const std::string help = Says(0, {command, "--help"});
-    EXPECT_THAT(help, HasSubstr(std::string("Usage: uactl ") + command));
-    EXPECT_THAT(help, HasSubstr("Exit code: 0"));
-    EXPECT_EQ(Says(0, {command, "/?"}), help);
+    EXPECT_THAT(help, StartsWith("Usage: uactl " + command + " "));
+    EXPECT_THAT(help, HasSubstr("\nExit code: 0"));
+    EXPECT_EQ(Says(0, {"help", command}), help);
+    EXPECT_EQ(Says(0, {command, "--json", "/?"}), help);
+    for (const char* option : {"--replace", "--dry-run", "--fast", "--timeout=5", "--json"}) {
+      const std::string name = std::string(option).substr(0, std::string(option).find('='));
+      const bool isKnown =
+          Read({command, option}).refusal.find(L"is not an option") == std::string::npos;
+      EXPECT_EQ(isKnown, help.find("\n  " + name) != std::string::npos) << command << name;
+    }
   }
-  EXPECT_THAT(Says(0, {"--version"}), MatchesRegex("uactl \\d+\\.\\d+\\.\\d+\n"));
+  EXPECT_TRUE(std::regex_match(Says(0, {"--version"}), std::regex("uactl \\d+\\.\\d+\\.\\d+\n")));
 }
 
 // Each with what must be named.
 TEST_F(Uactl, RefusesBadArguments) {
-  const std::filesystem::path start = std::filesystem::current_path();
-  std::filesystem::current_path(folder_.Path());
   const std::vector<std::pair<std::string, std::string>> lines = {
       {"", "command"},
-      {"remove a", "\"remove\""},
       {"--fast copy a b", "\"--fast\""},
-      {"copy a b", "\"" + FullPath("a") + "\" does not exist"},
+      {"help none", "\"none\" is not a command"},
+      {"copy none b", "none\" does not exist"},
       {"copy P a P", "DESTINATION of \"" + kProgram},
-      {"copy -x . a", "\"-x\""},
+      {"copy -x . a", "as .\\-x"},
+      {"copy P a --fast=1", "\"--fast=1\""},
       {"copy --timeout 0 P a", "\"0\""},
-      {"copy --timeout 86401 P a", "\"86401\""},
+      {"copy P --timeout=86401 a", "\"86401\""},
       {"copy --timeout 99999999999 P a", "\"99999999999\""},
+      {"copy P a --timeout", "\"\" is not a number"},
       {"copy - a", "\"" + FullPath("-") + "\" does not exist"},
-      {"copy \\\\?\\C:\\none a", "\"\\\\?\\C:\\none\" does not exist"},
-      {"copy -- a", "\"--\""},
-      {"copy -- . a", "\"--\""},
-      {"copy P a --dry-run", "\".\\--dry-run\""},
-      {"copy *.txt a", "not expanded"},
-      {"check a --json", "\"--json\" stands behind"},
+      {"copy -- --json a", "\"" + FullPath("--json") + "\" does not exist"},
+      {"copy P \\\\.\\NUL", "NUL"},
+      {"copy \\\\?\\C:\\none a", "\"C:\\none\" does not exist"},
+      {"copy *.txt a", "\"*.txt\" has a wildcard"},
+      {"run a --dry-run", "\"--dry-run\""},
       {"unschedule", "NAME"},
       {"unschedule a b", "\"b\""},
-      {"daily N 08:00 P", "argument"},
       {"daily N 08:00 C:\\none.exe a", "C:\\none.exe"},
-      {"daily N 08:00 P 5%% %TEMP%", "\"5%% %TEMP%\" holds"},
-      {"daily N 08:00 P $(Arg0)", "\"$(Arg0)\" holds"},
+      {"daily N 08:00 P 5%% %TEMP%", "\"5%% %TEMP%\""},
+      {"daily N 08:00 P $(Arg0)", "\"$(Arg0)\""},
       {"daily N 24:00 P a", "\"24:00\""},
-      {"daily N 8:00 P a", "two digits each"},
+      {"daily N 8:00 P 08:00", "two digits each"},
       {"daily N 12:60 P a", "\"12:60\""},
       {"daily N 12:00:00 P a", "\"12:00:00\""},
       {"daily N -1:00 P a", "\"-1:00\""},
-      {"weekly N 08:00 mon,,tue P a", "\"\" is no weekday"},
+      {"weekly N 08:00 mon,,tue P a", "\"\" is not a weekday"},
       {"weekly N 08:00 mo P a", "\"mo\""},
       {"weekly N 08:00 tue,mondays P a", "\"mondays\""},
       {"monthly N 08:00 0 P a", "\"0\""},
       {"monthly N 08:00 1,32 P a", "\"32\""},
-      {"monthly N 08:00 1-5 P a", "\"1-5\""},
-      {"run none.ini", "none.ini\" does not exist"},
-      {"run .", "folder"}};
+      {"monthly N 08:00 1-5 P a", "\"1-5\""}};
   for (const auto& [line, named] : lines) EXPECT_THAT(Refusal(Words(line)), HasSubstr(named));
-  std::filesystem::current_path(start);
+}
+
+// What is typed by habit, each with what to write instead.
+TEST_F(Uactl, ExplainsMistakes) {
+  WriteTree(folder_.Path(), {{"a b/", ""}, {"a b/u.exe", "MZ"}});
+  const std::string program = FullPath(folder_ / "a b/u.exe");
+  const std::string dir = FullPath(folder_ / "a b");
+  const std::string front = dir.substr(0, dir.find(' '));
+  const std::string quote = "Leave out that \\, or double it";
+  const std::vector<std::pair<Strings, std::string>> cases = {
+      {{"COPY", "a", "b"}, "did you mean \"copy\"?"},
+      {{"XCopy", "a", "b"}, "did you mean \"copy\"?"},
+      {{"cp", "a", "b"}, "did you mean \"copy\"?"},
+      {{"copy", dir + "\\", "b"}, quote},
+      {{"run", dir + "\\"}, quote},
+      {{"daily", kJob, "08:00", dir + "\\", "a"}, quote},
+      {{"copy", dir, "b", "/E"}, "\"/E\" is not an option. Options begin with \"--\""},
+      {{"daily", "/tn", kJob, "08:00", kProgram, "a"}, "Options begin with \"--\""},
+      {{"daily", kJob, "--dry-run", "08:00", kProgram, "a"}, "options come before it"},
+      {{"daily", "Skin", "update", "08:00", kProgram, "a"}, "quotes around that: \"Skin update\""},
+      {{"daily", kJob, "08:00", front, "b\\u.exe", "/s"}, "\"" + program + "\" is: put quotes"},
+      {{"daily", kJob, "08:00", program + " /s"}, "\"" + program + "\" is: put quotes"},
+      {{"daily", kJob, "08:00", "\\\"" + program + "\\\" /s"},
+       "\"" + program + "\" is: put quotes"},
+      {{"daily", kJob, "08:00", program}, "\"\" is an empty one"},
+      {{"copy", "\\\\127.0.0.1\\none\\x", "b"},
+       "share that cannot be reached, \"\\\\127.0.0.1\\none\\\": "},
+      {{"copy", "--replace", dir, "."}, "\".\" means"},
+      {{"copy", "--replace", dir, dir + "\\..\\.. "}, "means"}};
+  for (const auto& [arguments, said] : cases) EXPECT_THAT(Refusal(arguments), HasSubstr(said));
+
+  EXPECT_THAT(Says(0, {"daily", "--dry-run", kJob, "08:00", program, dir + "\\", "x"}),
+              HasSubstr("uactl: warning: \"" + dir + "\" x\" holds a single quote"));
+  EXPECT_THAT(Says(0, {"daily", "--dry-run", kJob, "08:00", program, "say \\\"a b\\\""}),
+              Not(HasSubstr("holds a single quote")));
 }
 
 TEST_F(Uactl, ReadsTimesDaysAndArguments) {
   using Every = uaclient::Job::Every;
-  struct Case {
+  const struct {
     std::string line;
     Every every;
     int minutes;  // from midnight on
     std::uint32_t days;
-  };
-  const Case cases[] = {{"daily N 00:00 P", Every::kDay, 0, 0},
-                        {"weekly N 07:05 mon,Wednesday,FRI,mon P", Every::kWeek, 425, 42},
-                        {"weekly N 23:59 sun,tues,thu,sat P", Every::kWeek, 1439, 85},
-                        {"monthly N 12:30 1,15,31 P", Every::kMonth, 750, 0x40004001}};
-  for (const Case& c : cases) {
+  } cases[] = {{"daily --json N 00:00 P", Every::kDay, 0, 0},
+               {"weekly -- N 07:05 mon,Wednesday,FRI,mon P", Every::kWeek, 425, 42},
+               {"weekly --timeout 5 N 23:59 sun,tues,thu,sat P", Every::kWeek, 1439, 85},
+               {"monthly N 12:30 1,15,31 P", Every::kMonth, 750, 0x40004001}};
+  for (const auto& c : cases) {
     std::vector<std::wstring> words;
     for (const std::string& word : Words(c.line)) words.push_back(Utf8ToWide(word));
     // As they are: options of the program, and text that is no UTF-16.
-    const std::vector<std::wstring> given = {L"--help", L"", L"/?", L"--", L"a b\\", L"\xD83D"};
+    const std::vector<std::wstring> given = {L"--help", L"",      L"/?",    L"--",
+                                             L"--json", L"a b\\", L"\xD83D"};
     words.insert(words.end(), given.begin(), given.end());
-    const auto job = std::get<uaclient::Job>(ReadArguments(words).request);
+    const Arguments arguments = ReadArguments(words);
+    EXPECT_EQ(arguments.asJson, words[1] == L"--json");
+    const auto job = std::get<uaclient::Job>(arguments.task);
     EXPECT_EQ(job.name, Utf8ToWide(kJob));
     EXPECT_EQ(job.program, Utf8ToWide(kProgram));
     EXPECT_EQ(job.arguments, given);
     EXPECT_TRUE(job.every == c.every && job.hour * 60 + job.minute == c.minutes) << c.line;
     EXPECT_EQ(job.days, c.days) << c.line;
   }
-  const Arguments copy = ReadArguments(
-      {L"copy", Utf8ToWide(kProgram), L"//127.0.0.1/none/./x", L"C:/none/../windows/", L"Q:/b"});
-  const auto& items = std::get<uaclient::CopyPlan>(copy.request).Items();
-  EXPECT_EQ(items.at(0).destination, L"\\\\127.0.0.1\\none\\x");
-  EXPECT_EQ(items.at(1).source, L"C:\\windows\\");
-  const Arguments run =
-      ReadArguments({L"run", L"--timeout", L"86400", L"--fast", Utf8ToWide(kProgram)});
-  EXPECT_EQ(run.options.timeout, std::chrono::hours(24));
-  EXPECT_EQ(run.options.comparison, uaclient::Comparison::kSizeAndTime);
+  const Arguments copy =
+      Read({"copy", kProgram, "Q:/none/./x", "C:/none/../windows/", "Q:/b", "--fast", kProgram,
+            "C:/windows", kProgram, "Q:\\new/", "--timeout=86400", "--", ".", "--x"});
+  const auto& items = std::get<uaclient::CopyPlan>(copy.task).Items();
+  const wchar_t* const destinations[] = {L"Q:\\none\\x", L"Q:\\b", L"C:\\windows\\cmd.exe",
+                                         L"Q:\\new\\cmd.exe"};
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(items.at(i).destination, destinations[i]);
+  EXPECT_EQ(items.at(4).source, std::filesystem::current_path());
+  EXPECT_EQ(items.at(1).source, L"C:\\windows");
+  EXPECT_EQ(copy.options.timeout, std::chrono::hours(24));
+  EXPECT_EQ(copy.options.comparison, uaclient::Comparison::kSizeAndTime);
 }
 
 // Whatever is typed is one value, or is refused and shown harmlessly.
@@ -193,10 +248,8 @@ TEST_F(Uactl, TypedTextAddsNoLineAndNoKey) {
   Strings names = {"", " " + kJob, "[Task]", "😀"};
   for (const char* end : {" ", ".", "\nexe_arguments=b", "\r", "\x1B[2J"})
     names.push_back(kJob + end);
-  for (const char sign : std::string("\\/:*?<>|")) names.push_back(sign + kJob);
-  for (const std::string& name : names) {
-    Refusal({"unschedule", name});
-  }
+  for (const char sign : std::string("/:*?<>|")) names.push_back(sign + kJob);
+  for (const std::string& name : names) Refusal({"unschedule", name});
   for (const char* text : {"a\n[Task]", "[a]", "a\nexe_path=C:\\none.exe", "a\r", "😀"}) {
     Refusal({"daily", kJob, "08:00", kProgram, "a", text});
     Refusal({"daily", kJob, "08:00", kProgram + text, "a"});
@@ -206,57 +259,75 @@ TEST_F(Uactl, TypedTextAddsNoLineAndNoKey) {
 }
 
 TEST_F(Uactl, CopiesAllAtOnce) {
+  SKIP_UNLESS_ELEVATED("output of the helper's side");
   WriteTree(folder_ / "from/", kTree);
   WriteTree(folder_ / "old/", {{"gone/", ""}, {"gone/x", "x"}, {"ü a.txt", "older"}});
   WriteFileBytes(folder_ / "file", "older");
   const Strings copy = {"copy",
-                        "--timeout=60",
                         folder_ / "from/sub/日本 😀.txt",
                         folder_ / "file",
+                        "--timeout=60",
                         folder_ / "from",
-                        folder_ / "new",
-                        folder_ / "from/",
-                        folder_ / "old/",
+                        folder_ / "old",
                         folder_ / "from/ü a.txt",
-                        folder_ / "made/日本"};
-  const std::string replaced = "uactl: warning: [^\n]+ is replaced: 2 files, 6 bytes [^\n]+\n";
-  Strings dry = copy;
-  dry[1] = "--dry-run";
+                        folder_ / "made/"};
+  Strings replace = copy;
+  replace.push_back("--replace");
+  Strings dry = replace;
+  dry.push_back("--dry-run");
+
   const Tree before = folder_.Contents();
-  EXPECT_TRUE(std::regex_match(Says(0, dry), std::regex(replaced)));
+  const Json planned = SaysAsJson(0, dry);
+  EXPECT_THAT(Says(0, dry), HasSubstr(TextOf(planned)));
+  EXPECT_EQ(planned["steps"][0]["kind"], "replaceFolder");
+  EXPECT_EQ(planned["steps"][0]["deletedFiles"], 2);
   EXPECT_EQ(folder_.Contents(), before);
-  EXPECT_TRUE(
-      std::regex_match(Says(0, copy), std::regex("6 files, 21 bytes, \\d+\\.\\d s\n" + replaced)));
-  for (const char* to : {"new/", "old/"}) EXPECT_EQ(ReadTree(folder_ / to), kTree);
+
+  EXPECT_TRUE(std::regex_match(Says(0, copy), std::regex("4 files, 14 bytes, \\d+\\.\\d s\n")));
+  Tree added = kTree;
+  added.insert({{"gone/", ""}, {"gone/x", "x"}});
+  EXPECT_EQ(ReadTree(folder_ / "old/"), added);
   EXPECT_EQ(ReadFileBytes(folder_ / "file"), "far");
-  EXPECT_EQ(ReadFileBytes(folder_ / "made/日本"), "near");
+  EXPECT_EQ(ReadFileBytes(folder_ / "made/ü a.txt"), "near");
+
+  const std::string deletion = "uactl: plan: " + planned["steps"][0]["text"].get<std::string>();
+  EXPECT_THAT(Says(0, replace), HasSubstr(deletion.substr(0, deletion.find('('))));
+  EXPECT_EQ(ReadTree(folder_ / "old/"), kTree);
 
   // What did not arrive is named; the rest did.
   WriteFileBytes(folder_ / "file", "raf");
-  MakeFolders(folder_ / "new/left/");
+  MakeFolders(folder_ / "old/left/");
   const FileLock lock(folder_ / "file");
-  const std::string text = Says(1, copy);
-  EXPECT_THAT(text, HasSubstr("uactl: \"" + FullPath(folder_ / "file") + "\": "));
-  EXPECT_EQ(ReadTree(folder_ / "new/"), kTree);
+  EXPECT_THAT(Says(1, copy), HasSubstr("uactl: \"" + FullPath(folder_ / "file") + "\": "));
+  const Json json = SaysAsJson(1, copy);
+  EXPECT_EQ(json["status"], "incomplete");
+  EXPECT_EQ(json["items"][0]["done"], false);
+  EXPECT_NE(json["items"][0]["reason"], "");
+  EXPECT_EQ(json["items"][2]["destination"], FullPath(folder_ / "made/ü a.txt"));
 }
 
 // Where a guess could destroy something: nothing is changed, and the path is named.
 TEST_F(Uactl, RefusesCopiesThatMayNotBeMeant) {
   WriteTree(folder_.Path(), {{"file", "f"}, {"dir/", ""}, {"dir/a", "a"}});
   const Tree before = folder_.Contents();
-  const std::vector<Strings> copies = {{"file", "dir", "dir"},      {"file", "new/", "new"},
-                                       {"file/", "new", "file"},    {"dir", "file", "file"},
-                                       {"dir", "dir/in", "in"},     {"dir", "DIR", "DIR"},
-                                       {"dir/a", "./dir/a", "dir"}, {"dir/a", "file:s", "file"}};
+  const std::vector<Strings> copies = {{"dir", "file", "file"},
+                                       {"dir", "dir/in", "in"},
+                                       {"dir", "DIR", "DIR"},
+                                       {"dir/a", "./dir/a", "a"}};
   for (const Strings& copy : copies) {
-    SCOPED_TRACE(testing::PrintToString(copy));
-    EXPECT_THAT(Refusal({"copy", folder_ / copy[0], folder_ / copy[1]}), HasSubstr(copy[2]));
+    const Strings arguments = {"copy", folder_ / copy[0], folder_ / copy[1]};
+    EXPECT_THAT(Refusal(arguments), HasSubstr(copy[2]));
+    const Json json = SaysAsJson(2, arguments);
+    EXPECT_EQ(json["status"], "invalid");
+    EXPECT_EQ(json["findings"][0]["severity"], "error");
+    EXPECT_EQ(json["findings"][0]["item"], 0);
+    Strings dry = arguments;
+    dry.push_back("--dry-run");
+    EXPECT_EQ(SaysAsJson(2, dry)["status"], "fails");
     EXPECT_EQ(folder_.Contents(), before);
   }
-  for (const char* place : {".", "..", "dir/../..", ".\\. ", "...", "C:", "C:dir"}) {
-    EXPECT_THAT(Refusal({"copy", "--dry-run", folder_ / "dir", place}), HasSubstr(place));
-  }
-  EXPECT_THAT(Refusal({"copy", folder_ / "dir", "Q:\\\\"}), HasSubstr("Q:"));
+  EXPECT_THAT(Refusal({"copy", "--replace", folder_ / "dir", "Q:\\\\"}), HasSubstr("Q:"));
+  EXPECT_THAT(SaysAsJson(2, {"copy", "a"})["reason"].get<std::string>(), HasSubstr("DESTINATION"));
 }
 
 // A helper that hangs, and a console for this process and the command alone, which Ctrl+C reaches
@@ -282,8 +353,8 @@ TEST_F(Uactl, StopsWaitingButSaysThatTheHelperGoesOn) {
     const ProgramResult result =
         RunProgram(FullPath(folder_ / "uactl.exe"),
                    {"copy", "--timeout", timeout, folder_ / "a", folder_ / "b"}, interrupt);
-    EXPECT_EQ(result.exitCode, 1U) << timeout;
-    EXPECT_THAT(result.errors, HasSubstr("it goes on, and its files in "));
+    EXPECT_EQ(result.exitCode, 4U) << timeout;
+    EXPECT_THAT(result.errors, HasSubstr("goes on"));
     // Without them it ends.
     for (const auto& left : std::filesystem::directory_iterator(tempPath_)) {
       std::filesystem::remove_all(left);
@@ -295,27 +366,30 @@ TEST_F(Uactl, StopsWaitingButSaysThatTheHelperGoesOn) {
 }
 
 TEST_F(Uactl, SchedulesAndUnschedules) {
+  SKIP_UNLESS_ELEVATED("the scheduler's jobs");
   const std::string job = "The job \"" + kJob + "\" was ";
-  EXPECT_THAT(Says(0, {"daily", kJob, "08:00", kProgram, "/?", "--help", "--"}),
-              StartsWith(job + "registered.\n"));
-  EXPECT_THAT(Says(0, {"unschedule", kJob}), StartsWith(job + "deleted.\n"));
+  const Strings daily = {"daily", kJob, "08:00", kProgram, "/?", "--help", "--"};
+  EXPECT_THAT(Says(0, daily), StartsWith(job + "registered.\n"));
+  EXPECT_THAT(Says(0, daily), StartsWith(job + "replaced.\n"));
+  EXPECT_EQ(SaysAsJson(0, {"unschedule", "--dry-run", kJob})["steps"][0]["kind"], "deleteJob");
+  EXPECT_EQ(Says(0, {"unschedule", kJob}), job + "deleted.\n");
   EXPECT_THAT(Refusal({"unschedule", kJob}, 1), HasSubstr(kJob));
 }
 
 // A task file by what "check" answers, in words and for programs, and what then becomes of it.
 TEST_F(Uactl, ChecksAndRunsTaskFiles) {
+  SKIP_UNLESS_ELEVATED("what the helper answers");
   const std::string file = folder_ / "task.ini";
   const std::string list = folder_ / "list.xml";
   const std::string job = "[Task]\ntype=0\ntask_name=" + corekit::Utf8ToAnsi(kJob) +
                           "\ntime_type=2\ntime_weekday=0\ntime_monthday=0\nexe_path=" + kProgram +
                           "\nruntime=2030-01-01T08:00:00";
-  struct Case {
+  const struct {
     std::string text;
     unsigned long check;
     unsigned long run;
     Strings said;  // by the check
-  };
-  const std::vector<Case> cases = {
+  } cases[] = {
       {"[Task]\ntype=1\nxml_path=" + FullPath(list) + "\n", 0, 0, {"plan: copies "}},
       {"[Task]\ntype=1\nxml_path=" + FullPath(list), 2, 1, {"error: ", "task.ini:3: warning: "}},
       {"[Task]\ntype=7\n", 2, 1, {"task.ini:2: error: "}},
@@ -323,31 +397,24 @@ TEST_F(Uactl, ChecksAndRunsTaskFiles) {
       {"[Task]\ntype=1\nxml_path=" + FullPath(folder_ / "harm.xml") + "\n",
        1,
        1,
-       {"harm.xml:1: warning: ", "\"uactl run\" does not start it.", "plan: does harm",
-        "plan: does not copy, see above, the file "}},
-      {job + "9\nexe_arguments=a\n",
-       1,
-       1,
-       {"does not start it.", "plan: deletes the job \"" + kJob}},
+       {"harm.xml:1: warning: ", "\"uactl run\" does not start it."}},
       {std::regex_replace(job, std::regex("time_type=2"), "time_type=5") + "\nexe_arguments=a\n",
        2,
        1,
        {"plan: deletes the job \"" + kJob, "plan: then the helper would fail with exit code 1"}},
       {job + "\nexe_arguments=a", 1, 1, {"task.ini:9: ", "plan: deletes the job \"" + kJob}}};
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
     WriteTree(folder_.Path(), {{"a", "aa"}, {"task.ini", c.text}});
     WriteFileBytes(list, "<root><task><i key='1' src='" + FullPath(folder_ / "a") + "' dec='" +
                              FullPath(folder_ / "b") + "' type='file'/></task></root>");
-    WriteFileBytes(folder_ / "harm.xml",
-                   "<root><task><i key='1' src='" + FullPath(folder_.Path()) + "' dec='" +
-                       FullPath(folder_ / "in") + "' type='dir'/><i key='2' src='" +
-                       FullPath(folder_ / "a") + "' dec='" + FullPath("none/y/z") +
-                       "' type='file'/></task></root>");
+    WriteFileBytes(folder_ / "harm.xml", "<root><task><i key='1' src='" + FullPath(folder_.Path()) +
+                                             "' dec='" + FullPath(folder_ / "in") +
+                                             "' type='dir'/></task></root>");
     const Tree before = folder_.Contents();
     const std::string text = Says(c.check, {"check", file});
     for (const std::string& said : c.said) EXPECT_THAT(text, HasSubstr(said));
-    ExpectSameAsJson(text, c.check, file);
+    EXPECT_THAT(text, StartsWith(TextOf(SaysAsJson(c.check, {"check", file}))));
     EXPECT_EQ(folder_.Contents(), before);
 
     Says(c.run, {"run", file});
@@ -355,39 +422,47 @@ TEST_F(Uactl, ChecksAndRunsTaskFiles) {
     EXPECT_EQ(folder_.Contents().count("b"), 1 - c.run);
     RemoveTreeForSure(folder_.Path());
   }
-  EXPECT_THAT(Says(2, {"check", file}), HasSubstr(FullPath(file) + ": error: "));
+  for (const char* command : {"check", "run"}) {
+    EXPECT_THAT(Says(2, {command, file}), HasSubstr(FullPath(file) + ": error: "));
+  }
 }
 
-TEST_F(Uactl, TellsProgramsEveryStep) {
-  WriteTree(folder_.Path(), TreeOf("a=aa, d/x=333, d/y/z=1, old/k=4444, over=o"));
-  const std::regex at("@");
-  const std::string root = std::filesystem::absolute(folder_.Path()).generic_string();
-  WriteFileBytes(folder_ / "list.xml",
-                 std::regex_replace("<root><task>"
-                                    "<i key='1' src='@d/' dec='@old/' type='dir'/>"
-                                    "<i key='2' src='@none/' dec='@new/' type='dir'/>"
-                                    "<i key='3' src='@a' dec='@over' type='file'/>"
-                                    "</task></root>",
-                                    at, root));
-  WriteFileBytes(folder_ / "task.ini", "[Task]\ntype=1\nxml_path=" + root + "list.xml\n");
-  const char* const expected = R"json([
-      {"kind": "copyFolder", "source": "@d/", "destination": "@old/", "job": "",
-       "files": 2, "bytes": 4, "empties": true, "emptiedFiles": 1, "emptiedBytes": 4,
-       "text": "copies the folder '@d' (2 files, 4 bytes) to '@old' after deleting what is there (1 file, 4 bytes)"},
-      {"kind": "copyFolder", "source": "@none/", "destination": "@new/", "job": "",
-       "files": 0, "bytes": 0, "empties": false, "emptiedFiles": 0, "emptiedBytes": 0,
-       "text": "copies nothing to '@new/'"},
-      {"kind": "copyFile", "source": "@a", "destination": "@over", "job": "",
-       "files": 1, "bytes": 2, "empties": false, "emptiedFiles": 0, "emptiedBytes": 0,
-       "text": "copies the file '@a' (1 file, 2 bytes) to '@over', over the one that is there"}])json";
-  using Json = nlohmann::json;
-  Json json = Json::parse(Says(1, {"check", "--json", folder_ / "task.ini"}), nullptr, false);
-  for (Json& step : json["steps"]) {
-    std::string text = std::regex_replace(step["text"].get<std::string>(), std::regex("\""), "'");
-    std::replace(text.begin(), text.end(), '\\', '/');
-    step["text"] = text;
+// What cannot be provoked everywhere: the same outcome in words, as JSON and as exit code.
+TEST(Report, TellsEveryOutcome) {
+  const struct {
+    uaclient::Status status;
+    int exitCode;
+    const char* name;
+    bool namesItem;
+  } cases[] = {{uaclient::Status::kDone, 0, "done", false},
+               {uaclient::Status::kIncomplete, 1, "incomplete", true},
+               {uaclient::Status::kInvalid, 2, "invalid", false},
+               {uaclient::Status::kRefused, 3, "refused", false},
+               {uaclient::Status::kNotStarted, 1, "notStarted", false},
+               {uaclient::Status::kFailed, 1, "failed", true},
+               {uaclient::Status::kStillRunning, 4, "stillRunning", false}};
+  for (const auto& c : cases) {
+    uaclient::Result result;
+    result.status = c.status;
+    result.items.resize(1);
+    result.items[0].destination = L"D:\\é";
+    result.items[0].done = c.exitCode == 0;
+    if (c.exitCode != 0) result.reason = L"Why.";
+    const Outcome outcome = OutcomeOf(result, false);
+    EXPECT_EQ(outcome.exitCode, c.exitCode) << c.name;
+    const Json json = Json::parse(AsJson(outcome));
+    EXPECT_EQ(json["exit"], c.exitCode);
+    EXPECT_EQ(json["status"], c.name);
+    EXPECT_EQ(json["items"][0]["reason"], c.exitCode == 0 ? "" : "Why.");
+    const std::wstring errors = AsText(outcome).errors;
+    const std::wstring line = c.namesItem ? L"uactl: \"D:\\é\": Why.\n" : L"uactl: Why.\n";
+    EXPECT_EQ(errors.substr(0, line.size()), c.exitCode == 0 ? L"" : line) << c.name;
+    EXPECT_EQ(OutcomeOf(result, true).exitCode, c.exitCode == 2 ? 1 : c.exitCode);
+    result.report.exists = false;
+    EXPECT_EQ(OutcomeOf(result, true).exitCode, c.exitCode);
   }
-  EXPECT_EQ(json["steps"], Json::parse(std::regex_replace(expected, at, root)));
+  EXPECT_EQ(Json::parse(AsJson(Exhausted(true)))["exit"], 2);
+  EXPECT_EQ(Json::parse(AsJson(Exhausted(false)))["exit"], 1);
 }
 
 }  // namespace

@@ -2,96 +2,129 @@
 
 #include <windows.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cwchar>
-#include <memory>
-#include <optional>
+#include <cwctype>
+#include <deque>
 
-#include "corekit/text.h"
-#include "uaclient/version.h"
+#include "uaclient/path.h"
+#include "uaclient/win32.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-using uaclient::Job;
+using namespace uaclient;
+using Words = std::vector<std::wstring>;
 
-std::wstring Quoted(const std::wstring& text) { return L"\"" + text + L"\""; }
+struct BadArguments {
+  std::wstring text;
+};
 
 [[noreturn]] void Refuse(const std::wstring& argument, const std::wstring& why) {
   throw BadArguments{Quoted(argument) + L" " + why};
 }
 
-// A word that begins like an option and stands where none may.
-[[noreturn]] void RefuseOption(const std::wstring& word, const std::wstring& why,
-                               const std::wstring& usage) {
-  Refuse(word, why + L" (a path that begins with \"-\" is written " + Quoted(L".\\" + word) +
-                   L"): " + usage);
+bool Exists(const std::wstring& path) {
+  return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
+bool IsFile(const std::wstring& path) { return Exists(path) && !IsFolder(path); }
 
 // The words behind a command and its options, taken one after the other.
-class Operands {
- public:
-  Operands(std::wstring usage, std::vector<std::wstring> words)
-      : usage_(std::move(usage)), words_(std::move(words)) {}
+struct Operands {
+  std::wstring hint;  // where to read more
+  std::deque<std::wstring> words;
 
-  bool AreLeft() const { return next_ < words_.size(); }
-
+  void Expect(const std::wstring& name) const {
+    if (words.empty()) throw BadArguments{name + L" is missing" + hint};
+  }
   std::wstring Take(const std::wstring& name) {
-    if (!AreLeft()) throw BadArguments{name + L" is missing: " + usage_};
-    return words_[next_++];
+    Expect(name);
+    const std::wstring word = words.front();
+    words.pop_front();
+    const bool isSwitch = word[0] == L'/' && word.find_first_of(L"\\/", 1) == word.npos;
+    if (isSwitch && !Exists(word)) {
+      Refuse(word, L"is not an option. Options begin with \"--\"" + hint);
+    }
+    if (word.find(L'"') != word.npos) {
+      Refuse(word,
+             L"holds a quote: a \\ in front of a closing quote makes it part of the text. "
+             L"Leave out that \\, or double it.");
+    }
+    return word;
   }
-
-  // What is no argument of another program: an option in its place is a mistake.
-  std::wstring TakeOwn(const std::wstring& name) {
-    RefuseLateOption();
-    return Take(name);
-  }
-
-  void ExpectNoMore() const {
-    RefuseLateOption();
-    if (AreLeft()) Refuse(words_[next_], L"is one argument too many: " + usage_);
-  }
-
- private:
-  void RefuseLateOption() const {
-    if (!AreLeft() || words_[next_].compare(0, 2, L"--") != 0) return;
-    RefuseOption(words_[next_], L"stands behind the first operand, but options come before it",
-                 usage_);
-  }
-
-  std::wstring usage_;
-  std::vector<std::wstring> words_;
-  std::size_t next_ = 0;
 };
 
-std::vector<std::wstring> SplitAtCommas(const std::wstring& text) {
-  std::vector<std::wstring> parts(1);
-  for (const wchar_t c : text) {
-    if (c == L',') {
-      parts.emplace_back();
-    } else {
-      parts.back() += c;
-    }
+std::wstring TakePath(Operands& operands, const std::wstring& name) {
+  const std::wstring operand = operands.Take(name);
+  std::wstring path = FullPath(operand);
+  if (path.empty()) Refuse(operand, L"is not the path of a file or folder on a drive or share.");
+  if (path.find_first_of(L"*?") != path.npos) {
+    Refuse(operand, L"has a wildcard, and those are not expanded. Name each file, or the folder.");
   }
-  return parts;
+  const std::wstring root = WithSeparator(RootOf(path));
+  if (root[0] == L'\\' && !Exists(root) && GetLastError() != ERROR_ACCESS_DENIED) {
+    const std::wstring reason = SystemMessage(GetLastError());
+    Refuse(path, L"is on a share that cannot be reached, " + Quoted(root) + L": " + reason);
+  }
+  return path;
 }
 
-std::optional<int> Number(const std::wstring& digits, int low, int high) {
-  const bool isNumber = !digits.empty() && digits.size() <= 5 &&
-                        digits.find_first_not_of(L"0123456789") == std::wstring::npos;
-  const int number = isNumber ? std::stoi(digits) : low - 1;
-  return number >= low && number <= high ? std::optional<int>(number) : std::nullopt;
+// "." and what else Windows reads as the current folder or one above it would be replaced without
+// having been named.
+void ExpectOwnName(const std::wstring& operand, const std::wstring& path) {
+  const std::wstring typed = operand.substr(0, operand.find_last_not_of(L"\\/") + 1);
+  const std::wstring name = typed.substr(typed.find_last_of(L"\\/:") + 1);
+  if (IsRoot(path) || name == NameOf(path)) return;
+  Refuse(operand, L"means " + Quoted(path) + L". Write that if it is to be replaced.");
 }
 
-void ReadTime(const std::wstring& time, Job& job) {
-  const bool hasForm = time.size() == 5 && time[2] == L':';
-  const auto hour = hasForm ? Number(time.substr(0, 2), 0, 23) : std::nullopt;
-  const auto minute = hasForm ? Number(time.substr(3), 0, 59) : std::nullopt;
-  if (!hour || !minute)
-    Refuse(time, L"is no time from 00:00 to 23:59, two digits each, such as 08:30.");
-  job.hour = *hour;
-  job.minute = *minute;
+void ReadCopy(Operands& operands, Arguments& arguments) {
+  CopyPlan plan;
+  do {
+    const std::wstring source = TakePath(operands, L"SOURCE");
+    const std::wstring typed = operands.words.empty() ? L"" : operands.words.front();
+    std::wstring destination = TakePath(operands, L"The DESTINATION of " + Quoted(source));
+    if (!IsFolder(source)) {
+      const bool isInFolder =
+          typed.back() == L'\\' || typed.back() == L'/' || IsFolder(destination);
+      if (isInFolder) destination = WithSeparator(destination) + NameOf(source);
+      plan.File(source, destination);
+    } else if (arguments.replace) {
+      ExpectOwnName(typed, destination);
+      plan.ReplaceFolder(source, destination);
+    } else {
+      plan.Folder(source, destination);
+    }
+  } while (!operands.words.empty());
+  arguments.task = plan;
+}
+
+// -1 for what is no number from `low` to `high`.
+int Number(const std::wstring& digits, int low, int high) {
+  const bool isNumber = digits.find_first_not_of(L"0123456789") == digits.npos;
+  if (!isNumber || digits.empty() || digits.size() > 5) return -1;
+  const int number = std::stoi(digits);
+  return number >= low && number <= high ? number : -1;
+}
+
+bool SetTime(const std::wstring& time, Job& job) {
+  if (time.size() != 5 || time[2] != L':') return false;
+  job.hour = Number(time.substr(0, 2), 0, 23);
+  job.minute = Number(time.substr(3), 0, 59);
+  return job.hour >= 0 && job.minute >= 0;
+}
+
+void ReadTime(Operands& operands, Job& job) {
+  const std::wstring time = operands.Take(L"HH:MM");
+  if (SetTime(time, job)) return;
+  std::wstring name = job.name + L" " + time;
+  for (const std::wstring& word : operands.words) {
+    if (SetTime(word, job) && time.find(L':') == time.npos) {
+      Refuse(time, L"stands where HH:MM belongs. If it is part of NAME, put quotes around that: " +
+                       Quoted(name) + L".");
+    }
+    name += L" " + word;
+  }
+  Refuse(time, L"is not a time from 00:00 to 23:59, with two digits each, such as 08:30.");
 }
 
 int Weekday(const std::wstring& day) {
@@ -100,318 +133,189 @@ int Weekday(const std::wstring& day) {
   for (int i = 0; i < 7; ++i) {
     if (day.size() >= 3 && _wcsnicmp(kNames[i], day.c_str(), day.size()) == 0) return i;
   }
-  Refuse(day, L"is no weekday, such as mon or Monday; several are written mon,wed,fri.");
+  Refuse(day, L"is not a weekday, such as mon or Monday. Write several as mon,wed,fri.");
 }
 
 int MonthDay(const std::wstring& day) {
-  if (const auto number = Number(day, 1, 31)) return *number - 1;
-  Refuse(day, L"is no day of a month, from 1 to 31; several are written 1,15,31.");
+  const int number = Number(day, 1, 31);
+  if (number > 0) return number - 1;
+  Refuse(day, L"is not a day of a month, from 1 to 31. Write several as 1,15,31.");
 }
 
 std::uint32_t Days(const std::wstring& days, int (*bitOf)(const std::wstring&)) {
   std::uint32_t mask = 0;
-  for (const std::wstring& day : SplitAtCommas(days)) mask |= 1U << bitOf(day);
+  for (std::size_t begin = 0, end = 0; end != days.npos; begin = end + 1) {
+    end = days.find(L',', begin);
+    mask |= 1U << bitOf(days.substr(begin, end - begin));
+  }
   return mask;
 }
 
-// From the drive or share down. A separator at its end stays. Not std::filesystem::absolute,
-// because some libraries' knows no shares, and puts their names below the current drive.
-fs::path FullPath(const std::wstring& path) {
-  std::wstring full(32768, L'\0');
-  const auto size = static_cast<DWORD>(full.size());
-  const DWORD length = GetFullPathNameW(path.c_str(), size, full.data(), nullptr);
-  if (length == 0 || length >= size) Refuse(path, L"is not the path of a file or folder.");
-  full.resize(length);
-  return full;
-}
-
-// What stands for the current folder, of the process or of a drive, or for one above it, would have
-// become its name when it is checked, and all that is in a destination is deleted. Windows drops
-// blanks and dots at a path's end.
-void RefuseCurrentFolders(const std::wstring& operand) {
-  constexpr wchar_t kSeparators[] = L"\\/";
-  const std::wstring path = operand.substr(0, operand.find_last_not_of(kSeparators) + 1);
-  const std::size_t separator = path.find_last_of(kSeparators);
-  const std::wstring name = separator == std::wstring::npos ? path : path.substr(separator + 1);
-  if (!name.empty() && name.find_first_not_of(L". ") == std::wstring::npos) {
-    Refuse(operand, L"ends in " + Quoted(name) + L": write the folder's own name.");
+// Blanks without quotes have split the program, or quotes have joined it with its arguments.
+void RefuseMisquotedProgram(const std::deque<std::wstring>& words) {
+  if (words.empty() || IsFile(words.front())) return;
+  std::wstring line;
+  for (const std::wstring& word : words) line += word + L" ";
+  line.erase(std::remove(line.begin(), line.end(), L'"'), line.end());
+  for (std::size_t end = line.find(L' '); end != line.npos; end = line.find(L' ', end + 1)) {
+    const std::wstring program = line.substr(0, end);
+    if (!IsFile(program)) continue;
+    Refuse(words.front(), L"is not a file, but " + Quoted(program) +
+                              L" is: put quotes around that, and its arguments behind them.");
   }
-  if (operand.size() > 1 && operand[1] == L':' && operand.find_first_of(kSeparators, 2) != 2) {
-    Refuse(operand,
-           L"has no separator behind the drive, and so means what is the current folder there: "
-           L"write the whole path.");
-  }
-}
-
-fs::path CopyPath(const std::wstring& operand) {
-  const bool isVerbatim = operand.compare(0, 4, L"\\\\?\\") == 0;
-  if (operand.find_first_of(L"*?", isVerbatim ? 4 : 0) != std::wstring::npos) {
-    Refuse(operand,
-           L"holds \"*\" or \"?\", and these are not expanded: name every file, or the "
-           L"folder.");
-  }
-  RefuseCurrentFolders(operand);
-  return FullPath(operand);
-}
-
-bool NamesFolder(const fs::path& path) { return !path.has_filename(); }
-
-void AddCopy(uaclient::CopyPlan& plan, const fs::path& source, const fs::path& destination) {
-  std::error_code error;
-  const fs::file_status from = fs::status(source, error);
-  if (from.type() == fs::file_type::not_found) Refuse(source, L"does not exist.");
-  // The helper may see what this user may not. A separator at its end then says it is a folder.
-  const bool isUnseen = from.type() == fs::file_type::none;
-  const fs::file_status to = fs::status(destination, error);
-  if (fs::is_directory(from) || (isUnseen && NamesFolder(source))) {
-    if (fs::is_regular_file(to)) {
-      Refuse(destination,
-             L"is a file, which the folder " + Quoted(source) + L" cannot replace: name a folder.");
-    }
-    plan.Folder(source, destination);
-    return;
-  }
-  if (NamesFolder(source)) Refuse(source, L"is a file: leave out the separator at its end.");
-  if (NamesFolder(destination) || fs::is_directory(to)) {
-    Refuse(destination, L"is a folder, but " + Quoted(source) +
-                            L" is a file: name the file as it will be, such as " +
-                            Quoted(destination / source.filename()) + L".");
-  }
-  plan.File(source, destination);
-}
-
-Request ReadCopy(Operands& operands) {
-  uaclient::CopyPlan plan;
-  do {
-    const fs::path source = CopyPath(operands.TakeOwn(L"SOURCE"));
-    AddCopy(plan, source, CopyPath(operands.TakeOwn(L"The DESTINATION of " + Quoted(source))));
-  } while (operands.AreLeft());
-  return plan;
 }
 
 template <Job::Every kEvery>
-Request ReadJob(Operands& operands) {
+void ReadJob(Operands& operands, Arguments& arguments) {
   Job job;
   job.every = kEvery;
-  job.name = operands.TakeOwn(L"NAME");
-  ReadTime(operands.Take(L"HH:MM"), job);
-  if constexpr (kEvery == Job::Every::kWeek) job.days = Days(operands.Take(L"DAYS"), Weekday);
-  if constexpr (kEvery == Job::Every::kMonth) job.days = Days(operands.Take(L"DAYS"), MonthDay);
-  job.program = FullPath(operands.TakeOwn(L"PROGRAM"));
-  do {
-    job.arguments.push_back(operands.Take(L"An argument for the program, which needs one,"));
-  } while (operands.AreLeft());
+  job.name = operands.Take(L"NAME");
+  ReadTime(operands, job);
+  if (kEvery == Job::Every::kWeek) job.days = Days(operands.Take(L"DAYS"), Weekday);
+  if (kEvery == Job::Every::kMonth) job.days = Days(operands.Take(L"DAYS"), MonthDay);
+  RefuseMisquotedProgram(operands.words);
+  job.program = TakePath(operands, L"PROGRAM");
+  operands.Expect(L"An argument for the program (\"\" is an empty one, where it takes none)");
+  job.arguments.assign(operands.words.begin(), operands.words.end());
+  operands.words.clear();
+  for (const std::wstring& argument : job.arguments) {
+    if (std::count(argument.begin(), argument.end(), L'"') % 2 == 0) continue;
+    arguments.warning = Quoted(argument) +
+                        L" holds a single quote sign. Where that is not meant: "
+                        L"a \\ in front of a closing quote has put it there.";
+  }
   job.author = L"uactl";
-  return job;
+  arguments.task = job;
 }
 
-Request ReadRemoval(Operands& operands) { return uaclient::JobRemoval{operands.TakeOwn(L"NAME")}; }
-
-Request ReadRun(Operands& operands) {
-  const fs::path file = FullPath(operands.TakeOwn(L"TASKFILE"));
-  std::error_code error;
-  const fs::file_type type = fs::status(file, error).type();
-  if (type == fs::file_type::not_found) Refuse(file, L"does not exist.");
-  if (type == fs::file_type::directory) Refuse(file, L"is a folder and no task file.");
-  return uaclient::TaskFile{file};
+void ReadRemoval(Operands& operands, Arguments& arguments) {
+  arguments.task = JobRemoval{operands.Take(L"NAME")};
 }
 
-Request ReadCheck(Operands& operands) {
-  return TaskFileCheck{FullPath(operands.TakeOwn(L"TASKFILE"))};
+void ReadRun(Operands& operands, Arguments& arguments) {
+  arguments.task = TaskFile{TakePath(operands, L"TASKFILE")};
 }
+
+void ReadCheck(Operands& operands, Arguments& arguments) {
+  ReadRun(operands, arguments);
+  arguments.onlyCheck = true;
+}
+
+struct Option {
+  const wchar_t* name;
+  bool Arguments::*flag;  // null for the one that has a value
+};
+
+const Option kOptions[] = {{L"--replace", &Arguments::replace},
+                           {L"--dry-run", &Arguments::onlyCheck},
+                           {L"--fast", &Arguments::fast},
+                           {L"--timeout", nullptr},
+                           {L"--json", &Arguments::asJson}};
+
+constexpr std::size_t kAll = SIZE_MAX;
 
 struct Command {
-  const char* name;
-  const char* operands;
-  const char* summary;
-  std::vector<const char*> options;  // names among those of AddOption
-  std::string details;
-  Request (*read)(Operands&);
+  std::wstring name;
+  std::wstring options;
+  void (*read)(Operands&, Arguments&);
+  std::size_t ownOperands = kAll;  // what stands behind them belongs to another program
+  std::wstring otherNames = {};    // with a blank on both sides: what is typed by habit
 };
 
-const std::string kJobDetails =
-    "The job runs as the user who confirms the raised rights, while that user is logged on.\n"
-    "A job of the same name is replaced. PROGRAM gets the ARGUMENTS, at least one, as they\n"
-    "are given here.\n";
-const std::string kJobExitCodes = "Exit code: 0 done, 1 not done, 2 wrong arguments.";
+const std::wstring kJobOptions = L"--dry-run --timeout --json";
+const Command kCommands[] = {
+    {L"copy", L"--replace --dry-run --fast --timeout --json", ReadCopy, kAll,
+     L" cp xcopy robocopy "},
+    {L"daily", kJobOptions, ReadJob<Job::Every::kDay>, 3, L" schedule schtasks "},
+    {L"weekly", kJobOptions, ReadJob<Job::Every::kWeek>, 4},
+    {L"monthly", kJobOptions, ReadJob<Job::Every::kMonth>, 4},
+    {L"unschedule", kJobOptions, ReadRemoval, kAll, L" delete "},
+    {L"run", L"--fast --timeout --json", ReadRun},
+    {L"check", L"--json", ReadCheck}};
 
-const std::vector<Command>& Commands() {
-  static const std::vector<Command> commands = {
-      {"copy",
-       "SOURCE DESTINATION [SOURCE DESTINATION]...",
-       "Copies files and folders, all with one request for raised rights.",
-       {"--dry-run", "--fast", "--timeout"},
-       "A file goes over the one that is there. A folder replaces its destination: everything\n"
-       "in that is deleted first. Folders come first, then files. Afterwards every file is\n"
-       "compared with its source.\n"
-       "Exit code: 0 everything is there (with --dry-run: nothing speaks against it), 1 something\n"
-       "is not, 2 wrong or harmful arguments (nothing was started).",
-       ReadCopy},
-      {"daily",
-       "NAME HH:MM PROGRAM ARGUMENTS...",
-       "Has a program started every day.",
-       {},
-       kJobDetails + kJobExitCodes,
-       ReadJob<Job::Every::kDay>},
-      {"weekly",
-       "NAME HH:MM DAYS PROGRAM ARGUMENTS...",
-       "Has a program started on days of the week.",
-       {},
-       "DAYS are names such as mon,wed,fri or Monday.\n" + kJobDetails + kJobExitCodes,
-       ReadJob<Job::Every::kWeek>},
-      {"monthly",
-       "NAME HH:MM DAYS PROGRAM ARGUMENTS...",
-       "Has a program started on days of the month.",
-       {},
-       "DAYS are numbers such as 1,15,31.\n" + kJobDetails + kJobExitCodes,
-       ReadJob<Job::Every::kMonth>},
-      {"unschedule", "NAME", "Deletes a job.", {}, kJobExitCodes, ReadRemoval},
-      {"run",
-       "TASKFILE",
-       "Has the helper carry out a task file that exists, and says what became of it.",
-       {"--fast", "--timeout"},
-       "The helper deletes the task file when it succeeds. One that would do harm is not\n"
-       "started; \"uactl check\" says what that is.\n"
-       "Exit code: 0 everything was done, 1 not or not all, 2 no such file or wrong arguments.",
-       ReadRun},
-      {"check",
-       "TASKFILE",
-       "Says what the helper would do with a task file, and what is wrong with it. Changes\n"
-       "nothing, and needs no rights.",
-       {"--json"},
-       "Prints FILE:LINE: error: TEXT or FILE:LINE: warning: TEXT for what it finds, then what\n"
-       "the helper would do, in its order.\n"
-       "Exit code: 0 nothing to remark, 1 the helper would run, but something is suspicious or\n"
-       "would be left out, 2 the helper would fail, or there is no such file.",
-       ReadCheck}};
-  return commands;
-}
-
-const Command& CommandOf(const CLI::App& app) {
-  return *std::find_if(Commands().begin(), Commands().end(),
-                       [&](const Command& command) { return app.get_name() == command.name; });
-}
-
-std::string Usage(const Command& command) {
-  return std::string("uactl ") + command.name + (command.options.empty() ? " " : " [OPTIONS] ") +
-         command.operands;
-}
-
-// The library's own usage line knows nothing of operands, which it leaves to us.
-struct HelpFormatter : CLI::Formatter {
-  std::string make_usage(const CLI::App* app, std::string) const override {
-    const bool isCommand = app->get_parent() != nullptr;
-    return "Usage: " + (isCommand ? Usage(CommandOf(*app)) : "uactl COMMAND ...") + "\n";
+const Command& FindCommand(const std::wstring& word) {
+  std::wstring name = word;
+  std::transform(name.begin(), name.end(), name.begin(), std::towlower);
+  for (const Command& command : kCommands) {
+    if (word == command.name) return command;
+    if (name == command.name || command.otherNames.find(L" " + name + L" ") != name.npos) {
+      Refuse(word, L"is not a command: did you mean " + Quoted(command.name) + L"?");
+    }
   }
-  std::string make_subcommand(const CLI::App* app) const override {
-    const Command& command = CommandOf(*app);
-    return std::string("  ") + command.name + " " + command.operands + "\n      " +
-           CLI::detail::find_and_replace(command.summary, "\n", "\n      ") + "\n";
-  }
-};
-
-struct OptionValues {
-  bool dryRun = false;
-  bool fast = false;
-  bool json = false;
-  std::string timeout;
-};
-
-void AddOption(CLI::App& app, const std::string& name, OptionValues& values) {
-  if (name == "--fast") {
-    app.add_flag(name, values.fast,
-                 "Compares sizes and times instead of contents where that will do");
-  } else if (name == "--dry-run") {
-    app.add_flag(name, values.dryRun,
-                 "Starts nothing; says what speaks against it and what would be deleted");
-  } else if (name == "--json") {
-    app.add_flag(name, values.json, "Prints JSON, for programs");
-  } else {
-    app.add_option(name, values.timeout, "Waits no longer than this; the helper goes on then")
-        ->type_name("SECONDS");
-  }
+  Refuse(word, L"is not a command. \"uactl --help\" lists them.");
 }
 
-// "/?" asks for help where a command or its first argument is expected.
-std::vector<std::string> Utf8Words(const std::vector<std::wstring>& words) {
-  std::vector<std::string> result;
-  for (const std::wstring& word : words) {
-    const bool asksForHelp = word == L"/?" && result.size() < 2;
-    result.push_back(asksForHelp ? "--help" : WideToUtf8(word));
-  }
-  return result;
+bool AsksForHelp(const std::wstring& word) {
+  return word == L"--help" || word == L"-h" || word == L"/?";
 }
 
-// What looks like an option where operands begin.
-void RefuseUnknownOption(const std::vector<std::string>& words, const std::wstring& hint) {
-  if (words.empty() || words[0].size() < 2 || words[0][0] != '-') return;
-  RefuseOption(Utf8ToWide(words[0]), L"is no option there", hint);
+const Option* FindOption(const Command& command, const std::wstring& name) {
+  for (const Option& option : kOptions) {
+    if (name == option.name && command.options.find(name) != name.npos) return &option;
+  }
+  return nullptr;
+}
+
+// Puts the options into `arguments` and returns the other words.
+Operands TakeOptions(const Command& command, const Words& words, Arguments& arguments) {
+  Operands operands = {L": see \"uactl help " + command.name + L"\".", {}};
+  bool areOver = false;
+  for (std::size_t i = 1; i < words.size(); ++i) {
+    const std::wstring& word = words[i];
+    const bool isOption = (word.size() > 1 && word[0] == L'-') || word == L"/?";
+    if (areOver || !isOption || operands.words.size() >= command.ownOperands) {
+      operands.words.push_back(word);
+      continue;
+    }
+    const std::size_t sign = std::min(word.find(L'='), word.size());
+    const Option* const option = FindOption(command, word.substr(0, sign));
+    if (AsksForHelp(word)) {
+      arguments.helpPage = command.name;
+    } else if (command.ownOperands != kAll && !operands.words.empty()) {
+      Refuse(word, L"stands behind NAME, but options come before it" + operands.hint);
+    } else if (word == L"--") {
+      areOver = true;
+    } else if (option == nullptr || (option->flag != nullptr && sign < word.size())) {
+      Refuse(word,
+             L"is not an option here; write a path of that name as .\\" + word + operands.hint);
+    } else if (option->flag != nullptr) {
+      arguments.*(option->flag) = true;
+    } else {
+      const bool isNext = sign == word.size() && i + 1 < words.size();
+      const std::wstring value = isNext ? words[++i] : word.substr(sign).erase(0, 1);
+      const int seconds = Number(value, 1, 86400);
+      if (seconds < 0) Refuse(value, L"is not a number of seconds from 1 to 86400.");
+      arguments.options.timeout = std::chrono::seconds(seconds);
+    }
+  }
+  return operands;
+}
+
+void Read(const Words& words, Arguments& arguments) {
+  if (words.empty()) throw BadArguments{L"A command is missing: see \"uactl --help\"."};
+  if (words[0] == L"help" && words.size() > 1) return Read({words[1], L"--help"}, arguments);
+  if (words[0] == L"help" || AsksForHelp(words[0])) arguments.helpPage = L"uactl";
+  if (words[0] == L"--version") arguments.helpPage = words[0];
+  if (!arguments.helpPage.empty()) return;
+  const Command& command = FindCommand(words[0]);
+  Operands operands = TakeOptions(command, words, arguments);
+  if (!arguments.helpPage.empty()) return;
+  command.read(operands, arguments);
+  if (!operands.words.empty()) {
+    Refuse(operands.words.front(), L"is one argument too many" + operands.hint);
+  }
 }
 
 }  // namespace
 
 Arguments ReadArguments(const std::vector<std::wstring>& words) {
-  OptionValues values;
-  CLI::App app(
-      "Copies files and schedules programs with raised rights, through uactask.exe beside it.",
-      "uactl");
-  app.formatter(std::make_shared<HelpFormatter>());
-  app.set_help_flag("-h,--help", "Shows this; of one command: uactl COMMAND --help");
-  app.set_version_flag("--version", std::string("uactl ") + uaclient::kVersion,
-                       "Shows the version");
-  app.require_subcommand(0, 1);
-  // Options end at the first operand: what follows belongs to the job's program.
-  app.prefix_command();
-  for (const Command& command : Commands()) {
-    CLI::App* const added = app.add_subcommand(command.name, command.summary);
-    added->group("Commands")->footer(command.details);
-    added->set_help_flag("-h,--help", "Shows this");
-    for (const char* option : command.options) AddOption(*added, option, values);
-  }
-
-  try {
-    std::vector<std::string> reversed = Utf8Words(words);
-    std::reverse(reversed.begin(), reversed.end());
-    app.parse(std::move(reversed));
-  } catch (const CLI::CallForHelp&) {
-    return {ShownText{Utf8ToWide(app.help())}, {}};
-  } catch (const CLI::CallForVersion& version) {
-    return {ShownText{Utf8ToWide(version.what()) + L"\n"}, {}};
-  } catch (const CLI::ParseError& error) {
-    throw BadArguments{Utf8ToWide(error.what())};
-  }
-
-  const std::wstring hint = L"see \"uactl --help\".";
-  RefuseUnknownOption(app.remaining(), hint);
-  if (words.empty()) throw BadArguments{L"A command is missing: " + hint};
-  if (app.get_subcommands().empty()) Refuse(words[0], L"is no command: " + hint);
-  const CLI::App& parsed = *app.get_subcommands().front();
-  const Command& command = CommandOf(parsed);
-  const std::wstring usage = Utf8ToWide(Usage(command));
-  RefuseUnknownOption(parsed.remaining(), usage);
-  // Separators such as "--" end a command's words.
-  if (const std::size_t behind = app.remaining_size(); behind > 0) {
-    Refuse(words[words.size() - behind - 1], L"cannot stand there: " + usage);
-  }
-
-  // As they were typed: on the way through UTF-8 text that is no UTF-16 would have become other
-  // text.
-  Operands operands(
-      Utf8ToWide(Usage(command)),
-      {words.end() - static_cast<std::ptrdiff_t>(parsed.remaining_size()), words.end()});
   Arguments arguments;
-  arguments.request = command.read(operands);
-  operands.ExpectNoMore();
-
-  if (auto* plan = std::get_if<uaclient::CopyPlan>(&arguments.request); plan && values.dryRun) {
-    arguments.request = PlanCheck{std::move(*plan)};
+  try {
+    Read(words, arguments);
+  } catch (const BadArguments& bad) {
+    arguments.refusal = bad.text;
+    arguments.asJson = std::count(words.begin(), words.end(), L"--json") > 0;
   }
-  if (auto* check = std::get_if<TaskFileCheck>(&arguments.request)) check->asJson = values.json;
-  if (values.fast) arguments.options.comparison = uaclient::Comparison::kSizeAndTime;
-  if (!values.timeout.empty()) {
-    const auto seconds = Number(Utf8ToWide(values.timeout), 1, 86400);
-    if (!seconds) Refuse(Utf8ToWide(values.timeout), L"is no number of seconds from 1 to 86400.");
-    arguments.options.timeout = std::chrono::seconds(*seconds);
-  }
+  if (arguments.fast) arguments.options.comparison = Comparison::kSizeAndTime;
   return arguments;
 }

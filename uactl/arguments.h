@@ -1,39 +1,30 @@
 // The command line: what the user typed, turned into what the library takes.
 #pragma once
 
-#include <filesystem>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "uaclient/uaclient.h"
 
-// What the user can put right by other arguments: which one, why, and what to write instead.
-struct BadArguments {
-  std::wstring text;
-};
-
-struct ShownText {  // the help or the version
-  std::wstring text;
-};
-
-struct PlanCheck {
-  uaclient::CopyPlan plan;
-};
-
-struct TaskFileCheck {
-  std::filesystem::path file;
-  bool asJson = false;
-};
-
-using Request = std::variant<ShownText, uaclient::CopyPlan, PlanCheck, uaclient::Job,
-                             uaclient::JobRemoval, uaclient::TaskFile, TaskFileCheck>;
+using Task =
+    std::variant<uaclient::CopyPlan, uaclient::Job, uaclient::JobRemoval, uaclient::TaskFile>;
 
 struct Arguments {
-  Request request;
+  // L"" where there is none of these: which argument is wrong and what to write instead, a page of
+  // help.txt.in that is to be printed, an argument that may not be meant as it is.
+  std::wstring refusal;
+  std::wstring helpPage;
+  std::wstring warning;
+
+  Task task;
+  bool replace = false;
+  bool onlyCheck = false;  // "check", or --dry-run
+  bool fast = false;
+  bool asJson = false;  // known also where there is a refusal
   uaclient::Options options;
 };
 
 // `words` are the command line without the program. Paths become absolute; of the file system only
-// what sources and destinations are is looked at. Throws BadArguments.
+// what sources, destinations and programs are is looked at.
 Arguments ReadArguments(const std::vector<std::wstring>& words);

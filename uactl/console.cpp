@@ -25,25 +25,6 @@ std::size_t Width() {
   return static_cast<std::size_t>(std::max(info.srWindow.Right - info.srWindow.Left, 1));
 }
 
-// One call of WriteConsoleW takes no more than 64 kB everywhere.
-void PrintToConsole(HANDLE console, const std::wstring& text) {
-  constexpr std::size_t kMost = 16000;
-  DWORD written = 0;
-  for (std::size_t at = 0; at < text.size(); at += written) {
-    const auto length = static_cast<DWORD>(std::min(text.size() - at, kMost));
-    if (!WriteConsoleW(console, text.data() + at, length, &written, nullptr) || written == 0)
-      return;
-  }
-}
-
-void PrintToFile(HANDLE file, const std::string& bytes) {
-  DWORD written = 0;
-  for (std::size_t at = 0; at < bytes.size(); at += written) {
-    const auto length = static_cast<DWORD>(std::min<std::size_t>(bytes.size() - at, 1 << 20));
-    if (!WriteFile(file, bytes.data() + at, length, &written, nullptr) || written == 0) return;
-  }
-}
-
 }  // namespace
 
 bool IsConsole(Stream stream) {
@@ -52,11 +33,14 @@ bool IsConsole(Stream stream) {
 }
 
 void Print(Stream stream, const std::wstring& text) {
-  if (IsConsole(stream)) {
-    PrintToConsole(HandleOf(stream), text);
-  } else {
-    PrintToFile(HandleOf(stream), WideToUtf8(text));
-  }
+  if (!IsConsole(stream)) return PrintAscii(stream, WideToUtf8(text));
+  DWORD written = 0;
+  WriteConsoleW(HandleOf(stream), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+}
+
+void PrintAscii(Stream stream, std::string_view text) {
+  DWORD written = 0;
+  WriteFile(HandleOf(stream), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
 }
 
 std::wstring Line(std::wstring text) {
@@ -68,14 +52,11 @@ void StatusLine::Show(const std::wstring& text) {
   if (!IsConsole(Stream::kErrors)) return;
   std::wstring line = Line(text);
   line.pop_back();
-  line.resize(std::min(line.size(), Width()));
-  const std::size_t length = line.size();
-  // What was longer before is covered with blanks; then back to the end of the text.
-  line.resize(std::max(length, shown_), L' ');
-  Print(Stream::kErrors, L'\r' + line + (shown_ > length ? L'\r' + line.substr(0, length) : L""));
-  shown_ = length;
+  line.resize(Width(), L' ');
+  Print(Stream::kErrors, L'\r' + line + L'\r');
+  isShown_ = true;
 }
 
 StatusLine::~StatusLine() {
-  if (shown_ > 0) Print(Stream::kErrors, L'\r' + std::wstring(shown_, L' ') + L'\r');
+  if (isShown_) Show(L"");
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 enum class Stream { kOutput, kErrors };
 
@@ -11,6 +12,9 @@ bool IsConsole(Stream stream);
 // What cannot be written (a full disk, a closed pipe) is lost; the exit code says what became of
 // it.
 void Print(Stream stream, const std::wstring& text);
+
+// The same for ASCII alone. Takes no memory.
+void PrintAscii(Stream stream, std::string_view text);
 
 // The text with a line break at its end, and without characters that could end the line before or
 // drive the console: task files, which others may have written, decide about parts of what is
@@ -30,5 +34,5 @@ class StatusLine {
   void Show(const std::wstring& text);
 
  private:
-  std::size_t shown_ = 0;  // characters
+  bool isShown_ = false;
 };

@@ -1,14 +1,13 @@
-// The command line over the application's side: files, folders and jobs with raised rights, task
-// files that exist, and what is wrong with them.
+// The command line over the application's side: files, folders and jobs with elevation, task files
+// that exist, and what is wrong with them.
 
 #include <windows.h>
 
 #include <atomic>
 #include <exception>
-#include <variant>
+#include <sstream>
 
 #include "corekit/text.h"
-#include "uaclient/uaclient.h"
 #include "uactl/arguments.h"
 #include "uactl/console.h"
 #include "uactl/report.h"
@@ -22,67 +21,80 @@ BOOL WINAPI OnConsoleEvent(DWORD event) {
   return (event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT) && !interrupted.exchange(true);
 }
 
-// Runs a plan, a job, its deletion or a task file and shows meanwhile how far it is.
-template <class Task>
-uaclient::Result RunShowingProgress(const Task& task, uaclient::Options options) {
+// All of help.txt.in that is for the command; "uactl" and "--version" count as some.
+void PrintHelp(const std::string& command) {
+  const HRSRC found = FindResourceW(nullptr, L"HELP_TEXT", MAKEINTRESOURCEW(10));  // RT_RCDATA
+  const auto* bytes = static_cast<const char*>(LockResource(LoadResource(nullptr, found)));
+  std::istringstream text(std::string(bytes, SizeofResource(nullptr, found)));
+  bool isMeant = false;
+  for (std::string line; std::getline(text, line);) {
+    if (line[0] == '%') {
+      isMeant = (line + " ").find(" " + command + " ") != line.npos;
+    } else if (isMeant) {
+      PrintAscii(Stream::kOutput, line + "\n");
+    }
+  }
+}
+
+// Checks or runs the task. Says before the start what is going to be deleted, and meanwhile how far
+// the helper is.
+Outcome Carry(const Arguments& arguments) {
+  const bool ofTaskFile = std::holds_alternative<uaclient::TaskFile>(arguments.task);
+  const bool namesDeletion = std::holds_alternative<uaclient::JobRemoval>(arguments.task);
   StatusLine status;
-  options.progress = [&status](const uaclient::Progress& progress) {
+  uaclient::Options options = arguments.options;
+  options.owner = GetConsoleWindow();
+  options.confirm = [&](const uaclient::Report& report) {
+    if (!namesDeletion) Print(Stream::kErrors, Announcement(report));
+    return !interrupted;
+  };
+  options.progress = [&](const uaclient::Progress& progress) {
     status.Show(ProgressText(progress));
     return !interrupted;
   };
+  const auto check = [&](const auto& task) { return uaclient::Check(task, options); };
+  const auto run = [&](const auto& task) { return uaclient::Run(task, options); };
+  if (arguments.onlyCheck) return OutcomeOf(std::visit(check, arguments.task), ofTaskFile);
   SetConsoleCtrlHandler(OnConsoleEvent, TRUE);
-  uaclient::Result result = uaclient::Run(task, options);
-  SetConsoleCtrlHandler(OnConsoleEvent, FALSE);
-  return result;
+  return OutcomeOf(std::visit(run, arguments.task), ofTaskFile);
 }
 
-// Carries out what was asked for.
-struct Carrier {
-  const uaclient::Options& options;
-
-  Report operator()(const ShownText& shown) const { return {kExitDone, shown.text, L""}; }
-  Report operator()(const uaclient::CopyPlan& plan) const {
-    return ReportRun(RunShowingProgress(plan, options));
+int Main(const Arguments& arguments) {
+  if (!arguments.helpPage.empty()) {
+    PrintHelp(WideToUtf8(arguments.helpPage));
+    return 0;
   }
-  Report operator()(const PlanCheck& check) const { return ReportPlanCheck(check.plan.Check()); }
-  Report operator()(const uaclient::Job& job) const {
-    return ReportRun(RunShowingProgress(job, options));
+  if (!arguments.warning.empty()) Print(Stream::kErrors, WarningLine(arguments.warning));
+  uaclient::Result refused;
+  refused.status = uaclient::Status::kInvalid;
+  refused.reason = arguments.refusal;
+  const Outcome outcome = refused.reason.empty() ? Carry(arguments) : OutcomeOf(refused, false);
+  const Lines lines = AsText(outcome);
+  Print(Stream::kErrors, lines.errors);
+  if (arguments.asJson) {
+    PrintAscii(Stream::kOutput, AsJson(outcome));
+  } else {
+    Print(Stream::kOutput, lines.output);
   }
-  Report operator()(const uaclient::JobRemoval& removal) const {
-    return ReportRun(RunShowingProgress(removal, options));
-  }
-  Report operator()(const uaclient::TaskFile& task) const {
-    Report report = ReportRun(RunShowingProgress(task, options));
-    // The arguments were right; what is wrong stands in the file.
-    if (report.exitCode == kExitRefused) report.exitCode = kExitNotDone;
-    return report;
-  }
-  Report operator()(const TaskFileCheck& check) const {
-    const uaclient::TaskFileReport found = uaclient::CheckTaskFile(check.file);
-    return check.asJson ? ReportCheckAsJson(found, check.file) : ReportCheck(found);
-  }
-};
-
-Report Carry(const std::vector<std::wstring>& words) {
-  try {
-    const Arguments arguments = ReadArguments(words);
-    return std::visit(Carrier{arguments.options}, arguments.request);
-  } catch (const BadArguments& bad) {
-    return {kExitRefused, L"", ErrorLine(bad.text)};
-  } catch (const std::exception& failure) {
-    return {kExitNotDone, L"", ErrorLine(corekit::AnsiToWide(failure.what()))};
-  }
+  return outcome.exitCode;
 }
 
 }  // namespace
 
-int wmain(int argumentCount, wchar_t* arguments[]) {
+int wmain(int argumentCount, wchar_t* words[]) {
   // No DLL that lies beside the program or in the current directory may be loaded.
   SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   // A drive without a disk is an error like others, not a dialog.
   SetErrorMode(SEM_FAILCRITICALERRORS);
-  const Report report = Carry({arguments + 1, arguments + argumentCount});
-  Print(Stream::kOutput, report.output);
-  Print(Stream::kErrors, report.errors);
-  return report.exitCode;
+  Arguments arguments;
+  std::string exhausted;  // written ahead, while there is memory
+  try {
+    arguments = ReadArguments({words + 1, words + argumentCount});
+    exhausted = AsJson(Exhausted(arguments.onlyCheck));
+    return Main(arguments);
+  } catch (const std::exception&) {  // memory, or threads to compare with
+    PrintAscii(Stream::kErrors, "uactl: not enough memory\n");
+    if (arguments.asJson) PrintAscii(Stream::kOutput, exhausted);
+    return arguments.onlyCheck ? 2 : 1;
+  }
 }

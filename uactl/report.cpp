@@ -1,77 +1,194 @@
 #include "uactl/report.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "corekit/text.h"
 #include "uaclient/size_text.h"
+#include "uaclient/win32.h"
 #include "uactask/exit_codes.h"
 #include "uactl/console.h"
 
 namespace {
 
-using uaclient::BytesInWords;
-using uaclient::FilesInWords;
-using uaclient::Finding;
-using uaclient::OneDecimal;
-using uaclient::SpeaksAgainst;
-using uaclient::Status;
-using uaclient::Step;
+using namespace uaclient;
 
-const wchar_t* SeverityName(const Finding& finding) {
-  return finding.severity == uaclient::Severity::kError ? L"error" : L"warning";
+// In the order of Status.
+constexpr const char* kStatuses[] = {"done",       "incomplete", "invalid",     "refused",
+                                     "notStarted", "failed",     "stillRunning"};
+constexpr int kExitCodes[] = {0, 1, 2, 3, 1, 1, 4};
+
+// In the order of Step::Kind.
+constexpr const char* kKinds[] = {"copyFile", "addFolder", "replaceFolder", "registerJob",
+                                  "deleteJob"};
+
+std::wstring ErrorLine(const std::wstring& text) { return Line(L"uactl: " + text); }
+
+std::wstring SeverityName(const Finding& finding) {
+  return finding.severity == Severity::kError ? L"error" : L"warning";
 }
 
-std::wstring FindingLine(const Finding& finding, const std::wstring& addition = {}) {
-  if (finding.file.empty()) {
-    return ErrorLine(SpeaksAgainst(finding) ? finding.text : L"warning: " + finding.text);
+std::wstring FindingLines(const Report& report) {
+  std::wstring text;
+  for (const Finding& finding : report.findings) {
+    if (finding.file.empty()) {
+      text += Refuses(finding) ? ErrorLine(finding.text) : WarningLine(finding.text);
+      continue;
+    }
+    std::wstring line = finding.file.wstring();
+    if (finding.line > 0) line += L":" + std::to_wstring(finding.line);
+    line += L": " + SeverityName(finding) + L": " + finding.text;
+    if (finding.severity == Severity::kHarmful) line += L" \"uactl run\" does not start it.";
+    text += Line(line);
   }
-  std::wstring place = finding.file.wstring();
-  if (finding.line > 0) place += L":" + std::to_wstring(finding.line);
-  return Line(place + L": " + SeverityName(finding) + L": " + finding.text + addition);
+  return text;
 }
 
 double Seconds(std::chrono::milliseconds time) {
   return std::chrono::duration<double>(time).count();
 }
 
-int ExitCodeOf(const uaclient::TaskFileReport& report) {
-  if (!report.exists || report.helperFails) return kExitRefused;
-  return report.findings.empty() ? kExitDone : kExitNotDone;
-}
-
-// Whether the files at the destinations were counted and compared.
-bool WasLookedAt(Status status) {
-  return status == Status::kDone || status == Status::kIncomplete || status == Status::kFailed;
-}
-
-// Of what was not even started: what speaks against it.
-Report ReportRefusal(const uaclient::Findings& findings) {
-  Report report;
-  report.exitCode = kExitRefused;
-  for (const Finding& finding : findings) {
-    if (SpeaksAgainst(finding)) report.errors += FindingLine(finding);
+std::wstring CheckText(const Report& report) {
+  std::wstring text = FindingLines(report);
+  for (const Step& step : report.steps) text += Line(L"plan: " + step.text);
+  if (report.helperFails || !report.exists) {
+    const int code = report.exists ? uactask::kHelperFailed : uactask::kHelperFoundNoTaskFile;
+    text += report.steps.empty() ? L"plan: nothing, " : L"plan: then ";
+    text += Line(L"the helper would fail with exit code " + std::to_wstring(code));
+  } else if (report.steps.empty()) {
+    text += Line(L"plan: nothing");
   }
-  report.errors += ErrorLine(L"Nothing was started.");
-  return report;
+  return text;
 }
 
-const char* KindName(Step::Kind kind) {
-  switch (kind) {
-    case Step::Kind::kCopyFolder:
-      return "copyFolder";
-    case Step::Kind::kCopyFile:
-      return "copyFile";
-    case Step::Kind::kRegisterJob:
-      return "registerJob";
-    case Step::Kind::kDeleteJob:
-      return "deleteJob";
+std::wstring RefusalText(const Result& result) {
+  const std::wstring findings = FindingLines(result.report);
+  return (findings.empty() ? ErrorLine(result.reason) : findings) +
+         ErrorLine(L"Nothing was started.");
+}
+
+const std::wstring& ReasonOf(const Item& item, const Result& result) {
+  return item.done || !item.reason.empty() ? item.reason : result.reason;
+}
+
+std::wstring JobLine(const Item& item) {
+  const wchar_t* const done = item.isDeletion ? L"deleted"
+                              : item.replaced ? L"replaced"
+                                              : L"registered";
+  return Line(L"The job " + Quoted(item.job) + L" was " + done + L".");
+}
+
+Lines RunText(const Result& result) {
+  Lines lines;
+  // The end state was compared with the sources.
+  const bool wasJudged = result.status == Status::kDone || result.status == Status::kIncomplete ||
+                         result.status == Status::kFailed;
+  bool isReasonTold = result.reason.empty();
+  bool copies = false;
+  for (const Item& item : result.items) {
+    copies |= item.job.empty();
+    if (item.done && !item.job.empty()) lines.output += JobLine(item);
+    const std::wstring& reason = wasJudged ? ReasonOf(item, result) : item.reason;
+    if (reason.empty()) continue;
+    const std::wstring name = item.job.empty() ? item.destination.wstring() : item.job;
+    lines.errors += ErrorLine(Quoted(name) + L": " + reason);
+    isReasonTold |= reason == result.reason;
   }
-  return "";
+  if (!isReasonTold) lines.errors.insert(0, ErrorLine(result.reason));
+  if (copies && wasJudged) {
+    lines.output += Line(FilesInWords(result.files) + L", " + BytesInWords(result.bytes) + L", " +
+                         OneDecimal(Seconds(result.elapsed)) + L" s");
+  }
+  if (result.status == Status::kDone && result.items.empty()) {
+    lines.output = Line(L"There was nothing to do.");
+  }
+  return lines;
 }
 
 }  // namespace
 
-std::wstring ErrorLine(const std::wstring& text) { return Line(L"uactl: " + text); }
+Outcome OutcomeOf(const Result& result, bool ofTaskFile) {
+  const auto status = static_cast<std::size_t>(result.status);
+  // The argument was right; what is wrong stands in the file.
+  const bool isFileWrong = result.status == Status::kInvalid && ofTaskFile && result.report.exists;
+  return {isFileWrong ? 1 : kExitCodes[status], kStatuses[status], false, result};
+}
+
+Outcome OutcomeOf(const Report& report, bool ofTaskFile) {
+  const Finding* const refusal = FirstRefusal(report);
+  const bool fails = ofTaskFile ? report.helperFails || !report.exists : refusal != nullptr;
+  const bool isClean = report.findings.empty() && !report.leavesOut;
+  Result result;
+  result.report = report;
+  if (refusal != nullptr) result.reason = refusal->text;
+  if (fails) return {2, "fails", true, result};
+  if (isClean) return {0, "clean", true, result};
+  return {ofTaskFile ? 1 : 0, "suspicious", true, result};
+}
+
+Outcome Exhausted(bool isCheck) {
+  Result result;
+  result.reason = L"not enough memory";
+  return {isCheck ? 2 : 1, isCheck ? "fails" : "failed", isCheck, result};
+}
+
+Lines AsText(const Outcome& outcome) {
+  if (outcome.isCheck) return {CheckText(outcome.result.report), {}};
+  if (outcome.result.status == Status::kInvalid) return {{}, RefusalText(outcome.result)};
+  return RunText(outcome.result);
+}
+
+std::string AsJson(const Outcome& outcome) {
+  using Json = nlohmann::ordered_json;
+  const auto text = [](const std::filesystem::path& path) { return WideToUtf8(path.wstring()); };
+  Json findings = Json::array();
+  for (const Finding& finding : outcome.result.report.findings) {
+    findings.push_back({{"severity", text(SeverityName(finding))},
+                        {"harmful", finding.severity == Severity::kHarmful},
+                        {"file", text(finding.file)},
+                        {"line", finding.line},
+                        {"item", finding.item == Finding::kNoItem ? Json() : Json(finding.item)},
+                        {"text", text(finding.text)}});
+  }
+  Json steps = Json::array();
+  for (const Step& step : outcome.result.report.steps) {
+    steps.push_back({{"kind", kKinds[static_cast<int>(step.kind)]},
+                     {"source", text(step.source)},
+                     {"destination", text(step.destination)},
+                     {"job", text(step.job)},
+                     {"files", step.files},
+                     {"bytes", step.bytes},
+                     {"deletes", step.deletes},
+                     {"deletedFiles", step.deletedFiles},
+                     {"deletedBytes", step.deletedBytes},
+                     {"text", text(step.text)}});
+  }
+  Json items = Json::array();
+  for (const Item& item : outcome.result.items) {
+    items.push_back({{"source", text(item.source)},
+                     {"destination", text(item.destination)},
+                     {"job", text(item.job)},
+                     {"done", item.done},
+                     {"reason", text(ReasonOf(item, outcome.result))}});
+  }
+  const Json json = {{"exit", outcome.exitCode},
+                     {"status", outcome.status},
+                     {"reason", text(outcome.result.reason)},
+                     {"findings", findings},
+                     {"steps", steps},
+                     {"items", items}};
+  return json.dump(2, ' ', true) + "\n";
+}
+
+std::wstring WarningLine(const std::wstring& text) { return ErrorLine(L"warning: " + text); }
+
+std::wstring Announcement(const Report& report) {
+  std::wstring text = FindingLines(report);
+  for (const Step& step : report.steps) {
+    if (step.deletes) text += ErrorLine(L"plan: " + step.text);
+  }
+  return text;
+}
 
 std::wstring ProgressText(const uaclient::Progress& progress) {
   if (progress.allFiles == 0) return {};
@@ -84,98 +201,4 @@ std::wstring ProgressText(const uaclient::Progress& progress) {
          FilesInWords(progress.allFiles) + L", " + BytesInWords(progress.bytes) + L" of " +
          BytesInWords(progress.allBytes) + L", " + BytesInWords(static_cast<std::uint64_t>(rate)) +
          L"/s";
-}
-
-Report ReportRun(const uaclient::Result& result) {
-  if (result.status == Status::kInvalid) return ReportRefusal(result.findings);
-  Report report;
-  report.exitCode = result.status == Status::kDone ? kExitDone : kExitNotDone;
-  if (!result.reason.empty()) report.errors = ErrorLine(result.reason);
-  bool copies = false;
-  for (const uaclient::Item& item : result.items) {
-    copies |= item.job.empty();
-    if (item.done && !item.job.empty()) {
-      report.output += Line(L"The job \"" + item.job +
-                            (item.isDeletion ? L"\" was deleted." : L"\" was registered."));
-    }
-    if (!item.reason.empty() && item.reason != result.reason) {
-      const std::wstring name = item.job.empty() ? item.destination.wstring() : item.job;
-      report.errors += ErrorLine(L"\"" + name + L"\": " + item.reason);
-    }
-  }
-  if (copies && WasLookedAt(result.status)) {
-    report.output += Line(FilesInWords(result.files) + L", " + BytesInWords(result.bytes) + L", " +
-                          OneDecimal(Seconds(result.elapsed)) + L" s");
-  }
-  if (result.status == Status::kDone && result.items.empty()) {
-    report.output += Line(L"There was nothing to do.");
-  }
-  // What explains the outcome, and what was deleted for it. The reason may hold one of them.
-  for (const Finding& finding : result.findings) {
-    if (!WasLookedAt(result.status) || result.reason.find(finding.text) != std::wstring::npos) {
-      continue;
-    }
-    report.errors += FindingLine(finding);
-  }
-  return report;
-}
-
-Report ReportPlanCheck(const uaclient::Findings& findings) {
-  Report report;
-  for (const Finding& finding : findings) {
-    report.output += FindingLine(finding);
-    if (SpeaksAgainst(finding)) report.exitCode = kExitRefused;
-  }
-  if (findings.empty()) report.output = Line(L"Nothing speaks against it.");
-  return report;
-}
-
-Report ReportCheck(const uaclient::TaskFileReport& report) {
-  Report text;
-  text.exitCode = ExitCodeOf(report);
-  for (const Finding& finding : report.findings) {
-    text.output +=
-        FindingLine(finding, finding.harmful ? L" \"uactl run\" does not start it." : L"");
-  }
-  for (const Step& step : report.steps) text.output += Line(L"plan: " + step.text);
-  if (text.exitCode != kExitRefused && report.steps.empty()) text.output += Line(L"plan: nothing");
-  if (text.exitCode == kExitRefused) {
-    const int code = report.exists ? uactask::kHelperFailed : uactask::kHelperFoundNoTaskFile;
-    text.output += Line((report.steps.empty() ? L"plan: nothing, the helper would fail"
-                                              : L"plan: then the helper would fail") +
-                        (L" with exit code " + std::to_wstring(code)));
-  }
-  return text;
-}
-
-Report ReportCheckAsJson(const uaclient::TaskFileReport& report,
-                         const std::filesystem::path& file) {
-  using Json = nlohmann::ordered_json;
-  const auto utf8 = [](const std::filesystem::path& path) { return WideToUtf8(path.wstring()); };
-  const int exitCode = ExitCodeOf(report);
-  Json findings = Json::array();
-  for (const Finding& finding : report.findings) {
-    findings.push_back({{"severity", WideToUtf8(SeverityName(finding))},
-                        {"harmful", finding.harmful},
-                        {"file", utf8(finding.file)},
-                        {"line", finding.line},
-                        {"text", WideToUtf8(finding.text)}});
-  }
-  Json steps = Json::array();
-  for (const Step& step : report.steps) {
-    steps.push_back({{"kind", KindName(step.kind)},
-                     {"source", utf8(step.source)},
-                     {"destination", utf8(step.destination)},
-                     {"job", WideToUtf8(step.job)},
-                     {"files", step.files},
-                     {"bytes", step.bytes},
-                     {"empties", step.empties},
-                     {"emptiedFiles", step.emptiedFiles},
-                     {"emptiedBytes", step.emptiedBytes},
-                     {"text", WideToUtf8(step.text)}});
-  }
-  const Json json = {
-      {"file", utf8(file)}, {"exists", report.exists}, {"helperFails", report.helperFails},
-      {"exit", exitCode},   {"findings", findings},    {"steps", steps}};
-  return {exitCode, Utf8ToWide(json.dump(2)) + L"\n", L""};
 }

@@ -1,49 +1,67 @@
-// What the command says about what happened and what it found, and its exit code for that.
+// What the command says about what it found and what became of it: in words, as JSON, and as its
+// exit code.
 #pragma once
 
-#include <filesystem>
 #include <string>
 
 #include "uaclient/uaclient.h"
 
-// Of every command; those in brackets are of "check".
-enum ExitCode {
-  kExitDone = 0,     // (nothing to remark)
-  kExitNotDone = 1,  // not or not all (the helper would run, but something is suspicious)
-  kExitRefused = 2   // wrong arguments, a plan that does harm (the helper would fail)
+// The exit codes; those in brackets are of "check":
+//
+//   0  everything was done (nothing was found)
+//   1  not, or not all, was done (the helper would run, but something is suspicious or left out)
+//   2  wrong or harmful arguments, nothing was started (the helper would fail, or no such file)
+//   3  the user refused the elevation
+//   4  waiting was given up; the helper goes on
+struct Outcome {
+  int exitCode = 0;
+  const char* status = "";
+  bool isCheck = false;
+  uaclient::Result result;  // of a check its report, and the reason why a run would be refused
 };
 
-struct Report {
-  int exitCode = kExitDone;
+// Of a run; wrong arguments count as one that is invalid.
+Outcome OutcomeOf(const uaclient::Result& result, bool ofTaskFile);
+
+// Of what is not to be started: "check" of a task file, or --dry-run.
+Outcome OutcomeOf(const uaclient::Report& report, bool ofTaskFile);
+
+// Of a command for which memory does not suffice.
+Outcome Exhausted(bool isCheck);
+
+struct Lines {
   std::wstring output;  // for standard output, whole lines
   std::wstring errors;  // for standard error
 };
 
-// A line that names what is wrong.
-std::wstring ErrorLine(const std::wstring& text);
+// Findings as compilers print them, FILE:LINE: error: TEXT, and "plan: TEXT" for each step; of a
+// run a summary, and what failed.
+Lines AsText(const Outcome& outcome);
+
+// The same as an object in ASCII, with a line break behind it:
+//
+//   exit      the exit code
+//   status    of a run "done", "incomplete", "invalid", "refused", "notStarted", "failed" or
+//             "stillRunning", as uaclient::Status explains them; "invalid" for wrong arguments,
+//             too. Of "check" and --dry-run "clean", "suspicious" (see the findings) or "fails"
+//             (the helper would, or the plan is refused)
+//   reason    why the status is not "done" or "clean"; may be ""
+//   findings  [{severity: "error" or "warning", harmful: whether "uactl run" does not start the
+//               task file because of it, file, line: from 1, 0 for none, item: of a plan, from 0,
+//               or null, text}]
+//   steps     [{kind: "copyFile", "addFolder", "replaceFolder", "registerJob" or "deleteJob",
+//               source, destination, job, files, bytes, deletes, deletedFiles, deletedBytes,
+//               text}],
+//             what the helper does, in its order
+//   items     [{source, destination, job, done, reason}], what became of it; of a run only
+//
+// Paths and names that something does not have are "".
+std::string AsJson(const Outcome& outcome);
+
+std::wstring WarningLine(const std::wstring& text);
+
+// What is to be known before the start: warnings, and what is going to be deleted.
+std::wstring Announcement(const uaclient::Report& report);
 
 // How far the helper is, in one line; "" for what has no files.
 std::wstring ProgressText(const uaclient::Progress& progress);
-
-// What became of a run.
-Report ReportRun(const uaclient::Result& result);
-
-// Of a plan that is not to be started.
-Report ReportPlanCheck(const uaclient::Findings& findings);
-
-// As compilers do: FILE:LINE: error: TEXT, then a line "plan: TEXT" for every step.
-Report ReportCheck(const uaclient::TaskFileReport& report);
-
-// The same as a JSON object:
-//
-//   file         the task file
-//   exists       whether it is there
-//   helperFails  whether the helper's exit code would not be 0
-//   exit         the exit code of the check
-//   findings  [{severity: "error" or "warning", harmful, file, line: from 1, 0 for none, text}]
-//   steps     [{kind: "copyFolder", "copyFile", "registerJob" or "deleteJob", source, destination,
-//               job, files, bytes, empties, emptiedFiles, emptiedBytes, text}], in the helper's
-//               order
-//
-// Paths and names that a finding or a step does not have are "".
-Report ReportCheckAsJson(const uaclient::TaskFileReport& report, const std::filesystem::path& file);
