@@ -77,7 +77,7 @@ bool FileOperatorNomal::CopyDirectoryItem(const std::string& source,
   const std::string path = WithSeparator(destination);
   const std::wstring widePath = Utf8ToWide(path);
   if (IsDirectory(path.c_str())) {
-    const bool holdsSource = fileop::LiesIn(from.folder, Folder(widePath));
+    const bool holdsSource = fileop::LiesIn(from.folder.Path(), Folder(widePath));
     if (holdsSource || !RemoveDirectoryTree(path.c_str(), 0)) return false;
   }
   if (!IsDirectory(path.c_str()) && !CreateDir(path.c_str())) CreateDirTree(path.c_str());

@@ -34,9 +34,11 @@ struct EntryPath {
 constexpr DWORD kHoldAccess = FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES;
 constexpr DWORD kHoldSharing = FILE_SHARE_READ | FILE_SHARE_WRITE;
 
-// Of a link the link itself, unless `flags` are others.
-Handle OpenFolder(const std::wstring& path, DWORD access, DWORD sharing,
-                  DWORD flags = FILE_FLAG_OPEN_REPARSE_POINT) {
+// What is opened where a link stands.
+constexpr DWORD kTheLink = FILE_FLAG_OPEN_REPARSE_POINT;
+constexpr DWORD kItsTarget = 0;
+
+Handle OpenFolder(const std::wstring& path, DWORD access, DWORD sharing, DWORD flags = kTheLink) {
   const HANDLE handle = CreateFileW(path.c_str(), access, sharing, nullptr, OPEN_EXISTING,
                                     FILE_FLAG_BACKUP_SEMANTICS | flags, nullptr);
   return Handle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
@@ -169,13 +171,14 @@ bool CopySubdirectory(const Folder& source, const Folder& destination, const wch
 }
 
 bool CopyEntries(Source& source, const Folder& destination, CopyMode mode) {
+  // Where nothing can go each entry fails; an empty source has none.
+  if (!destination.IsHeld()) return IsEmpty(source.folder);
+
   bool result = true;
   const bool wasEmpty = IsEmpty(destination);
   while (const WIN32_FIND_DATAW* entry = source.entries.Next()) {
     const wchar_t* const name = entry->cFileName;
-    if (!destination.IsHeld()) {
-      result = false;
-    } else if (mode.recurse && IsDirectoryEntry(*entry)) {
+    if (mode.recurse && IsDirectoryEntry(*entry)) {
       // A subdirectory's result stands for everything before it, failures among it included.
       result = CopySubdirectory(source.folder, destination, name, mode);
     } else if (!CopyOneFile(source.folder, destination, wasEmpty, name)) {
@@ -200,7 +203,8 @@ bool Delete(HANDLE entry) {
 }
 
 bool RemoveFile(const Folder& folder, const wchar_t* name) {
-  for (const DWORD access : {DELETE | FILE_WRITE_ATTRIBUTES, DELETE}) {
+  constexpr DWORD kDelete = DELETE;
+  for (const DWORD access : {kDelete | FILE_WRITE_ATTRIBUTES, kDelete}) {
     const Handle file = OpenIn(folder, name, access, kForEverybody, FILE_NON_DIRECTORY_FILE);
     if (!file) continue;
     FILE_BASIC_INFO normal = {};
@@ -302,14 +306,18 @@ bool Listing::IsComplete() const {
   return error_ == ERROR_NO_MORE_FILES || (!IsOpen() && error_ == ERROR_FILE_NOT_FOUND);
 }
 
-bool LiesIn(const Folder& folder, const Folder& outer) {
+bool LiesIn(const std::wstring& folder, const Folder& outer) {
   const auto wanted = IdentityOf(outer.Held());
   if (!wanted) return false;
-  // By every path on the way up that ends in a separator.
-  const std::wstring path = FinalPath(folder.Held());
-  for (std::size_t end = path.size(); end > 1; end = path.find_last_of(L'\\', end - 2) + 1) {
-    const Handle above = OpenFolder(path.substr(0, end), FILE_READ_ATTRIBUTES, kForEverybody, 0);
-    if (IdentityOf(above.get()) == wanted) return true;
+  const auto open = [](const std::wstring& path, DWORD flags) {
+    return OpenFolder(path, FILE_READ_ATTRIBUTES, kForEverybody, flags);
+  };
+  for (const DWORD flags : {kTheLink, kItsTarget}) {
+    // By every path on the way up that ends in a separator.
+    const std::wstring path = FinalPath(open(folder, flags).get());
+    for (std::size_t end = path.size(); end > 1; end = path.find_last_of(L'\\', end - 2) + 1) {
+      if (IdentityOf(open(path.substr(0, end), kItsTarget).get()) == wanted) return true;
+    }
   }
   return false;
 }

@@ -80,8 +80,9 @@ struct Source {
   Listing entries;
 };
 
-// Whether `folder` is `outer` or lies in it, as far as the file system numbers its folders.
-bool LiesIn(const Folder& folder, const Folder& outer);
+// Whether the folder is `outer` or lies in it, by whatever path, as far as the file system numbers
+// its folders. A link lies where it stands and where it leads.
+bool LiesIn(const std::wstring& folder, const Folder& outer);
 
 // Copies what lies in `source` into `destination`, as CopyDirectoryTree describes it. Where the
 // destination is not held each entry fails.
