@@ -53,14 +53,8 @@ TEST(JobCheck, NamesEachMistakeOnce) {
       {[](Job& job) { job.program = L"%ComSpec%"; }, "\"%ComSpec%\", holds"},
       {[](Job& job) { job.arguments = {}; }, "no arguments"},
       {[](Job& job) { job.arguments = {L""}; }, "", "with the arguments \"\"\"\" daily"},
-      {[](Job& job) {
-         job.arguments = {L"5%%", L"$x"};
-       },
-       ""},
-      {[](Job& job) {
-         job.arguments = {L"5 %", L"6 %"};
-       },
-       "command line"},
+      {[](Job& job) { job.arguments = {L"5%%", L"$x"}; }, ""},
+      {[](Job& job) { job.arguments = {L"5 %", L"6 %"}; }, "command line"},
       {[](Job& job) { job.arguments = {L"$(x"}; }, "command line"},
       {[](Job& job) { job.arguments = {L"\xD83D\xDE00"}; }, "holds what"},
   };

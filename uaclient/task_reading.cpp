@@ -125,7 +125,7 @@ class TaskLines {
 
   void Odd(std::size_t line, const wchar_t* text, FileFindings::Parts parts = {}) {
     constexpr std::size_t kMaxNamed = 100;  // with so many it is no task file
-    if (line < firstChecked_ || ++oddLines > kMaxNamed + 1) return;
+    if (++oddLines > kMaxNamed + 1 || line < firstChecked_) return;
     if (oddLines <= kMaxNamed) return found_.Warn(line, text, parts);
     found_.Warn(line, L"There are more such lines, which are not named.");
   }
@@ -210,7 +210,7 @@ std::int32_t ReadType(const TaskLines& lines, FileFindings& found) {
   if (!lines.hasTaskSection) {
     found.Fail(0,
                L"There is no section \"[Task]\" but {}. Write \"[Task]\" above the keys, with a "
-               L"large T.",
+               L"capital T.",
                {lines.sections.empty() ? L"none at all" : lines.sections});
   } else {
     found.Fail(entry.line,
@@ -248,7 +248,8 @@ class JobReader {
       if (boost::conversion::try_lexical_convert(entry.value, numbers_[param])) continue;
       areNumbers = false;
       found_.Fail(
-          entry.line, L"{} is {}. Write a number here, also to delete a job, or 0.",
+          entry.line,
+          L"{} must be a number but is {}. Deletions need it, too. Write 0 if in doubt.",
           {ShownBytes(kParamKeys[param]), entry.line == 0 ? L"missing" : ShownBytes(entry.value)});
     }
     return areNumbers;
@@ -281,9 +282,9 @@ class JobReader {
     isGood &= Need(Task::kRuntime, IsStartBoundary(lines_.Get(Task::kRuntime).value),
                    L"a date and time such as 2026-01-31T08:00:00");
     isGood &= Need(Task::kTimeWeekday, !isWeekly || (days > 0 && days < 0x80),
-                   L"days added up: 1 for Sunday, 2 for Monday, up to 64 for Saturday");
+                   L"a sum of days: 1 for Sunday, 2 for Monday, up to 64 for Saturday");
     isGood &= Need(Task::kTimeMonthday, kind != Task::kMonthly || days > 0,
-                   L"days added up: 1 for day 1, 2 for day 2, 4 for day 3 and so on");
+                   L"a sum of days: 1 for day 1, 2 for day 2, 4 for day 3 and so on");
     if (!isGood) {
       Step step = DeletionStep(name_);
       step.text += L" and registers none";
