@@ -10,19 +10,13 @@
 #include <utility>
 #include <vector>
 
+#include "client_support.h"
 #include "corekit/text.h"
 #include "fileop/file_system.h"
 #include "support.h"
 #include "uaclient/uaclient.h"
 
 namespace {
-
-std::string Replaced(std::string text, const std::string& what, const std::string& by) {
-  for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size()) {
-    text.replace(at, what.size(), by);
-  }
-  return text;
-}
 
 // Where the helper fails the check says why, and where the check finds nothing everything arrives.
 class RandomTaskFiles : public testing::Test {
@@ -99,9 +93,7 @@ class RandomTaskFiles : public testing::Test {
   bool RunChecked(const std::string& path) {
     SCOPED_TRACE("file " + std::to_string(files_) + ": " + ReadFileBytes(path));
     report_ = uaclient::Check(uaclient::TaskFile{std::filesystem::absolute(Utf8ToWide(path))});
-    std::string found;
-    for (const auto& finding : report_.findings) found += WideToUtf8(finding.text) + "\n";
-    SCOPED_TRACE(found);
+    SCOPED_TRACE(Shown(report_.findings));
     const unsigned long exitCode = RunProgram("uactask.exe", {path}).exitCode;
     EXPECT_EQ(report_.helperFails, exitCode != 0);
     ++files_;
@@ -134,8 +126,7 @@ class RandomTaskFiles : public testing::Test {
 TEST_F(RandomTaskFiles, OfCopies) {
   for (int i = 0; i < 80; ++i) {
     const TestFolder folder;
-    const std::string root =
-        WideToUtf8(std::filesystem::absolute(Utf8ToWide(folder.Path())).generic_wstring());
+    const std::string root = Absolute(folder);
     Tree tree = TreeOf("f=1, s/a=22, s/d/b=333, s/d/e/, e/, ro=r, used=u, in/x=i");
     for (const char* n : {"0", "1", "2", "3", "4", "5"}) {
       tree[std::string("old") + n + "/x/y"] = tree[std::string("over") + n] = "old";
@@ -158,12 +149,13 @@ TEST_F(RandomTaskFiles, OfCopies) {
 
 // Of the triggers the service under Wine knows the daily one alone.
 TEST_F(RandomTaskFiles, OfJobs) {
+  SKIP_UNLESS_ELEVATED("the Task Scheduler refuses jobs that replace others");
   const TestFolder folder;
   const std::string name = "uactask test " + std::to_string(GetCurrentProcessId()) + " check";
   const auto run = [&](bool isDeletion) {
     WriteFileBytes(folder / "task.ini",
                    TaskFile({Key("type", "0"), "task_name=" + name,
-                             Key("exe_path", isDeletion ? "" : "C:\\windows\\notepad.exe"),
+                             Key("exe_path", isDeletion ? "" : OwnProgram()),
                              Key("exe_arguments", isDeletion ? "" : "-a"), Key("author_name", "x"),
                              Key("runtime", "2099-01-31T08:00:00"), Key("time_weekday", "+0"),
                              Key("time_monthday", OneOf({"0", "-1"}, {"0.5"})),

@@ -24,18 +24,11 @@ std::wstring Fault(const std::wstring& what, const std::wstring& value, const wc
   return Filled(L"{}, {}, {}", {what, Shown(value), why});
 }
 
-// What a task file cannot carry. Bytes matter there.
 std::wstring TextFault(const std::wstring& what, const std::wstring& text) {
-  if (!HelperReads(text)) {
-    return Fault(what, text,
-                 L"holds a character that the system's code page lacks, and with it the task file. "
-                 L"Use other characters.");
-  }
-  if (uactask::FitsTaskFile(ForHelper(text))) return {};
-  return Fault(
-      what, text,
-      L"holds a control character or a \"[\", or ends in a blank, which a task file cannot "
-      L"carry. Leave that out.");
+  if (HelperReads(text) && uactask::FitsTaskFile(ForHelper(text))) return {};
+  return Fault(what, text,
+               L"holds what a task file cannot carry: a character that the system's code page "
+               L"lacks, a control character, a \"[\", or a blank at its end. Leave that out.");
 }
 
 // Of text that the program is to find as it is.
@@ -107,13 +100,8 @@ Step JobStep(Step::Kind kind, const std::wstring& name, std::wstring text) {
   return step;
 }
 
-Report Refused(std::initializer_list<std::wstring> faults, Step step) {
-  Report report;
-  for (const std::wstring& fault : faults) {
-    if (!fault.empty()) report.findings.push_back({Severity::kError, fault, {}});
-  }
-  report.steps.push_back(std::move(step));
-  return report;
+void Refuse(const std::wstring& fault, Report& report) {
+  if (!fault.empty()) report.findings.push_back({Severity::kError, fault, {}});
 }
 
 }  // namespace
@@ -140,23 +128,21 @@ std::wstring ProgramFault(const std::wstring& what, const std::wstring& program)
   if (!fault.empty()) return what + L": " + fault;
   if (IsFile(path)) return {};
   if (IsFolder(path)) return Fault(what, path, L"is a folder. Write the program's path.");
-  const std::wstring start = path.substr(0, path.find(L".exe ") + 4);
-  if (path.size() > start.size() && IsFile(start)) {
+  for (std::size_t at = 0; (at = path.find(L' ', at + 1)) != std::wstring::npos;) {
+    if (!IsFile(path.substr(0, at))) continue;
     return Fault(what, path, L"holds arguments, too. Write the arguments apart from the program.");
   }
   return Fault(what, path, L"does not exist. Write the program's whole path.");
 }
 
 Step RegistrationStep(const Job& job, const std::wstring& commandLine, const std::wstring& from) {
+  std::wstring text = Filled(
+      L"registers the job {}: starts {} with the arguments {} {} {}",
+      {Quoted(job.name), Quoted(job.program.wstring()), Quoted(commandLine), Rhythm(job), from});
   const JobState older = FindJob(job.name);
-  return JobStep(Step::Kind::kRegisterJob, job.name,
-                 Filled(L"registers the job {}: starts {} with the arguments {} {} {}{}",
-                        {Quoted(job.name), Quoted(job.program.wstring()), Quoted(commandLine),
-                         Rhythm(job), from,
-                         older == JobState::kThere      ? L"; replaces the job of that name"
-                         : older == JobState::kNotThere ? L""
-                                                        : L"; in place of one of that name, if "
-                                                          L"there is one"}));
+  if (older == JobState::kThere) text += L"; replaces the job of that name";
+  if (older == JobState::kUnknown) text += L"; in place of one of that name, if there is one";
+  return JobStep(Step::Kind::kRegisterJob, job.name, text);
 }
 
 Step DeletionStep(const std::wstring& name) {
@@ -165,27 +151,35 @@ Step DeletionStep(const std::wstring& name) {
 
 Report Check(const Job& job, const Options&) {
   constexpr wchar_t kProgram[] = L"The program";
-  const std::wstring program = job.program.wstring();
-  const std::wstring commandLine = CommandLine(job.arguments);
-  const std::wstring programFault = ProgramFault(kProgram, program);
+  Report report;
+  Refuse(NameFault(job.name), report);
+  Refuse(TextFault(L"The author", job.author), report);
   const bool isTime = job.hour >= 0 && job.hour < 24 && job.minute >= 0 && job.minute < 60;
+  if (!isTime) Refuse(L"The time must be between 00:00 and 23:59.", report);
+  if (job.every == Every::kWeek) Refuse(DaysFault(job.days, 7), report);
+  if (job.every == Every::kMonth) Refuse(DaysFault(job.days, 31), report);
+  const std::wstring program = job.program.wstring();
+  const std::wstring programFault = ProgramFault(kProgram, program);
+  Refuse(programFault.empty() ? CommandFault(kProgram, program) : programFault, report);
+  const std::wstring commandLine = CommandLine(job.arguments);
+  Refuse(CommandFault(L"The command line", commandLine), report);
+  if (job.arguments.empty()) {
+    Refuse(
+        L"There are no arguments. A job needs at least one, because a task file without them "
+        L"deletes the job. An empty one, \"\", counts.",
+        report);
+  }
   wchar_t time[32];
   std::swprintf(time, std::size(time), L"at %02d:%02d", job.hour, job.minute);
-  return Refused({NameFault(job.name), TextFault(L"The author", job.author),
-                  isTime ? L"" : L"The time must be between 00:00 and 23:59.",
-                  job.every == Every::kWeek    ? DaysFault(job.days, 7)
-                  : job.every == Every::kMonth ? DaysFault(job.days, 31)
-                                               : L"",
-                  programFault.empty() ? CommandFault(kProgram, program) : programFault,
-                  job.arguments.empty()
-                      ? L"There are no arguments. A job needs at least one, because a task "
-                        L"file without arguments deletes the job. An empty one, \"\", counts."
-                      : CommandFault(L"The command line", commandLine)},
-                 RegistrationStep(job, commandLine, time));
+  report.steps.push_back(RegistrationStep(job, commandLine, time));
+  return report;
 }
 
 Report Check(const JobRemoval& removal, const Options&) {
-  return Refused({NameFault(removal.name)}, DeletionStep(removal.name));
+  Report report;
+  Refuse(NameFault(removal.name), report);
+  report.steps.push_back(DeletionStep(removal.name));
+  return report;
 }
 
 }  // namespace uaclient
