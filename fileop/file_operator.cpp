@@ -6,7 +6,7 @@
 
 namespace {
 
-using fileop::Directory;
+using fileop::Folder;
 using fileop::PathText;
 
 constexpr const char* kSeparators = "/\\";
@@ -72,13 +72,17 @@ bool FileOperatorNomal::CopyDirectoryItem(const std::string& source,
   if (!IsDirectory(source.c_str()) || !CanBeDirectory(destination)) return false;
 
   // Open from here to the end: a destination goes only for a source that can be listed.
-  Directory from(Utf8ToWide(WithSeparator(source)));
+  fileop::Source from(Utf8ToWide(WithSeparator(source)));
   if (!from.IsOpen()) return false;
   const std::string path = WithSeparator(destination);
-  if (IsDirectory(path.c_str()) && !RemoveDirectoryTree(path.c_str(), 0)) return false;
+  const std::wstring widePath = Utf8ToWide(path);
+  if (IsDirectory(path.c_str())) {
+    const bool holdsSource = fileop::LiesIn(from.folder.Path(), Folder(widePath));
+    if (holdsSource || !RemoveDirectoryTree(path.c_str(), 0)) return false;
+  }
   if (!IsDirectory(path.c_str()) && !CreateDir(path.c_str())) CreateDirTree(path.c_str());
-  Directory to(Utf8ToWide(path));
-  return to.IsOpen() && !to.IsLink() && fileop::CopyTree(from, to, true);
+  const Folder to(widePath);
+  return !to.IsLink() && fileop::CopyTree(from, to, true);
 }
 
 bool FileOperatorNomal::CopyFileItem(const std::string& source,

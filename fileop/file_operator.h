@@ -19,10 +19,11 @@ class IFileOperator {
   virtual bool AddFileCopy(const char* source, const char* destination) = 0;
 
   // Queues the copy of a directory tree. A destination that exists is replaced as a whole, never
-  // merged into; one that is or holds the source thus empties the source. Both should end in a
-  // separator, which is added where it is missing. With nothing touched fail a source that cannot
-  // be listed, and a destination that is empty, not UTF-8, a drive without a separator, or ends in
-  // a name of nothing but dots and blanks ("..", "C:/x/."). Always true.
+  // merged into. Both should end in a separator, which is added where it is missing. With nothing
+  // touched fail a source that cannot be listed, and a destination that is empty, not UTF-8, a
+  // drive without a separator, or ends in a name of nothing but dots and blanks ("..", "C:/x/.");
+  // so does one that is or holds the source, by whatever name, where the file system numbers its
+  // folders. Always true.
   virtual bool AddDirectoryCopy(const char* source, const char* destination) = 0;
 
   // Forgets what is queued. Always true.

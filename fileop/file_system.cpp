@@ -11,7 +11,6 @@
 
 namespace {
 
-using fileop::Directory;
 using fileop::PathText;
 
 constexpr std::size_t kMaxPathBytes = 260;
@@ -111,9 +110,9 @@ bool CopyFileTo(const char* source, const char* destination, std::int32_t failIf
 }
 
 bool CopyDirectoryTree(const char* source, const char* destination, std::int32_t noRecursion) {
-  Directory from(WidePath(source));
-  Directory to(WidePath(destination));
-  return from.IsOpen() && to.IsOpen() && fileop::CopyTree(from, to, noRecursion == 0);
+  fileop::Source from(WidePath(source));
+  const fileop::Folder to(WidePath(destination));
+  return from.IsOpen() && fileop::CopyTree(from, to, noRecursion == 0);
 }
 
 bool RemoveDirectoryTree(const char* directory, std::int32_t mode) {

@@ -54,14 +54,17 @@ bool CopyFileTo(const char* source, const char* destination, std::int32_t failIf
 
 // Copies what lies in directory `source` into the existing directory `destination`, with
 // subdirectories when `noRecursion` is 0. Both must end in a separator; names are appended as they
-// stand. True when the last subdirectory copied well and so did every file after it. What cannot be
-// copied is passed over: so is every entry whose path would be longer than 259 UTF-16 units or
-// whose name holds "/", "\" or ":", and a file or subdirectory for which a link stands in the
-// destination. A file that another program puts into a folder of the destination that was empty is
-// not replaced. Links in the source are followed, but for links behind links.
+// stand. True when the last subdirectory copied well and so did every file after it; an empty
+// source has nothing that could fail. False when the source cannot be listed to its end. What
+// cannot be copied is passed over: so is every entry whose path would be longer than 259 UTF-16
+// units or whose name holds "/", "\" or ":", and a file or subdirectory for which a link stands in
+// the destination. A file that another program puts into a folder of the destination that was empty
+// is not replaced. Links in the source are followed, but for links behind links.
 //
 // From before its check to the end of its walk every folder is open on both sides: nobody can
 // rename, remove or replace it. One that somebody else has open for that already is passed over.
+// That does not stop whoever may write a destination folder's attributes: on NTFS they can turn it
+// into a junction while it is empty, and files are then copied to wherever that leads.
 bool CopyDirectoryTree(const char* source, const char* destination, std::int32_t noRecursion);
 
 // Empties the directory, which must end in a separator. Modes: 0 deletes everything, the directory
@@ -69,8 +72,12 @@ bool CopyDirectoryTree(const char* source, const char* destination, std::int32_t
 // empty then; 3 changes nothing. Of a link to a directory only the link itself is removed, by the
 // modes that remove directories; what cannot be told from a link is treated as one. Returns the
 // result of the last entry handled; entries whose path would be longer than 259 UTF-16 units, or
-// whose name holds "/", "\" or ":", cannot be handled and count as failed. Each folder is open
-// while it is emptied, as in CopyDirectoryTree.
+// whose name holds "/", "\" or ":", cannot be handled and count as failed. False when the directory
+// cannot be listed to its end.
+//
+// Each folder is open while it is emptied, as in CopyDirectoryTree. What lies in it is opened by
+// its name in that open folder and deleted through the handle, so that nothing outside the
+// directory is removed, wherever its path leads meanwhile.
 bool RemoveDirectoryTree(const char* directory, std::int32_t mode);
 
 // The last element of the path and its parent, as boost::filesystem takes a path apart; both "" for

@@ -1,6 +1,11 @@
 #include "fileop/tree_walk.h"
 
+#include <winternl.h>
+
 #include <cwchar>
+#include <optional>
+#include <tuple>
+#include <utility>
 
 #include "fileop/file_system.h"
 
@@ -8,6 +13,7 @@ namespace fileop {
 namespace {
 
 constexpr std::size_t kPathUnits = 260;  // the terminator included
+constexpr DWORD kForEverybody = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 // The path of something in a directory. Nothing may be done under one that is not usable, or a walk
 // would meet the same folder for ever, or leave the tree that it was given. One that does not fit
@@ -23,11 +29,47 @@ struct EntryPath {
   bool usable;
 };
 
-HANDLE OpenFolder(const std::wstring& path, DWORD access, DWORD sharing) {
-  const HANDLE handle =
-      CreateFileW(path.c_str(), access, sharing, nullptr, OPEN_EXISTING,
-                  FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-  return handle == INVALID_HANDLE_VALUE ? nullptr : handle;
+// How a folder is held: whoever has it as current directory or watches it for changes shares it for
+// reading; only one who is about to remove or rename it is in the way.
+constexpr DWORD kHoldAccess = FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES;
+constexpr DWORD kHoldSharing = FILE_SHARE_READ | FILE_SHARE_WRITE;
+
+// What is opened where a link stands.
+constexpr DWORD kTheLink = FILE_FLAG_OPEN_REPARSE_POINT;
+constexpr DWORD kItsTarget = 0;
+
+Handle OpenFolder(const std::wstring& path, DWORD access, DWORD sharing, DWORD flags = kTheLink) {
+  const HANDLE handle = CreateFileW(path.c_str(), access, sharing, nullptr, OPEN_EXISTING,
+                                    FILE_FLAG_BACKUP_SEMANTICS | flags, nullptr);
+  return Handle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+}
+
+// Opens an entry of a held folder by its name in that folder alone, where a path could meanwhile
+// lead elsewhere. `kind` is FILE_DIRECTORY_FILE or FILE_NON_DIRECTORY_FILE; of a link the link
+// itself is opened.
+Handle OpenIn(const Folder& folder, const wchar_t* name, DWORD access, DWORD sharing, ULONG kind) {
+  constexpr ULONG kFollowNothing = 0x1000;  // OBJ_DONT_REPARSE
+  constexpr NTSTATUS kInvalidParameter = static_cast<NTSTATUS>(0xC000000D);
+  UNICODE_STRING text = {};
+  text.Buffer = const_cast<wchar_t*>(name);
+  text.Length = text.MaximumLength = static_cast<USHORT>(std::wcslen(name) * sizeof(wchar_t));
+  OBJECT_ATTRIBUTES attributes;
+  InitializeObjectAttributes(&attributes, &text, kFollowNothing, folder.Held(), nullptr);
+  const auto open = [&] {
+    IO_STATUS_BLOCK status;
+    HANDLE handle = nullptr;
+    const NTSTATUS result = NtCreateFile(
+        &handle, access | SYNCHRONIZE, &attributes, &status, nullptr, 0, sharing, FILE_OPEN,
+        kind | FILE_OPEN_REPARSE_POINT | FILE_OPEN_FOR_BACKUP_INTENT | FILE_SYNCHRONOUS_IO_NONALERT,
+        nullptr, 0);
+    return std::make_pair(result, Handle(result < 0 ? nullptr : handle));
+  };
+  auto opened = open();
+  if (opened.first == kInvalidParameter) {  // a system that does not know the flag yet
+    attributes.Attributes = 0;
+    opened = open();
+  }
+  return std::move(opened.second);
 }
 
 // The tag is asked for only where there is one: FAT does not know the question.
@@ -60,15 +102,33 @@ bool IsLinkPath(const std::wstring& path) {
     return error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND;
   }
   if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return false;
-  const HANDLE handle = OpenFolder(bare, FILE_READ_ATTRIBUTES,
-                                   FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
-  const bool isLink = IsLinkWith(attributes, handle);
-  if (handle != nullptr) CloseHandle(handle);
-  return isLink;
+  return IsLinkWith(attributes, OpenFolder(bare, FILE_READ_ATTRIBUTES, kForEverybody).get());
+}
+
+// What tells a folder from all others while it exists; none where the file system has no numbers.
+std::optional<std::tuple<DWORD, DWORD, DWORD>> IdentityOf(HANDLE folder) {
+  BY_HANDLE_FILE_INFORMATION info;
+  if (folder == nullptr || !GetFileInformationByHandle(folder, &info)) return std::nullopt;
+  if (info.nFileIndexHigh == 0 && info.nFileIndexLow == 0) return std::nullopt;
+  return std::make_tuple(info.dwVolumeSerialNumber, info.nFileIndexHigh, info.nFileIndexLow);
+}
+
+// The folder's whole path, with a separator at its end; "" when there is none.
+std::wstring FinalPath(HANDLE folder) {
+  const DWORD size = GetFinalPathNameByHandleW(folder, nullptr, 0, FILE_NAME_OPENED);
+  std::wstring path(size, L'\0');
+  path.resize(GetFinalPathNameByHandleW(folder, path.data(), size, FILE_NAME_OPENED));
+  if (!path.empty() && path.back() != L'\\') path += L'\\';
+  return path;
 }
 
 bool IsDirectoryEntry(const WIN32_FIND_DATAW& entry) {
   return (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+bool IsEmpty(const Folder& folder) {
+  Listing entries(folder.Path());
+  return entries.Next() == nullptr && entries.IsComplete();
 }
 
 // How a directory is copied.
@@ -77,7 +137,7 @@ struct CopyMode {
   bool behindLink;  // the way into it has led through a link
 };
 
-bool CopyOneFile(const Directory& source, const Directory& destination, bool wasEmpty,
+bool CopyOneFile(const Folder& source, const Folder& destination, bool wasEmpty,
                  const wchar_t* name) {
   const EntryPath from(L"%s%s", source.Path(), name);
   const EntryPath to(L"%s%s", destination.Path(), name);
@@ -88,9 +148,9 @@ bool CopyOneFile(const Directory& source, const Directory& destination, bool was
   return CopyFileW(from.text, to.text, wasEmpty) != FALSE;
 }
 
-bool CopyEntries(Directory& source, Directory& destination, CopyMode mode);
+bool CopyEntries(Source& source, const Folder& destination, CopyMode mode);
 
-bool CopySubdirectory(const Directory& source, const Directory& destination, const wchar_t* name,
+bool CopySubdirectory(const Folder& source, const Folder& destination, const wchar_t* name,
                       CopyMode mode) {
   const EntryPath created(L"%s%s", destination.Path(), name);
   if (!created.usable) return false;
@@ -101,44 +161,100 @@ bool CopySubdirectory(const Directory& source, const Directory& destination, con
   const EntryPath toPath(L"%s%s\\", destination.Path(), name);
   if (!fromPath.usable || !toPath.usable) return false;
 
-  Directory from(fromPath.text);
-  Directory to(toPath.text);
-  if (!from.IsOpen() || !to.IsOpen() || to.IsLink()) return false;
+  Source from(fromPath.text);
+  const Folder to(toPath.text);
+  if (!from.IsOpen() || to.IsLink()) return false;
   // Links that lead to links can multiply the tree without end.
-  if (from.IsLink() && mode.behindLink) return false;
-  mode.behindLink = mode.behindLink || from.IsLink();
+  if (from.folder.IsLink() && mode.behindLink) return false;
+  mode.behindLink = mode.behindLink || from.folder.IsLink();
   return CopyEntries(from, to, mode);
 }
 
-bool CopyEntries(Directory& source, Directory& destination, CopyMode mode) {
+bool CopyEntries(Source& source, const Folder& destination, CopyMode mode) {
+  // Where nothing can go each entry fails; an empty source has none.
+  if (!destination.IsHeld()) return IsEmpty(source.folder);
+
   bool result = true;
-  const bool wasEmpty = destination.Next() == nullptr;
-  while (const WIN32_FIND_DATAW* entry = source.Next()) {
+  const bool wasEmpty = IsEmpty(destination);
+  while (const WIN32_FIND_DATAW* entry = source.entries.Next()) {
     const wchar_t* const name = entry->cFileName;
     if (mode.recurse && IsDirectoryEntry(*entry)) {
       // A subdirectory's result stands for everything before it, failures among it included.
-      result = CopySubdirectory(source, destination, name, mode);
-    } else if (!CopyOneFile(source, destination, wasEmpty, name)) {
+      result = CopySubdirectory(source.folder, destination, name, mode);
+    } else if (!CopyOneFile(source.folder, destination, wasEmpty, name)) {
       result = false;
     }
   }
-  return result;
+  return result && source.entries.IsComplete();
 }
 
 // What a mode of RemoveDirectoryTree removes.
 bool RemovesFiles(std::int32_t mode) { return mode < 2; }
 bool RemovesDirectories(std::int32_t mode) { return (mode & ~0x2) == 0; }
 
-bool RemoveFile(const wchar_t* path) {
-  SetFileAttributesW(path, FILE_ATTRIBUTE_NORMAL);  // so that read-only files can go
-  return DeleteFileW(path) != FALSE;
+bool Delete(HANDLE entry) {
+  // Gone at once, also for those who still have it open; older systems and some file systems can
+  // only let it go with the last of them.
+  constexpr auto kDispositionInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(21);
+  DWORD atOnce = 0x1 | 0x2;  // FILE_DISPOSITION_DELETE, FILE_DISPOSITION_POSIX_SEMANTICS
+  FILE_DISPOSITION_INFO later = {TRUE};
+  return SetFileInformationByHandle(entry, kDispositionInfoEx, &atOnce, sizeof atOnce) ||
+         SetFileInformationByHandle(entry, FileDispositionInfo, &later, sizeof later);
 }
 
-bool RemoveEntry(const Directory& directory, const WIN32_FIND_DATAW& entry, std::int32_t mode) {
+bool RemoveFile(const Folder& folder, const wchar_t* name) {
+  constexpr DWORD kDelete = DELETE;
+  for (const DWORD access : {kDelete | FILE_WRITE_ATTRIBUTES, kDelete}) {
+    const Handle file = OpenIn(folder, name, access, kForEverybody, FILE_NON_DIRECTORY_FILE);
+    if (!file) continue;
+    FILE_BASIC_INFO normal = {};
+    normal.FileAttributes = FILE_ATTRIBUTE_NORMAL;  // so that read-only files can go
+    SetFileInformationByHandle(file.get(), FileBasicInfo, &normal, sizeof normal);
+    return Delete(file.get());
+  }
+  return false;
+}
+
+bool RemoveEntries(const Folder& folder, Listing& entries, std::int32_t mode);
+
+// Empties the folder, lets go of it and removes it by `removeItself`, as far as the mode says.
+template <typename Remove>
+bool RemoveFolder(Folder folder, std::int32_t mode, Remove removeItself) {
+  if (!folder.IsHeld()) return false;
+  if (folder.IsLink()) {
+    // The link goes, and what it leads to stays: deleting through it would reach out of the tree.
+    folder.LetGo();
+    return !RemovesDirectories(mode) || removeItself();
+  }
+  bool result = false;
+  {
+    Listing entries(folder.Path());
+    if (!entries.IsOpen()) return false;
+    result = RemoveEntries(folder, entries, mode);
+  }
+  folder.LetGo();
+  if (RemovesDirectories(mode)) removeItself();
+  return result;
+}
+
+bool RemoveEntry(const Folder& folder, const WIN32_FIND_DATAW& entry, std::int32_t mode) {
+  const wchar_t* const name = entry.cFileName;
   const bool isDirectory = IsDirectoryEntry(entry);
-  const EntryPath path(isDirectory ? L"%s%s\\" : L"%s%s", directory.Path(), entry.cFileName);
+  const EntryPath path(isDirectory ? L"%s%s\\" : L"%s%s", folder.Path(), name);
   if (!path.usable) return false;
-  return isDirectory ? RemoveTree(path.text, mode) : RemoveFile(path.text);
+  if (!isDirectory) return RemoveFile(folder, name);
+  return RemoveFolder(Folder(folder, name, path.text), mode, [&] {
+    const Handle emptied = OpenIn(folder, name, DELETE, kForEverybody, FILE_DIRECTORY_FILE);
+    return emptied && Delete(emptied.get());
+  });
+}
+
+bool RemoveEntries(const Folder& folder, Listing& entries, std::int32_t mode) {
+  bool result = true;
+  while (const WIN32_FIND_DATAW* entry = entries.Next()) {
+    if (IsDirectoryEntry(*entry) || RemovesFiles(mode)) result = RemoveEntry(folder, *entry, mode);
+  }
+  return result && entries.IsComplete();
 }
 
 }  // namespace
@@ -148,53 +264,72 @@ bool IsLinkTag(DWORD attributes, DWORD tag) {
          (tag == 0 || IsReparseTagNameSurrogate(tag));
 }
 
-// Whoever has the folder as current directory or watches it for changes shares it for reading; only
-// one who is about to remove or rename it is in the way. The link is looked for by the held handle,
-// and by the path as well, because Wine's handles are those of what a link leads to.
-Directory::Directory(const std::wstring& path)
+// Links are looked for by the held handle, and by the path as well, because Wine's handles are
+// those of what a link leads to.
+Folder::Folder(const std::wstring& path)
     : path_(path),
-      hold_(OpenFolder(path, FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE)) {
-  if (hold_ == nullptr) return;
-  EntryPath pattern(L"%s%s", path_, L"*.*");
+      hold_(OpenFolder(path, kHoldAccess, kHoldSharing)),
+      isLink_(IsHeld() && (IsLinkHandle(Held()) || IsLinkPath(path))) {}
+
+Folder::Folder(const Folder& parent, const wchar_t* name, const std::wstring& path)
+    : path_(path),
+      hold_(OpenIn(parent, name, kHoldAccess, kHoldSharing, FILE_DIRECTORY_FILE)),
+      isLink_(IsHeld() && (IsLinkHandle(Held()) || IsLinkPath(path))) {}
+
+Listing::Listing(const std::wstring& folder) {
+  EntryPath pattern(L"%s%s", folder, L"*.*");
   // Where the whole pattern no longer fits a shorter one that matches the same may.
-  if (!pattern.usable) pattern = EntryPath(L"%s%s", path_, L"*");
+  if (!pattern.usable) pattern = EntryPath(L"%s%s", folder, L"*");
+  error_ = ERROR_FILENAME_EXCED_RANGE;
   if (!pattern.usable) return;
   const HANDLE find = FindFirstFileW(pattern.text, &entry_);
+  error_ = GetLastError();
   if (find == INVALID_HANDLE_VALUE) return;
   find_.reset(find);
   isFirst_ = true;
-  isLink_ = IsLinkHandle(hold_.get()) || IsLinkPath(path_);
 }
 
-const WIN32_FIND_DATAW* Directory::Next() {
+const WIN32_FIND_DATAW* Listing::Next() {
+  if (!IsOpen()) return nullptr;
   while (isFirst_ || FindNextFileW(find_.get(), &entry_)) {
     isFirst_ = false;
     const bool itself = std::wcscmp(entry_.cFileName, L".") == 0;
     const bool parent = std::wcscmp(entry_.cFileName, L"..") == 0;
     if (!itself && !parent) return &entry_;
   }
+  error_ = GetLastError();
   return nullptr;
 }
 
-bool CopyTree(Directory& source, Directory& destination, bool recurse) {
+// A drive that is empty has no file to be found, not even ".".
+bool Listing::IsComplete() const {
+  return error_ == ERROR_NO_MORE_FILES || (!IsOpen() && error_ == ERROR_FILE_NOT_FOUND);
+}
+
+bool LiesIn(const std::wstring& folder, const Folder& outer) {
+  const auto wanted = IdentityOf(outer.Held());
+  if (!wanted) return false;
+  const auto open = [](const std::wstring& path, DWORD flags) {
+    return OpenFolder(path, FILE_READ_ATTRIBUTES, kForEverybody, flags);
+  };
+  for (const DWORD flags : {kTheLink, kItsTarget}) {
+    // By every path on the way up that ends in a separator.
+    const std::wstring path = FinalPath(open(folder, flags).get());
+    for (std::size_t end = path.size(); end > 1; end = path.find_last_of(L'\\', end - 2) + 1) {
+      if (IdentityOf(open(path.substr(0, end), kItsTarget).get()) == wanted) return true;
+    }
+  }
+  return false;
+}
+
+bool CopyTree(Source& source, const Folder& destination, bool recurse) {
   return CopyEntries(source, destination, {recurse, false});
 }
 
 bool RemoveTree(const std::wstring& directory, std::int32_t mode) {
-  if (IsLinkPath(directory)) {
-    // The link goes, and what it leads to stays: deleting through it would reach out of the tree.
-    return !RemovesDirectories(mode) || RemoveDirectoryW(WithoutSeparator(directory).c_str());
-  }
-  bool result = true;
-  {
-    Directory open(directory);
-    if (!open.IsOpen() || open.IsLink()) return false;  // a link may have come since
-    while (const WIN32_FIND_DATAW* entry = open.Next()) {
-      if (IsDirectoryEntry(*entry) || RemovesFiles(mode)) result = RemoveEntry(open, *entry, mode);
-    }
-  }
-  if (RemovesDirectories(mode)) RemoveDirectoryW(directory.c_str());
-  return result;
+  return RemoveFolder(Folder(directory), mode, [&] {
+    return RemoveDirectoryW(WithoutSeparator(directory).c_str()) != FALSE;
+  });
 }
 
 }  // namespace fileop

@@ -32,7 +32,8 @@ bool RemoveTree(const std::wstring&, std::int32_t) {
 
 TEST(ApplicationNames, AreItsOwn) {
   std::vector<Operation> own;
-  for (int i = 0; i < 9; ++i) own.push_back({{"note"}});
+  own.push_back({{"note"}});
+  own.push_back({{"note"}});
 
   const TestFolder folder;
   std::string list = "<root><task>";

@@ -13,17 +13,23 @@
 #include <regex>
 #include <stdexcept>
 
+#include "client_support.h"
 #include "corekit/text.h"
 #include "support.h"
-#include "uaclient/copy_watch.h"
+#include "uaclient/claims.h"
+#include "uaclient/copy_progress.h"
+#include "uaclient/end_state.h"
 #include "uaclient/helper_process.h"
-#include "uaclient/job_task.h"
+#include "uaclient/kept_folders.h"
+#include "uaclient/path.h"
 #include "uaclient/uaclient.h"
 
 namespace uaclient {
 namespace {
 
+using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 std::filesystem::path FullPath(const std::string& path) {
   return std::filesystem::absolute(Utf8ToWide(path)).make_preferred();
@@ -44,26 +50,31 @@ class Client : public testing::Test {
     tempPath_ = FullPath(temp_ / name);
     SetEnvironmentVariableW(L"TMP", tempPath_.c_str());
   }
-  void AddFolder(const std::string& from, const std::string& to) {
-    plan_.Folder(FullPath(folder_ / from), FullPath(folder_ / to));
-  }
-  void AddFile(const std::string& from, const std::string& to) {
-    plan_.File(FullPath(folder_ / from), FullPath(folder_ / to));
-  }
-  // Each item's reason, "" for one that is done.
-  static std::vector<std::string> Reasons(const Result& result) {
+  std::filesystem::path At(const std::string& path) const { return FullPath(folder_ / path); }
+
+  // Each item's reason, "" for one that is done; checks the status.
+  std::vector<std::string> Reasons(Status status, const Result& result) const {
+    EXPECT_EQ(result.status, status) << WideToUtf8(result.reason) << Shown(result.report.findings);
     std::vector<std::string> reasons;
     for (const Item& item : result.items) {
-      EXPECT_EQ(item.done, item.reason.empty());
+      if (status == Status::kIncomplete)
+        EXPECT_EQ(item.done, item.reason.empty());
+      else
+        EXPECT_EQ(item.done, status == Status::kDone);
       reasons.push_back(WideToUtf8(item.reason));
     }
     return reasons;
+  }
+  std::vector<std::string> RunPlan(Status status) {
+    result_ = uaclient::Run(plan_, options_);
+    return Reasons(status, result_);
   }
 
   const TestFolder folder_;
   std::filesystem::path tempPath_;
   CopyPlan plan_;
   Options options_;
+  Result result_;
 
  private:
   const TestFolder temp_;
@@ -78,132 +89,114 @@ TEST_F(Client, CopiesWhateverTheTemporaryFolderIsCalled) {
   // No task file can carry these; their short names, which Windows may lack, do.
   if (OnWine()) temps.insert(temps.end(), {"t [/", "日 😀/"});
   WriteTree(folder_ / "from/", kTree);
-  AddFile("from/sub/日本 😀.txt", "file");
-  AddFolder("from", "old");
-  plan_.Folder(FullPath(folder_ / "from/"), FullPath(folder_.Path()).wstring() + L"new/mixed\\");
-  AddFile("from/ü  a.txt", "made/日本");
-  AddFile("from/ü  a.txt", "old/added");
+  plan_.File(At("from/sub/日本 😀.txt"), At("file"));
+  plan_.Folder(At("from"), At("added"));
+  plan_.ReplaceFolder(At("from/"), At("old"));
+  plan_.Folder(At("from"), FullPath(folder_.Path()).wstring() + L"new/mixed\\deep");
+  plan_.File(At("from/ü  a.txt"), At("old/brought/deep/日本"));
+  plan_.File(At("from/ü  a.txt"), At("added/new/file"));
+  const Tree before = {{"gone/", ""}, {"gone/x", "x"}, {"ü  a.txt", "older"}, {"SUB/", ""}};
   for (const std::string& temp : temps) {
     UseTemp(temp);
-    RemoveTreeForSure(folder_ / "new/");
-    WriteTree(folder_ / "old/", {{"gone/", ""}, {"gone/x", "x"}, {"ü  a.txt", "older"}});
+    for (const char* folder : {"new/", "old/", "added/"}) RemoveTreeForSure(folder_ / folder);
+    for (const char* folder : {"old/", "added/"}) WriteTree(folder_ / folder, before);
     WriteFileBytes(folder_ / "file", "older");
-    const Result result = uaclient::Run(plan_, options_);
-    EXPECT_EQ(result.status, Status::kDone) << temp << WideToUtf8(result.reason);
-    EXPECT_EQ(Reasons(result), std::vector<std::string>(5));
-    EXPECT_EQ(result.files, 7U);
-    EXPECT_EQ(result.bytes, 25U);
-    EXPECT_EQ(ReadFileBytes(folder_ / "old/added"), "near");
-    DeleteFileW(FullPath(folder_ / "old/added").c_str());
-    for (const char* copy : {"new/mixed/", "old/"}) EXPECT_EQ(ReadTree(folder_ / copy), kTree);
-    EXPECT_EQ(ReadFileBytes(folder_ / "file") + ReadFileBytes(folder_ / "made/日本"), "farnear");
+    EXPECT_EQ(RunPlan(Status::kDone), std::vector<std::string>(6)) << temp;
+    EXPECT_EQ(result_.files, 9U);
+    EXPECT_EQ(result_.bytes, 32U);
+    EXPECT_EQ(ReadTree(folder_ / "new/mixed/deep/"), kTree);
+    EXPECT_EQ(ReadFileBytes(folder_ / "file"), "far");
+    Tree replaced = kTree;
+    replaced["brought/deep/日本"] = replaced["brought/deep/"] = "near";
+    replaced["brought/"] = replaced["brought/deep/"] = "";
+    EXPECT_EQ(ReadTree(folder_ / "old/"), replaced);
+    // Added to: nothing is gone, and a folder keeps its name's case.
+    Tree added = before;
+    added["empty/"] = added["new/"] = "";
+    added["SUB/日本 😀.txt"] = "far";
+    added["ü  a.txt"] = added["new/file"] = "near";
+    EXPECT_EQ(ReadTree(folder_ / "added/"), added);
   }
 }
 
-// An application that has ended left them; those of a day may still be in use.
-TEST_F(Client, RemovesOldFilesOfItsOwn) {
-  const auto leave = [&](wchar_t digit, std::uint64_t hours) {
-    std::filesystem::path left = tempPath_ / (L"uactask-" + std::wstring(32, digit));
-    std::filesystem::create_directory(left);
-    WriteFileBytes(WideToUtf8((left / L"list.xml").generic_wstring()), "list");
-    const Handle folder(CreateFileW(left.c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING,
-                                    FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-    ULARGE_INTEGER time;
-    GetSystemTimeAsFileTime(reinterpret_cast<FILETIME*>(&time));
-    time.QuadPart -= hours * 36'000'000'000;
-    EXPECT_TRUE(SetFileTime(folder.get(), nullptr, nullptr, reinterpret_cast<FILETIME*>(&time)));
-    return left;
-  };
-  leave(L'0', 25);
-  const std::filesystem::path young = leave(L'1', 23);
-  WriteFileBytes(folder_ / "a", "a");
-  AddFile("a", "b");
-  EXPECT_EQ(uaclient::Run(plan_, options_).status, Status::kDone);
-  EXPECT_EQ(std::filesystem::remove_all(young), 2U);
+// A copy needs no helper when everything is there that could not be overwritten.
+TEST_F(Client, LeavesOutProtectedFilesThatAreEqual) {
+  WriteTree(folder_.Path(), TreeOf("from/a=1, to/a=1"));
+  MakeReadOnly(folder_ / "to/a");
+  plan_.Folder(At("from"), At("to"));
+  options_.helper = At("none.exe");
+  EXPECT_THAT(RunPlan(Status::kDone), ElementsAre(""));
+  EXPECT_EQ(result_.files, 1U);
+}
+
+TEST_F(Client, CopiesWhatHoldsItsTemporaryFolder) {
+  WriteTree(folder_ / "profile/", TreeOf("a=1, tmp/b=2"));
+  SetEnvironmentVariableW(L"TMP", At("profile/tmp").c_str());
+  plan_.Folder(At("profile"), At("backup"));
+  EXPECT_THAT(RunPlan(Status::kDone), ElementsAre(""));
+  EXPECT_EQ(ReadTree(folder_ / "backup/"), TreeOf("a=1, tmp/b=2"));
+  plan_ = {};
+  plan_.ReplaceFolder(At("profile"), At("backup"));
+  EXPECT_THAT(RunPlan(Status::kInvalid), ElementsAre(HasSubstr("holds the folder for temporary")));
 }
 
 TEST_F(Client, PutsItsFilesNowhereElse) {
   WriteFileBytes(folder_ / "a", "a");
-  AddFile("a", "b");
+  plan_.File(At("a"), At("b"));
   const std::wstring longPath = L"C:\\" + std::wstring(300, L'x');
-  const std::wstring file = FullPath(folder_ / "a").wstring();
+  const std::wstring file = At("a").wstring();
   const wchar_t* const kTemps[] = {
       nullptr, L"", L"temp", L"\\temp", L"C:\\no such folder", file.c_str(), longPath.c_str()};
   for (const wchar_t* temp : kTemps) {
     SetEnvironmentVariableW(L"TMP", temp);
-    const Result result = uaclient::Run(plan_, options_);
-    EXPECT_EQ(result.status, Status::kNotStarted);
-    EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("TMP"));
-    EXPECT_EQ(Reasons(result), std::vector<std::string>{WideToUtf8(result.reason)});
+    RunPlan(Status::kNotStarted);
+    EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("TMP"));
   }
   EXPECT_EQ(folder_.Contents(), TreeOf("a=a"));
 }
 
 // The helper answers 0 for all of these.
 TEST_F(Client, NamesWhatDidNotArrive) {
-  WriteTree(folder_.Path(), TreeOf("from/a=new, from/s/b=new, to/kept=k, same=old, gone/a=a, z=z"));
-  CopyFileW(FullPath(folder_ / "from/a").c_str(), FullPath(folder_ / "same time").c_str(), FALSE);
-  AddFile("from/a", "same");
-  AddFile("from/a", "same time");
-  AddFolder("from", "to");
-  AddFolder("gone", "new");
-  AddFile("z", "y");
+  WriteTree(folder_.Path(), TreeOf("from/a=new, from/s/b=new, same=old, gone/a=a, z=z"));
+  CopyFileW(At("from/a").c_str(), At("same time").c_str(), FALSE);
+  plan_.File(At("from/a"), At("same"));
+  plan_.File(At("from/a"), At("same time"));
+  plan_.Folder(At("gone"), At("new"));
+  plan_.File(At("z"), At("y"));
   {
     // Changed, with its time as it was.
-    const std::filesystem::path path = FullPath(folder_ / "same time");
-    const auto time = std::filesystem::last_write_time(path);
+    const auto time = std::filesystem::last_write_time(At("same time"));
     WriteFileBytes(folder_ / "same time", "bad");
-    std::filesystem::last_write_time(path, time);
+    std::filesystem::last_write_time(At("same time"), time);
   }
   const FileLock unreadable(folder_ / "gone/a");
   const FileLock locks[] = {FileLock(folder_ / "same", FILE_SHARE_READ),
-                            FileLock(folder_ / "same time", FILE_SHARE_READ),
-                            FileLock(folder_ / "to/kept", FILE_SHARE_READ)};
+                            FileLock(folder_ / "same time", FILE_SHARE_READ)};
   for (const Comparison comparison : {Comparison::kContent, Comparison::kSizeAndTime}) {
     options_.comparison = comparison;
-    const Result result = uaclient::Run(plan_, options_);
-    EXPECT_EQ(result.status, Status::kIncomplete);
-    EXPECT_EQ(WideToUtf8(result.reason), "4 of 5 items did not arrive as they should.");
-    const std::vector<std::string> reasons = Reasons(result);
-    EXPECT_THAT(reasons[0], testing::AllOf(HasSubstr("It is not what its source is"),
-                                           HasSubstr("another program has it open")));
-    EXPECT_THAT(reasons[1], HasSubstr("It is not what its source is"));
-    EXPECT_THAT(reasons[2], testing::AllOf(testing::StartsWith("\"kept\" is left over"),
-                                           HasSubstr("\"a\" is missing"),
-                                           testing::EndsWith("\"s\" is missing. And 1 more.")));
-    EXPECT_THAT(reasons[3], HasSubstr("\"a\" is missing: its source cannot be read"));
-    EXPECT_EQ(reasons[4], "");
-    EXPECT_EQ(result.files, 1U);
-    EXPECT_EQ(FullPath(folder_ / "same"), result.items[0].destination);
+    EXPECT_THAT(RunPlan(Status::kIncomplete),
+                ElementsAre(testing::AllOf(StartsWith("It differs from its source"),
+                                           HasSubstr("another program has it open")),
+                            StartsWith("It differs from its source"),
+                            HasSubstr("\"a\" is missing: the source cannot be read"), ""));
+    EXPECT_EQ(WideToUtf8(result_.reason), "3 of 4 items did not arrive as they should.");
+    EXPECT_EQ(result_.files, 1U);
+    EXPECT_EQ(At("same"), result_.items[0].destination);
   }
 }
 
 TEST_F(Client, RefusesAllForOne) {
-  EXPECT_EQ(uaclient::Run(plan_, options_).reason, L"The plan is empty; add a file or a folder.");
   WriteFileBytes(folder_ / "a", "a");
-  AddFile("a", "b");
-  AddFile("none", "c");
-  const Result result = uaclient::Run(plan_, options_);
-  EXPECT_EQ(result.status, Status::kInvalid);
-  EXPECT_THAT(Reasons(result),
-              testing::ElementsAre(
-                  "Nothing was started: another item was refused.",
-                  testing::MatchesRegex("Nothing was started: The source .* does not exist.")));
+  plan_.File(At("a"), At("b"));
+  plan_.File(At("none"), At("c"));
+  EXPECT_THAT(RunPlan(Status::kInvalid),
+              ElementsAre("Another item was refused.", HasSubstr("does not exist.")));
   EXPECT_EQ(folder_.Contents(), TreeOf("a=a"));
   for (const Result& job :
        {uaclient::Run(Job{}, options_), uaclient::Run(JobRemoval{}, options_)}) {
-    EXPECT_THAT(Reasons(job), testing::ElementsAre(testing::StartsWith("Nothing was started: ")));
+    EXPECT_EQ(job.status, Status::kInvalid);
+    EXPECT_FALSE(job.reason.empty());
   }
-}
-
-TEST_F(Client, NamesLinksThatAreNotFollowed) {
-  WriteTree(folder_ / "from/", TreeOf("a=a"));
-  if (!MakeFolderLink(".", folder_ / "from/x")) GTEST_SKIP() << "links cannot be made here";
-  AddFolder("from", "to");
-  const Result result = uaclient::Run(plan_, options_);
-  EXPECT_EQ(result.status, Status::kIncomplete);
-  EXPECT_THAT(Reasons(result).at(0), HasSubstr("\"x\\x\" cannot be read, or is a link"));
-  EXPECT_EQ(result.files, 2U);
 }
 
 TEST_F(Client, CarriesOutManyItemsInTheirOrderAndShowsHowFarItIs) {
@@ -212,7 +205,7 @@ TEST_F(Client, CarriesOutManyItemsInTheirOrderAndShowsHowFarItIs) {
     tree["from/" + std::to_string(i)] = std::to_string(i);
     const std::string to = "to/" + std::to_string(i % 20) + "/";
     tree[to] = "";
-    AddFile("from/" + std::to_string(i), to + std::to_string(999 - i));
+    plan_.File(At("from/" + std::to_string(i)), At(to + std::to_string(999 - i)));
   }
   WriteTree(folder_.Path(), tree);
   std::vector<std::uint64_t> seen;
@@ -245,7 +238,7 @@ class HangingHelper : public Client {
   HangingHelper() {
     options_.helper = std::filesystem::path(OwnFolder()) / L"hanging_helper.exe";
     WriteFileBytes(folder_ / "a", "a");
-    AddFile("a", "b");
+    plan_.File(At("a"), At("b"));
   }
   static bool KillHelper() {
     const Handle all(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
@@ -265,16 +258,26 @@ class HangingHelper : public Client {
   }
 };
 
-// Its files go when it has ended.
+// Its files go when it has ended. Meanwhile nobody else is let into its places, whoever waits.
 TEST_F(HangingHelper, IsLeftToItself) {
+  CopyPlan other;
+  other.File(At("b"), At("c"));
+  CopyPlan apart;
+  apart.File(At("a"), At("d"));
   for (const bool cancels : {false, true}) {
     options_.timeout = std::chrono::milliseconds(cancels ? 0 : 200);
     options_.progress = [cancels](const Progress& now) {
       return !cancels || now.elapsed.count() == 0;
     };
-    const Result result = uaclient::Run(plan_, options_);
-    EXPECT_EQ(result.status, Status::kStillRunning);
-    EXPECT_THAT(Reasons(result).at(0), HasSubstr("it goes on, and its files in \""));
+    RunPlan(Status::kStillRunning);
+    EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("it goes on, and its files in \""));
+    WriteFileBytes(folder_ / "b", "b");
+    for (const CopyPlan& plan : {plan_, other}) {
+      const Result refused = uaclient::Run(plan);
+      EXPECT_EQ(refused.status, Status::kNotStarted);
+      EXPECT_THAT(WideToUtf8(refused.reason), HasSubstr("Another run is at work there"));
+    }
+    EXPECT_EQ(uaclient::Run(apart).status, Status::kDone);
     EXPECT_TRUE(KillHelper());
   }
   options_.progress = [](const Progress& now) {
@@ -282,6 +285,7 @@ TEST_F(HangingHelper, IsLeftToItself) {
   };
   EXPECT_THROW(uaclient::Run(plan_, options_), std::runtime_error);
   EXPECT_TRUE(KillHelper());
+  EXPECT_EQ(uaclient::Run(other).status, Status::kDone) << "the claim has gone with the helper";
 }
 
 // The folder's access list, as text.
@@ -311,100 +315,151 @@ TEST_F(HangingHelper, IsKilled) {
     }
     return KillHelper();
   };
-  const Result result = uaclient::Run(plan_, options_);
-  EXPECT_EQ(result.status, Status::kFailed);
-  EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("ended abnormally"));
-  EXPECT_THAT(Reasons(result).at(0), HasSubstr("It is missing"));
+  EXPECT_THAT(RunPlan(Status::kFailed), ElementsAre(HasSubstr("It is missing")));
+  EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("ended abnormally, with exit code 0xC0000005"));
 
-  const std::filesystem::path task = FullPath(folder_ / "task.ini");
-  const std::string list = WideToUtf8(FullPath(folder_ / "list.xml").wstring());
-  WriteTree(folder_.Path(), {{"list.xml", "<root><task/></root>"},
-                             {"task.ini", "[Task]\ntype=1\nxml_path=" + list + "\n"}});
-  EXPECT_EQ(uaclient::Run(TaskFile{task}, options_).status, Status::kFailed);
+  // An application that has ended left these; what only looks like them is somebody's own.
+  const auto leave = [&](const std::wstring& name) {
+    std::filesystem::create_directory(tempPath_ / name);
+    for (const wchar_t* file : {L"task.ini", L"list.xml"}) {
+      std::ofstream(tempPath_ / name / file) << "x";
+    }
+    return tempPath_ / name;
+  };
+  const std::filesystem::path left = leave(L"uactask-" + std::wstring(32, L'a'));
+  const std::filesystem::path own = leave(L"uactask-demo");
+  const std::filesystem::path claim =
+      std::filesystem::path(KnownFolder(FOLDERID_LocalAppData)) / L"uactask" / L"test.claim";
+  for (const std::filesystem::path& folder : {left, own}) {
+    std::ofstream(claim, std::ios::binary)
+        << WideToUtf8(folder.wstring()) << "\n4294967295 1 0 0\n";
+    options_ = {};
+    RunPlan(Status::kDone);
+    EXPECT_FALSE(std::filesystem::exists(claim));
+  }
+  EXPECT_FALSE(std::filesystem::exists(left));
+  EXPECT_EQ(std::filesystem::remove_all(own), 3U);
 }
 
-TEST_F(Client, SaysThatThereIsNoHelper) {
+TEST_F(Client, SaysWhyNothingWasStarted) {
   WriteFileBytes(folder_ / "a", "a");
-  AddFile("a", "b");
-  options_.helper = FullPath(folder_ / "none.exe");
-  Result result = uaclient::Run(plan_, options_);
-  EXPECT_EQ(result.status, Status::kNotStarted);
-  EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("none.exe"));
-  options_.helper = FullPath(folder_ / "a");
-  result = uaclient::Run(plan_, options_);
-  EXPECT_EQ(result.status, Status::kNotStarted);
-  EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("could not be started"));
-}
-
-TEST_F(Client, DoesNothingWhenItIsGivenUpBeforeTheStart) {
-  WriteFileBytes(folder_ / "a", "a");
-  AddFile("a", "b");
+  plan_.File(At("a"), At("b"));
+  options_.helper = At("none.exe");
+  RunPlan(Status::kNotStarted);
+  EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("none.exe"));
+  options_.helper = At("a");
+  RunPlan(Status::kNotStarted);
+  EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("could not be started"));
+  options_ = {};
   options_.progress = [](const Progress&) { return false; };
-  const Result result = uaclient::Run(plan_, options_);
-  EXPECT_EQ(result.status, Status::kNotStarted);
-  EXPECT_THAT(WideToUtf8(result.reason), HasSubstr("given up before"));
+  RunPlan(Status::kNotStarted);
+  options_ = {};
+  options_.confirm = [](const Report& report) { return report.steps.empty(); };
+  RunPlan(Status::kNotStarted);
+  EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("given up before"));
   EXPECT_EQ(folder_.Contents(), TreeOf("a=a"));
 }
 
-// A list that holds items of which nothing comes, in the order in which the helper goes through it.
-TEST_F(Client, RunsListsOfOthers) {
-  const std::string root = WideToUtf8(FullPath(folder_.Path()).generic_wstring());
-  WriteTree(folder_.Path(), TreeOf("f=1, s/a=2, old/x=3, ro=r, hid=h"));
-  MakeReadOnly(folder_ / "ro");
-  SetFileAttributesW(FullPath(folder_ / "hid").c_str(), FILE_ATTRIBUTE_HIDDEN);
-  WriteFileBytes(folder_ / "list.xml",
-                 std::regex_replace("<root><task><i key='1' src='@f' dec='@g'/>"
-                                    "<i key='2' dec='@h'/>"
-                                    "<i key='3' src='@s/' dec='' type='dir'/>"
-                                    "<i key='4' src='\xE9' dec='@old/' type='dir'/>"
-                                    "<i key='5' src='@f' dec='@ro'/>"
-                                    "<i key='6' src='@f' dec='@hid'/></task></root>",
-                                    std::regex("@"), root));
-  WriteFileBytes(folder_ / "task.ini", "[Task]\ntype=1\nxml_path=" + root + "list.xml\n");
-  const std::filesystem::path task = FullPath(folder_ / "task.ini");
-  std::string steps;
-  for (const Step& step : CheckTaskFile(task).steps) {
-    steps += WideToUtf8(step.destination.filename().wstring()) + " ";
+// What an ordinary user meets: a prompt that is refused, drives that the elevated side lacks.
+TEST_F(Client, AsksForElevation) {
+  WriteFileBytes(folder_ / "a", "a");
+  plan_.File(At("a"), At("b"));
+  const auto isElevated = std::exchange(uaclient::IsElevated, [] { return false; });
+  const auto shellExecute = std::exchange(ShellExecuteForHelper, [](SHELLEXECUTEINFOW* start) {
+    EXPECT_STREQ(start->lpVerb, L"runas");
+    SetLastError(ERROR_CANCELLED);
+    return FALSE;
+  });
+  RunPlan(Status::kRefused);
+  EXPECT_EQ(WideToUtf8(result_.reason), "The elevation was refused. Nothing was done.");
+  CopyFileW((std::filesystem::path(OwnFolder()) / L"uactask.exe").c_str(), At("h.exe").c_str(),
+            TRUE);
+  if (std::ofstream(At("h.exe:Zone.Identifier")) << "[ZoneTransfer]\n") {
+    options_.helper = At("h.exe");
+    RunPlan(Status::kRefused);
+    EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("was downloaded"));
+    options_.helper.clear();
   }
-  EXPECT_EQ(steps, "  g h ro hid ");
+  ShellExecuteForHelper = shellExecute;
+  if (!ElevationPrompts()) {  // the way of the shell, with an owner and without
+    for (void* owner : {static_cast<HWND>(nullptr), GetDesktopWindow()}) {
+      options_.owner = owner;
+      RunPlan(Status::kDone);
+    }
+    options_.helper = At("a");
+    RunPlan(Status::kNotStarted);
+  }
+  uaclient::IsElevated = isElevated;
+}
+
+class TaskFiles : public Client {
+ protected:
+  TaskFiles() { WriteTree(folder_.Path(), TreeOf("f=1, s/a=2, old/x=3")); }
+
+  void Write(const std::string& items) const {
+    const std::string root = WideToUtf8(At("").generic_wstring());
+    WriteFileBytes(folder_ / "list.xml",
+                   Replaced("<root><task>" + items + "</task></root>", "@", root));
+    WriteFileBytes(folder_ / "task.ini", "[Task]\ntype=1\nxml_path=" + root + "list.xml\n");
+  }
+  std::vector<std::string> Run(Status status) {
+    result_ = uaclient::Run(TaskFile{At("task.ini")}, options_);
+    return Reasons(status, result_);
+  }
+};
+
+// A list that holds items of which nothing comes, in the order in which the helper goes through it.
+TEST_F(TaskFiles, AreLookedAtItemByItem) {
+  WriteTree(folder_.Path(), TreeOf("ro=r, hid=h"));
+  MakeReadOnly(folder_ / "ro");
+  SetFileAttributesW(At("hid").c_str(), FILE_ATTRIBUTE_HIDDEN);
+  Write(
+      "<i key='1' src='@f' dec='@g'/><i key='2' src='@none' dec='@h'/><i key='3' src='' dec='@i'/>"
+      "<i key='4' src='@s/' dec='@old/' type='dir'/><i key='5' src='@f' dec='@ro'/>"
+      "<i key='6' src='@f' dec='@hid'/>");
   // Wine replaces such files, unless they are open.
   const FileLock locks[] = {FileLock(folder_ / "ro", FILE_SHARE_READ),
                             FileLock(folder_ / "hid", FILE_SHARE_READ)};
-  const Result result = uaclient::Run(TaskFile{task}, options_);
-  EXPECT_EQ(result.status, Status::kIncomplete);
-  const std::vector<std::string> reasons = Reasons(result);
-  ASSERT_EQ(reasons.size(), 6U);
-  for (const std::size_t folder : {0U, 1U})
-    EXPECT_THAT(reasons[folder], HasSubstr("is empty or not UTF-8"));
-  EXPECT_EQ(reasons[2], "");
-  EXPECT_THAT(reasons[3], HasSubstr("It is missing: its source cannot be read"));
-  EXPECT_THAT(reasons[4], HasSubstr("It is not what its source is: it is read-only"));
-  EXPECT_THAT(reasons[5], HasSubstr("It is not what its source is: it is a hidden or system"));
-  EXPECT_EQ(result.files, 1U);
+  EXPECT_THAT(Run(Status::kIncomplete),
+              ElementsAre("", "", HasSubstr("source cannot be seen any more"), HasSubstr("no path"),
+                          StartsWith("It differs from its source: it is read-only"),
+                          StartsWith("It differs from its source: it is read-only")));
+  EXPECT_EQ(result_.files, 2U);
   Tree contents = folder_.Contents();
   contents.erase("list.xml");
-  EXPECT_EQ(contents, TreeOf("f=1, g=1, s/a=2, old/x=3, ro=r, hid=h"));
+  EXPECT_EQ(contents, TreeOf("f=1, g=1, s/a=2, old/a=2, ro=r, hid=h"));
 
-  // Success of the helper is not all that counts.
-  const std::string item = "<i key='1' src='" + root + "f' dec='" + root + "g'/>";
-  WriteFileBytes(folder_ / "list.xml", "<root><task>" + item + item + "</task></root>");
-  WriteFileBytes(folder_ / "task.ini", "[Task]\ntype=1\nxml_path=" + root + "list.xml\n");
+  Write("<i key='1' src='@f' dec='@g'/><i key='1' src='@f' dec='@g'/>");
+  Run(Status::kIncomplete);
+  EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("leaves items out"));
+}
+
+// From the check on nobody can change what is done.
+TEST_F(TaskFiles, AreRunAsTheyWereChecked) {
+  Write("<i key='1' src='@f' dec='@g'/>");
+  options_.confirm = [this](const Report&) {
+    EXPECT_FALSE(std::ofstream(At("task.ini")));
+    EXPECT_FALSE(DeleteFileW(At("task.ini").c_str()));
+    WriteFileBytes(folder_ / "list.xml", "<root><task><i key='1' src='" + (folder_ / "s/") +
+                                             "' dec='" + (folder_ / "old/") +
+                                             "' type='dir'/></task></root>");
+    return true;
+  };
+  EXPECT_THAT(Run(Status::kDone), ElementsAre(""));
+  EXPECT_EQ(ReadTree(folder_ / "old/"), TreeOf("x=3"));
+  EXPECT_FALSE(std::filesystem::exists(At("task.ini")));
+
+  options_ = {};
+  Write("<i key='1' src='@f' dec='g'/>");
+  Run(Status::kInvalid);
   for (const char* unreadable : {"list.xml", "task.ini"}) {
+    Write("<i key='1' src='@f' dec='@g'/>");
     const FileLock lock(folder_ / unreadable);
-    EXPECT_EQ(uaclient::Run(TaskFile{task}, options_).status, Status::kInvalid);
+    Run(Status::kInvalid);
   }
-  const Result partial = uaclient::Run(TaskFile{task}, options_);
-  EXPECT_EQ(partial.status, Status::kIncomplete);
-  EXPECT_THAT(WideToUtf8(partial.reason), HasSubstr("leaves items out"));
-
-  WriteFileBytes(folder_ / "list.xml", "<root><task>" + item + "</task></root>");
-  WriteFileBytes(folder_ / "task.ini", "[Task]\ntype=1\nxml_path=" + root + "list.xml\n");
   MakeReadOnly(folder_ / "task.ini");
-  const Result kept = uaclient::Run(TaskFile{task}, options_);
-  EXPECT_EQ(kept.status, Status::kDone);
-  EXPECT_THAT(WideToUtf8(kept.reason), HasSubstr("task.ini\" could not be deleted"));
-  EXPECT_TRUE(
-      ForgetDeletionsAtRestart(folder_.Path().substr(0, folder_.Path().size() - 1) + "\\task.ini"));
+  Run(Status::kDone);
+  EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("task.ini\" could not be deleted"));
 }
 
 TEST_F(Client, ServesTwoThreadsAtOnceAndLeavesTheProcessAsItWas) {
@@ -413,7 +468,7 @@ TEST_F(Client, ServesTwoThreadsAtOnceAndLeavesTheProcessAsItWas) {
   for (int i = 0; i < 2; ++i) {
     const std::string name = std::to_string(i);
     WriteTree(folder_ / name + "/", kTree);
-    plans[i].Folder(FullPath(folder_ / name), FullPath(folder_ / name + " copy"));
+    plans[i].Folder(At(name), At(name + " copy"));
   }
   auto other = std::async(std::launch::async, [&] { return uaclient::Run(plans[1], options_); });
   EXPECT_EQ(uaclient::Run(plans[0], options_).status, Status::kDone);
@@ -424,87 +479,151 @@ TEST_F(Client, ServesTwoThreadsAtOnceAndLeavesTheProcessAsItWas) {
   CoUninitialize();
 }
 
-// As a process without raised rights does it; Wine asks nobody.
-TEST_F(Client, AsksForRaisedRights) {
-  if (ElevationPrompts()) GTEST_SKIP() << "the system would ask the user";
-  const std::wstring helper = OwnFolder() + L"uactask.exe";
-  for (void* owner : {static_cast<HWND>(nullptr), GetDesktopWindow()}) {
-    HelperProcess process;
-    std::wstring why;
-    ASSERT_EQ(process.StartByShell(helper, L"C:\\no such file", OwnFolder(), owner, why),
-              Status::kDone);
-    EXPECT_TRUE(process.HasEnded(30000));
-    EXPECT_EQ(process.ExitCode(), 2U);
-    EXPECT_EQ(process.StartByShell(L"C:\\none.exe", L"", OwnFolder(), owner, why),
-              Status::kNotStarted);
-    EXPECT_THAT(WideToUtf8(why), HasSubstr("none.exe"));
-  }
-}
-
 TEST_F(Client, SchedulesAndUnschedules) {
+  SKIP_UNLESS_ELEVATED("the jobs of the elevated side are not seen");
   Job job;
   job.name = L"uactask test client ü " + std::to_wstring(GetCurrentProcessId());
   job.program = L"C:\\windows\\system32\\cmd.exe";
   job.arguments = {L"/c"};
-  const Result registered = uaclient::Run(job, options_);
-  EXPECT_EQ(registered.status, Status::kDone) << WideToUtf8(registered.reason);
-  EXPECT_EQ(registered.items.at(0).job, job.name);
+  for (const bool replaces : {false, true}) {
+    const Result registered = uaclient::Run(job, options_);
+    EXPECT_EQ(registered.status, Status::kDone) << WideToUtf8(registered.reason);
+    EXPECT_EQ(registered.items.at(0).job, job.name);
+    EXPECT_EQ(registered.items.at(0).replaced, replaces);
+  }
   EXPECT_EQ(uaclient::Run(JobRemoval{job.name}, options_).status, Status::kDone);
   const Result missing = uaclient::Run(JobRemoval{job.name}, options_);
   EXPECT_EQ(missing.status, Status::kFailed);
-  EXPECT_THAT(Reasons(missing).at(0), HasSubstr("There is no job of that name."));
+  EXPECT_THAT(WideToUtf8(missing.reason), HasSubstr("There is no job of that name."));
   if (!OnWine()) return;  // whose scheduler refuses all but daily jobs
   job.every = Job::Every::kWeek;
-  job.days = 1;
+  job.days = Job::kSunday;
   const Result refused = uaclient::Run(job, options_);
   EXPECT_EQ(refused.status, Status::kFailed);
-  EXPECT_THAT(Reasons(refused).at(0),
+  EXPECT_THAT(WideToUtf8(refused.reason),
               testing::MatchesRegex("The helper gave up .exit code 1.. The job .+ may be gone. It "
                                     "said: TaskScheduler: Cannot create the trigger,80004001."));
 }
 
+// Copies without a helper: the test does, between survey and judgement, what can happen there.
+class Copies : public Client {
+ protected:
+  Survey SurveyOf(CopyItem::Kind kind, const std::string& from, const std::string& to) const {
+    return SurveyCopies({{kind, At(from), At(to)}}, Origin::kPlan, options_);
+  }
+  void Copy(const std::string& from, const std::string& to) const {
+    CopyFileW(At(from).c_str(), At(to).c_str(), FALSE);
+  }
+  std::string Judge(const Survey& survey, Comparison comparison) const {
+    Progress progress;
+    const std::vector<Item> items = JudgeEndState(
+        survey, comparison, [] { return true; }, progress);
+    return WideToUtf8(items.at(0).reason);
+  }
+};
+
+TEST_F(Copies, AreJudgedByTheirEndState) {
+  const struct {
+    std::function<void()> change;
+    const char* added;  // what is said of a folder that was added
+    const char* replaced;
+  } kCases[] = {
+      {[] {}, "", ""},
+      {[this] { WriteFileBytes(folder_ / "from/new", "n"); },
+       "\"new\" is missing: the source has changed", "\"new\" is missing: the source has changed"},
+      {[this] { WriteFileBytes(folder_ / "from/a", "changed"); },
+       "\"a\" differs from its source: the source has changed",
+       "\"a\" differs from its source: the source has changed"},
+      {[this] { DeleteFileW(At("from/a").c_str()); }, "\"a\" is no longer in the source",
+       "\"a\" is not in the source"},
+      {[this] {
+         const auto time = std::filesystem::last_write_time(At("to/a"));
+         WriteFileBytes(folder_ / "to/a", "2");
+         std::filesystem::last_write_time(At("to/a"), time);
+       },
+       "\"a\" differs from its source", "\"a\" differs from its source"},
+      {[this] { WriteFileBytes(folder_ / "to/other", ""); }, "", "\"other\" is not in the source"},
+      {[this] { RemoveTreeForSure(folder_ / "to/s/"); }, "The folder \"s\" is missing.",
+       "The folder \"s\" is missing."},
+  };
+  for (const auto& [change, added, replaced] : kCases) {
+    for (const auto kind : {CopyItem::Kind::kFolder, CopyItem::Kind::kReplaceFolder}) {
+      for (const char* folder : {"from/", "to/"}) RemoveTreeForSure(folder_ / folder);
+      WriteTree(folder_.Path(), TreeOf("from/a=1, from/s/b=2, to/a=1"));
+      Copy("from/a", "to/a");
+      const Survey survey = SurveyOf(kind, "from", "to");
+      WriteTree(folder_.Path(), TreeOf("to/S/"));
+      for (const char* name : {"a", "s/b"})
+        Copy(std::string("from/") + name, std::string("to/") + name);
+      change();
+      const char* const expected = kind == CopyItem::Kind::kFolder ? added : replaced;
+      EXPECT_THAT(Judge(survey, Comparison::kContent), StartsWith(expected));
+      EXPECT_THAT(Judge(survey, Comparison::kSizeAndTime), StartsWith(expected));
+    }
+  }
+}
+
 // What is there before the start looks like the finished copy.
-TEST_F(Client, SeesNoProgressInAFolderThatIsStillToBeEmptied) {
+TEST_F(Copies, ShowNoProgressThatIsNone) {
   WriteTree(folder_.Path(), TreeOf("from/a=1, from/b=22, from/c=333, to/"));
-  const auto copy = [&](const std::string& name) {
-    CopyFileW(FullPath(folder_ / "from/" + name).c_str(), FullPath(folder_ / "to/" + name).c_str(),
-              FALSE);
+  for (const char* name : {"a", "b", "c"})
+    Copy(std::string("from/") + name, std::string("to/") + name);
+  const Survey survey = SurveyOf(CopyItem::Kind::kReplaceFolder, "from", "to");
+  CopyProgress progress(survey);
+  const auto seen = [&](std::uint64_t written) {
+    progress.Advance(written);
+    return std::pair(progress.Seen().files, progress.Seen().bytes);
   };
-  for (const char* name : {"a", "b", "c"}) copy(name);
-  CopyWatch watch({{FullPath(folder_ / "from"), FullPath(folder_ / "to"), true}},
-                  Comparison::kContent);
-  const auto files = [&] {
-    watch.Advance();
-    return watch.Seen().files;
-  };
-  EXPECT_EQ(files(), 0U);
+  EXPECT_EQ(seen(0), std::pair(0ULL, 0ULL));
   for (const char* name : {"a", "b", "c"}) {
-    EXPECT_EQ(files(), 0U);
-    DeleteFileW(FullPath(folder_ / "to/" + name).c_str());
+    EXPECT_EQ(seen(0), std::pair(0ULL, 0ULL));
+    DeleteFileW(At(std::string("to/") + name).c_str());
   }
-  EXPECT_EQ(files(), 0U);
-  copy("a");
-  EXPECT_EQ(files(), 1U);
-  EXPECT_EQ(watch.Seen().current, FullPath(folder_ / "to/b"));
-  EXPECT_EQ(watch.Seen().bytes, 1U);
-  WriteFileBytes(folder_ / "to/b", "2");  // begun
-  EXPECT_EQ(files(), 1U);
-  EXPECT_EQ(watch.Seen().bytes, 2U);
-  DeleteFileW(FullPath(folder_ / "to/b").c_str());
-  copy("c");  // "b" failed
-  EXPECT_EQ(files(), 3U);
-  EXPECT_EQ(watch.Seen().bytes, 6U);
-  EXPECT_EQ(watch.Seen().current, "");
-  WriteFileBytes(folder_ / "over", "1");
-  CopyWatch single({{FullPath(folder_ / "from/a"), FullPath(folder_ / "over"), false}},
-                   Comparison::kContent);
-  for (const std::uint64_t seen : {0U, 1U}) {
-    single.Advance();
-    EXPECT_EQ(single.Seen().files, seen);
-    CopyFileW(FullPath(folder_ / "from/a").c_str(), FullPath(folder_ / "over").c_str(), FALSE);
+  Copy("from/a", "to/a");
+  EXPECT_EQ(seen(0), std::pair(1ULL, 1ULL));
+  EXPECT_EQ(progress.Seen().current, At("to/b"));
+  // Windows sets the size first: it is no progress, but what the process has written is.
+  WriteFileBytes(folder_ / "to/b", "..");
+  std::filesystem::last_write_time(
+      At("to/b"), std::filesystem::file_time_type::clock::now() + std::chrono::hours(1));
+  EXPECT_EQ(seen(0), std::pair(1ULL, 1ULL));
+  EXPECT_EQ(seen(2), std::pair(1ULL, 2ULL));
+  EXPECT_EQ(seen(1000), std::pair(1ULL, 3ULL));
+  Copy("from/c", "to/c");  // "b" failed
+  EXPECT_EQ(seen(0), std::pair(3ULL, 6ULL));
+  EXPECT_EQ(progress.Seen().current, "");
+  EXPECT_THAT(Judge(survey, Comparison::kSizeAndTime), StartsWith("\"b\" differs"));
+
+  const Survey added = SurveyOf(CopyItem::Kind::kFolder, "from", "to");
+  CopyProgress again(added);
+  again.Advance(0);
+  EXPECT_EQ(again.Seen().files, 0U) << "\"a\" and \"c\" were there before";
+}
+
+// Some folders come and go between two looks.
+TEST_F(Copies, ClaimPlaces) {
+  MakeFolders(folder_ / "a/b/");
+  const auto place = [&](const std::string& path) {
+    return Folders().At(At(path).wstring()).place;
+  };
+  const Place before = place("new/x");
+  MakeFolders(folder_ / "new/x/");
+  EXPECT_EQ(Relate(before, place("new/X")), Relation::kSame);
+  EXPECT_EQ(Relate(before, place("new")), Relation::kInside);
+  EXPECT_EQ(Relate(place("new"), before), Relation::kHolds);
+  EXPECT_EQ(Relate(before, place("a/b")), Relation::kApart);
+  EXPECT_EQ(Relate({{{{}, L"C:\\"}}}, {{{{}, L"D:\\"}}}), Relation::kApart);
+  const Claimed files = {place("a/b"), {L"F", L"G"}, true};
+  for (const auto& [path, names, meets] : {std::tuple("a/b", std::set<std::wstring>{L"G"}, true),
+                                           std::tuple("a/b", std::set<std::wstring>{L"H"}, false),
+                                           std::tuple("a/b", std::set<std::wstring>{}, true),
+                                           std::tuple("a", std::set<std::wstring>{}, true),
+                                           std::tuple("a", std::set<std::wstring>{L"F"}, false),
+                                           std::tuple("a/b/c", std::set<std::wstring>{}, false)}) {
+    const Claimed other = {place(path), names, true};
+    EXPECT_EQ(Meet(files, other), meets) << path;
+    EXPECT_EQ(Meet(other, files), meets) << path;
   }
-  const std::vector<Item> items = watch.Finish([] { return true; });
-  EXPECT_THAT(WideToUtf8(items.at(0).reason), testing::StartsWith("\"b\" is missing"));
 }
 
 TEST(ContentComparer, ComparesEveryByte) {
@@ -538,23 +657,6 @@ TEST(FileState, MatchesWithinTwoSeconds) {
     EXPECT_EQ(state.Matches({1, state.time + apart}), matches);
     EXPECT_EQ(state.Matches({1, state.time - apart}), matches);
     EXPECT_FALSE(state.Matches({2, state.time + apart}));
-  }
-}
-
-TEST(JobTask, HandsArgumentsOnAsTheyAreGiven) {
-  EXPECT_EQ(CommandLine({L"plain", L"", L"b ü", L"a \"b\"", L"C:\\a b\\", L"C:\\c\\", L"\\\"\\"}),
-            L"plain \"\" \"b ü\" \"a \\\"b\\\"\" \"C:\\a b\\\\\" C:\\c\\ \"\\\\\\\"\\\\\"");
-  Job job;
-  job.arguments = {L"a"};
-  job.days = 42;
-  job.hour = 7;
-  for (const auto& [every, kind, weekdays, monthDays] :
-       {std::tuple(Job::Every::kDay, "2", "0", "0"), std::tuple(Job::Every::kWeek, "3", "42", "0"),
-        std::tuple(Job::Every::kMonth, "4", "0", "42")}) {
-    job.every = every;
-    const uactask::TaskParams params = RegistrationParams(job);
-    EXPECT_EQ(params.at(5) + params.at(6) + params.at(7), std::string(kind) + weekdays + monthDays);
-    EXPECT_THAT(params.at(3), testing::MatchesRegex("20\\d\\d-\\d\\d-\\d\\dT07:00:00"));
   }
 }
 

@@ -82,9 +82,21 @@ TEST_F(FileOperatorTest, ReplacesTheDestinationAndTouchesNoSiblings) {
   EXPECT_EQ(ReadTree(folder_ / "new/with/ancestors/"), ReadTree(folder_ / "from/"));
 }
 
+// Unlike other folders, an empty drive lists not even "." and "..".
+TEST_F(FileOperatorTest, ReplacesWhatIsOnADrive) {
+  WriteTree(folder_ / "drive/", TreeOf("old=x, s/old=y"));
+  const TestDrive drive(folder_ / "drive");
+  // Somebody stands in the folder, so that it cannot be removed any more than a drive.
+  const std::filesystem::path start = std::filesystem::current_path();
+  std::filesystem::current_path(folder_ / "drive");
+  EXPECT_TRUE(Copy("../from/", drive.Name() + "/"));
+  std::filesystem::current_path(start);
+  EXPECT_EQ(ReadTree(folder_ / "drive/"), ReadTree(folder_ / "from/"));
+}
+
 // The current folder and the one above it are among what could be emptied.
 TEST_F(FileOperatorTest, FolderCopiesThatFailTouchNothing) {
-  WriteTree(folder_.Path(), TreeOf("to/here/kept=k, other/kept=k, drive/kept=k"));
+  WriteTree(folder_.Path(), TreeOf("to/here/kept=k, other/kept=k, drive/in/kept=k"));
   const Tree before = folder_.Contents();
   const TestDrive drive(folder_ / "drive");
   const std::filesystem::path start = std::filesystem::current_path();
@@ -115,7 +127,12 @@ TEST_F(FileOperatorTest, FolderCopiesThatFailTouchNothing) {
       {from, "\xFF"},
       {from, Verbatim("to/")},
       {from, Verbatim("new/")},
-      {from, Verbatim("to\\..")}};
+      {from, Verbatim("to\\..")},
+      // Would empty the source first.
+      {from, "../../from"},
+      {from, Verbatim("from")},
+      {"../../from/2/", from},
+      {"../../drive/in/", drive.Name() + "/"}};
   for (const auto& [source, destination] : cases) {
     std::filesystem::current_path(folder_ / "to/here");
     EXPECT_FALSE(Copy(source, destination)) << source << " to " << destination;

@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include <atomic>
+#include <functional>
 #include <thread>
 
 #include "corekit/text.h"
@@ -84,6 +85,13 @@ TEST(CopyTree, CopiesFilesFoldersAndAttributes) {
   EXPECT_TRUE(Copy(folder / "from/", folder / "to/"));
   EXPECT_EQ(ReadTree(folder / "to/"), TreeOf(tree + ", kept=k"));
   EXPECT_FALSE(Copy(folder / "none/", folder / "to/"));
+
+  // Each entry fails where nothing can go, and an empty folder has none.
+  for (const char* to : {"none/", "to/a.txt/"}) {
+    EXPECT_FALSE(Copy(folder / "from/", folder / to)) << to;
+    EXPECT_TRUE(Copy(folder / "from/empty/", folder / to)) << to;
+  }
+  EXPECT_FALSE(PathExists((folder / "none").c_str()));
 
   // Without recursion a folder is one more thing that cannot be copied as a file.
   MakeFolders(folder / "flat/");
@@ -174,9 +182,10 @@ TEST(RemoveTree, RemovesByMode) {
     EXPECT_TRUE(Remove(folder / "t/", mode)) << mode;
     EXPECT_EQ(ReadTree(folder / "t/"), TreeOf(kLeft[mode])) << mode;
     EXPECT_EQ(PathExists((folder / "t").c_str()), mode != 0) << mode;
+    for (const char* path : {"", "none/", "a|b/", "//nohost/share/x/"}) {
+      EXPECT_FALSE(Remove(path, mode)) << path;
+    }
   }
-  EXPECT_FALSE(Remove(""));
-  EXPECT_FALSE(Remove("none/"));
 }
 
 TEST(RemoveTree, ReportsTheLastEntry) {
@@ -237,6 +246,41 @@ TEST(Walks, KeepTheirFoldersInPlace) {
       moved([&] { Remove(folder / "to/"); }, [&] { return !exists("to/s/1"); }, {"to/s", "to"}),
       "");
   EXPECT_FALSE(exists("to"));
+}
+
+// A share that drops, for instance.
+TEST(Walks, FailWhereAListingEndsWithAnError) {
+  const TestFolder folder;
+  MakeFolders(folder / "to/");
+  for (int entries = 0; entries < 5; ++entries) {
+    WriteTree(folder / "from/", TreeOf("a=1, b=2, c=3, s/d=4"));
+    for (const auto& walk : {std::function([&] { return Copy(folder / "from/", folder / "to/"); }),
+                             std::function([&] { return Remove(folder / "from/"); })}) {
+      const SystemFailure failure(SystemFailure::kFindNextFile, entries, ERROR_NETNAME_DELETED);
+      EXPECT_FALSE(walk()) << entries;
+    }
+  }
+}
+
+// While a folder is emptied another comes by its path, as a junction makes it. What stands in that
+// under the same names stays.
+TEST(Walks, RemoveNothingElsewhere) {
+  if (!OnWine()) GTEST_SKIP() << "held folders cannot be moved here";
+  const TestFolder folder;
+  Tree outside;
+  for (int i = 0; i < 500; ++i) outside["s/" + std::to_string(i)] = "";
+  WriteTree(folder / "to/", outside);
+  WriteTree(folder / "outside/", outside);
+  outside = ReadTree(folder / "outside/");
+  WriteFileBytes(folder / "swap", "cd " + folder.Path() + "to; touch ../ready; " +
+                                      "while [ -e s/0 ]; do :; done; " +
+                                      "mv s ../away; ln -s ../outside/s s");
+  RunUnixProgram("sh " + folder / "swap", [&] { return PathExists((folder / "ready").c_str()); });
+  Remove(folder / "to/");
+  EXPECT_FALSE(ReadTree(folder / "away/").empty()) << "too quick to tell";
+  EXPECT_EQ(ReadTree(folder / "outside/"), outside);
+  RunUnixProgram("rm -f " + folder / "to/s",
+                 [&] { return !PathExists((folder / "to/s").c_str()); });
 }
 
 // As part of a path such a name leads out of the tree.

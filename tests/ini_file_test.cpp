@@ -39,8 +39,9 @@ TEST_F(IniFile, ReadsTheDialect) {
         "; note\n[Task]\n; another\ntype=1\n", "[Other]\ntype=2\n[Task]\ntype=1\n"}) {
     EXPECT_EQ(Get(text), "1") << text;
   }
-  for (const char* text : {"[Task]\ntype=1", "[Task]\ntype = 1\n", "[task]\ntype=1\n",
-                           "[Task]\nTYPE=1\n", "\xEF\xBB\xBF[Task]\ntype=1\n", "type=1\n", ""}) {
+  for (const char* text :
+       {"[Task]\ntype=1", "[Task]\ntype = 1\n", "[task]\ntype=1\n", "[Task]\nTYPE=1\n",
+        "\xEF\xBB\xBF[Task]\ntype=1\n", "[Task]\n\x1A\ntype=1\n", "type=1\n", ""}) {
     EXPECT_EQ(Get(text), "") << text;
   }
   EXPECT_EQ(Get("[Task]\ntype=a=b\n"), "a=b");

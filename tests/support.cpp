@@ -309,6 +309,7 @@ bool Fails(SystemFailure::Function function) {
 
 // What programs call these functions through; were they not defined here, the linker would take the
 // import library's.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 decltype(&ReadFile) __imp_ReadFile = [](HANDLE file, void* buffer, DWORD size, DWORD* read,
                                         OVERLAPPED* overlapped) -> BOOL {
@@ -320,6 +321,7 @@ decltype(&FindNextFileW) __imp_FindNextFileW = [](HANDLE find, WIN32_FIND_DATAW*
   return !Fails(SystemFailure::kFindNextFile) && own(find, entry);
 };
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 SystemFailure::SystemFailure(Function function, int successes, unsigned long error) {
   successesLeft[function] = successes;

@@ -4,15 +4,14 @@
 
 #include <algorithm>
 #include <boost/property_tree/ptree.hpp>
-#include <charconv>
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <utility>
 #include <vector>
 
 #include "corekit/text.h"
 #include "uaclient/path.h"
+#include "uaclient/whole_file.h"
 #include "uactask/operation_list.h"
 #include "xmlstore/document.h"
 #include "xmlstore/nesting.h"
@@ -48,24 +47,14 @@ std::vector<std::size_t> ItemLines(const char* text) {
   return lines;
 }
 
-std::optional<std::uint64_t> NumberIn(const std::string& key) {
-  std::uint64_t number = 0;
-  const char* const end = key.data() + key.size();
-  const auto [at, error] = std::from_chars(key.data(), end, number);
-  if (at != end || error != std::errc()) return std::nullopt;
-  return number;
-}
-
-bool IsFieldName(const std::string& name) {
-  const auto& fields = uactask::OperationFieldNames();
-  return std::any_of(fields.begin(), fields.end(),
-                     [&](const auto& field) { return field.second == name; });
+bool IsNumber(const std::string& key) {
+  return !key.empty() && key.find_first_not_of("0123456789") == std::string::npos;
 }
 
 class ListCheck {
  public:
   ListCheck(const std::wstring& path, TaskReading& reading)
-      : reading_(reading), found_(path, reading.report) {}
+      : reading_(reading), found_{path, reading.report} {}
 
   void Check(const Options& options) {
     XMLParse store;
@@ -87,16 +76,16 @@ class ListCheck {
     const std::string& text = reading_.list;
     const bool isLoaded = store.LoadString(text.c_str(), static_cast<std::int32_t>(text.size()));
     if (text.find('\0') != std::string::npos) {
-      const auto add = isLoaded ? &FileFindings::Warn : &FileFindings::Fail;
-      (found_.*add)(1, L"The list is in UTF-16 or holds NUL bytes, and the helper reads up to the "
-                       L"first of them. Save it as UTF-8.");
+      found_.Add(isLoaded ? Severity::kWarning : Severity::kError, 1,
+                 L"The list is in UTF-16 or holds NUL bytes, where it ends. Save it as UTF-8.");
     } else if (!isLoaded) {
       xmlstore::DocumentError why;
       ptree ignored;
       xmlstore::ParseDocument(text.c_str(), ignored, &why);
-      found_.Fail(why.line, L"The helper cannot read the list's XML: " + Utf8ToWide(why.message) +
-                                L". Look for an element or a quote that is not closed in this "
-                                L"line or above it.");
+      found_.Fail(why.line,
+                  L"The helper cannot read the list's XML: {}. Look for an element or a quote that "
+                  L"is not closed in this line or above it.",
+                  {Utf8ToWide(why.message)});
     }
     return isLoaded;
   }
@@ -104,14 +93,15 @@ class ListCheck {
   void CheckElements(const ptree& document) {
     const auto list = document.get_child_optional(uactask::kOperationListPath);
     if (!list) {
-      return found_.Fail(0, L"There is no element \"task\" in an element \"root\". Names are "
-                            L"case-sensitive: write <root><task>…</task></root>.");
+      return found_.Fail(0,
+                         L"There is no element \"task\" in an element \"root\". Write "
+                         L"<root><task>…</task></root>, in lower case.");
     }
     if (document.count(uactask::kRootElement) > 1 ||
         document.get_child(uactask::kRootElement).count(uactask::kTaskElement) > 1) {
       reading_.report.leavesOut = true;
-      found_.Warn(0, L"The helper reads the first \"task\" in the first \"root\" only. Put all "
-                     L"items into it.");
+      found_.Warn(0,
+                  L"Only the first \"task\" in the first \"root\" is read. Put all items there.");
     }
     const std::vector<std::size_t> lines = ItemLines(reading_.list.c_str());
     auto line = lines.begin();
@@ -121,83 +111,63 @@ class ListCheck {
     if (lines.empty()) found_.Warn(0, L"The list is empty, so nothing is copied. Add an item.");
   }
 
+  // The first three make the helper refuse the whole list.
   void CheckElement(const std::string& name, const ptree& element, std::size_t line) {
-    constexpr wchar_t kRefusal[] = L", which makes the helper refuse the whole list. ";
     const auto attributes = element.find(kAttributes);
     if (name == kComment) {
-      found_.Fail(line, std::wstring(L"There is a comment in \"task\"") + kRefusal +
-                            L"Move it out of \"task\".");
+      found_.Fail(line, L"The helper refuses lists with a comment in \"task\". Move it out.");
     } else if (name.find('.') != std::string::npos) {
-      found_.Fail(line, L"The name of the element " + ShownUtf8(name) + L" holds a dot" + kRefusal +
-                            L"Write \"item\".");
+      found_.Fail(line,
+                  L"The helper refuses lists with a dot in an element's name. Write \"item\".");
     } else if (attributes == element.not_found()) {
-      found_.Fail(line, L"The element " + ShownUtf8(name) + L" has no attributes" + kRefusal +
-                            L"Give it \"key\", \"src\", \"dec\" and \"type\", or remove it.");
+      found_.Fail(line, L"The helper refuses lists with an element without attributes. Remove it.");
     } else {
-      CheckAttributes(attributes->second, line);
+      CheckItem(attributes->second, line);
     }
   }
 
-  void CheckAttributes(const ptree& attributes, std::size_t line) {
-    for (const auto& [name, value] : attributes) {
-      if (IsFieldName(name)) continue;
-      found_.Warn(line, L"The attribute " + ShownUtf8(name) + L" is unknown, so the helper does " +
-                            L"not read it. An item has \"key\", \"src\", \"dec\" and \"type\".");
-    }
+  void CheckItem(const ptree& attributes, std::size_t line) {
     Item item{line};
-    std::string key = uactask::kMissingField;
-    for (const auto& [field, name] : uactask::OperationFieldNames()) {
-      const auto attribute = attributes.find(name);
-      if (attribute == attributes.not_found()) {
-        NameMissing(field, name, item);
-      } else if (field == uactask::kKeyField) {
-        key = attribute->second.data();
-      } else if (field == uactask::kTypeField) {
-        CheckType(attribute->second.data(), line);
-      }
+    const auto& fields = uactask::OperationFieldNames();
+    for (const auto& [field, name] : fields) {
+      if (attributes.count(name) != 0) continue;
+      const bool isPath = field == uactask::kSourceField || field == uactask::kDestinationField;
+      item.isNamed |= isPath;
+      found_.Add(isPath ? Severity::kHarmful : Severity::kWarning, line,
+                 L"The item has no {}, so the helper takes {} for it. Write it.",
+                 {ShownUtf8(name), ShownUtf8(uactask::kMissingField)});
     }
-    const auto [first, isNew] = items_.try_emplace(std::move(key), item);
+    for (const auto& [name, value] : attributes) {
+      const auto isIt = [&name = name](const auto& field) { return field.second == name; };
+      if (std::any_of(fields.begin(), fields.end(), isIt)) continue;
+      found_.Warn(line, L"{} is not read. An item has \"key\", \"src\", \"dec\" and \"type\".",
+                  {ShownUtf8(name)});
+    }
+    const std::string type = attributes.get(fields.at(uactask::kTypeField), uactask::kFileType);
+    if (type != uactask::kFolderType && type != uactask::kFileType) {
+      found_.Warn(line, L"The type {} means a file. Write \"dir\" or \"file\", in lower case.",
+                  {ShownUtf8(type)});
+    }
+    const std::string key = attributes.get(fields.at(uactask::kKeyField), uactask::kMissingField);
+    const auto [first, isNew] = items_.try_emplace(key, item);
     if (isNew) return;
     reading_.report.leavesOut = true;
-    found_.Warn(line, L"The key " + ShownUtf8(first->first) + L" is in line " +
-                          std::to_wstring(first->second.line) +
-                          L" already, so this item is left out. Give it a key of its own.");
+    found_.Warn(line,
+                L"The key {} is in line {} already, so this item is left out. Give it another.",
+                {ShownUtf8(key), std::to_wstring(first->second.line)});
   }
 
-  void NameMissing(std::int32_t field, const std::string& name, Item& item) {
-    const std::wstring missing = L"The item has no " + ShownUtf8(name);
-    if (field == uactask::kKeyField) {
-      found_.Warn(item.line, missing + L". Of all such items only the first is copied. Give each "
-                                       L"item a key of its own.");
-    } else if (field == uactask::kTypeField) {
-      found_.Warn(item.line, missing + L", so it counts as a file. Write type=\"dir\" or "
-                                       L"type=\"file\".");
-    } else {
-      item.isNamed = true;
-      found_.Harm(item.line, missing + L", so the helper takes " +
-                                 ShownUtf8(uactask::kMissingField) +
-                                 L" in whatever folder it is started in. Write the whole path.");
-    }
-  }
-
-  void CheckType(const std::string& type, std::size_t line) {
-    if (type == uactask::kFolderType || type == uactask::kFileType) return;
-    found_.Warn(line, L"The type " + ShownUtf8(type) + L" is neither \"dir\" nor \"file\", so the " +
-                          L"item counts as a file. Write one of these, in lower case.");
-  }
-
-  // Keys that look like numbers should not surprise.
+  // Of keys that look like numbers a larger one should not come first.
   void CheckOrder() {
-    std::optional<std::uint64_t> before;
+    std::string before;
     for (const auto& [key, item] : items_) {
-      const auto number = NumberIn(key);
-      if (before && number && *before > *number) {
-        return found_.Warn(item.line, L"The key " + ShownUtf8(key) + L" comes after \"" +
-                                          std::to_wstring(*before) +
-                                          L"\", because keys are compared character by character. "
-                                          L"Write all of them with the same number of digits.");
+      if (IsNumber(key) && IsNumber(before) && before[0] != '0' && before.size() > key.size()) {
+        return found_.Warn(item.line,
+                           L"The key {} comes after {}, because keys are compared character by "
+                           L"character. Write them with equally many digits.",
+                           {ShownUtf8(key), ShownUtf8(before)});
       }
-      before = number;
+      before = key;
     }
   }
 
@@ -211,26 +181,26 @@ class ListCheck {
         Item& listed = (item++)->second;
         if (operation.isFolder != isFolder) continue;
         copies.push_back({isFolder ? CopyItem::Kind::kReplaceFolder : CopyItem::Kind::kFile,
-                          PathIn("src", operation.source, listed),
-                          PathIn("dec", operation.destination, listed)});
+                          PathIn(L"src", operation.source, listed),
+                          PathIn(L"dec", operation.destination, listed)});
         items.push_back(&listed);
       }
     }
     reading_.survey = SurveyCopies(std::move(copies), Origin::kList, options);
     for (const Finding& finding : reading_.survey.findings) {
       const Item item = finding.item < items.size() ? *items[finding.item] : Item{};
-      if (item.isNamed) continue;
-      found_.Add(finding.severity, item.line, finding.text);
+      if (!item.isNamed) found_.Add(finding.severity, item.line, L"{}", {finding.text});
     }
     reading_.report.steps = reading_.survey.steps;
   }
 
-  std::filesystem::path PathIn(const char* name, const std::string& text, Item& item) {
+  std::wstring PathIn(const wchar_t* name, const std::string& text, Item& item) {
     std::wstring path = Utf8ToWide(text.c_str());  // up to a NUL, like the helper
     if (path.empty() && !text.empty()) {
       item.isNamed = true;
-      found_.Warn(item.line, ShownUtf8(name) + L" is not UTF-8, which the helper expects whatever " +
-                                 L"the list's first line says. Save the list as UTF-8.");
+      found_.Warn(item.line,
+                  L"\"{}\" is not UTF-8, whatever the list's first line says. Save it as that.",
+                  {name});
     }
     return path;
   }
@@ -247,20 +217,15 @@ void ReadList(const std::wstring& list, std::size_t line, FileFindings& inTaskFi
   if (list.empty()) {
     return inTaskFile.Fail(line, L"\"xml_path\" is missing or empty. Write the list's path.");
   }
-  const std::wstring drive = DriveFault(FullPath(list));
-  if (!IsAbsolute(list)) {
-    inTaskFile.Harm(line, L"\"xml_path\" is " + Shown(list) +
-                              L", which is relative, and the helper may be started in another "
-                              L"folder. Write the whole path.");
-  } else if (!drive.empty()) {
-    inTaskFile.Harm(line, L"\"xml_path\" is " + Shown(list) + L". " + drive);
+  const std::wstring fault =
+      IsAbsolute(list) ? DriveFault(FullPath(list))
+                       : L"The helper may be started in another folder. Write the whole path.";
+  if (!fault.empty()) inTaskFile.Harm(line, L"\"xml_path\" is {}. {}", {Shown(list), fault});
+  WholeFile file = ReadWhole(list, GENERIC_READ, kShareAll);
+  if (!file.fault.empty()) {
+    return inTaskFile.Fail(line, L"The list in \"xml_path\", {},{}", {Shown(list), file.fault});
   }
-  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-  Handle file;
-  const std::wstring fault = ReadWhole(list, GENERIC_READ, kShareAll, file, reading.list);
-  if (!fault.empty()) {
-    return inTaskFile.Fail(line, L"The list that \"xml_path\" names, " + Shown(list) + L"," + fault);
-  }
+  reading.list = std::move(file.bytes);
   ListCheck(list, reading).Check(options);
 }
 

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string>
 
-#include "uaclient/checked_file.h"
+#include "uaclient/findings.h"
 #include "uaclient/task_reading.h"
 
 namespace uaclient {

@@ -280,10 +280,10 @@ class Surveyor {
     }
   }
 
-  Tree ListSource(const Details& item) {
-    Tree tree = ListTree(item.source, Links::kFollowedOnce);
+  TreeListing ListSource(const Details& item) {
+    TreeListing tree = ListTree(item.source, Links::kFollowedOnce);
     const std::wstring folder = WithSeparator(item.source);
-    for (const Tree::Fault& fault : tree.faults) {
+    for (const TreeListing::Fault& fault : tree.faults) {
       Fail(Quoted(folder + fault.path) +
            (fault.error == 0 ? L" is a link behind a link, which is not followed. Put the files "
                                L"themselves into the source."
@@ -304,15 +304,15 @@ class Surveyor {
     step.deletes = item.to != nullptr;
     const bool isLink = item.to != nullptr && item.to->isLink;
     if (!isLink && !MayBeDeleted(item)) return;
-    const Tree source = ListSource(item);
-    const Tree gone =
-        step.deletes && !isLink ? ListTree(item.destination, Links::kNotFollowed) : Tree();
+    const TreeListing source = ListSource(item);
+    const TreeListing gone =
+        step.deletes && !isLink ? ListTree(item.destination, Links::kNotFollowed) : TreeListing();
     std::unordered_map<std::wstring, const Entry*> there;
     for (const TreeEntry& entry : gone.entries) {
       CheckDeletion(WithSeparator(item.destination) + entry.path, entry);
       there.emplace(UpperCase(entry.path), &entry);
     }
-    for (const Tree::Fault& fault : gone.faults) {
+    for (const TreeListing::Fault& fault : gone.faults) {
       if (fault.error == ERROR_ACCESS_DENIED && !IsElevated())
         continue;  // the elevation is for this
       Fail(Quoted(WithSeparator(item.destination) + fault.path) +

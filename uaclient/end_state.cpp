@@ -123,8 +123,8 @@ class Judge {
                  ? L"The folder is not visible to this user, so it could not be compared."
                  : L"The folder is missing.";
     }
-    const Tree now = ListTree(item.source.wstring(), Links::kFollowedOnce);
-    for (const Tree::Fault& fault : now.faults) {
+    const TreeListing now = ListTree(item.source.wstring(), Links::kFollowedOnce);
+    for (const TreeListing::Fault& fault : now.faults) {
       faults.Add(Quoted(source + fault.path) +
                  (fault.error == 0 ? L" is a link behind a link, which is not followed."
                                    : L" cannot be listed: " + SystemMessage(fault.error)));
@@ -152,11 +152,11 @@ class Judge {
   }
 
   // What could not be deleted, and what has come since.
-  void AddLeftovers(const std::wstring& destination, const Tree& source, Faults& faults) {
+  void AddLeftovers(const std::wstring& destination, const TreeListing& source, Faults& faults) {
     std::unordered_set<std::wstring> expected;
     for (const TreeEntry& entry : source.entries) expected.insert(UpperCase(entry.path));
-    const Tree there = ListTree(destination, Links::kNotFollowed);
-    for (const Tree::Fault& fault : there.faults) {
+    const TreeListing there = ListTree(destination, Links::kNotFollowed);
+    for (const TreeListing::Fault& fault : there.faults) {
       faults.Add(Quoted(WithSeparator(destination) + fault.path) +
                  L" cannot be listed and compared: " + SystemMessage(fault.error));
     }

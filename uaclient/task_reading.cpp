@@ -10,16 +10,16 @@
 #include <new>
 #include <stdexcept>
 #include <string_view>
-#include <tuple>
 #include <utility>
 
 #include "corekit/text.h"
 #include "inifile/ini_parser.h"
 #include "uaclient/check_job.h"
 #include "uaclient/check_list.h"
-#include "uaclient/checked_file.h"
 #include "uaclient/code_page.h"
+#include "uaclient/findings.h"
 #include "uaclient/path.h"
+#include "uaclient/whole_file.h"
 #include "uactask/task_file.h"
 #include "uactask/task_file_op.h"
 #include "uactask/task_scheduler.h"
@@ -34,41 +34,36 @@ using uactask::kTypeKey;
 
 std::wstring ShownBytes(std::string_view text) { return Shown(FromHelper(std::string(text))); }
 
-bool IsKnownKey(std::string_view key) {
-  return key == kTypeKey ||
-         std::find(kParamKeys.begin(), kParamKeys.end(), key) != kParamKeys.end();
-}
-
 std::wstring KnownKeys() {
   std::wstring keys = ShownBytes(kTypeKey);
   for (const char* const key : kParamKeys) keys += L", " + ShownBytes(key);
   return keys;
 }
 
-bool IsCommented(std::string_view text) { return corekit::IsIniCommentSign(text[0]); }
+bool IsKnown(std::string_view key) {
+  return key == kTypeKey || std::count(kParamKeys.begin(), kParamKeys.end(), key) != 0;
+}
 
 // Whether text in the code page was meant as UTF-8.
 bool SeemsUtf8(const std::string& bytes) {
   const std::wstring text = Utf8ToWide(bytes);
-  return text.size() != bytes.size() && !text.empty() && text != FromHelper(bytes);
+  return !text.empty() && text.size() != bytes.size() && text != FromHelper(bytes);
 }
 
 // 2026-01-31T08:00:00 and, perhaps, Z or an offset such as +01:00.
 bool IsStartBoundary(const std::string& text) {
-  constexpr int kSize = 19;
-  constexpr int kOffsetSize = 6;
   SYSTEMTIME time = {};
   FILETIME ignored;
   int size = 0;
   if (std::sscanf(text.c_str(), "%4hu-%2hu-%2huT%2hu:%2hu:%2hu%n", &time.wYear, &time.wMonth,
                   &time.wDay, &time.wHour, &time.wMinute, &time.wSecond, &size) != 6 ||
-      size != kSize || !SystemTimeToFileTime(&time, &ignored)) {
+      size != 19 || !SystemTimeToFileTime(&time, &ignored)) {
     return false;
   }
-  const std::string zone = text.substr(kSize);
+  const std::string zone = text.substr(19);
   size = 0;
   std::sscanf(zone.c_str(), "%*1[+-]%*2u:%*2u%n", &size);
-  return zone.empty() || zone == "Z" || (size == kOffsetSize && zone.size() == kOffsetSize);
+  return zone.empty() || zone == "Z" || (size == 6 && zone.size() == 6);
 }
 
 // The lines of a task file, each by the helper's own parser.
@@ -84,23 +79,19 @@ class TaskLines {
 
   // False when the helper cannot read the file.
   bool Read(std::string_view text) {
-    NameEncoding(text);
+    CheckEncoding(text);
     // The helper opens the file as text, which ends there.
-    const std::size_t end = text.find('\x1A');
-    if (end != std::string_view::npos) {
-      found_.Warn(0, L"The file holds a Ctrl+Z character, and the helper reads up to it. Remove "
-                     L"it.");
-    }
+    text = text.substr(0, text.find('\x1A'));
     bool isReadable = true;
     corekit::IniParser parser;
-    corekit::ForEachIniLine(text.substr(0, end), [&](const corekit::IniLine& line) {
+    corekit::ForEachIniLine(text, [&](const corekit::IniLine& line) {
       try {
         if (isReadable) ReadLine(line, parser);
       } catch (const std::out_of_range&) {
         isReadable = false;
-        found_.Fail(line.number, L"A line with \"[\" is a section's header, and this one has no "
-                                 L"\"]\", so the helper gives up. Write \"[Task]\", or leave the "
-                                 L"\"[\" out.");
+        found_.Fail(line.number,
+                    L"A \"[\" makes the line a section's header, and without a \"]\" the helper "
+                    L"gives up. Write \"[Task]\", or leave the \"[\" out.");
       }
     });
     return isReadable;
@@ -112,154 +103,143 @@ class TaskLines {
   }
   Entry Get(std::size_t param) const { return Get(kParamKeys[param]); }
 
-  const std::wstring& Sections() const { return sections_; }
-  bool HasTaskSection() const { return hasTaskSection_; }
-
-  // Whether a line is not what it seems.
-  bool HasOddLines() const { return oddLines_ != 0; }
-  // A line that names the job's arguments without setting them; 0 when there is none.
-  std::size_t LostArguments() const { return lostArguments_; }
+  std::wstring sections;  // the names of the first few
+  bool hasTaskSection = false;
+  std::size_t oddLines = 0;       // that are not what they seem
+  std::size_t lostArguments = 0;  // a line that names the job's arguments without setting them
 
  private:
-  void NameEncoding(std::string_view text) {
+  void CheckEncoding(std::string_view text) {
     if (text.substr(0, 3) == "\xEF\xBB\xBF") {
-      found_.Warn(1, L"The file begins with a byte-order mark, which the helper takes for a part "
-                     L"of the first line. Save the file without it.");
-      firstNamed_ = 2;
+      found_.Warn(1, L"The helper takes the byte-order mark for text. Save the file without it.");
+      firstChecked_ = 2;
     }
     if (text.find('\0') != std::string_view::npos) {
-      found_.Warn(1, L"The file is in UTF-16 or holds NUL bytes. Save it in the system's code "
-                     L"page.");
-      firstNamed_ = text.size();
+      found_.Warn(1, L"The file is in UTF-16 or holds NUL bytes. Save it in the code page.");
+      firstChecked_ = text.size();
+    }
+    if (text.find('\x1A') != std::string_view::npos) {
+      found_.Warn(0, L"The helper reads the file up to the Ctrl+Z in it. Remove that.");
     }
   }
 
-  void Odd(std::size_t line, std::wstring text) {
+  void Odd(std::size_t line, const wchar_t* text, FileFindings::Parts parts = {}) {
     constexpr std::size_t kMaxNamed = 100;  // with so many it is no task file
-    if (line < firstNamed_ || ++oddLines_ > kMaxNamed + 1) return;
-    if (oddLines_ > kMaxNamed) text = L"There are more such lines, which are not named.";
-    found_.Warn(line, std::move(text));
+    if (line < firstChecked_ || ++oddLines > kMaxNamed + 1) return;
+    if (oddLines <= kMaxNamed) return found_.Warn(line, text, parts);
+    found_.Warn(line, L"There are more such lines, which are not named.");
   }
 
   void ReadLine(const corekit::IniLine& line, corekit::IniParser& parser) {
     const std::string_view text = corekit::Trimmed(line.text, corekit::kIniBlanks, 0);
     if (text.empty()) return;
+    const bool isComment = corekit::IsIniCommentSign(text[0]);
+    const auto record = line.ended ? parser.Parse(text) : std::nullopt;
     if (!line.ended) {
-      Odd(line.number, L"The last line has no line break, so the helper does not read it. End it "
-                       L"with one.");
-    } else {
-      ReadRecord(line.number, text, parser.Parse(text));
+      Odd(line.number, L"The last line has no line break, so the helper skips it. Add one.");
+    } else if (text.find('[') != std::string_view::npos) {
+      ReadHeader(line.number, text, record->Section);
+    } else if (record && !record->Key.empty()) {
+      ReadEntry(line.number, *record);
+    } else if (!isComment) {
+      Odd(line.number, L"{} is no section, key or comment, so the helper skips it. Remove it.",
+          {ShownBytes(text)});
     }
     const char* const arguments = kParamKeys[Task::kExeArguments];
-    const bool namesArguments = text.find(arguments) != std::string_view::npos;
-    if (namesArguments && !IsCommented(text) && Get(arguments).line != line.number) {
-      lostArguments_ = line.number;
-    }
-  }
-
-  void ReadRecord(std::size_t line, std::string_view text,
-                  const std::optional<corekit::IniRecord>& record) {
-    if (text.find('[') != std::string_view::npos) {
-      ReadHeader(line, text, record->Section);
-    } else if (record && !record->Key.empty()) {
-      ReadEntry(line, *record);
-    } else if (!IsCommented(text)) {
-      Odd(line, ShownBytes(text) + L" is not a section, key or comment, so the helper passes over "
-                                   L"it. Write \"key=value\", or remove the line.");
-    }
+    const bool namesArguments = !isComment && text.find(arguments) != std::string_view::npos;
+    if (namesArguments && Get(arguments).line != line.number) lostArguments = line.number;
   }
 
   void ReadHeader(std::size_t line, std::string_view text, std::string_view section) {
     constexpr std::size_t kMaxNamed = 300;
-    hasTaskSection_ |= section == kTaskSection;
-    if (sections_.size() < kMaxNamed) {
-      sections_ += (sections_.empty() ? L"" : L", ") + ShownBytes("[" + std::string(section) + "]");
-    }
+    const std::wstring shown = ShownBytes("[" + std::string(section) + "]");
+    hasTaskSection |= section == kTaskSection;
+    if (sections.size() < kMaxNamed) sections += (sections.empty() ? L"" : L", ") + shown;
     if (text[0] == '[') return;
-    Odd(line, L"A \"[\" makes the whole line a section's header, even in a value or a comment. It "
-              L"sets nothing, and the keys below it are in the section " +
-                  ShownBytes(section) + L". Leave the \"[\" out.");
+    Odd(line,
+        L"A \"[\" anywhere makes the whole line a section's header, here {}. Leave the \"[\" out.",
+        {shown});
   }
 
   void ReadEntry(std::size_t line, const corekit::IniRecord& record) {
     const std::string key(record.Key);
-    const bool isCommented = record.Commented != ' ';
     const std::wstring shown = ShownBytes(key);
-    if (record.Section != kTaskSection) {
-      if (!record.Section.empty() || !IsKnownKey(key) || isCommented) return;
-      return Odd(line, shown + L" is above the first section. Write \"[Task]\" above it.");
-    }
-    if (!IsKnownKey(key)) {
-      if (isCommented) return;
-      return Odd(line, shown + L" is unknown, so the helper does not read it. The keys are " +
-                           KnownKeys() + L", in lower case and without a blank before the \"=\".");
-    }
     const Entry entry = {line, std::string(record.Value)};
+    const bool isCommented = record.Commented != ' ';
+    if (isCommented && !IsKnown(key)) return;
+    if (record.Section.empty() && IsKnown(key)) {
+      return Odd(line, L"{} is above the first section. Write \"[Task]\" above it.", {shown});
+    }
+    if (record.Section != kTaskSection) return;
+    if (!IsKnown(key)) {
+      return Odd(line,
+                 L"The key {} is unknown. The helper reads {}, in lower case and without a blank "
+                 L"before the \"=\".",
+                 {shown, KnownKeys()});
+    }
     const auto [first, isNew] = entries_.try_emplace(key, entry);
     if (!isNew) {
-      return Odd(line, shown + L" is in line " + std::to_wstring(first->second.line) +
-                           L" already, and the first one counts. Remove one of them.");
+      return Odd(line, L"{} is in line {} already, and the first one counts. Remove one of them.",
+                 {shown, std::to_wstring(first->second.line)});
     }
     if (isCommented) {
-      Odd(line, shown + L" is commented out but counts all the same. Remove the line.");
+      Odd(line, L"{} is commented out but counts all the same. Remove the line.", {shown});
     }
     if (entry.value.find_first_of(" \t") == 0) {
-      Odd(line, L"The value of " + shown + L" begins with a blank, because what is behind the "
-                                           L"\"=\" belongs to it. Remove the blank.");
+      Odd(line, L"The blank behind the \"=\" belongs to the value of {}. Remove it.", {shown});
     }
     if (SeemsUtf8(entry.value)) {
-      Odd(line, L"The value of " + shown + L" seems to be in UTF-8. The helper reads it in the " +
-                    L"system's code page, as " + ShownBytes(entry.value) + L". Save the file in that.");
+      Odd(line, L"{} is in UTF-8, and the helper reads it as {}. Save the file in the code page.",
+          {shown, ShownBytes(entry.value)});
     }
   }
 
   FileFindings& found_;
   std::map<std::string, Entry> entries_;  // by key
-  std::wstring sections_;
-  bool hasTaskSection_ = false;
-  std::size_t firstNamed_ = 1;  // of the lines before it more has been said than they could tell
-  std::size_t oddLines_ = 0;
-  std::size_t lostArguments_ = 0;
+  std::size_t firstChecked_ = 1;          // of the lines before it enough has been said
 };
 
 // -1 when the helper knows no such type.
 std::int32_t ReadType(const TaskLines& lines, FileFindings& found) {
-  constexpr wchar_t kTypes[] = L"Write \"type=0\" for a job or \"type=1\" for a list of copies.";
   const TaskLines::Entry entry = lines.Get(kTypeKey);
   std::int32_t type = -1;
-  if (entry.line == 0 && lines.HasTaskSection()) {
-    found.Fail(0, std::wstring(L"\"type\" is missing in the section \"[Task]\". ") + kTypes);
-  } else if (entry.line == 0) {
-    found.Fail(0, L"There is no section \"[Task]\"" +
-                      (lines.Sections().empty() ? L"" : L", but there is " + lines.Sections()) +
-                      L". Section names are case-sensitive: write \"[Task]\" above the keys.");
-  } else if (!boost::conversion::try_lexical_convert(entry.value, type) ||
-             (type != Task::kType && type != UACTaskFileOp::kType)) {
-    found.Fail(entry.line, L"\"type\" is " + ShownBytes(entry.value) + L". " + kTypes);
-    return -1;
+  if (boost::conversion::try_lexical_convert(entry.value, type) &&
+      (type == Task::kType || type == UACTaskFileOp::kType)) {
+    return type;
   }
-  return type;
+  if (!lines.hasTaskSection) {
+    found.Fail(0,
+               L"There is no section \"[Task]\" but {}. Write \"[Task]\" above the keys, with a "
+               L"large T.",
+               {lines.sections.empty() ? L"none at all" : lines.sections});
+  } else {
+    found.Fail(entry.line,
+               L"\"type\" is {}. Write \"type=0\" for a job or \"type=1\" for a list of copies.",
+               {entry.line == 0 ? L"missing" : ShownBytes(entry.value)});
+  }
+  return -1;
 }
 
-// A job's task file: what the helper would do with it.
+// What the helper would do with a job's task file.
 class JobReader {
  public:
-  JobReader(const TaskLines& lines, FileFindings& found, TaskReading& reading)
-      : lines_(lines), found_(found), reading_(reading) {}
+  JobReader(const TaskLines& lines, FileFindings& found) : lines_(lines), found_(found) {}
 
-  void Read() {
-    reading_.job = Text(Task::kTaskName);
-    reading_.isDeletion = lines_.Get(Task::kExeArguments).value.empty();
-    const std::wstring fault = JobNameFault(L"\"task_name\"", reading_.job);
-    if (!fault.empty()) found_.Warn(Line(Task::kTaskName), fault);
+  void Read(TaskReading& reading) {
+    name_ = reading.job = Text(Task::kTaskName);
+    reading.isDeletion = Text(Task::kExeArguments).empty();
+    WarnIf(Task::kTaskName, JobNameFault(L"\"task_name\"", name_));
     const bool areNumbers = ReadNumbers();
-    const Step step = reading_.isDeletion ? ReadDeletion() : ReadRegistration();
-    if (areNumbers) reading_.report.steps.push_back(step);  // or the helper fails before it
+    const Step step = reading.isDeletion ? ReadDeletion() : ReadRegistration(areNumbers);
+    if (areNumbers) reading.report.steps.push_back(step);  // or the helper fails before it
   }
 
  private:
   std::wstring Text(Task::Param param) const { return FromHelper(lines_.Get(param).value); }
   std::size_t Line(Task::Param param) const { return lines_.Get(param).line; }
+  void WarnIf(Task::Param param, const std::wstring& fault) {
+    if (!fault.empty()) found_.Warn(Line(param), L"{}", {fault});
+  }
 
   bool ReadNumbers() {
     bool areNumbers = true;
@@ -267,12 +247,9 @@ class JobReader {
       const TaskLines::Entry entry = lines_.Get(param);
       if (boost::conversion::try_lexical_convert(entry.value, numbers_[param])) continue;
       areNumbers = false;
-      found_.Fail(entry.line,
-                  ShownBytes(kParamKeys[param]) +
-                      (entry.line == 0 ? std::wstring(L" is missing.")
-                                       : L" is " + ShownBytes(entry.value) + L", not a number.") +
-                      L" All three numbers must be there, in digits, even where a job is deleted. "
-                      L"Write 0 where none is needed.");
+      found_.Fail(
+          entry.line, L"{} is {}. Write a number here, also to delete a job, or 0.",
+          {ShownBytes(kParamKeys[param]), entry.line == 0 ? L"missing" : ShownBytes(entry.value)});
     }
     return areNumbers;
   }
@@ -281,95 +258,77 @@ class JobReader {
   // arguments.
   Step ReadDeletion() {
     const std::size_t line = Line(Task::kExeArguments);
-    const std::size_t lost = lines_.LostArguments();
-    const bool hasRest = Line(Task::kExePath) + Line(Task::kRuntime) + Line(Task::kAuthorName) != 0;
-    const bool isOdd = lost != 0 || lines_.HasOddLines();
+    const std::size_t lost = lines_.lostArguments;
+    const bool isOdd = lost != 0 || lines_.oddLines != 0;
+    const bool isJob = Line(Task::kExePath) + Line(Task::kRuntime) + Line(Task::kAuthorName) != 0;
     if (line == 0 || !Text(Task::kExePath).empty() || isOdd) {
-      const bool isHarmful = line != 0 || hasRest || isOdd;
-      found_.Add(isHarmful ? Severity::kHarmful : Severity::kWarning, line != 0 ? line : lost,
-                 std::wstring(L"\"exe_arguments\" is ") + (line != 0 ? L"empty" : L"missing") +
-                     (lost == 0 ? L"" : L", and line " + std::to_wstring(lost) + L" does not set it") +
-                     L". Without arguments the helper is to delete the job " +
-                     Shown(reading_.job) +
-                     L". If you mean that, write \"exe_arguments=\", leave \"exe_path\" out and "
-                     L"correct the other lines named here. If not, give the program an argument.");
+      found_.Add(isJob || isOdd ? Severity::kHarmful : Severity::kWarning, line != 0 ? line : lost,
+                 L"\"exe_arguments\" is {}, which means: delete the job {}. If so, write "
+                 L"\"exe_arguments=\" and no \"exe_path\". If not, give the program an argument.",
+                 {line != 0 ? L"empty" : L"missing", Shown(name_)});
     }
-    return DeletionStep(reading_.job);
+    return DeletionStep(name_);
   }
 
-  Step ReadRegistration() {
-    const std::int32_t kind = numbers_[Task::kTimeType];
-    const std::wstring program = Text(Task::kExePath);
-    const std::wstring fault = ProgramFault(L"\"exe_path\"", program);
-    if (!fault.empty()) found_.Warn(Line(Task::kExePath), fault);
-    if (kind != 0 && (kind < Task::kDaily || kind > Task::kMonthly)) {
-      Lose(Severity::kError, Task::kTimeType, L"not 2 (daily), 3 (weekly) or 4 (monthly)");
-    }
-    if (!IsStartBoundary(lines_.Get(Task::kRuntime).value)) {
-      Lose(Severity::kHarmful, Task::kRuntime, L"not a date and time such as 2026-01-31T08:00:00");
-    }
-    const std::int32_t weekdays = numbers_[Task::kTimeWeekday];
-    if (kind == Task::kWeekly && (weekdays <= 0 || weekdays > 0x7F)) {
-      Lose(Severity::kHarmful, Task::kTimeWeekday,
-           L"not a sum of days: 1 for Sunday, 2 for Monday, up to 64 for Saturday");
-    }
-    const std::int32_t monthDays = numbers_[Task::kTimeMonthday];
-    if (kind == Task::kMonthly && monthDays <= 0) {
-      Lose(Severity::kHarmful, Task::kTimeMonthday,
-           L"not a sum of days: 1 for day 1, 2 for day 2, 4 for day 3 and so on");
-    }
-    if (isLost_) {
-      Step step = DeletionStep(reading_.job);
+  Step ReadRegistration(bool areNumbers) {
+    WarnIf(Task::kExePath, ProgramFault(L"\"exe_path\"", Text(Task::kExePath)));
+    // What the days must be is open without the kind.
+    const std::int32_t kind = areNumbers ? numbers_[Task::kTimeType] : Task::kDaily;
+    const bool isWeekly = kind == Task::kWeekly;
+    const std::int32_t days = numbers_[isWeekly ? Task::kTimeWeekday : Task::kTimeMonthday];
+    bool isGood = Need(Task::kTimeType, kind >= Task::kDaily && kind <= Task::kMonthly,
+                       L"2 (daily), 3 (weekly) or 4 (monthly)");
+    isGood &= Need(Task::kRuntime, IsStartBoundary(lines_.Get(Task::kRuntime).value),
+                   L"a date and time such as 2026-01-31T08:00:00");
+    isGood &= Need(Task::kTimeWeekday, !isWeekly || (days > 0 && days < 0x80),
+                   L"days added up: 1 for Sunday, 2 for Monday, up to 64 for Saturday");
+    isGood &= Need(Task::kTimeMonthday, kind != Task::kMonthly || days > 0,
+                   L"days added up: 1 for day 1, 2 for day 2, 4 for day 3 and so on");
+    if (!isGood) {
+      Step step = DeletionStep(name_);
       step.text += L" and registers none";
       return step;
     }
-    Job job;
-    job.name = reading_.job;
-    job.program = program;
-    job.every = static_cast<Job::Every>(kind - Task::kDaily);
-    job.days = static_cast<std::uint32_t>(kind == Task::kWeekly ? weekdays : monthDays);
+    const auto every = static_cast<Job::Every>(kind - Task::kDaily);
+    const Job job = {name_, every, 0, 0, static_cast<std::uint32_t>(days), Text(Task::kExePath),
+                     {},    {}};
     return RegistrationStep(job, Text(Task::kExeArguments),
                             L"from " + Text(Task::kRuntime) + L" on");
   }
 
-  // The helper deletes an older job before the scheduler can refuse the new one.
-  void Lose(Severity severity, Task::Param param, const std::wstring& why) {
-    isLost_ = true;
-    found_.Add(severity, Line(param),
-               ShownBytes(kParamKeys[param]) + L" is " + Shown(Text(param)) + L", " + why +
-                   L". The scheduler refuses such a job, and by then an existing one of that name "
-                   L"is gone.");
+  // The helper deletes an older job before it learns that the scheduler refuses the new one.
+  bool Need(Task::Param param, bool isGood, const wchar_t* wanted) {
+    if (isGood) return true;
+    found_.Add(param == Task::kTimeType ? Severity::kError : Severity::kHarmful, Line(param),
+               L"{} is {}, not {}. The helper would delete an existing job and register none.",
+               {ShownBytes(kParamKeys[param]), Shown(Text(param)), wanted});
+    return false;
   }
 
   const TaskLines& lines_;
   FileFindings& found_;
-  TaskReading& reading_;
+  std::wstring name_;
   std::array<std::int32_t, Task::kParamCount> numbers_ = {};
-  bool isLost_ = false;
 };
 
-void Read(const std::filesystem::path& path, Hold hold, const Options& options,
-          FileFindings& found, TaskReading& reading) {
-  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-  const std::wstring fault =
-      hold == Hold::kYes
-          ? ReadWhole(path, GENERIC_READ | DELETE, FILE_SHARE_READ, reading.file, reading.bytes)
-          : ReadWhole(path, GENERIC_READ, kShareAll, reading.file, reading.bytes);
+void Read(const std::filesystem::path& path, Hold hold, const Options& options, FileFindings& found,
+          TaskReading& reading) {
+  WholeFile file = hold == Hold::kYes ? ReadWhole(path, GENERIC_READ | DELETE, FILE_SHARE_READ)
+                                      : ReadWhole(path, GENERIC_READ, kShareAll);
   reading.report.exists = GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-  if (!fault.empty()) return found.Fail(0, L"The task file" + fault);
+  if (!file.fault.empty()) return found.Fail(0, L"The task file{}", {file.fault});
+  reading.file = std::move(file.handle);
+  reading.bytes = std::move(file.bytes);
   if (!HelperReads(path.native())) {
-    return found.Fail(0, L"The file's path holds characters that the system's code page lacks, so "
-                         L"the helper looks for " +
-                             Shown(FromHelper(ForHelper(path.native()))) +
-                             L". Use another name.");
+    return found.Fail(0, L"The code page lacks characters of the file's path. Use another name.");
   }
   const std::wstring drive = DriveFault(FullPath(path.native()));
-  if (!drive.empty()) found.Harm(0, drive);
+  if (!drive.empty()) found.Harm(0, L"{}", {drive});
 
   TaskLines lines(found);
   if (!lines.Read(reading.bytes)) return;
   reading.type = ReadType(lines, found);
-  if (reading.type == Task::kType) JobReader(lines, found, reading).Read();
+  if (reading.type == Task::kType) JobReader(lines, found).Read(reading);
   if (reading.type == UACTaskFileOp::kType) {
     const TaskLines::Entry list = lines.Get(UACTaskFileOp::kXmlPath);
     ReadList(FromHelper(list.value), list.line, found, options, reading);
@@ -380,18 +339,17 @@ void Read(const std::filesystem::path& path, Hold hold, const Options& options,
 
 TaskReading ReadTask(const std::filesystem::path& taskFile, Hold hold, const Options& options) {
   TaskReading reading;
-  FileFindings found(taskFile, reading.report);
+  FileFindings found{taskFile, reading.report};
   try {
     Read(taskFile, hold, options, found, reading);
   } catch (const std::bad_alloc&) {
     found.Fail(0, L"The check takes more memory than there is. Use smaller files.");
   }
-  const auto place = [&](const Finding& finding) {
-    return std::make_tuple(finding.file != taskFile, finding.line);
+  const auto isBefore = [&](const Finding& left, const Finding& right) {
+    return std::make_pair(left.file != taskFile, left.line) <
+           std::make_pair(right.file != taskFile, right.line);
   };
-  std::stable_sort(
-      reading.report.findings.begin(), reading.report.findings.end(),
-      [&](const Finding& left, const Finding& right) { return place(left) < place(right); });
+  std::stable_sort(reading.report.findings.begin(), reading.report.findings.end(), isBefore);
   return reading;
 }
 

@@ -19,7 +19,7 @@ FileState StateOf(const Data& data) {
 
 class Lister {
  public:
-  Lister(const std::wstring& root, Links links, Tree& tree)
+  Lister(const std::wstring& root, Links links, TreeListing& tree)
       : root_(WithSeparator(Verbatim(root))), links_(links), tree_(tree) {}
 
   // `below` is "" or ends in a separator.
@@ -50,7 +50,7 @@ class Lister {
 
   const std::wstring root_;
   const Links links_;
-  Tree& tree_;
+  TreeListing& tree_;
 };
 
 }  // namespace
@@ -69,8 +69,8 @@ Entry EntryOf(const WIN32_FIND_DATAW& data) {
   return entry;
 }
 
-Tree ListTree(const std::wstring& fullPath, Links links) {
-  Tree tree;
+TreeListing ListTree(const std::wstring& fullPath, Links links) {
+  TreeListing tree;
   Lister(fullPath, links, tree).List({}, false);
   return tree;
 }

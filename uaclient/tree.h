@@ -41,7 +41,7 @@ struct TreeEntry : Entry {
   std::wstring path;  // below the folder, with "\" between its parts
 };
 
-struct Tree {
+struct TreeListing {
   struct Fault {
     std::wstring path;  // below the folder; empty for the folder itself
     DWORD error = 0;    // 0 for a link behind a link
@@ -54,7 +54,7 @@ struct Tree {
 // leads to; in a destination none is.
 enum class Links { kFollowedOnce, kNotFollowed };
 
-Tree ListTree(const std::wstring& fullPath, Links links);
+TreeListing ListTree(const std::wstring& fullPath, Links links);
 
 // The state of a file, links followed. False when nothing is there or it is a folder.
 bool ReadFileState(const std::wstring& fullPath, FileState& state);

@@ -1,5 +1,7 @@
 #pragma once
+#define timespec timespecOfSomeVersions
 #include_next <time.h>
+#undef timespec
 struct timespec {
   time_t tv_sec;
   long tv_nsec;

@@ -14,9 +14,3 @@ class type_info {
 namespace std {
 using ::type_info;
 }
-#if _LIBCPP_VERSION < 20000  // that of LLVM 14 expects these too
-namespace std {
-struct bad_cast : exception {};
-struct bad_typeid : exception {};
-}  // namespace std
-#endif

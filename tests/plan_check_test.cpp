@@ -1,0 +1,251 @@
+// What is said of a plan ahead of its run, against what there is on the disk.
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <list>
+#include <regex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "client_support.h"
+#include "corekit/text.h"
+#include "support.h"
+#include "uaclient/uaclient.h"
+
+namespace {
+
+using uaclient::CopyPlan;
+using uaclient::Finding;
+using uaclient::Findings;
+
+struct Case {
+  // "source>destination", separated by ","; a folder's source ends in "/", and "!" in front of it
+  // has it replace its destination. "@" is the test's folder.
+  std::string items;
+  std::vector<std::string> findings;
+};
+
+class PlanCheck : public testing::Test {
+ protected:
+  std::string In(const std::string& text) const { return Replaced(text, "@", root_); }
+
+  CopyPlan PlanOf(const std::string& items) const {
+    CopyPlan plan;
+    const std::regex item("(!?)([^>,]*)>([^>,]*)");
+    const std::string text = In(items);
+    for (std::sregex_iterator at(text.begin(), text.end(), item), end; at != end; ++at) {
+      const std::wstring source = Utf8ToWide((*at)[2]);
+      const std::wstring destination = Utf8ToWide((*at)[3]);
+      if ((*at)[1].length() != 0) {
+        plan.ReplaceFolder(source, destination);
+      } else if (source.back() == L'/') {
+        plan.Folder(source, destination);
+      } else {
+        plan.File(source, destination);
+      }
+    }
+    return plan;
+  }
+
+  void Check(const std::vector<Case>& cases) const {
+    for (const auto& [items, expected] : cases) {
+      SCOPED_TRACE(items);
+      const CopyPlan plan = PlanOf(items);
+      std::vector<std::string> findings = expected;
+      for (std::string& finding : findings) finding = In(finding);
+      const uaclient::Report report = uaclient::Check(plan);
+      EXPECT_TRUE(Are(report.findings, findings));
+      EXPECT_EQ(report.steps.size(), plan.Items().size());
+    }
+  }
+
+  std::string Step(const std::string& items) const {
+    return WideToUtf8(uaclient::Check(PlanOf(items)).steps.at(0).text);
+  }
+
+  const TestFolder folder_;
+  const std::string root_ = Absolute(folder_);
+};
+
+TEST_F(PlanCheck, AddsToWhatIsThere) {
+  WriteTree(folder_.Path(), TreeOf("f=1, s/a=1, s/d/b=22, old/a=333, old/y/z=4, e/"));
+  Check({{"@s/>@old", {}},
+         {"@s/>@old/", {}},
+         {"@s/>@new/deep/er,@f>@out/new/deep/f,@f>@new/deep/g", {}},
+         {"@s/>@new,@f>@new/n/f", {}},
+         {"@s/>@new,@e/>@new", {}},
+         {"@s/>@old/y,@f>@old/f", {}},
+         {"@s/>C:/Windows/uactask test", {}},
+         {"", {"E The plan is empty"}},
+         {"@none>@a,@none/>@b/", {"E none\" does not exist", "E none/\" does not exist"}},
+         {"@s>@a,@f/>@b", {"E is a folder, but the item copies a file", "E is a file, but"}},
+         {"@f>@s,@s/>@f",
+          {"E a file cannot replace", "E a folder cannot replace", "E \"@f\" is the source",
+           "E \"@s\" is the source"}},
+         {"@f>@f/x", {"E there is a file", "E lies in the source"}},
+         {"@f>@new/", {"E ends like a folder"}}});
+  EXPECT_EQ(Step("@s/>@old"), In("adds the folder \"@s/\" (2 files, 3 bytes) to \"@old\", over 1 "
+                                 "file there"));
+  EXPECT_EQ(Step("@f>@old/a"), In("copies the file \"@f\" (1 file, 1 bytes) to \"@old/a\", over "
+                                  "the one that is there"));
+}
+
+TEST_F(PlanCheck, ReplacesWhatMayGo) {
+  WriteTree(folder_.Path(),
+            TreeOf("f=1, s/a=1, s/d/b=22, old/x=333, old/y/z=4, inuse/x=, used/x="));
+  const FileLock lock(folder_ / "inuse/x");
+  const FileLock source(folder_ / "used/x");
+  const FileLock noObstacle(folder_ / "old/x",
+                            FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+  MakeFolders(folder_ / "running/");
+  CopyFileA(OwnProgram().c_str(), (folder_ / "running/x.exe").c_str(), TRUE);
+  const HMODULE running =
+      LoadLibraryExA((folder_ / "running/x.exe").c_str(), nullptr, LOAD_LIBRARY_AS_IMAGE_RESOURCE);
+  wchar_t profile[MAX_PATH] = {};
+  GetEnvironmentVariableW(L"USERPROFILE", profile, MAX_PATH);
+  const std::string user = WideToUtf8(profile);
+  Check({{"!@s/>@old", {}},
+         {"!@s/>@p/q/r,!@s/>@old/", {}},
+         {"!@s/>@old,@f>@old/n,@f>@old/deep/er/n", {}},
+         {"!@s/>@old,@f>@old/a", {"E would be written twice"}},
+         {"!@s/>@old,@f>@old/D", {"E both a file and a folder"}},
+         {"!@s/>@old,@s/d/>@old/y", {"E which another item replaces"}},
+         {"!@s/d/>@s", {"E is or holds the source"}},
+         {"!@s/>@s/new", {"E lies in the source"}},
+         {"!@s/>@s", {"E is or lies in the source", "E is or holds the source", "E is the source"}},
+         {"!@s/>@old/y,@s/>@OLD", {"E into which another item copies"}},
+         {"!@s/>@old,!@f/>@old", {"E is a file, but", "E which another item replaces"}},
+         {"!@old/>@s,@s/d/>@new", {"E is or holds the source \"@s/d/\""}},
+         {"!@s/>@inuse", {"E x\" is to be deleted, but is in use"}},
+         {"!@used/>@new", {"E x\" is in use"}},
+         {"!@s/>@running", {"E x.exe\" is to be deleted, but is in use"}},
+         {"!@s/>C:/", {"E whole drive"}},
+         {"!@s/>C:/Windows/System32/x", {"E lies in the Windows folder"}},
+         {"!@s/>C:/Program Files", {"E Windows or programs need"}},
+         {"!@s/>C:/Program Files/Common Files/", {"E Windows or programs need"}},
+         {"!@s/>C:/ProgramData", {"E "}},
+         {"!@s/>C:/users", {"E "}},
+         {"!@s/>" + user, {"E "}},
+         {"!@s/>C:/users/somebody else", {"E a user's profile"}},
+         {"!@s/>" + user + "/Documents", {"E Windows or programs need"}},
+         {"!@s/>" + WideToUtf8(std::filesystem::path(Utf8ToWide(OwnProgram())).parent_path()),
+          {"E Windows or programs need"}},
+         {"!@s/>C:/Program Files/uactask test/new,!@s/>C:/ProgramData/uactask test", {}}});
+  EXPECT_EQ(Step("!@s/>@old"), In("copies the folder \"@s/\" (2 files, 3 bytes) to \"@old\" after "
+                                  "deleting what is there (2 files, 4 bytes)"));
+  FreeLibrary(running);
+}
+
+TEST_F(PlanCheck, KnowsPlacesByTheirFolders) {
+  WriteTree(folder_.Path(), TreeOf("f=1, s/a=1, s/d/b=2, o/x=1, w/w/x=1"));
+  Check({{"@s/>@S/new", {"E lies in the source"}},
+         {"@s/>@a,@f>@S/D/n", {"E lies in the source"}},
+         {"@f>@o/y,@s/a>@O/Y", {"E written twice: another item copies \"@f\""}},
+         {"@s/>@o,@f>@O/A", {"E written twice"}},
+         {"@s/d/>@", {}},
+         {"@w/>@", {"E it is the source"}},
+         {"@f>@n,@f>@N/x", {"E both a file and a folder"}}});
+}
+
+// Wine's drive Z: has everything, its drive C: too.
+TEST_F(PlanCheck, KnowsFoldersByTwoDriveLetters) {
+  using UnixName = char* (*)(const wchar_t*);
+  const auto unixName = reinterpret_cast<UnixName>(reinterpret_cast<void*>(
+      GetProcAddress(GetModuleHandleW(L"kernel32"), "wine_get_unix_file_name")));
+  if (unixName == nullptr) GTEST_SKIP() << "needs a second letter for a drive";
+  const std::string first = "C:/users/uactask test " + std::to_string(GetCurrentProcessId()) + "/";
+  WriteTree(first, TreeOf("s/a=1, s/d/b=2, f=1"));
+  const std::string second = std::string("Z:") + unixName(Utf8ToWide(first).c_str());
+  const auto both = [&](const std::string& items) {
+    return Replaced(Replaced(items, "1:", first), "2:", second);
+  };
+  std::vector<Case> cases = {
+      {"1:s/>2:s", {"E is or lies in the source", "E it is the source"}},
+      {"!1:s/>2:s", {"E is or lies in", "E is or holds", "E it is the source"}},
+      {"!2:s/d/>1:s", {"E is or holds the source"}},
+      {"!1:s/>2:", {"E a user's profile", "E is or holds the source"}},
+      {"1:f>2:n,2:s/a>1:N", {"E written twice"}}};
+  for (Case& one : cases) one.items = both(one.items);
+  Check(cases);
+  RemoveTreeForSure(first);
+}
+
+TEST_F(PlanCheck, FollowsLinksAboveAndInSources) {
+  WriteTree(folder_.Path(), TreeOf("f=1, far/x=1, s/a=1, o/y=1, twice/z=1"));
+  if (!MakeFolderLink("../far", folder_ / "o/link") ||
+      !MakeFolderLink("../far", folder_ / "s/link") ||
+      !MakeFolderLink("../twice", folder_ / "far/link") || !MakeFolderLink("far", folder_ / "at")) {
+    GTEST_SKIP() << "links cannot be made here";
+  }
+  Check({{"@f>@o/link/n", {}},
+         {"@f>@o/link", {"E is a link"}},
+         {"@s/a>@at/n,@f>@far/N", {"E written twice"}},
+         {"@o/y>@at", {"E is a link"}},
+         {"@s/>@new", {"E link behind a link"}},
+         {"@twice/>@o", {}},
+         {"@far/>@s/link/new", {"E is or lies in the source"}},
+         {"!@twice/>@o", {"W o\\link\" is a link in a folder that is replaced"}},
+         {"!@twice/>@at", {"W is a link. It is removed"}}});
+}
+
+TEST_F(PlanCheck, RefusesPathsThatDoNotCarry) {
+  WriteTree(folder_.Path(), TreeOf("f=1, s/a=1, s/d/b=2, ro=r, same=1"));
+  MakeReadOnly(folder_ / "ro");
+  MakeReadOnly(folder_ / "same");
+  WriteFileBytes(folder_ / ".hidden", "");
+  SetFileAttributesA((folder_ / ".hidden").c_str(), FILE_ATTRIBUTE_HIDDEN);
+  // A name with which a path below the folder has so many characters.
+  const auto upTo = [&](std::size_t units) { return std::string(units - root_.size(), 'n'); };
+  WriteFileBytes(folder_ / "fits/" + std::string(11, 'n'), "");
+  Check({{"@f>@ro,@f>@.hidden,@f>@same", {"E ro\" is read-only", "E hidden\" is read-only"}},
+         {"f>C:g", {"E \"f\" is relative", "E \"C:g\" is relative"}},
+         {">@a,@f>", {"E source is empty", "E destination is empty"}},
+         {"@f>@../x", {"E what Windows reads as"}},
+         {"@f>@x.,@s/>@a//b", {"E x.\" is what Windows reads", "E b\" is what Windows reads"}},
+         {"@f>@d/nul", {"E what Windows reads as"}},
+         {"@f>//?/C:/x", {"E device's path"}},
+         {"@f>@\x01", {"E control character"}},
+         {"@f>R:/x", {"E no drive R:"}},
+         {"@f>@" + upTo(259), {}},
+         {"@f>@" + upTo(260), {"E too long"}},
+         {"@fits/>@" + upTo(247), {}},
+         {"@fits/>@" + upTo(248), {"E too long for a folder", "E too long: a file's"}},
+         {"@s/>@" + upTo(245), {}},
+         {"@s/>@" + upTo(246), {"E d\" is too long"}}});
+}
+
+TEST_F(PlanCheck, CountsSpaceAndFindings) {
+  const auto freeSpace = static_cast<std::int64_t>(std::filesystem::space(root_).available);
+  for (const char* name : {"huge/x", "huger"}) {
+    WriteSparseFile(folder_ / name, "", freeSpace + (std::int64_t{1} << 40));
+  }
+  WriteFileBytes(folder_ / "s/a", "");
+  std::list<FileLock> locks;
+  for (int i = 0; i < 22; ++i) {
+    WriteFileBytes(folder_ / "many/" + std::to_string(i), "");
+    locks.emplace_back(folder_ / "many/" + std::to_string(i));
+  }
+  std::vector<std::string> inUse(20, "E is to be deleted");
+  inUse.push_back("W There are 2 more findings");
+  Check({{"@huge/x>@x", {"W does not fit"}},
+         {"@huge/x>@huger", {}},
+         {"!@huge/>@new", {"E does not fit"}},
+         {"!@s/>@many", inUse}});
+}
+
+// On Wine, whose folders may hold both; on Windows only folders that are made so.
+TEST_F(PlanCheck, RefusesNamesThatDifferOnlyInCase) {
+  if (!OnWine()) GTEST_SKIP() << "folders tell case apart only where they are told to";
+  WriteTree(folder_.Path(), TreeOf("s/k.txt=1, s/x=2, s/sub/a=, s/ tmp/a="));
+  const std::string upper = folder_ / "s/K.TXT";
+  RunUnixProgram("mv " + (folder_ / "s/x") + " " + upper, [&] {
+    return GetFileAttributesA((folder_ / "s/x").c_str()) == INVALID_FILE_ATTRIBUTES;
+  });
+  Check({{"@s/>@new", {"E differ only in case"}}, {"!@s/>@new", {"E differ only in case"}}});
+}
+
+}  // namespace
