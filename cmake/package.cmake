@@ -11,6 +11,7 @@ set(docs_folder share/doc/uactask)
 add_custom_target(uactask_shipped DEPENDS ${libraries} ${programs})
 
 install(TARGETS ${programs} EXPORT uactaskTargets RUNTIME DESTINATION bin COMPONENT programs)
+string(REGEX MATCH "^[0-9]+" gcc_version "${CMAKE_CXX_COMPILER_VERSION}")
 configure_file(cmake/package_readme.md.in package/README.md @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/package/README.md CHANGELOG.md SECURITY.md
   DESTINATION ${docs_folder} COMPONENT programs)

@@ -141,23 +141,17 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"copy P a --fast=1", "\"--fast=1\""},
       {"copy --timeout 0 P a", "\"0\""},
       {"copy P --timeout=86401 a", "\"86401\""},
-      {"copy --timeout 99999999999 P a", "\"99999999999\""},
       {"copy P a --timeout", "\"\" is not a number"},
       {"copy - a", "\"" + FullPath("-") + "\" does not exist"},
       {"copy -- --json a", "\"" + FullPath("--json") + "\" does not exist"},
       {"copy P \\\\.\\NUL", "NUL"},
-      {"copy \\\\?\\C:\\none a", "\"C:\\none\" does not exist"},
       {"copy *.txt a", "\"*.txt\" has a wildcard"},
       {"run a --dry-run", "\"--dry-run\""},
       {"unschedule", "NAME"},
       {"unschedule a b", "\"b\""},
-      {"daily N 08:00 C:\\none.exe a", "C:\\none.exe"},
-      {"daily N 08:00 P 5%% %TEMP%", "\"5%% %TEMP%\""},
-      {"daily N 08:00 P $(Arg0)", "\"$(Arg0)\""},
       {"daily N 24:00 P a", "\"24:00\""},
       {"daily N 8:00 P 08:00", "two digits each"},
       {"daily N 12:60 P a", "\"12:60\""},
-      {"daily N 12:00:00 P a", "\"12:00:00\""},
       {"daily N -1:00 P a", "\"-1:00\""},
       {"weekly N 08:00 mon,,tue P a", "\"\" is not a weekday"},
       {"weekly N 08:00 mo P a", "\"mo\""},
@@ -185,7 +179,8 @@ TEST_F(Uactl, ExplainsMistakes) {
       {{"copy", dir, "b", "/E"}, "\"/E\" is not an option. Options begin with \"--\""},
       {{"daily", "/tn", kJob, "08:00", kProgram, "a"}, "Options begin with \"--\""},
       {{"daily", kJob, "--dry-run", "08:00", kProgram, "a"}, "options come before it"},
-      {{"daily", "Skin", "update", "08:00", kProgram, "a"}, "quotes around that: \"Skin update\""},
+      {{"daily", "Skin", "update", "08:00", kProgram, "a"},
+       "\"update\" stands where HH:MM belongs"},
       {{"daily", kJob, "08:00", front, "b\\u.exe", "/s"}, "\"" + program + "\" is: put quotes"},
       {{"daily", kJob, "08:00", program + " /s"}, "\"" + program + "\" is: put quotes"},
       {{"daily", kJob, "08:00", "\\\"" + program + "\\\" /s"},
@@ -259,10 +254,8 @@ TEST_F(Uactl, TypedTextAddsNoLineAndNoKey) {
 }
 
 TEST_F(Uactl, CopiesAllAtOnce) {
-  SKIP_UNLESS_ELEVATED("output of the helper's side");
   WriteTree(folder_ / "from/", kTree);
   WriteTree(folder_ / "old/", {{"gone/", ""}, {"gone/x", "x"}, {"ü a.txt", "older"}});
-  WriteFileBytes(folder_ / "file", "older");
   const Strings copy = {"copy",
                         folder_ / "from/sub/日本 😀.txt",
                         folder_ / "file",
@@ -271,62 +264,50 @@ TEST_F(Uactl, CopiesAllAtOnce) {
                         folder_ / "old",
                         folder_ / "from/ü a.txt",
                         folder_ / "made/"};
-  Strings replace = copy;
-  replace.push_back("--replace");
-  Strings dry = replace;
-  dry.push_back("--dry-run");
-
+  const auto with = [&](const char* option, Strings arguments) {
+    arguments.push_back(option);
+    return arguments;
+  };
   const Tree before = folder_.Contents();
-  const Json planned = SaysAsJson(0, dry);
-  EXPECT_THAT(Says(0, dry), HasSubstr(TextOf(planned)));
-  EXPECT_EQ(planned["steps"][0]["kind"], "replaceFolder");
-  EXPECT_EQ(planned["steps"][0]["deletedFiles"], 2);
+  const Json planned = SaysAsJson(0, with("--replace", with("--dry-run", copy)));
+  EXPECT_EQ(Says(0, with("--dry-run", with("--replace", copy))), TextOf(planned));
+  const Json& step = planned["steps"][0];
+  EXPECT_TRUE(step["kind"] == "replaceFolder" && step["deletes"] == true &&
+              step["deletedFiles"] == 2);
   EXPECT_EQ(folder_.Contents(), before);
 
-  EXPECT_TRUE(std::regex_match(Says(0, copy), std::regex("4 files, 14 bytes, \\d+\\.\\d s\n")));
-  Tree added = kTree;
-  added.insert({{"gone/", ""}, {"gone/x", "x"}});
-  EXPECT_EQ(ReadTree(folder_ / "old/"), added);
-  EXPECT_EQ(ReadFileBytes(folder_ / "file"), "far");
+  const std::string done = "4 files, 14 bytes, \\d+\\.\\d s\n";
+  const std::string told = Says(0, with("--replace", copy));
+  EXPECT_TRUE(std::regex_match(told, std::regex(done + "uactl: plan: [^\n]+\n")));
+  EXPECT_THAT(told, HasSubstr("plan: " + step["text"].get<std::string>()));
+  EXPECT_EQ(ReadTree(folder_ / "old/"), kTree);
   EXPECT_EQ(ReadFileBytes(folder_ / "made/ü a.txt"), "near");
 
-  const std::string deletion = "uactl: plan: " + planned["steps"][0]["text"].get<std::string>();
-  EXPECT_THAT(Says(0, replace), HasSubstr(deletion.substr(0, deletion.find('('))));
-  EXPECT_EQ(ReadTree(folder_ / "old/"), kTree);
+  // Nothing is deleted, and so nothing is told before the start.
+  WriteTree(folder_.Path(), {{"file", "older"}, {"old/kept", "k"}});
+  EXPECT_TRUE(std::regex_match(Says(0, copy), std::regex(done)));
+  EXPECT_EQ(ReadFileBytes(folder_ / "file") + ReadFileBytes(folder_ / "old/kept"), "fark");
 
   // What did not arrive is named; the rest did.
   WriteFileBytes(folder_ / "file", "raf");
-  MakeFolders(folder_ / "old/left/");
   const FileLock lock(folder_ / "file");
   EXPECT_THAT(Says(1, copy), HasSubstr("uactl: \"" + FullPath(folder_ / "file") + "\": "));
   const Json json = SaysAsJson(1, copy);
   EXPECT_EQ(json["status"], "incomplete");
-  EXPECT_EQ(json["items"][0]["done"], false);
-  EXPECT_NE(json["items"][0]["reason"], "");
+  EXPECT_TRUE(json["items"][0]["done"] == false && json["items"][0]["reason"] != "");
   EXPECT_EQ(json["items"][2]["destination"], FullPath(folder_ / "made/ü a.txt"));
 }
 
-// Where a guess could destroy something: nothing is changed, and the path is named.
-TEST_F(Uactl, RefusesCopiesThatMayNotBeMeant) {
-  WriteTree(folder_.Path(), {{"file", "f"}, {"dir/", ""}, {"dir/a", "a"}});
-  const Tree before = folder_.Contents();
-  const std::vector<Strings> copies = {{"dir", "file", "file"},
-                                       {"dir", "dir/in", "in"},
-                                       {"dir", "DIR", "DIR"},
-                                       {"dir/a", "./dir/a", "a"}};
-  for (const Strings& copy : copies) {
-    const Strings arguments = {"copy", folder_ / copy[0], folder_ / copy[1]};
-    EXPECT_THAT(Refusal(arguments), HasSubstr(copy[2]));
-    const Json json = SaysAsJson(2, arguments);
-    EXPECT_EQ(json["status"], "invalid");
-    EXPECT_EQ(json["findings"][0]["severity"], "error");
-    EXPECT_EQ(json["findings"][0]["item"], 0);
-    Strings dry = arguments;
-    dry.push_back("--dry-run");
-    EXPECT_EQ(SaysAsJson(2, dry)["status"], "fails");
-    EXPECT_EQ(folder_.Contents(), before);
-  }
-  EXPECT_THAT(Refusal({"copy", "--replace", folder_ / "dir", "Q:\\\\"}), HasSubstr("Q:"));
+TEST_F(Uactl, TellsWhyAPlanIsRefused) {
+  WriteTree(folder_.Path(), {{"dir/", ""}, {"dir/a", "a"}});
+  const Strings copy = {"copy", folder_ / "dir", folder_ / "dir/in"};
+  EXPECT_THAT(Refusal(copy), HasSubstr(FullPath(folder_ / "dir/in")));
+  const Json json = SaysAsJson(2, copy);
+  const Json& finding = json["findings"][0];
+  EXPECT_EQ(json["status"], "invalid");
+  EXPECT_TRUE(finding["severity"] == "error" && finding["item"] == 0) << finding;
+  EXPECT_EQ(SaysAsJson(2, {"copy", copy[1], copy[2], "--dry-run"})["status"], "fails");
+  EXPECT_THAT(Refusal({"copy", "--replace", copy[1], "Q:\\\\"}), HasSubstr("Q:"));
   EXPECT_THAT(SaysAsJson(2, {"copy", "a"})["reason"].get<std::string>(), HasSubstr("DESTINATION"));
 }
 
@@ -378,7 +359,6 @@ TEST_F(Uactl, SchedulesAndUnschedules) {
 
 // A task file by what "check" answers, in words and for programs, and what then becomes of it.
 TEST_F(Uactl, ChecksAndRunsTaskFiles) {
-  SKIP_UNLESS_ELEVATED("what the helper answers");
   const std::string file = folder_ / "task.ini";
   const std::string list = folder_ / "list.xml";
   const std::string job = "[Task]\ntype=0\ntask_name=" + corekit::Utf8ToAnsi(kJob) +
@@ -433,36 +413,35 @@ TEST(Report, TellsEveryOutcome) {
     uaclient::Status status;
     int exitCode;
     const char* name;
-    bool namesItem;
-  } cases[] = {{uaclient::Status::kDone, 0, "done", false},
-               {uaclient::Status::kIncomplete, 1, "incomplete", true},
-               {uaclient::Status::kInvalid, 2, "invalid", false},
-               {uaclient::Status::kRefused, 3, "refused", false},
-               {uaclient::Status::kNotStarted, 1, "notStarted", false},
-               {uaclient::Status::kFailed, 1, "failed", true},
-               {uaclient::Status::kStillRunning, 4, "stillRunning", false}};
+    const wchar_t* errors;
+  } cases[] = {
+      {uaclient::Status::kDone, 0, "done", L""},
+      {uaclient::Status::kIncomplete, 1, "incomplete", L"uactl: \"D:\\é\": Why.\n"},
+      {uaclient::Status::kInvalid, 2, "invalid", L"uactl: Why.\nuactl: Nothing was started.\n"},
+      {uaclient::Status::kRefused, 3, "refused", L"uactl: Why.\n"},
+      {uaclient::Status::kNotStarted, 1, "notStarted", L"uactl: Why.\n"},
+      {uaclient::Status::kFailed, 1, "failed", L"uactl: \"D:\\é\": Why.\n"},
+      {uaclient::Status::kStillRunning, 4, "stillRunning", L"uactl: Why.\n"}};
   for (const auto& c : cases) {
+    const bool isDone = c.exitCode == 0;
     uaclient::Result result;
     result.status = c.status;
+    result.reason = isDone ? L"" : L"Why.";
     result.items.resize(1);
     result.items[0].destination = L"D:\\é";
-    result.items[0].done = c.exitCode == 0;
-    if (c.exitCode != 0) result.reason = L"Why.";
-    const Outcome outcome = OutcomeOf(result, false);
-    EXPECT_EQ(outcome.exitCode, c.exitCode) << c.name;
-    const Json json = Json::parse(AsJson(outcome));
-    EXPECT_EQ(json["exit"], c.exitCode);
-    EXPECT_EQ(json["status"], c.name);
-    EXPECT_EQ(json["items"][0]["reason"], c.exitCode == 0 ? "" : "Why.");
-    const std::wstring errors = AsText(outcome).errors;
-    const std::wstring line = c.namesItem ? L"uactl: \"D:\\é\": Why.\n" : L"uactl: Why.\n";
-    EXPECT_EQ(errors.substr(0, line.size()), c.exitCode == 0 ? L"" : line) << c.name;
+    result.items[0].done = isDone;
+    const Json json = Json::parse(AsJson(OutcomeOf(result, false)));
+    EXPECT_TRUE(json["exit"] == c.exitCode && json["status"] == c.name) << json;
+    EXPECT_EQ(json["items"][0]["reason"], isDone ? "" : "Why.");
+    EXPECT_EQ(AsText(OutcomeOf(result, false)).errors, c.errors);
+    // A task file may be wrong though the argument is right, unless there is no such file.
     EXPECT_EQ(OutcomeOf(result, true).exitCode, c.exitCode == 2 ? 1 : c.exitCode);
     result.report.exists = false;
     EXPECT_EQ(OutcomeOf(result, true).exitCode, c.exitCode);
   }
-  EXPECT_EQ(Json::parse(AsJson(Exhausted(true)))["exit"], 2);
-  EXPECT_EQ(Json::parse(AsJson(Exhausted(false)))["exit"], 1);
+  for (const bool isCheck : {false, true}) {
+    EXPECT_EQ(Json::parse(AsJson(Exhausted(isCheck)))["exit"], isCheck ? 2 : 1);
+  }
 }
 
 }  // namespace

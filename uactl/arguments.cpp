@@ -6,6 +6,7 @@
 #include <cwchar>
 #include <cwctype>
 #include <deque>
+#include <map>
 
 #include "uaclient/path.h"
 #include "uaclient/win32.h"
@@ -116,13 +117,9 @@ bool SetTime(const std::wstring& time, Job& job) {
 void ReadTime(Operands& operands, Job& job) {
   const std::wstring time = operands.Take(L"HH:MM");
   if (SetTime(time, job)) return;
-  std::wstring name = job.name + L" " + time;
   for (const std::wstring& word : operands.words) {
-    if (SetTime(word, job) && time.find(L':') == time.npos) {
-      Refuse(time, L"stands where HH:MM belongs. If it is part of NAME, put quotes around that: " +
-                       Quoted(name) + L".");
-    }
-    name += L" " + word;
+    if (time.find(L':') != time.npos || !SetTime(word, job)) continue;
+    Refuse(time, L"stands where HH:MM belongs. If it is part of NAME, put quotes around NAME.");
   }
   Refuse(time, L"is not a time from 00:00 to 23:59, with two digits each, such as 08:30.");
 }
@@ -192,46 +189,35 @@ void ReadRemoval(Operands& operands, Arguments& arguments) {
   arguments.task = JobRemoval{operands.Take(L"NAME")};
 }
 
-void ReadRun(Operands& operands, Arguments& arguments) {
+void ReadTaskFile(Operands& operands, Arguments& arguments) {
   arguments.task = TaskFile{TakePath(operands, L"TASKFILE")};
 }
 
-void ReadCheck(Operands& operands, Arguments& arguments) {
-  ReadRun(operands, arguments);
-  arguments.onlyCheck = true;
-}
-
-struct Option {
-  const wchar_t* name;
-  bool Arguments::*flag;  // null for the one that has a value
-};
-
-const Option kOptions[] = {{L"--replace", &Arguments::replace},
-                           {L"--dry-run", &Arguments::onlyCheck},
-                           {L"--fast", &Arguments::fast},
-                           {L"--timeout", nullptr},
-                           {L"--json", &Arguments::asJson}};
+const std::map<std::wstring, bool Arguments::*> kFlags = {{L"--replace", &Arguments::replace},
+                                                          {L"--dry-run", &Arguments::onlyCheck},
+                                                          {L"--fast", &Arguments::fast},
+                                                          {L"--json", &Arguments::asJson}};
 
 constexpr std::size_t kAll = SIZE_MAX;
 
 struct Command {
   std::wstring name;
-  std::wstring options;
+  std::wstring options;  // each between blanks
   void (*read)(Operands&, Arguments&);
   std::size_t ownOperands = kAll;  // what stands behind them belongs to another program
-  std::wstring otherNames = {};    // with a blank on both sides: what is typed by habit
+  std::wstring otherNames = {};    // each between blanks: what is typed by habit
 };
 
-const std::wstring kJobOptions = L"--dry-run --timeout --json";
+const std::wstring kJobOptions = L" --dry-run --timeout --json ";
 const Command kCommands[] = {
-    {L"copy", L"--replace --dry-run --fast --timeout --json", ReadCopy, kAll,
+    {L"copy", L" --replace --dry-run --fast --timeout --json ", ReadCopy, kAll,
      L" cp xcopy robocopy "},
     {L"daily", kJobOptions, ReadJob<Job::Every::kDay>, 3, L" schedule schtasks "},
     {L"weekly", kJobOptions, ReadJob<Job::Every::kWeek>, 4},
     {L"monthly", kJobOptions, ReadJob<Job::Every::kMonth>, 4},
     {L"unschedule", kJobOptions, ReadRemoval, kAll, L" delete "},
-    {L"run", L"--fast --timeout --json", ReadRun},
-    {L"check", L"--json", ReadCheck}};
+    {L"run", L" --fast --timeout --json ", ReadTaskFile},
+    {L"check", L" --json ", ReadTaskFile}};
 
 const Command& FindCommand(const std::wstring& word) {
   std::wstring name = word;
@@ -249,13 +235,6 @@ bool AsksForHelp(const std::wstring& word) {
   return word == L"--help" || word == L"-h" || word == L"/?";
 }
 
-const Option* FindOption(const Command& command, const std::wstring& name) {
-  for (const Option& option : kOptions) {
-    if (name == option.name && command.options.find(name) != name.npos) return &option;
-  }
-  return nullptr;
-}
-
 // Puts the options into `arguments` and returns the other words.
 Operands TakeOptions(const Command& command, const Words& words, Arguments& arguments) {
   Operands operands = {L": see \"uactl help " + command.name + L"\".", {}};
@@ -267,25 +246,26 @@ Operands TakeOptions(const Command& command, const Words& words, Arguments& argu
       operands.words.push_back(word);
       continue;
     }
-    const std::size_t sign = std::min(word.find(L'='), word.size());
-    const Option* const option = FindOption(command, word.substr(0, sign));
+    const std::size_t nameSize = std::min(word.find(L'='), word.size());
+    const std::wstring name = word.substr(0, nameSize);
+    const bool isKnown = command.options.find(L" " + name + L" ") != name.npos;
     if (AsksForHelp(word)) {
       arguments.helpPage = command.name;
     } else if (command.ownOperands != kAll && !operands.words.empty()) {
       Refuse(word, L"stands behind NAME, but options come before it" + operands.hint);
     } else if (word == L"--") {
       areOver = true;
-    } else if (option == nullptr || (option->flag != nullptr && sign < word.size())) {
-      Refuse(word,
-             L"is not an option here; write a path of that name as .\\" + word + operands.hint);
-    } else if (option->flag != nullptr) {
-      arguments.*(option->flag) = true;
-    } else {
-      const bool isNext = sign == word.size() && i + 1 < words.size();
-      const std::wstring value = isNext ? words[++i] : word.substr(sign).erase(0, 1);
+    } else if (isKnown && name == L"--timeout") {
+      const bool isNext = word == name && i + 1 < words.size();
+      const std::wstring value = isNext ? words[++i] : word.substr(nameSize).erase(0, 1);
       const int seconds = Number(value, 1, 86400);
       if (seconds < 0) Refuse(value, L"is not a number of seconds from 1 to 86400.");
       arguments.options.timeout = std::chrono::seconds(seconds);
+    } else if (isKnown && word == name) {
+      arguments.*(kFlags.at(name)) = true;
+    } else {
+      Refuse(word,
+             L"is not an option here; write a path of that name as .\\" + word + operands.hint);
     }
   }
   return operands;
@@ -301,6 +281,7 @@ void Read(const Words& words, Arguments& arguments) {
   Operands operands = TakeOptions(command, words, arguments);
   if (!arguments.helpPage.empty()) return;
   command.read(operands, arguments);
+  arguments.onlyCheck |= command.name == L"check";
   if (!operands.words.empty()) {
     Refuse(operands.words.front(), L"is one argument too many" + operands.hint);
   }

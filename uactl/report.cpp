@@ -72,10 +72,9 @@ const std::wstring& ReasonOf(const Item& item, const Result& result) {
 }
 
 std::wstring JobLine(const Item& item) {
-  const wchar_t* const done = item.isDeletion ? L"deleted"
-                              : item.replaced ? L"replaced"
-                                              : L"registered";
-  return Line(L"The job " + Quoted(item.job) + L" was " + done + L".");
+  const std::wstring added = item.replaced ? L"replaced" : L"registered";
+  return Line(L"The job " + Quoted(item.job) + L" was " + (item.isDeletion ? L"deleted" : added) +
+              L".");
 }
 
 Lines RunText(const Result& result) {

@@ -1,6 +1,8 @@
 # Configures, builds and runs this project in `WORK` with what was built in `BUILD` of `SOURCE`: installed, as a folder
-# and as CMake fetches it. `OPTIONS` is what the compiler and the libraries there need (separated by "|").
+# and as CMake fetches it. `OPTIONS` is what the compiler and the libraries there need, `EMULATOR` what starts its programs
+# (both separated by "|").
 string(REPLACE "|" ";" options "${OPTIONS}")
+string(REPLACE "|" ";" EMULATOR "${EMULATOR}")
 
 # A toolchain file that lies elsewhere finds Boost by the prefix path alone.
 if(TOOLCHAIN)
