@@ -226,7 +226,7 @@ const Command& FindCommand(const std::wstring& word) {
       Refuse(word, L"is not a command: did you mean " + Quoted(command.name) + L"?");
     }
   }
-  Refuse(word, L"is not a command. \"uactl --help\" lists them.");
+  Refuse(word, L"is not a command. Options stand behind the command; see \"uactl --help\".");
 }
 
 bool AsksForHelp(const std::wstring& word) {
