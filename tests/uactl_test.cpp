@@ -154,7 +154,6 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"daily N 12:60 P a", "\"12:60\""},
       {"daily N -1:00 P a", "\"-1:00\""},
       {"weekly N 08:00 mon,,tue P a", "\"\" is not a weekday"},
-      {"weekly N 08:00 mo P a", "\"mo\""},
       {"weekly N 08:00 tue,mondays P a", "\"mondays\""},
       {"monthly N 08:00 0 P a", "\"0\""},
       {"monthly N 08:00 1,32 P a", "\"32\""},
@@ -229,9 +228,10 @@ TEST_F(Uactl, ReadsTimesDaysAndArguments) {
       Read({"copy", kProgram, "Q:/none/./x", "C:/none/../windows/", "Q:/b", "--fast", kProgram,
             "C:/windows", kProgram, "Q:\\new/", "--timeout=86400", "--", ".", "--x"});
   const auto& items = std::get<uaclient::CopyPlan>(copy.task).Items();
-  const wchar_t* const destinations[] = {L"Q:\\none\\x", L"Q:\\b", L"C:\\windows\\cmd.exe",
-                                         L"Q:\\new\\cmd.exe"};
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(items.at(i).destination, destinations[i]);
+  std::wstring destinations;
+  for (const auto& item : items) destinations += item.destination.wstring() + L";";
+  EXPECT_THAT(destinations,
+              StartsWith(L"Q:\\none\\x;Q:\\b;C:\\windows\\cmd.exe;Q:\\new\\cmd.exe;"));
   EXPECT_EQ(items.at(4).source, std::filesystem::current_path());
   EXPECT_EQ(items.at(1).source, L"C:\\windows");
   EXPECT_EQ(copy.options.timeout, std::chrono::hours(24));
@@ -372,7 +372,6 @@ TEST_F(Uactl, ChecksAndRunsTaskFiles) {
   } cases[] = {
       {"[Task]\ntype=1\nxml_path=" + FullPath(list) + "\n", 0, 0, {"plan: copies "}},
       {"[Task]\ntype=1\nxml_path=" + FullPath(list), 2, 1, {"error: ", "task.ini:3: warning: "}},
-      {"[Task]\ntype=7\n", 2, 1, {"task.ini:2: error: "}},
       {"", 2, 1, {"task.ini: error: "}},
       {"[Task]\ntype=1\nxml_path=" + FullPath(folder_ / "harm.xml") + "\n",
        1,

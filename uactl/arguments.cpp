@@ -198,24 +198,22 @@ const std::map<std::wstring, bool Arguments::*> kFlags = {{L"--replace", &Argume
                                                           {L"--fast", &Arguments::fast},
                                                           {L"--json", &Arguments::asJson}};
 
-constexpr std::size_t kAll = SIZE_MAX;
-
 struct Command {
   std::wstring name;
   std::wstring options;  // each between blanks
   void (*read)(Operands&, Arguments&);
-  std::size_t ownOperands = kAll;  // what stands behind them belongs to another program
-  std::wstring otherNames = {};    // each between blanks: what is typed by habit
+  std::size_t ownOperands = 0;   // of a job; what stands behind them belongs to its program
+  std::wstring otherNames = {};  // each between blanks: what is typed by habit
 };
 
 const std::wstring kJobOptions = L" --dry-run --timeout --json ";
 const Command kCommands[] = {
-    {L"copy", L" --replace --dry-run --fast --timeout --json ", ReadCopy, kAll,
+    {L"copy", L" --replace --dry-run --fast --timeout --json ", ReadCopy, 0,
      L" cp xcopy robocopy "},
     {L"daily", kJobOptions, ReadJob<Job::Every::kDay>, 3, L" schedule schtasks "},
     {L"weekly", kJobOptions, ReadJob<Job::Every::kWeek>, 4},
     {L"monthly", kJobOptions, ReadJob<Job::Every::kMonth>, 4},
-    {L"unschedule", kJobOptions, ReadRemoval, kAll, L" delete "},
+    {L"unschedule", kJobOptions, ReadRemoval, 0, L" delete "},
     {L"run", L" --fast --timeout --json ", ReadTaskFile},
     {L"check", L" --json ", ReadTaskFile}};
 
@@ -228,7 +226,7 @@ const Command& FindCommand(const std::wstring& word) {
       Refuse(word, L"is not a command: did you mean " + Quoted(command.name) + L"?");
     }
   }
-  Refuse(word, L"is not a command. \"uactl --help\" lists them.");
+  Refuse(word, L"is not a command. Options stand behind the command; see \"uactl --help\".");
 }
 
 bool AsksForHelp(const std::wstring& word) {
@@ -238,11 +236,13 @@ bool AsksForHelp(const std::wstring& word) {
 // Puts the options into `arguments` and returns the other words.
 Operands TakeOptions(const Command& command, const Words& words, Arguments& arguments) {
   Operands operands = {L": see \"uactl help " + command.name + L"\".", {}};
+  const bool isJob = command.ownOperands > 0;
   bool areOver = false;
   for (std::size_t i = 1; i < words.size(); ++i) {
     const std::wstring& word = words[i];
     const bool isOption = (word.size() > 1 && word[0] == L'-') || word == L"/?";
-    if (areOver || !isOption || operands.words.size() >= command.ownOperands) {
+    areOver |= isJob && operands.words.size() >= command.ownOperands;
+    if (areOver || !isOption) {
       operands.words.push_back(word);
       continue;
     }
@@ -251,7 +251,7 @@ Operands TakeOptions(const Command& command, const Words& words, Arguments& argu
     const bool isKnown = command.options.find(L" " + name + L" ") != name.npos;
     if (AsksForHelp(word)) {
       arguments.helpPage = command.name;
-    } else if (command.ownOperands != kAll && !operands.words.empty()) {
+    } else if (isJob && !operands.words.empty()) {
       Refuse(word, L"stands behind NAME, but options come before it" + operands.hint);
     } else if (word == L"--") {
       areOver = true;

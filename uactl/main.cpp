@@ -59,7 +59,8 @@ Outcome Carry(const Arguments& arguments) {
   return OutcomeOf(std::visit(run, arguments.task), ofTaskFile);
 }
 
-int Main(const Arguments& arguments) {
+// Does what was asked for and prints what is to be said about it.
+int Answer(const Arguments& arguments) {
   if (!arguments.helpPage.empty()) {
     PrintHelp(WideToUtf8(arguments.helpPage));
     return 0;
@@ -71,11 +72,7 @@ int Main(const Arguments& arguments) {
   const Outcome outcome = refused.reason.empty() ? Carry(arguments) : OutcomeOf(refused, false);
   const Lines lines = AsText(outcome);
   Print(Stream::kErrors, lines.errors);
-  if (arguments.asJson) {
-    PrintAscii(Stream::kOutput, AsJson(outcome));
-  } else {
-    Print(Stream::kOutput, lines.output);
-  }
+  Print(Stream::kOutput, arguments.asJson ? Utf8ToWide(AsJson(outcome)) : lines.output);
   return outcome.exitCode;
 }
 
@@ -91,7 +88,7 @@ int wmain(int argumentCount, wchar_t* words[]) {
   try {
     arguments = ReadArguments({words + 1, words + argumentCount});
     exhausted = AsJson(Exhausted(arguments.onlyCheck));
-    return Main(arguments);
+    return Answer(arguments);
   } catch (const std::exception&) {  // memory, or threads to compare with
     PrintAscii(Stream::kErrors, "uactl: not enough memory\n");
     if (arguments.asJson) PrintAscii(Stream::kOutput, exhausted);

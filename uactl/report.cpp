@@ -31,15 +31,15 @@ std::wstring SeverityName(const Finding& finding) {
 std::wstring FindingLines(const Report& report) {
   std::wstring text;
   for (const Finding& finding : report.findings) {
-    if (finding.file.empty()) {
-      text += Refuses(finding) ? ErrorLine(finding.text) : WarningLine(finding.text);
-      continue;
-    }
     std::wstring line = finding.file.wstring();
     if (finding.line > 0) line += L":" + std::to_wstring(finding.line);
     line += L": " + SeverityName(finding) + L": " + finding.text;
     if (finding.severity == Severity::kHarmful) line += L" \"uactl run\" does not start it.";
-    text += Line(line);
+    if (!finding.file.empty()) {
+      text += Line(line);
+    } else {
+      text += Refuses(finding) ? ErrorLine(finding.text) : WarningLine(finding.text);
+    }
   }
   return text;
 }
@@ -140,42 +140,41 @@ Lines AsText(const Outcome& outcome) {
 std::string AsJson(const Outcome& outcome) {
   using Json = nlohmann::ordered_json;
   const auto text = [](const std::filesystem::path& path) { return WideToUtf8(path.wstring()); };
-  Json findings = Json::array();
+  const Json none = Json::array();
+  Json json = {{"exit", outcome.exitCode},
+               {"status", outcome.status},
+               {"reason", text(outcome.result.reason)},
+               {"findings", none},
+               {"steps", none},
+               {"items", none}};
   for (const Finding& finding : outcome.result.report.findings) {
-    findings.push_back({{"severity", text(SeverityName(finding))},
-                        {"harmful", finding.severity == Severity::kHarmful},
-                        {"file", text(finding.file)},
-                        {"line", finding.line},
-                        {"item", finding.item == Finding::kNoItem ? Json() : Json(finding.item)},
-                        {"text", text(finding.text)}});
+    json["findings"].push_back(
+        {{"severity", text(SeverityName(finding))},
+         {"harmful", finding.severity == Severity::kHarmful},
+         {"file", text(finding.file)},
+         {"line", finding.line},
+         {"item", finding.item == Finding::kNoItem ? Json() : Json(finding.item)},
+         {"text", text(finding.text)}});
   }
-  Json steps = Json::array();
   for (const Step& step : outcome.result.report.steps) {
-    steps.push_back({{"kind", kKinds[static_cast<int>(step.kind)]},
-                     {"source", text(step.source)},
-                     {"destination", text(step.destination)},
-                     {"job", text(step.job)},
-                     {"files", step.files},
-                     {"bytes", step.bytes},
-                     {"deletes", step.deletes},
-                     {"deletedFiles", step.deletedFiles},
-                     {"deletedBytes", step.deletedBytes},
-                     {"text", text(step.text)}});
+    json["steps"].push_back({{"kind", kKinds[static_cast<int>(step.kind)]},
+                             {"source", text(step.source)},
+                             {"destination", text(step.destination)},
+                             {"job", text(step.job)},
+                             {"files", step.files},
+                             {"bytes", step.bytes},
+                             {"deletes", step.deletes},
+                             {"deletedFiles", step.deletedFiles},
+                             {"deletedBytes", step.deletedBytes},
+                             {"text", text(step.text)}});
   }
-  Json items = Json::array();
   for (const Item& item : outcome.result.items) {
-    items.push_back({{"source", text(item.source)},
-                     {"destination", text(item.destination)},
-                     {"job", text(item.job)},
-                     {"done", item.done},
-                     {"reason", text(ReasonOf(item, outcome.result))}});
+    json["items"].push_back({{"source", text(item.source)},
+                             {"destination", text(item.destination)},
+                             {"job", text(item.job)},
+                             {"done", item.done},
+                             {"reason", text(ReasonOf(item, outcome.result))}});
   }
-  const Json json = {{"exit", outcome.exitCode},
-                     {"status", outcome.status},
-                     {"reason", text(outcome.result.reason)},
-                     {"findings", findings},
-                     {"steps", steps},
-                     {"items", items}};
   return json.dump(2, ' ', true) + "\n";
 }
 
