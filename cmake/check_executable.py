@@ -44,6 +44,11 @@ def offset(address):
     raise ValueError(f"address {address:x} lies in no section")
 
 
+def first_value(address):
+    """What is there at the start: zero where the file holds nothing of the section."""
+    return any(raw for _, start, size, raw in sections if start <= address < start + size) and u32(offset(address))
+
+
 flags = u16(optional + 70)
 faults += [f"no {name}" for name, bit in CHARACTERISTICS.items() if not flags & bit]
 if u32(optional + 112 + 5 * 8) == 0:
@@ -66,7 +71,7 @@ if list_symbols:
     symbols = subprocess.run(list_symbols, check=True, capture_output=True, text=True).stdout
     hook = re.search(rf"^(\w+) [A-Z] {DELAY_LOAD_HOOK}$", symbols, re.M)
     image_base = u32(optional + 24) | u32(optional + 28) << 32
-    if hook and not u32(offset(int(hook.group(1), 16) - image_base)):
+    if hook and not first_value(int(hook.group(1), 16) - image_base):
         faults.append(f"loads DLLs late without {DELAY_LOAD_HOOK} (delay_load_hook.cpp)")
 
 if b'level="asInvoker"' not in data:
