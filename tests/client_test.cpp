@@ -421,7 +421,7 @@ TEST_F(TaskFiles, AreLookedAtItemByItem) {
   const FileLock locks[] = {FileLock(folder_ / "ro", FILE_SHARE_READ),
                             FileLock(folder_ / "hid", FILE_SHARE_READ)};
   EXPECT_THAT(Run(Status::kIncomplete),
-              ElementsAre("", "", HasSubstr("source cannot be seen any more"), HasSubstr("no path"),
+              ElementsAre("", HasSubstr("source cannot be seen any more"), HasSubstr("no path"), "",
                           StartsWith("It differs from its source: it is read-only"),
                           StartsWith("It differs from its source: it is read-only")));
   EXPECT_EQ(result_.files, 2U);
@@ -516,8 +516,8 @@ class Copies : public Client {
   }
   std::string Judge(const Survey& survey, Comparison comparison) const {
     Progress progress;
-    const std::vector<Item> items = JudgeEndState(
-        survey, comparison, [] { return true; }, progress);
+    const std::vector<Item> items =
+        JudgeEndState(survey, comparison, [] { return true; }, progress);
     return WideToUtf8(items.at(0).reason);
   }
 };

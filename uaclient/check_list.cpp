@@ -171,25 +171,22 @@ class ListCheck {
     }
   }
 
-  // `operations` are in the order of the keys; the helper copies folders first.
+  // `operations` are in the order of the keys, as the items are.
   void SurveyItems(const std::vector<uactask::Operation>& operations, const Options& options) {
     std::vector<CopyItem> copies;
     std::vector<const Item*> items;
-    for (const bool isFolder : {true, false}) {
-      auto item = items_.begin();
-      for (const uactask::Operation& operation : operations) {
-        Item& listed = (item++)->second;
-        if (operation.isFolder != isFolder) continue;
-        copies.push_back({isFolder ? CopyItem::Kind::kReplaceFolder : CopyItem::Kind::kFile,
-                          PathIn(L"src", operation.source, listed),
-                          PathIn(L"dec", operation.destination, listed)});
-        items.push_back(&listed);
-      }
+    auto item = items_.begin();
+    for (const uactask::Operation& operation : operations) {
+      Item& listed = (item++)->second;
+      items.push_back(&listed);
+      copies.push_back({operation.isFolder ? CopyItem::Kind::kReplaceFolder : CopyItem::Kind::kFile,
+                        PathIn(L"src", operation.source, listed),
+                        PathIn(L"dec", operation.destination, listed)});
     }
     reading_.survey = SurveyCopies(std::move(copies), Origin::kList, options);
     for (const Finding& finding : reading_.survey.findings) {
-      const Item item = finding.item < items.size() ? *items[finding.item] : Item{};
-      if (!item.isNamed) found_.Add(finding.severity, item.line, L"{}", {finding.text});
+      const Item& meant = *items[finding.item];
+      if (!meant.isNamed) found_.Add(finding.severity, meant.line, L"{}", {finding.text});
     }
     reading_.report.steps = reading_.survey.steps;
   }

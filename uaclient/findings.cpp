@@ -8,6 +8,7 @@ std::wstring Filled(std::wstring text, std::initializer_list<std::wstring> parts
   std::size_t at = 0;
   for (const std::wstring& part : parts) {
     at = text.find(L"{}", at);
+    if (at == std::wstring::npos) break;
     text.replace(at, 2, part);
     at += part.size();
   }

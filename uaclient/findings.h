@@ -9,7 +9,7 @@
 
 namespace uaclient {
 
-// The text with each "{}" replaced by the next part.
+// The text with each "{}" replaced by the next part; parts that are left over are not needed.
 std::wstring Filled(std::wstring text, std::initializer_list<std::wstring> parts);
 
 // Somebody's text in quotes: not too much of it, and without control characters.
