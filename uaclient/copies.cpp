@@ -62,13 +62,14 @@ std::optional<std::size_t> FindUpwards(const ItemsByKey& items, const Spot& spot
 
 class Surveyor {
  public:
-  Surveyor(std::vector<CopyItem> items, Origin origin, const Options& options)
+  Surveyor(std::vector<Copy> items, Origin origin, const Options& options)
       : items_(std::move(items)),
         isPlan_(origin == Origin::kPlan),
         options_(options),
         details_(items_.size()),
         steps_(items_.size()) {
     survey_.lastDeleted.resize(items_.size());
+    survey_.steps.reserve(items_.size());
   }
 
   Survey Make() {
@@ -126,12 +127,10 @@ class Surveyor {
 
   Details& Select(std::size_t item) { return details_[at_ = item]; }
   bool Copies(Kind kind) const { return items_[at_].kind == kind; }
-  std::wstring Source() const { return Quoted(items_[at_].source.wstring()); }
+  std::wstring Source() const { return Quoted(items_[at_].source); }
   std::wstring Destination() const { return DestinationOf(at_); }
-  std::wstring SourceOf(std::size_t item) const { return Quoted(items_[item].source.wstring()); }
-  std::wstring DestinationOf(std::size_t item) const {
-    return Quoted(items_[item].destination.wstring());
-  }
+  std::wstring SourceOf(std::size_t item) const { return Quoted(items_[item].source); }
+  std::wstring DestinationOf(std::size_t item) const { return Quoted(items_[item].destination); }
 
   void Doubt(const wchar_t* text, Parts parts) { Add(Severity::kWarning, text, parts); }
   // The item, or a part of it, does not arrive.
@@ -151,9 +150,9 @@ class Surveyor {
 
   // What all others are compared with is found out ahead of them.
   void Locate(Details& item) {
-    item.source = CheckPath(items_[at_].source.wstring(), isPlan_ ? L"The source" : L"\"src\"");
+    item.source = CheckPath(items_[at_].source, isPlan_ ? L"The source" : L"\"src\"");
     item.destination =
-        CheckPath(items_[at_].destination.wstring(), isPlan_ ? L"The destination" : L"\"dec\"");
+        CheckPath(items_[at_].destination, isPlan_ ? L"The destination" : L"\"dec\"");
     if (!item.source.empty()) {
       item.from = Look(item.source);
       item.fromSpot = SpotOf(item.source, item.from != nullptr && item.from->isLink);
@@ -181,13 +180,20 @@ class Surveyor {
       if (isPlan_) return {};
     }
     if (full.empty()) return {};
-    const auto [drive, isNew] = driveFaults_.try_emplace(full[0]);
-    if (isNew) drive->second = DriveFault(full);
-    if (!drive->second.empty()) Harm(L"{}: {}", {Quoted(path), drive->second});
+    CheckDrive(path, full);
     if (!Copies(Kind::kFile) || (path.back() != L'\\' && path.back() != L'/')) return full;
     Fail(L"{} ends like a folder, but the item copies a file. Write the file's name.",
          {Quoted(path)});
     return isPlan_ ? std::wstring() : full;
+  }
+
+  // What is wrong with a drive is said once.
+  void CheckDrive(const std::wstring& path, const std::wstring& full) {
+    const auto [drive, isNew] = driveFaults_.try_emplace(full[0]);
+    if (isNew) drive->second = DriveFault(full);
+    if (drive->second.empty()) return;
+    details_[at_].hasFailed = true;
+    if (isNew) Harm(L"{}: {}", {Quoted(path), drive->second});
   }
 
   const Entry* Look(const std::wstring& fullPath) {
@@ -219,10 +225,11 @@ class Surveyor {
   }
 
   void Claim(const Spot& spot, bool isWritten) {
-    Claimed& claim = claims_[(isWritten ? L"w" : L"r") +
-                             std::wstring(spot.name.empty() ? L"" : L"*") + spot.folder->keys[0]];
-    claim.isWritten = isWritten;
-    claim.folder = spot.folder->place;
+    const auto [found, isNew] =
+        claims_.try_emplace((isWritten ? L"w" : L"r") +
+                            std::wstring(spot.name.empty() ? L"" : L"*") + spot.folder->keys[0]);
+    Claimed& claim = found->second;
+    if (isNew) claim = {spot.folder->place, {}, isWritten};
     if (!spot.name.empty()) claim.names.insert(spot.name);
   }
 
@@ -571,35 +578,35 @@ class Surveyor {
     Step& step = steps_[at_];
     step.text = StepText(step, item);
     const bool isUsable = !item.source.empty() && !item.destination.empty();
-    step.source = isUsable ? std::filesystem::path(item.source) : items_[at_].source;
-    step.destination = isUsable ? std::filesystem::path(item.destination) : items_[at_].destination;
-    items_[at_].source = isUsable ? item.source : L"";
-    items_[at_].destination = isUsable ? item.destination : L"";
+    Copy& copy = items_[at_];
+    step.source = isUsable ? item.source : copy.source;
+    step.destination = isUsable ? item.destination : copy.destination;
+    copy.source = isUsable ? std::move(item.source) : L"";
+    copy.destination = isUsable ? std::move(item.destination) : L"";
     survey_.steps.push_back(std::move(step));
   }
 
   std::wstring StepText(const Step& step, const Details& item) const {
     const bool isFile = Copies(Kind::kFile);
-    const std::wstring after = step.deletes
-                                   ? L" after deleting what is there (" +
-                                         InWords(step.deletedFiles, step.deletedBytes) + L")"
-                               : item.overwritten == 0 ? L""
-                               : isFile                ? L", over the one that is there"
-                                        : L", over " + FilesInWords(item.overwritten) + L" there";
-    const Parts parts = {item.hasFailed          ? L"would not copy"
-                         : Copies(Kind::kFolder) ? L"adds"
-                                                 : L"copies",
-                         isFile ? L"file" : L"folder",
-                         Source(),
-                         InWords(step.files, step.bytes),
-                         Destination(),
-                         after};
-    return item.hasFailed
-               ? Filled(L"{} the {} {} ({}) to {}, or not all of it (see above){}", parts)
-               : Filled(L"{} the {} {} ({}) to {}{}", parts);
+    const std::wstring what = (isFile ? L"the file " : L"the folder ") + Source();
+    const std::wstring deletion = step.deletes
+                                      ? L" after deleting what is there (" +
+                                            InWords(step.deletedFiles, step.deletedBytes) + L")"
+                                      : L"";
+    if (item.hasFailed) {
+      return L"would not copy " + what + L" to " + Destination() +
+             L", or not all of it (see above)" + deletion;
+    }
+    return Filled(L"{} {} ({}) to {}{}",
+                  {Copies(Kind::kFolder) ? L"adds" : L"copies", what,
+                   InWords(step.files, step.bytes), Destination(),
+                   step.deletes            ? deletion
+                   : item.overwritten == 0 ? L""
+                   : isFile                ? L", over the one that is there"
+                            : L", over " + FilesInWords(item.overwritten) + L" there"});
   }
 
-  std::vector<CopyItem> items_;
+  std::vector<Copy> items_;
   const bool isPlan_;
   const Options& options_;
   std::vector<Details> details_;
@@ -620,7 +627,7 @@ class Surveyor {
 
 }  // namespace
 
-Survey SurveyCopies(std::vector<CopyItem> items, Origin origin, const Options& options) {
+Survey SurveyCopies(std::vector<Copy> items, Origin origin, const Options& options) {
   return Surveyor(std::move(items), origin, options).Make();
 }
 

@@ -25,8 +25,15 @@ struct Target {
   bool lookedDone = false;  // the destination looked like the finished copy before the start
 };
 
+// An item of a plan or a list.
+struct Copy {
+  CopyItem::Kind kind = CopyItem::Kind::kFile;
+  std::wstring source;
+  std::wstring destination;
+};
+
 struct Survey {
-  std::vector<CopyItem> items;  // full paths; both empty for an item of which nothing can come
+  std::vector<Copy> items;      // full paths; both empty for an item of which nothing can come
   Findings findings;            // in the order of the items
   std::vector<Step> steps;      // one an item, in the helper's order: replaced folders come first
   std::vector<Target> targets;  // in the helper's order, those of an item together
@@ -36,6 +43,6 @@ struct Survey {
 };
 
 // The items of a list are files and replaced folders only.
-Survey SurveyCopies(std::vector<CopyItem> items, Origin origin, const Options& options);
+Survey SurveyCopies(std::vector<Copy> items, Origin origin, const Options& options);
 
 }  // namespace uaclient

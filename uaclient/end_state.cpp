@@ -70,9 +70,9 @@ class Judge {
     progress_.files = progress_.bytes = 0;
     progress_.comparing = true;
     progress_.current.clear();
-    for (const CopyItem& item : survey_.items) {
+    for (const Copy& item : survey_.items) {
       if (item.kind != Kind::kFile || item.destination.empty()) continue;
-      const std::wstring path = item.destination.wstring();
+      const std::wstring path = item.destination;
       const Folder& folder = folders_.At(ParentOf(path));
       brought_.insert(folder.keys.begin(), folder.keys.end());
       brought_.insert(folder.KeyBelow(UpperCase(NameOf(path))));
@@ -103,7 +103,7 @@ class Judge {
   using Before = std::unordered_map<std::wstring, const Target*>;
 
   void JudgeItem(std::size_t index, Before& before, Item& result) {
-    const CopyItem& item = survey_.items[index];
+    const Copy& item = survey_.items[index];
     Faults faults;
     if (item.source.empty()) {
       faults.Add(L"Its source or its destination is no path that could be looked at.", {});
@@ -116,18 +116,18 @@ class Judge {
     result.done = result.reason.empty();
   }
 
-  void JudgeFile(const CopyItem& item, const Before& before, Faults& faults) {
+  void JudgeFile(const Copy& item, const Before& before, Faults& faults) {
     FileState now;
-    if (!ReadFileState(item.source.wstring(), now)) {
+    if (!ReadFileState(item.source, now)) {
       return faults.Add(L"The source cannot be seen any more: {}", {SystemMessage(GetLastError())});
     }
-    JudgeTarget(L"It", item.source.wstring(), item.destination.wstring(), now,
+    JudgeTarget(L"It", item.source, item.destination, now,
                 before.empty() ? nullptr : before.begin()->second, faults);
   }
 
-  void JudgeFolder(const CopyItem& item, Before& before, Faults& faults) {
-    const std::wstring source = item.source.wstring();
-    const std::wstring destination = item.destination.wstring();
+  void JudgeFolder(const Copy& item, Before& before, Faults& faults) {
+    const std::wstring& source = item.source;
+    const std::wstring& destination = item.destination;
     if (!IsFolder(destination)) {
       return faults.Add(
           GetLastError() == ERROR_ACCESS_DENIED

@@ -1,5 +1,7 @@
 #include "uaclient/findings.h"
 
+#include <utility>
+
 #include "uaclient/win32.h"
 
 namespace uaclient {
@@ -24,9 +26,9 @@ std::wstring Shown(std::wstring text) {
   return Quoted(text);
 }
 
-void FileFindings::Add(Severity severity, std::size_t line, const wchar_t* text, Parts parts) {
+void FileFindings::Add(Severity severity, std::size_t line, std::wstring text) {
   report.helperFails |= severity == Severity::kError;
-  report.findings.push_back({severity, Filled(text, parts), file, line});
+  report.findings.push_back({severity, std::move(text), file, line});
 }
 
 }  // namespace uaclient

@@ -4,7 +4,6 @@
 #include <cwchar>
 #include <utility>
 
-#include "corekit/text.h"
 #include "uaclient/win32.h"
 
 namespace uaclient {
@@ -58,8 +57,12 @@ bool IsAbsolute(const std::wstring& path) {
 }
 
 bool ListCarries(const std::wstring& text) {
-  return std::none_of(text.begin(), text.end(), [](wchar_t c) { return c < L' '; }) &&
-         Utf8ToWide(WideToUtf8(text)) == text;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool isPair = i + 1 < text.size() && IS_SURROGATE_PAIR(text[i], text[i + 1]);
+    if (text[i] < L' ' || (!isPair && text[i] >= 0xD800 && text[i] <= 0xDFFF)) return false;
+    i += isPair ? 1 : 0;
+  }
+  return true;
 }
 
 std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::wstring& full) {

@@ -282,10 +282,18 @@ class HelperRun {
   bool isGivenUp_ = false;
 };
 
-Report ReportOf(const Survey& survey) {
+Survey SurveyPlan(const CopyPlan& plan, const Options& options) {
+  std::vector<Copy> items;
+  for (const CopyItem& item : plan.Items()) {
+    items.push_back({item.kind, item.source.wstring(), item.destination.wstring()});
+  }
+  return SurveyCopies(std::move(items), Origin::kPlan, options);
+}
+
+Report ReportOf(Survey survey) {
   Report report;
-  report.findings = survey.findings;
-  report.steps = survey.steps;
+  report.findings = std::move(survey.findings);
+  report.steps = std::move(survey.steps);
   if (survey.items.empty()) {
     report.findings.push_back({Severity::kError, L"The plan is empty. Add a file or a folder."});
   }
@@ -351,13 +359,13 @@ const wchar_t* Text(Status status) {
 }
 
 Report Check(const CopyPlan& plan, const Options& options) {
-  return ReportOf(SurveyCopies(plan.Items(), Origin::kPlan, options));
+  return ReportOf(SurveyPlan(plan, options));
 }
 
 Result Run(const CopyPlan& plan, const Options& options) {
   RunClaim::Prepare();
   Work work;
-  work.survey = SurveyCopies(plan.Items(), Origin::kPlan, options);
+  work.survey = SurveyPlan(plan, options);
   work.result.report = ReportOf(work.survey);
   for (const CopyItem& item : plan.Items()) {
     work.result.items.push_back(ItemOf(item.source, item.destination));
@@ -388,7 +396,7 @@ Result Run(const TaskFile& task, const Options& options) {
     work.jobBefore = FindJob(reading.job);
   } else {
     work.list = std::move(reading.list);
-    for (const CopyItem& item : work.survey.items) {
+    for (const Copy& item : work.survey.items) {
       work.result.items.push_back(ItemOf(item.source, item.destination));
     }
   }
