@@ -125,10 +125,12 @@ def licence_texts():
 def bill_of_materials(programs):
     """SPDX: each program is a package, linked statically with the others."""
 
-    def package(identity, name, version, licence, **more):
+    def package(identity, name, version, licence, purl, **more):
         return {"SPDXID": f"SPDXRef-{identity}", "name": name, "versionInfo": version, "filesAnalyzed": False,
                 "downloadLocation": "NOASSERTION", "copyrightText": "NOASSERTION", "licenseConcluded": "NOASSERTION",
-                "licenseDeclared": licence, **more}
+                "licenseDeclared": licence, "supplier": "NOASSERTION",
+                "externalRefs": [{"referenceCategory": "PACKAGE-MANAGER", "referenceType": "purl",
+                                  "referenceLocator": purl}], **more}
 
     def relation(one, kind, other):
         return {"spdxElementId": f"SPDXRef-{one}", "relationshipType": kind, "relatedSpdxElement": f"SPDXRef-{other}"}
@@ -136,7 +138,8 @@ def bill_of_materials(programs):
     packages, relations = [], []
     for name, data in programs.items():
         digest = hashlib.sha256(data).hexdigest()
-        packages.append(package(name, f"{name}.exe", VERSION, "NOASSERTION", primaryPackagePurpose="APPLICATION",
+        packages.append(package(name, f"{name}.exe", VERSION, "NOASSERTION", f"pkg:generic/{name}@{VERSION}",
+                                primaryPackagePurpose="APPLICATION",
                                 checksums=[{"algorithm": "SHA256", "checksumValue": digest}]))
         relations.append(relation("DOCUMENT", "DESCRIBES", name))
     for name, licence, debian, users in LINKED:
@@ -145,9 +148,8 @@ def bill_of_materials(programs):
             continue
         identity = re.sub(r"[^\w.-]", "-", name)
         version, purl, source = identity_of(debian)
-        packages.append(package(identity, name, version, licence, sourceInfo=source, supplier="Organization: Debian",
-                                externalRefs=[{"referenceCategory": "PACKAGE-MANAGER", "referenceType": "purl",
-                                               "referenceLocator": purl}]))
+        packages.append(package(identity, name, version, licence, purl, sourceInfo=source,
+                                supplier="Organization: Debian"))
         relations += [relation(user, "STATIC_LINK", identity) for user in users]
     content = hashlib.sha256(json.dumps(packages).encode()).hexdigest()
     return {"spdxVersion": "SPDX-2.3", "dataLicense": "CC0-1.0", "SPDXID": "SPDXRef-DOCUMENT", "name": NAME,
