@@ -1,17 +1,18 @@
-"""Checks the docs: links between files lead somewhere, and C++ in them stands in a program of docs/, which is built."""
+"""Checks the docs: links between files lead somewhere, and C++ in them stands in a program of docs/ or examples/, which
+is built."""
 
 import glob
 import os
 import re
 import sys
 
-programs = [open(path, encoding="utf-8").read() for path in glob.glob("docs/*.cpp")]
+programs = [open(path, encoding="utf-8").read() for path in glob.glob("docs/*.cpp") + glob.glob("examples/*/*.cpp")]
 faults = []
 for path in glob.glob("*.md") + glob.glob("docs/*.md"):
     text = open(path, encoding="utf-8").read()
     for code in re.findall(r"^```cpp\n(.*?)^```", text, re.M | re.S):
         if not any(code in program for program in programs):
-            faults.append(f"{path}: no program of docs/ holds the lines that begin with {code.splitlines()[0].strip()!r}")
+            faults.append(f"{path}: no program holds the lines that begin with {code.splitlines()[0].strip()!r}")
     for link in re.findall(r"\]\(([^)#:]+)[^):]*\)", text):
         if not os.path.exists(os.path.join(os.path.dirname(path), link)):
             faults.append(f"{path}: nothing is at {link}")

@@ -49,6 +49,8 @@ function(uactask_program name)
   endif()
 
   set(resources ${PROJECT_BINARY_DIR}/${name}.rc)
+  uactask_resource_text(company "${UACTASK_COMPANY}")
+  uactask_resource_text(description "${arg_DESCRIPTION}")
   configure_file(${PROJECT_SOURCE_DIR}/cmake/program.rc.in ${resources} @ONLY)
   set_property(SOURCE ${resources} PROPERTY OBJECT_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/program.manifest)
 
@@ -66,6 +68,13 @@ function(uactask_program name)
   endif()
   set_property(TARGET ${name} PROPERTY UACTASK_MAX_SIZE ${arg_MAX_SIZE})
   set_property(GLOBAL APPEND PROPERTY UACTASK_PROGRAMS ${name})
+endfunction()
+
+# Text as it stands between quotes in a resource script.
+function(uactask_resource_text variable text)
+  string(REPLACE "\\" "\\\\" text "${text}")
+  string(REPLACE "\"" "\"\"" text "${text}")
+  set(${variable} "${text}" PARENT_SCOPE)
 endfunction()
 
 function(uactask_sources variable folder)

@@ -6,10 +6,13 @@ set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)
 set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)
 set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
 
-# The target's libraries are in the prefixes that the caller names and in those that scripts/setup makes.
-get_filename_component(build ${CMAKE_CURRENT_LIST_DIR}/../build ABSOLUTE)
-list(APPEND CMAKE_FIND_ROOT_PATH ${CMAKE_PREFIX_PATH} /usr/x86_64-w64-mingw32 ${build}/boost)
-unset(build)
+# The target's libraries are in the prefixes that the caller names, in the package that this file lies in, and in what
+# scripts/setup makes.
+list(APPEND CMAKE_FIND_ROOT_PATH ${CMAKE_PREFIX_PATH} /usr/x86_64-w64-mingw32)
+foreach(folder IN ITEMS .. ../build/boost)
+  get_filename_component(folder ${CMAKE_CURRENT_LIST_DIR}/${folder} ABSOLUTE)
+  list(APPEND CMAKE_FIND_ROOT_PATH ${folder})
+endforeach()
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -13,10 +13,13 @@ add_custom_target(uactask_shipped DEPENDS ${libraries} ${programs})
 install(TARGETS ${programs} EXPORT uactaskTargets RUNTIME DESTINATION bin COMPONENT programs)
 string(REGEX MATCH "^[0-9]+" gcc_version "${CMAKE_CXX_COMPILER_VERSION}")
 configure_file(cmake/package_readme.md.in package/README.md @ONLY)
+configure_file(cmake/developers_readme.md.in package/developers_readme.md @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/package/README.md CHANGELOG.md SECURITY.md
   DESTINATION ${docs_folder} COMPONENT programs)
-install(FILES docs/integration.md docs/troubleshooting.md docs/copy_example.cpp docs/xml_store_example.cpp
-  DESTINATION ${docs_folder}/docs COMPONENT programs)
+install(FILES docs/integration.md docs/uactl.md docs/formats.md docs/troubleshooting.md docs/progress.png
+  docs/copy_example.cpp docs/xml_store_example.cpp DESTINATION ${docs_folder}/docs COMPONENT programs)
+install(DIRECTORY examples DESTINATION ${docs_folder} COMPONENT programs
+  FILES_MATCHING PATTERN "CMakeLists.txt" PATTERN "*.cpp")
 install(FILES LICENSE DESTINATION ${docs_folder} COMPONENT programs OPTIONAL)
 
 # What is linked in is linked statically, so its licences travel with the programs.
@@ -31,6 +34,7 @@ if(MINGW)
   get_filename_component(boost_prefix ${Boost_INCLUDE_DIRS} DIRECTORY)
   uactask_install_licence(Boost ${boost_prefix}/LICENSE_1_0.txt)
   uactask_install_licence(GCC-runtime /usr/share/doc/gcc-mingw-w64-base/copyright)
+  uactask_install_licence(GPL-3 /usr/share/common-licenses/GPL-3) # to which the one above points
   uactask_install_licence(MinGW-w64-runtime /usr/share/doc/mingw-w64-common/copyright)
   if(TARGET uactl)
     uactask_install_licence(nlohmann-json /usr/share/doc/nlohmann-json3-dev/copyright)
@@ -56,8 +60,6 @@ foreach(header IN ITEMS
   get_filename_component(folder ${header} DIRECTORY)
   install(FILES ${header} DESTINATION include/uactask/${folder} COMPONENT development)
 endforeach()
-install(DIRECTORY examples/package/ DESTINATION ${docs_folder}/example COMPONENT development
-  FILES_MATCHING PATTERN "CMakeLists.txt" PATTERN "*.cpp")
 
 install(EXPORT uactaskTargets NAMESPACE uactask:: DESTINATION ${package_folder} COMPONENT development)
 configure_package_config_file(cmake/uactaskConfig.cmake.in uactaskConfig.cmake

@@ -1,5 +1,5 @@
-// An application that brings its new files to where only an administrator may write: the folder
-// "skins" and the file "player.ini". Usage: copy_example NEW INSTALLED
+// Brings new files to where only an administrator may write: the folder "skins" and the file
+// "player.ini", from "new" to "installed" in the current directory.
 //
 // This program is one of the tests.
 
@@ -7,21 +7,24 @@
 #include <io.h>
 
 #include <cstdio>
-#include <filesystem>
 
 #include "uaclient/uaclient.h"
 
-int wmain(int argumentCount, wchar_t* arguments[]) {
-  if (argumentCount != 3) return 2;
-  _setmode(_fileno(stdout), _O_U8TEXT);  // wide text of every script, as UTF-8
-  const std::filesystem::path fresh = std::filesystem::absolute(arguments[1]).make_preferred();
-  const std::filesystem::path install = std::filesystem::absolute(arguments[2]).make_preferred();
+int main() {
+  _setmode(_fileno(stdout), _O_U8TEXT);  // names of every script
+  const std::filesystem::path fresh = std::filesystem::current_path() / L"new";
+  const std::filesystem::path install = std::filesystem::current_path() / L"installed";
 
   uaclient::CopyPlan plan;
-  plan.Folder(fresh / L"skins", install / L"skins");
+  plan.Folder(fresh / L"skins", install / L"skins");  // adds and overwrites, deletes nothing
   plan.File(fresh / L"player.ini", install / L"player.ini");
 
-  uaclient::Options options;  // options.owner: the window that the request for rights belongs to
+  uaclient::Options options;
+  options.owner = nullptr;  // your window, which the elevation prompt then belongs to
+  options.confirm = [](const uaclient::Report& report) {  // checked, not started yet
+    for (const uaclient::Step& step : report.steps) std::wprintf(L"%ls\n", step.text.c_str());
+    return true;  // false: start nothing
+  };
   options.progress = [](const uaclient::Progress& now) {
     std::wprintf(L"%llu of %llu files\n", now.files, now.allFiles);
     return true;  // false: stop waiting

@@ -15,11 +15,15 @@ file(WRITE ${WORK}/names.cmake
   "foreach(name corekit inifile fileop xmlstore tasks core client launcher bench tests)\n"
   "  add_library(\${name} INTERFACE)\nendforeach()\n")
 
+# What the elevation prompt is to show of the helper, and part of it in UTF-16.
+set(company "M\\b \"Pläyer\"")
+set(company_part "4d005c0062002000220050006c00e40079006500720022000000")
+
 function(use from folder config)
   execute_process(COMMAND ${CMAKE_COMMAND} --no-warn-unused-cli -S ${CMAKE_CURRENT_FUNCTION_LIST_DIR} -B ${WORK}/${folder} -G ${GENERATOR}
     ${options} -DCMAKE_BUILD_TYPE=${config} "-DCMAKE_PREFIX_PATH=${WORK}/prefix;${BOOST}"
     -DCMAKE_PROJECT_consumer_INCLUDE=${WORK}/names.cmake -DUACTASK_FROM=${from}
-    -DUACTASK_FOLDER=${SOURCE} -DFETCHCONTENT_SOURCE_DIR_UACTASK=${SOURCE}
+    "-DUACTASK_COMPANY=${company}" -DUACTASK_FOLDER=${SOURCE} -DFETCHCONTENT_SOURCE_DIR_UACTASK=${SOURCE}
     ERROR_VARIABLE remarks ECHO_ERROR_VARIABLE COMMAND_ERROR_IS_FATAL ANY)
   if(remarks)
     message(FATAL_ERROR "Configuring warns of:\n${remarks}")
@@ -29,6 +33,10 @@ function(use from folder config)
   get_filename_component(beside ${program} DIRECTORY)
   if(NOT EXISTS ${beside}/uactask.exe)
     message(FATAL_ERROR "${from}: the helper is not beside the program")
+  endif()
+  file(READ ${beside}/uactask.exe bytes HEX)
+  if(folder STREQUAL "source" AND NOT bytes MATCHES ${company_part})
+    message(FATAL_ERROR "${from}: the helper's resources do not name the company")
   endif()
   execute_process(COMMAND ${EMULATOR} ${program} WORKING_DIRECTORY ${WORK} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
