@@ -4,9 +4,11 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <boost/property_tree/xml_parser.hpp>
 #include <cstdio>
 #include <cwchar>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -53,6 +55,26 @@ bool CopyBare(const std::wstring& from, const std::wstring& to) {
   } while (FindNextFileW(find, &entry));
   FindClose(find);
   return copied;
+}
+
+// Compares all files of a tree with those of another one, one after the other.
+bool CompareBare(const std::wstring& first, const std::wstring& second) {
+  namespace fs = std::filesystem;
+  std::vector<char> one(512 << 10);
+  std::vector<char> other(one.size());
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(first)) {
+    if (entry.is_directory()) continue;
+    std::ifstream left(entry.path(), std::ios::binary);
+    std::ifstream right(fs::path(second) / fs::relative(entry.path(), first), std::ios::binary);
+    while (left && right) {
+      left.read(one.data(), static_cast<std::streamsize>(one.size()));
+      right.read(other.data(), static_cast<std::streamsize>(other.size()));
+      if (left.gcount() != right.gcount() ||
+          !std::equal(one.begin(), one.begin() + left.gcount(), other.begin()))
+        return false;
+    }
+  }
+  return true;
 }
 
 // The least that a command over the helper does: it starts it and waits for its end.
@@ -130,6 +152,9 @@ int main(int argumentCount, char* arguments[]) {
   const std::vector<std::string> words(arguments + 1, arguments + argumentCount);
   const std::string job = words.empty() ? "" : words[0];
   if (job == "copy" && words.size() == 3) return CopyBare(Widen(words[1]), Widen(words[2])) ? 0 : 1;
+  if (job == "compare" && words.size() == 3) {
+    return CompareBare(Widen(words[1]), Widen(words[2])) ? 0 : 1;
+  }
   if (job == "start" && words.size() == 3) {
     return StartBare(Widen(words[1]), Widen(words[2])) ? 0 : 1;
   }

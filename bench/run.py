@@ -128,8 +128,39 @@ def started_helper_copy(folder):
     return Run(program("bench"), "start", program("uactask"), "task.ini")
 
 
-def client_copy(folder, *options):
+def started_and_compared(folder):
+    run = started_helper_copy(folder)
+    compared = Run(program("bench"), "compare", folder + "/", "out/")
+    run.clock += compared.clock
+    return run
+
+
+def in_out(is_there, folder):
+    """Lays out the destination: nothing, or the same tree with other times."""
     fresh("out")
+    if is_there:
+        shutil.copytree(os.path.join(WORK, folder), os.path.join(WORK, "out"), copy_function=shutil.copyfile)
+
+
+def helper_list(folder, is_there):
+    """The helper with a list of files, as a plan that adds to a folder gives it."""
+    in_out(is_there, folder)
+    items = []
+    for path, folders, files in sorted(os.walk(os.path.join(WORK, folder))):
+        below = os.path.relpath(path, os.path.join(WORK, folder))
+        items.append(f'src="{folder}" dec="out/{below}/"')
+        items += [f'src="{folder}/{below}/{name}" dec="out/{below}/{name}"' for name in sorted(files)]
+    with open(os.path.join(WORK, "list.xml"), "w") as file:
+        file.write("<root><task>")
+        file.writelines(f'<i key="{number:06}" {item} type="file"/>' for number, item in enumerate(items))
+        file.write("</task></root>")
+    with open(os.path.join(WORK, "task.ini"), "w") as file:
+        file.write("[Task]\ntype=1\nxml_path=list.xml\n")
+    return Run(program("uactask"), "task.ini")
+
+
+def client_copy(folder, *options, is_there=False):
+    in_out(is_there, folder)
     return Run(program("uactl"), "copy", *options, folder, "out")
 
 
@@ -154,12 +185,23 @@ for name, folders, files, size in (("small", 20, 100, 2048), ("large", 1, 4, 64 
         {"bare loop": lambda: bare_copy(name), "helper": lambda: helper_copy(name), "xcopy": lambda: xcopy(name)},
         [Comparison(f"helper, {what}, {measure}", "helper", base, measure, "ms", limit, 1000)
          for measure in ("processor", "clock") for base, limit in (("bare loop", 1.05), ("xcopy", None))])
-    compare(
-        {"helper": lambda: helper_copy(name), "bare start of it": lambda: started_helper_copy(name),
-         "uactl": lambda: client_copy(name), "uactl --fast": lambda: client_copy(name, "--fast")},
-        [Comparison(f"{ours}, {what}, clock", ours, base, "clock", "ms", limit, 1000)
-         for ours, base, limit in (("bare start of it", "helper", None), ("uactl", "helper", 1.3),
-                                   ("uactl --fast", "helper", 1.1), ("uactl --fast", "bare start of it", None))])
+    if name == "small":
+        for is_there, onto in ((False, "onto nothing"), (True, "onto as many")):
+            compare(
+                {"the same list": lambda: helper_list(name, is_there),
+                 "uactl": lambda: client_copy(name, is_there=is_there)},
+                [Comparison(f"uactl, {what} {onto}", "uactl", "the same list", "clock", "ms", 1.2, 1000)])
+        compare(
+            {"helper": lambda: helper_copy(name), "--replace": lambda: client_copy(name, "--replace"),
+             "--replace --fast": lambda: client_copy(name, "--replace", "--fast")},
+            [Comparison(f"uactl {ours}, {what}", ours, "helper", "clock", "ms", limit, 1000)
+             for ours, limit in (("--replace", 1.3), ("--replace --fast", 1.1))])
+    else:
+        compare(
+            {"bare start": lambda: started_helper_copy(name), "and comparison": lambda: started_and_compared(name),
+             "uactl": lambda: client_copy(name), "uactl --fast": lambda: client_copy(name, "--fast")},
+            [Comparison(f"{ours}, {what}", ours, base, "clock", "ms", limit, 1000)
+             for ours, base, limit in (("uactl --fast", "bare start", 1.05), ("uactl", "and comparison", 1.0))])
     fresh("out")
     fresh(name)
 
@@ -179,7 +221,13 @@ compare({"records": lambda: Run(program("bench"), "records", "list.xml"),
         [Comparison(f"read 100,000 records, {measure}", "records", "read_xml alone", measure, unit, limit, factor)
          for measure, unit, limit, factor in (("processor", "ms", 1.4, 1000), ("clock", "ms", 1.4, 1000),
                                               ("memory", "MB", 1.5, 1))]
-        + [Comparison("uactl check of 100,000 items, clock", "check", "records", "clock", "ms", 3, 1000)])
+        + [Comparison("uactl check of 100,000 items, clock", "check", "records", "clock", "ms", 2.5, 1000)])
+
+write_tree("many", 100, 1000, 1)
+run = client_copy("many", "--fast")
+print(f"uactl --fast, 100,000 files of 1 byte {run.clock:19.1f} s, {run.memory:.0f} MB", flush=True)
+for folder in ("out", "many"):
+    fresh(folder)
 
 
 def printed(run):

@@ -88,9 +88,11 @@ class Surveyor {
         [](const Finding& left, const Finding& right) { return left.item < right.item; });
     if (survey_.operations.size() > kMaxOperations) {
       survey_.findings.push_back(
-          {Severity::kError, Filled(L"The plan comes to {} files and folders, and one run takes up "
-                                    L"to 200000. Split it into several.",
-                                    {std::to_wstring(survey_.operations.size())})});
+          {Severity::kError,
+           Filled(L"The plan comes to {} files and folders, and one run takes up "
+                  L"to 200000. Split it into several.",
+                  {std::to_wstring(survey_.operations.size())}),
+           {}});
     }
     for (auto& [key, claim] : claims_) survey_.claims.push_back(std::move(claim));
     survey_.items = std::move(items_);

@@ -295,7 +295,8 @@ Report ReportOf(Survey survey) {
   report.findings = std::move(survey.findings);
   report.steps = std::move(survey.steps);
   if (survey.items.empty()) {
-    report.findings.push_back({Severity::kError, L"The plan is empty. Add a file or a folder."});
+    report.findings.push_back(
+        {Severity::kError, L"The plan is empty. Add a file or a folder.", {}});
   }
   return report;
 }
