@@ -33,7 +33,7 @@ std::string Shown(const Findings& findings) {
     text += finding.severity == Severity::kHarmful ? "!"
             : finding.severity == Severity::kError ? "E"
                                                    : "W";
-    if (finding.file.extension() == ".xml") text += ":";
+    if (finding.file.find(L".xml") != std::wstring::npos) text += ":";
     if (finding.line != 0) text += std::to_string(finding.line);
     text += " " + WideToUtf8(finding.text) + "\n";
   }

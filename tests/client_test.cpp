@@ -421,7 +421,7 @@ TEST_F(TaskFiles, AreLookedAtItemByItem) {
   const FileLock locks[] = {FileLock(folder_ / "ro", FILE_SHARE_READ),
                             FileLock(folder_ / "hid", FILE_SHARE_READ)};
   EXPECT_THAT(Run(Status::kIncomplete),
-              ElementsAre("", "", HasSubstr("source cannot be seen any more"), HasSubstr("no path"),
+              ElementsAre("", HasSubstr("source cannot be seen any more"), HasSubstr("no path"), "",
                           StartsWith("It differs from its source: it is read-only"),
                           StartsWith("It differs from its source: it is read-only")));
   EXPECT_EQ(result_.files, 2U);
@@ -509,15 +509,15 @@ TEST_F(Client, SchedulesAndUnschedules) {
 class Copies : public Client {
  protected:
   Survey SurveyOf(CopyItem::Kind kind, const std::string& from, const std::string& to) const {
-    return SurveyCopies({{kind, At(from), At(to)}}, Origin::kPlan, options_);
+    return SurveyCopies({{kind, At(from).wstring(), At(to).wstring()}}, Origin::kPlan, options_);
   }
   void Copy(const std::string& from, const std::string& to) const {
     CopyFileW(At(from).c_str(), At(to).c_str(), FALSE);
   }
   std::string Judge(const Survey& survey, Comparison comparison) const {
     Progress progress;
-    const std::vector<Item> items = JudgeEndState(
-        survey, comparison, [] { return true; }, progress);
+    const std::vector<Item> items =
+        JudgeEndState(survey, comparison, [] { return true; }, progress);
     return WideToUtf8(items.at(0).reason);
   }
 };

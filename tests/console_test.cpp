@@ -73,7 +73,9 @@ TEST_F(Screen, ShowsTextWhateverTheCodePage) {
 
 TEST_F(Screen, WritesTheStatusOverItself) {
   Print(Stream::kErrors, L"before");
-  { const StatusLine unused; }
+  {
+    const StatusLine unused;
+  }
   EXPECT_EQ(AtCursor(), L"before");
   PrintAscii(Stream::kErrors, "\nascii");
   EXPECT_EQ(AtCursor(), L"ascii");

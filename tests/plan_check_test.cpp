@@ -84,8 +84,8 @@ TEST_F(PlanCheck, AddsToWhatIsThere) {
          {"@none>@a,@none/>@b/", {"E none\" does not exist", "E none/\" does not exist"}},
          {"@s>@a,@f/>@b", {"E is a folder, but the item copies a file", "E is a file, but"}},
          {"@f>@s,@s/>@f",
-          {"E a file cannot replace", "E a folder cannot replace",
-           "E \"@f\" is or lies in the source", "E \"@s\" is or lies in the source"}},
+          {"E which a file cannot replace", "E which a folder cannot replace",
+           "E \"@f\" is or lies in the source"}},
          {"@f>@f/x", {"E there is a file", "E lies in the source"}},
          {"@f>@new/", {"E ends like a folder"}}});
   EXPECT_EQ(Step("@s/>@old"), In("adds the folder \"@s/\" (2 files, 3 bytes) to \"@old\", over 1 "

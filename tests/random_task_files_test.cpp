@@ -43,14 +43,14 @@ class RandomTaskFiles : public testing::Test {
     copy.isFolder = Below(2) == 0;
     copy.source = copy.isFolder
                       ? OneOf({"@s/", "@e", "@s\\d/"}, {"@none/", "@f", "@s./", "t/"})
-                      : OneOf({"@f", "@s/a", "@s\\d\\b"}, {"@none", "@used", "@s/", "", "f"});
+                      : OneOf({"@f", "@s/a", "@s\\d\\b"}, {"@none", "@s/", "", "f"});
     copy.destination =
         copy.isFolder
             ? OneOf({"@new" + n + "/", "@old" + n + "/", "@p/q" + n + "/r/", "@é" + n + "/"},
                     {"@old0/", "@s/new/", "@f/", "@p\\q" + n + "/r/", "@p/..", "@in/", "@x ", ".",
                      "@" + std::string(240, 'l') + "/", "@p\\q\\r" + n, "", "@old" + n + "//"})
             : OneOf({"@out" + n, "@over" + n, "@dir" + n + "/f", "@ü" + n},
-                    {"@over0", "@p/q" + n + "/f", "@ro", "@used", "@s", "@in/x/y", "@x:y", "@nul",
+                    {"@over0", "@p/q" + n + "/f", "@ro", "@s", "@in/x/y", "@x:y", "@nul",
                      "@out" + n + "/", "none/x/y", "@" + std::string(250, 'l'), "@s/d/b", "@f"});
     copies_.push_back(copy);
     const std::string key = std::string(2 - n.size(), '0') + n;
@@ -127,13 +127,12 @@ TEST_F(RandomTaskFiles, OfCopies) {
   for (int i = 0; i < 80; ++i) {
     const TestFolder folder;
     const std::string root = Absolute(folder);
-    Tree tree = TreeOf("f=1, s/a=22, s/d/b=333, s/d/e/, e/, ro=r, used=u, in/x=i");
+    Tree tree = TreeOf("f=1, s/a=22, s/d/b=333, s/d/e/, e/, ro=r, in/x=i");
     for (const char* n : {"0", "1", "2", "3", "4", "5"}) {
       tree[std::string("old") + n + "/x/y"] = tree[std::string("over") + n] = "old";
     }
     WriteTree(folder.Path(), tree);
     MakeReadOnly(folder / "ro");
-    const FileLock lock(folder / "used");
     const FileLock otherLock(folder / "in/x");
     WriteFileBytes(folder / "list.xml", Replaced(List(), "@", root));
     for (Copy& copy : copies_) {

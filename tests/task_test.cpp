@@ -101,7 +101,7 @@ const void* Numbers(std::index_sequence<kSlots...>) {
 }
 
 template <typename Interface, typename Member>
-std::size_t Slot(Member Interface::*member) {
+std::size_t Slot(Member Interface::* member) {
   std::size_t (Interface::*asked)() = nullptr;
   static_assert(sizeof asked == sizeof member);
   std::memcpy(&asked, &member, sizeof asked);

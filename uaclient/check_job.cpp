@@ -124,7 +124,8 @@ std::wstring JobNameFault(const std::wstring& what, const std::wstring& name) {
 std::wstring ProgramFault(const std::wstring& what, const std::wstring& program) {
   const std::wstring path = Expanded(program);
   if (path.empty()) return what + L" is missing or empty. Write the program's whole path.";
-  const std::wstring fault = PathFault(path, what);
+  std::wstring full;
+  const std::wstring fault = PathFault(path, what, full);
   if (!fault.empty()) return what + L": " + fault;
   if (IsFile(path)) return {};
   if (IsFolder(path)) return Fault(what, path, L"is a folder. Write the program's path.");

@@ -129,26 +129,33 @@ class ListCheck {
   void CheckItem(const ptree& attributes, std::size_t line) {
     Item item{line};
     const auto& fields = uactask::OperationFieldNames();
+    std::map<std::int32_t, std::string> values;  // the first of each
+    for (const auto& [name, value] : attributes) {
+      const auto known =
+          std::find_if(fields.begin(), fields.end(),
+                       [&name = name](const auto& one) { return one.second == name; });
+      if (known != fields.end()) {
+        values.try_emplace(known->first, value.data());
+      } else {
+        found_.Warn(line, L"{} is not read. An item has \"key\", \"src\", \"dec\" and \"type\".",
+                    {ShownUtf8(name)});
+      }
+    }
     for (const auto& [field, name] : fields) {
-      if (attributes.count(name) != 0) continue;
+      if (!values.try_emplace(field, uactask::kMissingField).second) continue;
       const bool isPath = field == uactask::kSourceField || field == uactask::kDestinationField;
       item.isNamed |= isPath;
       found_.Add(isPath ? Severity::kHarmful : Severity::kWarning, line,
-                 L"The item has no {}, so the helper takes {} for it. Write it.",
-                 {ShownUtf8(name), ShownUtf8(uactask::kMissingField)});
+                 Filled(L"The item has no {}, so the helper takes {} for it. Write it.",
+                        {ShownUtf8(name), ShownUtf8(uactask::kMissingField)}));
     }
-    for (const auto& [name, value] : attributes) {
-      const auto isIt = [&name = name](const auto& field) { return field.second == name; };
-      if (std::any_of(fields.begin(), fields.end(), isIt)) continue;
-      found_.Warn(line, L"{} is not read. An item has \"key\", \"src\", \"dec\" and \"type\".",
-                  {ShownUtf8(name)});
-    }
-    const std::string type = attributes.get(fields.at(uactask::kTypeField), uactask::kFileType);
-    if (type != uactask::kFolderType && type != uactask::kFileType) {
+    const std::string& type = values[uactask::kTypeField];
+    if (type != uactask::kFolderType && type != uactask::kFileType &&
+        type != uactask::kMissingField) {
       found_.Warn(line, L"The type {} means a file. Write \"dir\" or \"file\", in lower case.",
                   {ShownUtf8(type)});
     }
-    const std::string key = attributes.get(fields.at(uactask::kKeyField), uactask::kMissingField);
+    const std::string& key = values[uactask::kKeyField];
     const auto [first, isNew] = items_.try_emplace(key, item);
     if (isNew) return;
     reading_.report.leavesOut = true;
@@ -171,27 +178,24 @@ class ListCheck {
     }
   }
 
-  // `operations` are in the order of the keys; the helper copies folders first.
+  // `operations` are in the order of the keys, as the items are.
   void SurveyItems(const std::vector<uactask::Operation>& operations, const Options& options) {
-    std::vector<CopyItem> copies;
+    std::vector<Copy> copies;
     std::vector<const Item*> items;
-    for (const bool isFolder : {true, false}) {
-      auto item = items_.begin();
-      for (const uactask::Operation& operation : operations) {
-        Item& listed = (item++)->second;
-        if (operation.isFolder != isFolder) continue;
-        copies.push_back({isFolder ? CopyItem::Kind::kReplaceFolder : CopyItem::Kind::kFile,
-                          PathIn(L"src", operation.source, listed),
-                          PathIn(L"dec", operation.destination, listed)});
-        items.push_back(&listed);
-      }
+    auto item = items_.begin();
+    for (const uactask::Operation& operation : operations) {
+      Item& listed = (item++)->second;
+      items.push_back(&listed);
+      copies.push_back({operation.isFolder ? CopyItem::Kind::kReplaceFolder : CopyItem::Kind::kFile,
+                        PathIn(L"src", operation.source, listed),
+                        PathIn(L"dec", operation.destination, listed)});
     }
     reading_.survey = SurveyCopies(std::move(copies), Origin::kList, options);
-    for (const Finding& finding : reading_.survey.findings) {
-      const Item item = finding.item < items.size() ? *items[finding.item] : Item{};
-      if (!item.isNamed) found_.Add(finding.severity, item.line, L"{}", {finding.text});
+    for (Finding& finding : reading_.survey.findings) {
+      const Item& meant = *items[finding.item];
+      if (!meant.isNamed) found_.Add(finding.severity, meant.line, std::move(finding.text));
     }
-    reading_.report.steps = reading_.survey.steps;
+    reading_.report.steps = std::move(reading_.survey.steps);
   }
 
   std::wstring PathIn(const wchar_t* name, const std::string& text, Item& item) {

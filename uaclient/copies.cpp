@@ -3,7 +3,9 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <initializer_list>
 #include <map>
+#include <numeric>
 #include <optional>
 #include <unordered_map>
 #include <utility>
@@ -11,6 +13,7 @@
 #include "corekit/text.h"
 #include "uaclient/content_compare.h"
 #include "uaclient/file_access.h"
+#include "uaclient/findings.h"
 #include "uaclient/helper_files.h"
 #include "uaclient/kept_folders.h"
 #include "uaclient/path.h"
@@ -59,32 +62,44 @@ std::optional<std::size_t> FindUpwards(const ItemsByKey& items, const Spot& spot
 
 class Surveyor {
  public:
-  Surveyor(std::vector<CopyItem> items, Origin origin, const Options& options)
+  Surveyor(std::vector<Copy> items, Origin origin, const Options& options)
       : items_(std::move(items)),
         isPlan_(origin == Origin::kPlan),
         options_(options),
-        details_(items_.size()) {
+        details_(items_.size()),
+        steps_(items_.size()) {
     survey_.lastDeleted.resize(items_.size());
-    survey_.steps.resize(items_.size());
+    survey_.steps.reserve(items_.size());
   }
 
   Survey Make() {
-    for (std::size_t i = 0; i < items_.size(); ++i) Locate(Select(i));
-    for (std::size_t i = 0; i < items_.size(); ++i) AddItem(Select(i));
-    for (std::size_t i = 0; i < items_.size(); ++i) CheckPlaces(Select(i));
+    std::vector<std::size_t> order(items_.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::stable_partition(order.begin(), order.end(),
+                          [this](std::size_t i) { return items_[i].kind == Kind::kReplaceFolder; });
+    for (const std::size_t i : order) Locate(Select(i));
+    for (const std::size_t i : order) AddItem(Select(i));
+    for (const std::size_t i : order) CheckPlaces(Select(i));
     CheckTemporaryFolder();
     CheckSpace();
-    for (std::size_t i = 0; i < items_.size(); ++i) Finish(Select(i));
+    for (const std::size_t i : order) Finish(Select(i));
     std::stable_sort(
         survey_.findings.begin(), survey_.findings.end(),
         [](const Finding& left, const Finding& right) { return left.item < right.item; });
-    CheckCount();
+    if (survey_.operations.size() > kMaxOperations) {
+      survey_.findings.push_back(
+          {Severity::kError, Filled(L"The plan comes to {} files and folders, and one run takes up "
+                                    L"to 200000. Split it into several.",
+                                    {std::to_wstring(survey_.operations.size())})});
+    }
     for (auto& [key, claim] : claims_) survey_.claims.push_back(std::move(claim));
     survey_.items = std::move(items_);
     return std::move(survey_);
   }
 
  private:
+  using Parts = std::initializer_list<std::wstring>;
+
   // What is found out about an item.
   struct Details {
     std::wstring source;  // full paths; empty where there is none
@@ -111,59 +126,74 @@ class Surveyor {
   };
 
   Details& Select(std::size_t item) { return details_[at_ = item]; }
-  const CopyItem& Item() const { return items_[at_]; }
-  bool Copies(Kind kind) const { return Item().kind == kind; }
-  std::wstring Source() const { return Quoted(Item().source.wstring()); }
-  std::wstring Destination() const { return Quoted(Item().destination.wstring()); }
+  bool Copies(Kind kind) const { return items_[at_].kind == kind; }
+  std::wstring Source() const { return Quoted(items_[at_].source); }
+  std::wstring Destination() const { return DestinationOf(at_); }
+  std::wstring SourceOf(std::size_t item) const { return Quoted(items_[item].source); }
+  std::wstring DestinationOf(std::size_t item) const { return Quoted(items_[item].destination); }
 
-  void Doubt(std::wstring text) { Add(Severity::kWarning, std::move(text)); }
+  void Doubt(const wchar_t* text, Parts parts) { Add(Severity::kWarning, text, parts); }
   // The item, or a part of it, does not arrive.
-  void Fail(std::wstring text) {
+  void Fail(const wchar_t* text, Parts parts) {
     details_[at_].hasFailed = true;
-    Add(isPlan_ ? Severity::kError : Severity::kWarning, std::move(text));
+    Add(isPlan_ ? Severity::kError : Severity::kWarning, text, parts);
   }
   // It destroys what nobody asked to destroy, or what it destroys cannot be told.
-  void Harm(std::wstring text) {
+  void Harm(const wchar_t* text, Parts parts) {
     details_[at_].hasFailed = true;
-    Add(isPlan_ ? Severity::kError : Severity::kHarmful, std::move(text));
+    Add(isPlan_ ? Severity::kError : Severity::kHarmful, text, parts);
   }
-  void Add(Severity severity, std::wstring text) {
+  void Add(Severity severity, const wchar_t* text, Parts parts) {
     if (++details_[at_].findings > kMaxFindings && severity != Severity::kHarmful) return;
-    survey_.findings.push_back({severity, std::move(text), {}, 0, at_});
+    survey_.findings.push_back({severity, Filled(text, parts), {}, 0, at_});
   }
 
   // What all others are compared with is found out ahead of them.
   void Locate(Details& item) {
-    item.source = CheckPath(Item().source.wstring(),
-                            isPlan_ ? L"The item's source" : L"The attribute \"src\"");
-    item.destination = CheckPath(Item().destination.wstring(),
-                                 isPlan_ ? L"The item's destination" : L"The attribute \"dec\"");
+    item.source = CheckPath(items_[at_].source, isPlan_ ? L"The source" : L"\"src\"");
+    item.destination =
+        CheckPath(items_[at_].destination, isPlan_ ? L"The destination" : L"\"dec\"");
     if (!item.source.empty()) {
       item.from = Look(item.source);
-      item.fromSpot = SpotOf(item.source, item.from, true);
+      item.fromSpot = SpotOf(item.source, item.from != nullptr && item.from->isLink);
       sources_.try_emplace(item.fromSpot.Key(), at_);
     }
     if (item.destination.empty()) return;
     item.to = Look(item.destination);
-    item.toSpot = SpotOf(item.destination, item.to, false);
+    // A link at the destination is not followed: it is replaced, or refused.
+    const bool isLink = item.to != nullptr && item.to->isLink;
+    item.toSpot =
+        isLink ? Spot{&folders_.At(ParentOf(item.destination)), UpperCase(NameOf(item.destination))}
+               : SpotOf(item.destination, false);
     if (Copies(Kind::kReplaceFolder)) replaced_.try_emplace(item.toSpot.Key(), at_);
     if (Copies(Kind::kFolder)) added_.try_emplace(item.toSpot.Key(), at_);
   }
 
   // The full path; L"" when there is none to go on with. What is odd in a list the helper tries.
-  std::wstring CheckPath(const std::wstring& path, const std::wstring& name) {
-    const std::wstring fault = PathFault(path, name);
-    const bool isTried = fault.empty() || (!isPlan_ && IsAbsolute(path));
-    if (!fault.empty()) isTried || path.empty() ? Fail(fault) : Harm(fault);
-    const std::wstring full = isTried ? FullPath(path) : std::wstring();
+  std::wstring CheckPath(const std::wstring& path, const wchar_t* name) {
+    std::wstring full;
+    const std::wstring fault = PathFault(path, name, full);
+    if (!fault.empty() && !path.empty() && full.empty()) {
+      Harm(L"{}", {fault});
+    } else if (!fault.empty()) {
+      Fail(L"{}", {fault});
+      if (isPlan_) return {};
+    }
     if (full.empty()) return {};
+    CheckDrive(path, full);
+    if (!Copies(Kind::kFile) || (path.back() != L'\\' && path.back() != L'/')) return full;
+    Fail(L"{} ends like a folder, but the item copies a file. Write the file's name.",
+         {Quoted(path)});
+    return isPlan_ ? std::wstring() : full;
+  }
+
+  // What is wrong with a drive is said once.
+  void CheckDrive(const std::wstring& path, const std::wstring& full) {
     const auto [drive, isNew] = driveFaults_.try_emplace(full[0]);
     if (isNew) drive->second = DriveFault(full);
-    if (!drive->second.empty()) Harm(Quoted(path) + L": " + drive->second);
-    if (!Copies(Kind::kFile) || (path.back() != L'\\' && path.back() != L'/')) return full;
-    Fail(Quoted(path) + L" ends like a folder, but the item copies a file. Write the file's name" +
-         (isPlan_ ? L", or copy the folder." : L", or type=\"dir\"."));
-    return isPlan_ ? std::wstring() : full;
+    if (drive->second.empty()) return;
+    details_[at_].hasFailed = true;
+    if (isNew) Harm(L"{}: {}", {Quoted(path), drive->second});
   }
 
   const Entry* Look(const std::wstring& fullPath) {
@@ -172,160 +202,131 @@ class Surveyor {
     return folders_.At(fullPath).exists ? &kRoot : nullptr;
   }
 
-  // A source's link counts as what it leads to. A destination's does not: it goes, or is refused.
-  Spot SpotOf(const std::wstring& fullPath, const Entry* entry, bool isSource) {
-    const bool isItself = entry != nullptr && (entry->isFolder || entry->isLink);
-    const bool isFollowed = isSource || (entry != nullptr && !entry->isLink);
-    if (IsRoot(fullPath) || (isItself && isFollowed)) return {&folders_.At(fullPath), {}};
+  Spot SpotOf(const std::wstring& fullPath, bool isFollowed) {
+    if (!Copies(Kind::kFile) || isFollowed || IsRoot(fullPath)) return {&folders_.At(fullPath), {}};
     return {&folders_.At(ParentOf(fullPath)), UpperCase(NameOf(fullPath))};
   }
 
   void AddItem(Details& item) {
+    constexpr Step::Kind kSteps[] = {Step::Kind::kCopyFile, Step::Kind::kAddFolder,
+                                     Step::Kind::kReplaceFolder};
+    steps_[at_].kind = kSteps[static_cast<std::size_t>(items_[at_].kind)];
     if (item.source.empty() || item.destination.empty()) return;
     item.goesFirst = !Copies(Kind::kReplaceFolder) && FindUpwards(replaced_, item.toSpot);
     Claim(item.fromSpot, false);
     Claim(item.toSpot, true);
-    if (!CheckSource(item) || !CheckDestination(item)) return;
-    switch (Item().kind) {
-      case Kind::kFile:
-        return AddFile(item);
-      case Kind::kFolder:
-        return AddFolder(item);
-      case Kind::kReplaceFolder:
-        return ReplaceFolder(item);
+    if (!CheckKinds(item)) return;
+    if (Copies(Kind::kReplaceFolder)) return ReplaceFolder(item);
+    MakeFolders(Copies(Kind::kFile) ? ParentOf(item.destination) : item.destination,
+                Copies(Kind::kFile) ? ParentOf(item.source) : item.source);
+    for (const TreeEntry& entry : ListSource(item)) {
+      AddTarget(item, entry, Look(Below(item.destination, entry.path)));
     }
   }
 
   void Claim(const Spot& spot, bool isWritten) {
-    const bool isFile = Copies(Kind::kFile);
-    const Folder& folder = *spot.folder;
-    Claimed& claim = claims_[(isWritten ? L"w" : L"r") + std::wstring(isFile ? L"f" : L"a") +
-                             (isFile ? folder.keys[0] : spot.Key())];
-    claim.isWritten = isWritten;
-    claim.folder = folder.place;
-    if (spot.name.empty()) return;
-    if (isFile) {
-      claim.names.insert(spot.name);
-    } else {
-      claim.folder.levels.push_back({{}, spot.name});
-    }
+    const auto [found, isNew] =
+        claims_.try_emplace((isWritten ? L"w" : L"r") +
+                            std::wstring(spot.name.empty() ? L"" : L"*") + spot.folder->keys[0]);
+    Claimed& claim = found->second;
+    if (isNew) claim = {spot.folder->place, {}, isWritten};
+    if (!spot.name.empty()) claim.names.insert(spot.name);
   }
 
-  bool CheckSource(const Details& item) {
-    const bool isFile = Copies(Kind::kFile);
+  // Whether there is a file to copy over none or a file, or a folder over none or a folder.
+  bool CheckKinds(const Details& item) {
+    const std::wstring kind = Copies(Kind::kFile) ? L"file" : L"folder";
+    const std::wstring other = Copies(Kind::kFile) ? L"folder" : L"file";
+    const bool replaces = Copies(Kind::kReplaceFolder);
+    const auto isOther = [&](const Entry& entry) { return entry.isFolder == Copies(Kind::kFile); };
     if (item.from == nullptr) {
-      Fail(L"The source " + Source() + L" does not exist.");
+      Fail(L"The source {} does not exist.", {Source()});
     } else if (item.from->error != 0) {
-      Fail(L"The source " + Source() + L" is not visible to this user: " +
-           SystemMessage(item.from->error));
-    } else if (item.from->isFolder == isFile) {
-      Fail(L"The source " + Source() + L" is a " + (isFile ? L"folder" : L"file") +
-           L", but the item copies a " + (isFile ? L"file." : L"folder.") +
-           (isPlan_ ? L"" : L" Write type=\"dir\" for a folder and type=\"file\" for a file."));
+      Fail(L"The source {} is not visible to this user: {}",
+           {Source(), SystemMessage(item.from->error)});
+    } else if (isOther(*item.from)) {
+      Fail(L"The source {} is a {}, but the item copies a {}.{}",
+           {Source(), other, kind,
+            isPlan_ ? L"" : L" Write type=\"dir\" for a folder, else \"file\"."});
+    } else if (item.to == nullptr || item.goesFirst) {
+      return true;
+    } else if (item.to->error != 0) {
+      constexpr wchar_t kText[] =
+          L"The destination {} is not visible to this user, so it could not be checked: {}";
+      const std::wstring error = SystemMessage(item.to->error);
+      replaces ? Harm(kText, {Destination(), error}) : Doubt(kText, {Destination(), error});
+      return !replaces;
+    } else if (item.to->isLink && replaces) {
+      Doubt(L"The destination {} is a link. It is removed, and what it leads to stays.",
+            {Destination()});
+      return true;
+    } else if (item.to->isLink) {
+      Fail(L"The destination {} is a link. Write where it leads, or remove it.", {Destination()});
+      return !isPlan_;
+    } else if (isOther(*item.to)) {
+      Fail(
+          L"At the destination {} there is a {}, which a {} cannot replace. Remove it, or choose "
+          L"another name.",
+          {Destination(), other, kind});
     } else {
       return true;
     }
     return false;
   }
 
-  bool CheckDestination(const Details& item) {
-    const std::wstring name = L"The destination " + Destination();
-    const bool isFile = Copies(Kind::kFile);
-    const bool replaces = Copies(Kind::kReplaceFolder);
-    if (item.to == nullptr || item.goesFirst) return true;
-    if (item.to->error != 0) {
-      const std::wstring text = name +
-                                L" is not visible to this user, so it could not be checked: " +
-                                SystemMessage(item.to->error);
-      replaces ? Harm(text) : Doubt(text);
-      return !replaces;
+  // The tree, or the file alone.
+  std::vector<TreeEntry> ListSource(const Details& item) {
+    TreeListing tree;
+    if (Copies(Kind::kFile)) {
+      tree.entries.emplace_back();
+      static_cast<Entry&>(tree.entries[0]) = *item.from;
+      if (item.from->isLink && !ReadFileState(item.source, tree.entries[0].state)) {
+        tree.faults.push_back({{}, GetLastError()});
+      }
+    } else {
+      tree = ListTree(item.source, Links::kFollowedOnce);
     }
-    if (item.to->isLink && replaces) {
-      Doubt(name + L" is a link. It is removed, and what it leads to stays.");
-    } else if (item.to->isLink) {
-      Fail(name + L" is a link. Write where it leads, or remove it.");
-      return !isPlan_;
-    } else if (item.to->isFolder == isFile) {
-      FailForOther(name, isFile);
-      return false;
-    }
-    return true;
-  }
-
-  void FailForOther(const std::wstring& path, bool isFile) {
-    Fail(path +
-         (isFile ? L" is a folder, and a file cannot replace it."
-                 : L" is a file, and a folder cannot replace it.") +
-         L" Remove it, or choose another name.");
-  }
-
-  void AddFile(Details& item) {
-    survey_.steps[at_].kind = Step::Kind::kCopyFile;
-    TreeEntry file;
-    static_cast<Entry&>(file) = *item.from;
-    if (file.isLink && !ReadFileState(item.source, file.state)) {
-      return Fail(L"The source " + Source() + L" is a link that leads nowhere.");
-    }
-    const std::wstring fault = isPlan_ ? L"" : AccessFault(item.source, Access::kRead);
-    if (!fault.empty()) Fail(L"The source " + Source() + fault);
-    MakeFolders(ParentOf(item.destination), ParentOf(item.source));
-    AddTarget(item, file, item.to);
-  }
-
-  void AddFolder(Details& item) {
-    survey_.steps[at_].kind = Step::Kind::kAddFolder;
-    MakeFolders(item.destination, item.source);
-    for (const TreeEntry& entry : ListSource(item).entries) {
-      AddTarget(item, entry, folders_.Find(WithSeparator(item.destination) + entry.path));
-    }
-  }
-
-  TreeListing ListSource(const Details& item) {
-    TreeListing tree = ListTree(item.source, Links::kFollowedOnce);
-    const std::wstring folder = WithSeparator(item.source);
     for (const TreeListing::Fault& fault : tree.faults) {
-      Fail(Quoted(folder + fault.path) +
-           (fault.error == 0 ? L" is a link behind a link, which is not followed. Put the files "
-                               L"themselves into the source."
-                             : L" cannot be listed: " + SystemMessage(fault.error)));
+      Fail(fault.error == 0 ? L"{} is a link behind a link, which is not followed. Put the files "
+                              L"themselves into the source."
+                            : L"{} cannot be read: {}",
+           {Quoted(Below(item.source, fault.path)), SystemMessage(fault.error)});
     }
     for (const TreeEntry& entry : tree.entries) {
-      if (!entry.isLink) continue;
-      const Spot spot = {&folders_.At(folder + entry.path), {}};
+      if (!entry.isLink || Copies(Kind::kFile)) continue;
+      const Spot spot = {&folders_.At(Below(item.source, entry.path)), {}};
       sources_.try_emplace(spot.Key(), at_);
       Claim(spot, false);
     }
-    return tree;
+    return std::move(tree.entries);
   }
 
   void ReplaceFolder(Details& item) {
-    Step& step = survey_.steps[at_];
-    step.kind = Step::Kind::kReplaceFolder;
-    step.deletes = item.to != nullptr;
     const bool isLink = item.to != nullptr && item.to->isLink;
+    steps_[at_].deletes = item.to != nullptr;
     if (!isLink && !MayBeDeleted(item)) return;
-    const TreeListing source = ListSource(item);
-    const TreeListing gone =
-        step.deletes && !isLink ? ListTree(item.destination, Links::kNotFollowed) : TreeListing();
-    std::unordered_map<std::wstring, const Entry*> there;
-    for (const TreeEntry& entry : gone.entries) {
-      CheckDeletion(WithSeparator(item.destination) + entry.path, entry);
-      there.emplace(UpperCase(entry.path), &entry);
-    }
-    for (const TreeListing::Fault& fault : gone.faults) {
-      if (fault.error == ERROR_ACCESS_DENIED && !IsElevated())
-        continue;  // the elevation is for this
-      Fail(Quoted(WithSeparator(item.destination) + fault.path) +
-           L" cannot be listed, and so not deleted: " + SystemMessage(fault.error));
+    const std::vector<TreeEntry> source = ListSource(item);
+    std::unordered_map<std::wstring, Entry> there;
+    if (steps_[at_].deletes && !isLink) {
+      const TreeListing gone = ListTree(item.destination, Links::kNotFollowed);
+      for (const TreeEntry& entry : gone.entries) {
+        CheckDeletion(Below(item.destination, entry.path), entry);
+        there.emplace(UpperCase(entry.path), entry);
+      }
+      for (const TreeListing::Fault& fault : gone.faults) {
+        if (fault.error == ERROR_ACCESS_DENIED && !IsElevated()) continue;  // elevation is for this
+        Fail(L"{} cannot be listed, and so not deleted: {}",
+             {Quoted(Below(item.destination, fault.path)), SystemMessage(fault.error)});
+      }
     }
     Bring(item.toSpot.Key(), item.destination, true);
     Operate(WithSeparator(item.source), item.destination + L"\\", true);
-    for (const TreeEntry& entry : source.entries) {
-      const std::wstring path = WithSeparator(item.source) + entry.path;
-      const std::wstring fault = entry.isFolder ? L"" : AccessFault(path, Access::kRead);
-      if (!fault.empty()) Fail(Quoted(path) + fault);
+    for (const TreeEntry& entry : source) {
+      const std::wstring path = Below(item.source, entry.path);
+      const std::wstring fault = entry.isFolder ? L"" : ReadingFault(path);
+      if (!fault.empty()) Fail(L"{}{}", {Quoted(path), fault});
       const auto old = there.find(UpperCase(entry.path));
-      AddTarget(item, entry, old == there.end() ? nullptr : old->second);
+      AddTarget(item, entry, old == there.end() ? nullptr : &old->second);
     }
   }
 
@@ -334,12 +335,15 @@ class Surveyor {
     if (!kept_) kept_.emplace(folders_, options_);
     const std::wstring why = kept_->WhyKept(folder);
     if (!why.empty()) {
-      Harm(L"The destination " + Destination() + why +
-           L". Replacing it would delete programs or user data. Choose a folder that holds only "
-           L"what you copy.");
+      Harm(
+          L"The destination {}{}. Replacing it would delete programs or user data. Choose a folder "
+          L"that holds only what you copy.",
+          {Destination(), why});
     } else if (folder.exists && !folder.isKnown) {
-      Harm(L"The system does not say where " + Destination() +
-           L" leads, so it is not known what would be deleted. Choose another destination.");
+      Harm(
+          L"The system does not say where {} leads, so it is not known what would be deleted. "
+          L"Choose another destination.",
+          {Destination()});
     } else {
       return true;
     }
@@ -349,24 +353,22 @@ class Surveyor {
   void CheckDeletion(const std::wstring& path, const TreeEntry& entry) {
     // The helper lists a folder by its path, a separator and a pattern of one character.
     if (path.size() > kMaxFilePath - (entry.isFolder ? 2 : 0)) {
-      Fail(Quoted(path) +
-           L" has too long a path to be deleted, so the folder would not be "
-           L"replaced. Remove it first.");
+      Fail(L"{} is too long to be deleted, so the folder would not be replaced. Remove it first.",
+           {Quoted(path)});
     }
     if (entry.isLink) {
-      return Doubt(Quoted(path) +
-                   L" is a link in a folder that is replaced. The link goes, and "
-                   L"what it leads to stays.");
-    }
-    if (entry.isFolder) {
+      Doubt(
+          L"{} is a link in a folder that is replaced. The link goes, and what it leads to stays.",
+          {Quoted(path)});
+    } else if (entry.isFolder) {
       gone_.try_emplace(folders_.At(path).keys[0], at_);
-      return;
+    } else {
+      ++steps_[at_].deletedFiles;
+      steps_[at_].deletedBytes += entry.state.size;
+      survey_.lastDeleted[at_] = path;
+      const std::wstring fault = DeletionFault(path);
+      if (!fault.empty()) Fail(L"{} is to be deleted, but{}", {Quoted(path), fault});
     }
-    ++survey_.steps[at_].deletedFiles;
-    survey_.steps[at_].deletedBytes += entry.state.size;
-    survey_.lastDeleted[at_] = path;
-    const std::wstring fault = AccessFault(path, Access::kDelete);
-    if (!fault.empty()) Fail(Quoted(path) + L" is to be deleted, but" + fault);
   }
 
   // Has the helper make the folder and what is missing above it, as far as it is not there when the
@@ -376,17 +378,19 @@ class Surveyor {
     for (std::wstring path = folder; !IsRoot(path); path = ParentOf(path)) {
       const Folder& there = folders_.At(path);
       if (there.isFile && !details_[at_].goesFirst) {
-        return Fail(L"Above the destination " + Destination() + L" there is a file, " +
-                    Quoted(path) + L", where a folder would have to be.");
+        return Fail(
+            L"Above the destination {} there is a file, {}, where a folder would have to be.",
+            {Destination(), Quoted(path)});
       }
       if (replaced_.count(there.keys[0]) != 0) break;
       if (there.exists && !FindUpwards(replaced_, {&there, {}})) break;
       missing.push_back(path);
     }
     if (!isPlan_ && missing.size() > 1) {
-      return Fail(L"More than one folder above the destination " + Destination() +
-                  L" is missing, and the helper makes only one for a file. Make them first, or "
-                  L"copy a folder.");
+      return Fail(
+          L"More than one folder above the destination {} is missing, and the helper makes "
+          L"only one for a file. Make them first, or copy a folder.",
+          {Destination()});
     }
     for (auto path = missing.rbegin(); path != missing.rend(); ++path) MakeFolder(*path, like);
   }
@@ -396,9 +400,10 @@ class Surveyor {
   void MakeFolder(const std::wstring& folder, const std::wstring& like) {
     if (!Bring(folders_.At(folder).keys[0], folder, true)) return;
     if (folder.size() <= kMaxFolderPath) return Operate(like, folder + L"\\", false);
-    Fail(Quoted(folder) +
-         L" is too long for a folder: Windows makes them with up to 247 "
-         L"characters. Use shorter paths.");
+    Fail(
+        L"{} is too long for a folder: Windows makes them with up to 247 characters. Use shorter "
+        L"paths.",
+        {Quoted(folder)});
   }
 
   void Operate(const std::wstring& source, const std::wstring& destination, bool isFolder) {
@@ -406,25 +411,23 @@ class Surveyor {
     survey_.operations.push_back({WideToUtf8(source), WideToUtf8(destination), isFolder});
   }
 
+  // `there` is what is at the destination now.
   void AddTarget(Details& item, const TreeEntry& entry, const Entry* there) {
-    Target target = {at_, entry.path, entry.isFolder, entry.state, false};
-    const std::wstring source = PathOf(item.source, target);
-    const std::wstring destination = PathOf(item.destination, target);
-    if (!CheckLengths(source, destination, entry.isFolder)) return;
+    const std::wstring source = Below(item.source, entry.path);
+    const std::wstring destination = Below(item.destination, entry.path);
+    if (!CheckNames(source, destination, entry.isFolder)) return;
     const bool replaces = Copies(Kind::kReplaceFolder);
     const bool stays = there != nullptr && !replaces && !item.goesFirst;
-    if (stays && Copies(Kind::kFolder)) {
-      if (there->isLink) {
-        return Fail(Quoted(destination) +
-                    L" is a link at the destination. Write where it leads, or remove it.");
-      }
-      if (there->isFolder != entry.isFolder)
-        return FailForOther(Quoted(destination), !entry.isFolder);
+    if (stays && Copies(Kind::kFolder) && (there->isLink || there->isFolder != entry.isFolder)) {
+      return Fail(L"{} exists at the destination and is {}. Remove it first.",
+                  {Quoted(destination), there->isLink     ? L"a link"
+                                        : there->isFolder ? L"not a file"
+                                                          : L"not a folder"});
     }
-    target.lookedDone = there != nullptr && there->state.Matches(entry.state);
-    survey_.targets.push_back(std::move(target));
+    const bool looksDone = there != nullptr && there->state.Matches(entry.state);
+    survey_.targets.push_back({at_, entry.path, entry.isFolder, entry.state, looksDone});
     if (!entry.isFolder) {
-      AddFileTarget(item, source, destination, entry, stays ? there : nullptr);
+      AddFile(item, source, destination, entry, stays ? there : nullptr);
     } else if (replaces || there != nullptr) {
       Bring(folders_.At(destination).keys[0], destination, true);
     } else {
@@ -432,10 +435,10 @@ class Surveyor {
     }
   }
 
-  void AddFileTarget(Details& item, const std::wstring& source, const std::wstring& destination,
-                     const Entry& entry, const Entry* overwritten) {
-    ++survey_.steps[at_].files;
-    survey_.steps[at_].bytes += entry.state.size;
+  void AddFile(Details& item, const std::wstring& source, const std::wstring& destination,
+               const Entry& entry, const Entry* overwritten) {
+    ++steps_[at_].files;
+    steps_[at_].bytes += entry.state.size;
     const Folder& folder = folders_.At(ParentOf(destination));
     Bring(folder.KeyBelow(UpperCase(NameOf(destination))), destination, false);
     Space& space = spaces_[RootOf(folder.path)];
@@ -444,81 +447,71 @@ class Surveyor {
     if (overwritten != nullptr) {
       ++item.overwritten;
       space.freed += overwritten->state.size;
-      if (!MayBeOverwritten(source, destination, *overwritten)) return;
+    }
+    if (overwritten != nullptr && overwritten->IsProtected()) {
+      // One that is what it should be is left out.
+      if (isPlan_ && ContentComparer().Compare(source, destination) == Equality::kEqual) return;
+      Fail(
+          L"{} is read-only, hidden or a system file, and Windows does not overwrite those. Clear "
+          L"the attribute first.",
+          {Quoted(destination)});
     }
     if (!Copies(Kind::kReplaceFolder)) Operate(source, destination, false);
   }
 
-  bool CheckLengths(const std::wstring& source, const std::wstring& destination, bool isFolder) {
+  bool CheckNames(const std::wstring& source, const std::wstring& destination, bool isFolder) {
     const std::size_t most = isFolder ? kMaxFolderPath : kMaxFilePath;
     if (source.back() == L'.' || source.back() == L' ' || !ListCarries(NameOf(source))) {
-      Fail(Quoted(source) + L" has a name that Windows reads as another one. Rename it.");
+      Fail(L"{} has a name that Windows reads as another one. Rename it.", {Quoted(source)});
     } else if (source.size() > kMaxFilePath || destination.size() > most) {
-      Fail(Quoted(source.size() > kMaxFilePath ? source : destination) +
-           L" is too long: a file's path may have 259 characters, a folder's 247. Use shorter "
-           L"paths.");
+      Fail(
+          L"{} is too long: a file's path may have 259 characters, a folder's 247. Use shorter "
+          L"paths.",
+          {Quoted(source.size() > kMaxFilePath ? source : destination)});
     } else {
       return true;
     }
     return false;
   }
 
-  // A protected file that is what it should be is left out.
-  bool MayBeOverwritten(const std::wstring& source, const std::wstring& destination,
-                        const Entry& there) {
-    if (there.IsProtected()) {
-      if (!isPlan_ || ContentComparer().Compare(source, destination) != Equality::kEqual) {
-        Fail(Quoted(destination) +
-             L" is read-only, hidden or a system file, and Windows does not overwrite those. "
-             L"Clear the attribute first.");
-      }
-      return false;
-    }
-    const std::wstring fault = isPlan_ ? L"" : AccessFault(destination, Access::kOverwrite);
-    if (!fault.empty()) Fail(Quoted(destination) + fault);
-    return true;
-  }
-
   // Notes what comes to a place. False when that is noted already, or nothing may come there.
   bool Bring(const std::wstring& key, const std::wstring& path, bool isFolder) {
     const auto source = sources_.find(key);
     if (source != sources_.end()) {
-      Harm(Quoted(path) + L" would be written, but it is the source " +
-           Quoted(items_[source->second].source.wstring()) + L". Choose another destination.");
+      Harm(L"{} would be written, but it is the source {}. Choose another destination.",
+           {Quoted(path), SourceOf(source->second)});
       return false;
     }
     const auto [other, isNew] = brought_.try_emplace(key, Brought{at_, isFolder});
     const Brought& first = other->second;
-    if (isNew || (isFolder && first.isFolder && first.item != at_)) return isNew;
-    if (first.item == at_ && isFolder && Copies(Kind::kFile)) return false;
-    Harm(Quoted(path) +
-         (first.item == at_
-              ? L" would be written twice: in the source, two names differ only in case. Rename "
-                L"one of them."
-              : (first.isFolder == isFolder ? L" would be written twice: another item copies "
-                                            : L" would be both a file and a folder: another item "
-                                              L"copies ") +
-                    Quoted(items_[first.item].source.wstring()) +
-                    L" there. Choose another destination."));
+    if (isNew || (isFolder && first.isFolder && (first.item != at_ || Copies(Kind::kFile)))) {
+      return isNew;
+    }
+    Harm(first.item == at_ ? L"{} would be written twice: in the source, two names differ only in "
+                             L"case. Rename one of them."
+         : first.isFolder == isFolder
+             ? L"{} would be written twice: another item copies {} there. Choose another "
+               L"destination."
+             : L"{} would be both a file and a folder: another item copies {} there. Choose "
+               L"another destination.",
+         {Quoted(path), SourceOf(first.item)});
     return false;
   }
 
   // What is deleted, and what everything goes into, against all sources and destinations.
   void CheckPlaces(const Details& item) {
-    const std::wstring name = L"The destination " + Destination();
-    const bool replaces = Copies(Kind::kReplaceFolder);
-    const auto source = FindUpwards(sources_, item.toSpot);
-    if (source) {
-      Harm(name + L" is or lies in the source " + Quoted(items_[*source].source.wstring()) +
-           L". Choose another destination.");
+    if (const auto source = FindUpwards(sources_, item.toSpot)) {
+      Harm(L"The destination {} is or lies in the source {}. Choose another destination.",
+           {Destination(), SourceOf(*source)});
     }
+    const bool replaces = Copies(Kind::kReplaceFolder);
     for (const ItemsByKey* others : {&replaced_, &gone_, replaces ? &added_ : &replaced_}) {
       const auto other = FindUpwards(*others, item.toSpot, at_);
       if (!other || Copies(Kind::kFile)) continue;
-      Harm(name + L" is or lies in " + Quoted(items_[*other].destination.wstring()) +
-           (others == &added_ ? L", into which another item copies."
-                              : L", which another item replaces.") +
-           L" Choose another destination.");
+      Harm(
+          L"The destination {} is or lies in {}, {}. Choose another destination.",
+          {Destination(), DestinationOf(*other),
+           others == &added_ ? L"into which another item copies" : L"which another item replaces"});
       break;
     }
     for (const ItemsByKey* others : {&replaced_, &gone_}) {
@@ -526,24 +519,26 @@ class Surveyor {
       if (!other) continue;
       const std::wstring lost = Source();
       Select(*other);
-      Harm(L"The destination " + Destination() + L" is or holds the source " + lost +
-           L", which would be deleted. Choose another destination.");
-      break;
+      return Harm(
+          L"The destination {} is or holds the source {}, which would be deleted. Choose "
+          L"another destination.",
+          {Destination(), lost});
     }
   }
 
   // While the helper works its own files are there, and it would copy them along.
   void CheckTemporaryFolder() {
     const std::wstring temp = TempFolder();
-    if (temp.empty()) return;
+    if (temp.empty() || !isPlan_) return;
     for (const std::wstring& key : folders_.At(temp).keys) {
       const auto source = sources_.find(key);
       if (source == sources_.end()) continue;
       Select(source->second);
-      if (!Copies(Kind::kReplaceFolder) || !isPlan_) continue;
-      Fail(L"The source " + Source() + L" holds the folder for temporary files, " + Quoted(temp) +
-           L", in which the helper's own files lie meanwhile. Copy it without replacing, or set "
-           L"TMP to another folder.");
+      if (!Copies(Kind::kReplaceFolder)) continue;
+      Fail(
+          L"The source {} holds the folder for temporary files, {}, in which the helper's own "
+          L"files lie meanwhile. Copy it without replacing, or set TMP to another folder.",
+          {Source(), Quoted(temp)});
     }
   }
 
@@ -552,7 +547,7 @@ class Surveyor {
       const Details& item = Select(i);
       if (!Copies(Kind::kReplaceFolder) || item.destination.empty()) continue;
       Space& space = spaces_[RootOf(folders_.At(item.destination).path)];
-      space.freed += survey_.steps[i].deletedBytes;
+      space.freed += steps_[i].deletedBytes;
       space.replaces = true;
     }
     for (const auto& [root, space] : spaces_) {
@@ -563,62 +558,59 @@ class Surveyor {
         continue;
       }
       Select(space.item);
-      const std::wstring text = L"The destination " + Destination() +
-                                L" does not fit: the copies " + L"need " + BytesInWords(more) +
-                                L" more on " + root + L", and " + BytesInWords(free.QuadPart) +
-                                L" are free. Free some, or choose another place.";
-      space.replaces ? Fail(text) : Doubt(text);
+      constexpr wchar_t kText[] =
+          L"The destination {} does not fit: the copies need {} more on {}, and {} are free. Free "
+          L"some, or choose another place.";
+      const Parts parts = {Destination(), BytesInWords(more), root, BytesInWords(free.QuadPart)};
+      space.replaces ? Fail(kText, parts) : Doubt(kText, parts);
     }
-  }
-
-  void CheckCount() {
-    if (survey_.operations.size() <= kMaxOperations) return;
-    const std::wstring count = std::to_wstring(survey_.operations.size());
-    survey_.findings.push_back({Severity::kError, L"The plan comes to " + count +
-                                                      L" files and folders, and one run takes up "
-                                                      L"to 200000. Split it into several."});
   }
 
   void Finish(Details& item) {
     if (item.findings > kMaxFindings) {
       survey_.findings.push_back({Severity::kWarning,
-                                  L"There are " + std::to_wstring(item.findings - kMaxFindings) +
-                                      L" more findings for " + Source() + L".",
+                                  Filled(L"There are {} more findings for {}.",
+                                         {std::to_wstring(item.findings - kMaxFindings), Source()}),
                                   {},
                                   0,
                                   at_});
     }
-    Step& step = survey_.steps[at_];
+    Step& step = steps_[at_];
     step.text = StepText(step, item);
-    step.source = item.source.empty() ? Item().source : std::filesystem::path(item.source);
-    step.destination =
-        item.destination.empty() ? Item().destination : std::filesystem::path(item.destination);
     const bool isUsable = !item.source.empty() && !item.destination.empty();
-    items_[at_].source = isUsable ? item.source : std::wstring();
-    items_[at_].destination = isUsable ? item.destination : std::wstring();
+    Copy& copy = items_[at_];
+    step.source = isUsable ? item.source : copy.source;
+    step.destination = isUsable ? item.destination : copy.destination;
+    copy.source = isUsable ? std::move(item.source) : L"";
+    copy.destination = isUsable ? std::move(item.destination) : L"";
+    survey_.steps.push_back(std::move(step));
   }
 
   std::wstring StepText(const Step& step, const Details& item) const {
     const bool isFile = Copies(Kind::kFile);
     const std::wstring what = (isFile ? L"the file " : L"the folder ") + Source();
-    const std::wstring deletion =
-        L" after deleting what is there (" + InWords(step.deletedFiles, step.deletedBytes) + L")";
+    const std::wstring deletion = step.deletes
+                                      ? L" after deleting what is there (" +
+                                            InWords(step.deletedFiles, step.deletedBytes) + L")"
+                                      : L"";
     if (item.hasFailed) {
       return L"would not copy " + what + L" to " + Destination() +
-             L", or not all of it (see above)" + (step.deletes ? deletion : L"");
+             L", or not all of it (see above)" + deletion;
     }
-    return (Copies(Kind::kFolder) ? L"adds " : L"copies ") + what + L" (" +
-           InWords(step.files, step.bytes) + L") to " + Destination() +
-           (step.deletes            ? deletion
-            : item.overwritten == 0 ? L""
-            : isFile                ? L", over the one that is there"
-                                    : L", over " + FilesInWords(item.overwritten) + L" there");
+    return Filled(L"{} {} ({}) to {}{}",
+                  {Copies(Kind::kFolder) ? L"adds" : L"copies", what,
+                   InWords(step.files, step.bytes), Destination(),
+                   step.deletes            ? deletion
+                   : item.overwritten == 0 ? L""
+                   : isFile                ? L", over the one that is there"
+                            : L", over " + FilesInWords(item.overwritten) + L" there"});
   }
 
-  std::vector<CopyItem> items_;
+  std::vector<Copy> items_;
   const bool isPlan_;
   const Options& options_;
   std::vector<Details> details_;
+  std::vector<Step> steps_;
   std::size_t at_ = 0;  // the item that is looked at
   Folders folders_;
   std::optional<KeptFolders> kept_;
@@ -635,12 +627,8 @@ class Surveyor {
 
 }  // namespace
 
-Survey SurveyCopies(std::vector<CopyItem> items, Origin origin, const Options& options) {
+Survey SurveyCopies(std::vector<Copy> items, Origin origin, const Options& options) {
   return Surveyor(std::move(items), origin, options).Make();
-}
-
-std::wstring PathOf(const std::filesystem::path& root, const Target& target) {
-  return target.path.empty() ? root.wstring() : WithSeparator(root.wstring()) + target.path;
 }
 
 }  // namespace uaclient

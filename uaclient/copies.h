@@ -25,21 +25,24 @@ struct Target {
   bool lookedDone = false;  // the destination looked like the finished copy before the start
 };
 
+// An item of a plan or a list.
+struct Copy {
+  CopyItem::Kind kind = CopyItem::Kind::kFile;
+  std::wstring source;
+  std::wstring destination;
+};
+
 struct Survey {
-  std::vector<CopyItem> items;  // full paths; both empty for an item of which nothing can come
+  std::vector<Copy> items;      // full paths; both empty for an item of which nothing can come
   Findings findings;            // in the order of the items
-  std::vector<Step> steps;      // one an item
-  std::vector<Target> targets;  // in the helper's order
+  std::vector<Step> steps;      // one an item, in the helper's order: replaced folders come first
+  std::vector<Target> targets;  // in the helper's order, those of an item together
   std::vector<std::wstring> lastDeleted;       // by item: the path of the file that goes last
   std::vector<uactask::Operation> operations;  // of a plan: what the helper is to be given
   std::vector<Claimed> claims;                 // what the run reads, writes and deletes
 };
 
-// `items` in the helper's order: replaced folders first. Those of a list are files and replaced
-// folders only. An empty path gets a finding of its own.
-Survey SurveyCopies(std::vector<CopyItem> items, Origin origin, const Options& options);
-
-// A target's path below one of its item's, L"C:\\from" and L"a\\b" for instance.
-std::wstring PathOf(const std::filesystem::path& root, const Target& target);
+// The items of a list are files and replaced folders only.
+Survey SurveyCopies(std::vector<Copy> items, Origin origin, const Options& options);
 
 }  // namespace uaclient

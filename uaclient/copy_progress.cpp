@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "uaclient/path.h"
 #include "uaclient/win32.h"
 
 namespace uaclient {
@@ -31,10 +32,10 @@ bool CopyProgress::IsEmptied(std::size_t item) {
 // done before the start has changed only in a folder that was emptied.
 bool CopyProgress::IsComplete(const Stage& stage) {
   const Target& target = *stage.target;
-  const CopyItem& item = survey_.items[target.item];
+  const Copy& item = survey_.items[target.item];
   const bool replaces = item.kind == CopyItem::Kind::kReplaceFolder;
   if (replaces ? !IsEmptied(target.item) : target.lookedDone) return false;
-  const std::wstring destination = PathOf(item.destination, target);
+  const std::wstring destination = Below(item.destination, target.path);
   FileState now;
   return target.isFolder ? IsFolder(destination)
                          : ReadFileState(destination, now) && now.Matches(target.state);
@@ -64,7 +65,7 @@ void CopyProgress::Advance(std::uint64_t bytesWritten) {
   const std::uint64_t written = bytesWritten - std::min(bytesWritten, stage.bytes);
   progress_.files = std::max(progress_.files, stage.files);
   progress_.bytes = std::max(progress_.bytes, stage.bytes + std::min(written, size));
-  progress_.current = PathOf(survey_.items[stage.target->item].destination, *stage.target);
+  progress_.current = Below(survey_.items[stage.target->item].destination, stage.target->path);
 }
 
 }  // namespace uaclient

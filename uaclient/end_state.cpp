@@ -2,11 +2,14 @@
 
 #include <windows.h>
 
+#include <initializer_list>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
+#include "uaclient/findings.h"
 #include "uaclient/path.h"
+#include "uaclient/whole_file.h"
 #include "uaclient/win32.h"
 
 namespace uaclient {
@@ -25,32 +28,30 @@ std::wstring LikelyCause(const std::wstring& source, const std::wstring& destina
   if (!OpenForReading(source)) {
     return L": the source cannot be read: " + SystemMessage(GetLastError());
   }
-  const DWORD attributes = GetFileAttributesW(destination.c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES) return L".";
-  if ((attributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM)) !=
-      0) {
+  WIN32_FIND_DATAW there = {};
+  there.dwFileAttributes = GetFileAttributesW(destination.c_str());
+  if (there.dwFileAttributes == INVALID_FILE_ATTRIBUTES) return L".";
+  if (EntryOf(there).IsProtected()) {
     return L": it is read-only, hidden or a system file, and Windows does not overwrite those. "
            L"Clear the attribute first.";
   }
-  const Handle writable(CreateFileW(destination.c_str(), GENERIC_WRITE,
-                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+  const Handle writable(CreateFileW(destination.c_str(), GENERIC_WRITE, kShareAll, nullptr,
                                     OPEN_EXISTING, 0, nullptr));
   const DWORD error = writable ? ERROR_SUCCESS : GetLastError();
   if (error == ERROR_SHARING_VIOLATION) {
     return L": another program has it open. Close that program and try again.";
   }
   // Many a file that this user cannot write the helper can.
-  if (error != ERROR_SUCCESS && IsElevated())
-    return L": it cannot be written: " + SystemMessage(error);
-  return L": it could not be replaced. Look at its attributes and its access list.";
+  return error != ERROR_SUCCESS && IsElevated()
+             ? L": it cannot be written: " + SystemMessage(error)
+             : L": it could not be replaced. Look at its attributes and its access list.";
 }
 
 // An item's faults as one text: the first ones in words, the others counted.
 class Faults {
  public:
-  void Add(const std::wstring& sentence) {
-    if (!sentence.empty() && ++count_ <= kNamedFaults)
-      text_ += (text_.empty() ? L"" : L" ") + sentence;
+  void Add(const wchar_t* text, std::initializer_list<std::wstring> parts) {
+    if (++count_ <= kNamedFaults) text_ += (text_.empty() ? L"" : L" ") + Filled(text, parts);
   }
   std::wstring Text() const {
     if (count_ <= kNamedFaults) return text_;
@@ -69,9 +70,9 @@ class Judge {
     progress_.files = progress_.bytes = 0;
     progress_.comparing = true;
     progress_.current.clear();
-    for (const CopyItem& item : survey_.items) {
+    for (const Copy& item : survey_.items) {
       if (item.kind != Kind::kFile || item.destination.empty()) continue;
-      const std::wstring path = item.destination.wstring();
+      const std::wstring path = item.destination;
       const Folder& folder = folders_.At(ParentOf(path));
       brought_.insert(folder.keys.begin(), folder.keys.end());
       brought_.insert(folder.KeyBelow(UpperCase(NameOf(path))));
@@ -79,23 +80,20 @@ class Judge {
   }
 
   std::vector<Item> Items() {
-    std::vector<Item> items;
+    std::vector<Item> items(survey_.items.size());
     auto target = survey_.targets.begin();
-    for (std::size_t i = 0; i < survey_.items.size(); ++i) {
-      const CopyItem& copy = survey_.items[i];
+    while (target != survey_.targets.end()) {
+      const std::size_t item = target->item;
       Before before;
-      for (; target != survey_.targets.end() && target->item == i; ++target) {
+      for (; target != survey_.targets.end() && target->item == item; ++target) {
         before.emplace(UpperCase(target->path), &*target);
       }
-      Item item;
-      item.source = survey_.steps[i].source;
-      item.destination = survey_.steps[i].destination;
-      item.reason = copy.source.empty()
-                        ? L"Its source or its destination is no path that could be looked at."
-                    : copy.kind == Kind::kFile ? JudgeFile(copy, before)
-                                               : JudgeFolder(copy, before);
-      item.done = item.reason.empty();
-      items.push_back(std::move(item));
+      JudgeItem(item, before, items[item]);
+    }
+    // An empty folder brings nothing but itself.
+    for (std::size_t i = 0; i < items.size(); ++i) {
+      Before nothing;
+      if (!items[i].done && items[i].reason.empty()) JudgeItem(i, nothing, items[i]);
     }
     return items;
   }
@@ -104,51 +102,62 @@ class Judge {
   // What the item was to bring, by paths in upper case.
   using Before = std::unordered_map<std::wstring, const Target*>;
 
-  std::wstring JudgeFile(const CopyItem& item, const Before& before) {
-    const Entry* const there = folders_.Find(item.destination.wstring());
-    FileState now;
-    if (!ReadFileState(item.source.wstring(), now)) {
-      return L"The source cannot be seen any more: " + SystemMessage(GetLastError());
+  void JudgeItem(std::size_t index, Before& before, Item& result) {
+    const Copy& item = survey_.items[index];
+    Faults faults;
+    if (item.source.empty()) {
+      faults.Add(L"Its source or its destination is no path that could be looked at.", {});
+    } else if (item.kind == Kind::kFile) {
+      JudgeFile(item, before, faults);
+    } else {
+      JudgeFolder(item, before, faults);
     }
-    return JudgeTarget(L"It", item.source.wstring(), item.destination.wstring(), now, there,
-                       before.empty() ? nullptr : before.begin()->second);
+    result.reason = faults.Text();
+    result.done = result.reason.empty();
   }
 
-  std::wstring JudgeFolder(const CopyItem& item, Before& before) {
-    Faults faults;
-    const std::wstring source = WithSeparator(item.source.wstring());
-    const std::wstring destination = WithSeparator(item.destination.wstring());
-    if (!IsFolder(item.destination.wstring())) {
-      return GetLastError() == ERROR_ACCESS_DENIED
-                 ? L"The folder is not visible to this user, so it could not be compared."
-                 : L"The folder is missing.";
+  void JudgeFile(const Copy& item, const Before& before, Faults& faults) {
+    FileState now;
+    if (!ReadFileState(item.source, now)) {
+      return faults.Add(L"The source cannot be seen any more: {}", {SystemMessage(GetLastError())});
     }
-    const TreeListing now = ListTree(item.source.wstring(), Links::kFollowedOnce);
+    JudgeTarget(L"It", item.source, item.destination, now,
+                before.empty() ? nullptr : before.begin()->second, faults);
+  }
+
+  void JudgeFolder(const Copy& item, Before& before, Faults& faults) {
+    const std::wstring& source = item.source;
+    const std::wstring& destination = item.destination;
+    if (!IsFolder(destination)) {
+      return faults.Add(
+          GetLastError() == ERROR_ACCESS_DENIED
+              ? L"The folder is not visible to this user, so it could not be compared."
+              : L"The folder is missing.",
+          {});
+    }
+    const TreeListing now = ListTree(source, Links::kFollowedOnce);
     for (const TreeListing::Fault& fault : now.faults) {
-      faults.Add(Quoted(source + fault.path) +
-                 (fault.error == 0 ? L" is a link behind a link, which is not followed."
-                                   : L" cannot be listed: " + SystemMessage(fault.error)));
+      faults.Add(fault.error == 0 ? L"{} is a link behind a link, which is not followed."
+                                  : L"{} cannot be listed: {}",
+                 {Quoted(Below(source, fault.path)), SystemMessage(fault.error)});
     }
-    if (item.kind == Kind::kReplaceFolder) AddLeftovers(item.destination.wstring(), now, faults);
+    if (item.kind == Kind::kReplaceFolder) AddLeftovers(destination, now, faults);
     for (const TreeEntry& entry : now.entries) {
       const auto was = before.find(UpperCase(entry.path));
       const Target* const target = was == before.end() ? nullptr : was->second;
-      const Entry* const there = folders_.Find(destination + entry.path);
-      if (entry.isFolder) {
-        const bool isThere = there != nullptr && there->isFolder && !there->isLink;
-        if (!isThere)
-          faults.Add(L"The folder " + Quoted(entry.path) + L" is missing" +
-                     (target == nullptr ? kChanged : L"."));
-      } else {
-        faults.Add(JudgeTarget(Quoted(entry.path), source + entry.path, destination + entry.path,
-                               entry.state, there, target));
-      }
       if (was != before.end()) before.erase(was);
+      if (!entry.isFolder) {
+        JudgeTarget(Quoted(entry.path), Below(source, entry.path), Below(destination, entry.path),
+                    entry.state, target, faults);
+        continue;
+      }
+      const Entry* const there = folders_.Find(Below(destination, entry.path));
+      if (there != nullptr && there->isFolder && !there->isLink) continue;
+      faults.Add(L"The folder {} is missing{}", {Quoted(entry.path), target ? L"." : kChanged});
     }
     for (const auto& [path, target] : before) {
-      faults.Add(Quoted(target->path) + L" is no longer in the source" + kChanged);
+      faults.Add(L"{} is no longer in the source{}", {Quoted(target->path), kChanged});
     }
-    return faults.Text();
   }
 
   // What could not be deleted, and what has come since.
@@ -157,16 +166,16 @@ class Judge {
     for (const TreeEntry& entry : source.entries) expected.insert(UpperCase(entry.path));
     const TreeListing there = ListTree(destination, Links::kNotFollowed);
     for (const TreeListing::Fault& fault : there.faults) {
-      faults.Add(Quoted(WithSeparator(destination) + fault.path) +
-                 L" cannot be listed and compared: " + SystemMessage(fault.error));
+      faults.Add(L"{} cannot be listed and compared: {}",
+                 {Quoted(Below(destination, fault.path)), SystemMessage(fault.error)});
     }
     for (const TreeEntry& entry : there.entries) {
-      if (expected.count(UpperCase(entry.path)) != 0 ||
-          IsBrought(WithSeparator(destination) + entry.path, entry))
-        continue;
+      if (expected.count(UpperCase(entry.path)) != 0) continue;
+      if (IsBrought(Below(destination, entry.path), entry)) continue;
       faults.Add(
-          Quoted(entry.path) +
-          L" is not in the source: it could not be deleted, or another program put it there.");
+          L"{} is not in the source: it could not be deleted, or another program put it "
+          L"there.",
+          {Quoted(entry.path)});
     }
   }
 
@@ -179,32 +188,27 @@ class Judge {
     return brought_.count(key) != 0;
   }
 
-  // "" when it has arrived.
-  std::wstring JudgeTarget(const std::wstring& name, const std::wstring& source,
-                           const std::wstring& destination, const FileState& now,
-                           const Entry* there, const Target* before) {
+  void JudgeTarget(const std::wstring& name, const std::wstring& source,
+                   const std::wstring& destination, const FileState& now, const Target* before,
+                   Faults& faults) {
+    const Entry* const there = folders_.Find(destination);
     const bool hasChanged = before == nullptr || !(before->state == now);
-    if (there == nullptr || there->isFolder) {
-      return name + L" is missing" + (hasChanged ? kChanged : LikelyCause(source, destination));
-    }
+    const auto cause = [&] { return hasChanged ? kChanged : LikelyCause(source, destination); };
+    if (there == nullptr || there->isFolder) return faults.Add(L"{} is missing{}", {name, cause()});
     const bool isFastEnough = comparison_ == Comparison::kSizeAndTime && !hasChanged &&
                               !before->lookedDone && there->state.Matches(now);
-    const Equality equality =
-        isFastEnough ? Equality::kEqual : comparer_.Compare(source, destination, tick_);
-    switch (equality) {
+    switch (isFastEnough ? Equality::kEqual : comparer_.Compare(source, destination, tick_)) {
       case Equality::kEqual:
         ++progress_.files;
         progress_.bytes += now.size;
-        return {};
+        return;
       case Equality::kStopped:
-        return name + L" was not compared, because waiting was given up.";
+        return faults.Add(L"{} was not compared, because waiting was given up.", {name});
       case Equality::kNotRead:
-        return name + L" could not be compared" + LikelyCause(source, destination);
+        return faults.Add(L"{} could not be compared{}", {name, LikelyCause(source, destination)});
       case Equality::kDifferent:
-        break;
+        return faults.Add(L"{} differs from its source{}", {name, cause()});
     }
-    return name + L" differs from its source" +
-           (hasChanged ? kChanged : LikelyCause(source, destination));
   }
 
   const Survey& survey_;

@@ -10,9 +10,9 @@
 
 namespace uaclient {
 
-// One for each item of the survey. An item is done when all of its source, as it is now, is at the
-// destination with the same content, and nothing else if it replaced a folder. `progress` counts
-// what has arrived.
+// One for each item of the survey, with `done` and `reason` set. An item is done when all of its
+// source, as it is now, is at the destination with the same content, and nothing else if it
+// replaced a folder. `progress` counts what has arrived.
 std::vector<Item> JudgeEndState(const Survey& survey, Comparison comparison, const Tick& tick,
                                 Progress& progress);
 

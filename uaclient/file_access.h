@@ -1,14 +1,13 @@
-// Whether files can be read, overwritten and deleted, as far as this user can see.
+// Whether a folder can be replaced: its source's files read, its own deleted. As far as this user
+// can see; what the elevation is for is no fault.
 #pragma once
 
 #include <string>
 
 namespace uaclient {
 
-enum class Access { kRead, kOverwrite, kDelete };
-
-// Why not, to follow the path; L"" when nothing is in the way. That this user alone lacks the right
-// to write or delete is no fault: that is what the elevation is for.
-std::wstring AccessFault(const std::wstring& fullPath, Access access);
+// Why not, to follow the path; L"" when nothing is in the way.
+std::wstring ReadingFault(const std::wstring& fullPath);
+std::wstring DeletionFault(const std::wstring& fullPath);
 
 }  // namespace uaclient

@@ -1,5 +1,7 @@
 #include "uaclient/findings.h"
 
+#include <utility>
+
 #include "uaclient/win32.h"
 
 namespace uaclient {
@@ -8,6 +10,7 @@ std::wstring Filled(std::wstring text, std::initializer_list<std::wstring> parts
   std::size_t at = 0;
   for (const std::wstring& part : parts) {
     at = text.find(L"{}", at);
+    if (at == std::wstring::npos) break;
     text.replace(at, 2, part);
     at += part.size();
   }
@@ -23,9 +26,9 @@ std::wstring Shown(std::wstring text) {
   return Quoted(text);
 }
 
-void FileFindings::Add(Severity severity, std::size_t line, const wchar_t* text, Parts parts) {
+void FileFindings::Add(Severity severity, std::size_t line, std::wstring text) {
   report.helperFails |= severity == Severity::kError;
-  report.findings.push_back({severity, Filled(text, parts), file, line});
+  report.findings.push_back({severity, std::move(text), file, line});
 }
 
 }  // namespace uaclient

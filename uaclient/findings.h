@@ -9,7 +9,7 @@
 
 namespace uaclient {
 
-// The text with each "{}" replaced by the next part.
+// The text with each "{}" replaced by the next part; parts that are left over are not needed.
 std::wstring Filled(std::wstring text, std::initializer_list<std::wstring> parts);
 
 // Somebody's text in quotes: not too much of it, and without control characters.
@@ -19,18 +19,18 @@ struct FileFindings {
   using Parts = std::initializer_list<std::wstring>;
 
   // Line 0 means no line. The helper fails because of an error.
-  void Add(Severity severity, std::size_t line, const wchar_t* text, Parts parts = {});
+  void Add(Severity severity, std::size_t line, std::wstring text);
   void Warn(std::size_t line, const wchar_t* text, Parts parts = {}) {
-    Add(Severity::kWarning, line, text, parts);
+    Add(Severity::kWarning, line, Filled(text, parts));
   }
   void Harm(std::size_t line, const wchar_t* text, Parts parts = {}) {
-    Add(Severity::kHarmful, line, text, parts);
+    Add(Severity::kHarmful, line, Filled(text, parts));
   }
   void Fail(std::size_t line, const wchar_t* text, Parts parts = {}) {
-    Add(Severity::kError, line, text, parts);
+    Add(Severity::kError, line, Filled(text, parts));
   }
 
-  std::filesystem::path file;
+  std::wstring file;
   Report& report;
 };
 

@@ -41,7 +41,7 @@ bool IsDownloaded(const std::wstring& program) {
 
 }  // namespace
 
-BOOL (*ShellExecuteForHelper)
+BOOL(*ShellExecuteForHelper)
 (SHELLEXECUTEINFOW*) = [](SHELLEXECUTEINFOW* start) { return ShellExecuteExW(start); };
 
 Status HelperProcess::Start(const std::wstring& program, const std::wstring& taskFile, void* owner,

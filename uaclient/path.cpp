@@ -2,14 +2,15 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <utility>
 
-#include "corekit/text.h"
 #include "uaclient/win32.h"
 
 namespace uaclient {
 namespace {
 
-constexpr DWORD kMaxUnits = 32768;
+// Far longer than what the helper can reach.
+constexpr DWORD kMaxUnits = 1024;
 
 bool IsSeparator(wchar_t c) { return c == L'\\' || c == L'/'; }
 
@@ -38,9 +39,9 @@ std::wstring Plain(std::wstring path) {
 }
 
 std::wstring SystemsFullPath(const std::wstring& path) {
-  std::wstring full(kMaxUnits, L'\0');
-  full.resize(GetFullPathNameW(path.c_str(), kMaxUnits, full.data(), nullptr));
-  return full.size() < kMaxUnits ? full : std::wstring();
+  wchar_t full[kMaxUnits];
+  const DWORD length = GetFullPathNameW(path.c_str(), kMaxUnits, full, nullptr);
+  return length < kMaxUnits ? std::wstring(full, length) : std::wstring();
 }
 
 // `\\?\C:\x` and `\\?\UNC\server\share` as they are usually written.
@@ -56,11 +57,16 @@ bool IsAbsolute(const std::wstring& path) {
 }
 
 bool ListCarries(const std::wstring& text) {
-  return std::none_of(text.begin(), text.end(), [](wchar_t c) { return c < L' '; }) &&
-         Utf8ToWide(WideToUtf8(text)) == text;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool isPair = i + 1 < text.size() && IS_SURROGATE_PAIR(text[i], text[i + 1]);
+    if (text[i] < L' ' || (!isPair && text[i] >= 0xD800 && text[i] <= 0xDFFF)) return false;
+    i += isPair ? 1 : 0;
+  }
+  return true;
 }
 
-std::wstring PathFault(const std::wstring& path, const std::wstring& name) {
+std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::wstring& full) {
+  full.clear();
   if (path.empty()) return name + L" is empty. Write the whole path.";
   if (!ListCarries(path)) {
     return Quoted(path) +
@@ -75,9 +81,10 @@ std::wstring PathFault(const std::wstring& path, const std::wstring& name) {
                      : L" is relative, and the helper may be started in another folder. Write "
                        L"the whole path.");
   }
-  const std::wstring full = Plain(SystemsFullPath(path));
+  full = Plain(SystemsFullPath(path));
   if (_wcsicmp(full.c_str(), Plain(path).c_str()) == 0) return {};
-  return Quoted(path) + L" is what Windows reads as " + Quoted(full) +
+  const std::wstring read = std::exchange(full, FullPath(path));
+  return Quoted(path) + L" is what Windows reads as " + Quoted(read) +
          L". Write that, or use another name.";
 }
 
@@ -107,14 +114,18 @@ std::wstring WithSeparator(std::wstring folder) {
   return folder;
 }
 
+std::wstring Below(const std::wstring& folder, const std::wstring& path) {
+  return path.empty() ? folder : WithSeparator(folder) + path;
+}
+
 std::wstring Verbatim(const std::wstring& fullPath) {
   return IsNetworkPath(fullPath) ? L"\\\\?\\UNC" + fullPath.substr(1) : L"\\\\?\\" + fullPath;
 }
 
 std::wstring FinalPath(HANDLE file) {
-  std::wstring path(kMaxUnits, L'\0');
-  path.resize(GetFinalPathNameByHandleW(file, path.data(), kMaxUnits, VOLUME_NAME_DOS));
-  path = path.size() < kMaxUnits ? WithoutPrefix(path) : std::wstring();
+  wchar_t text[kMaxUnits];
+  const DWORD length = GetFinalPathNameByHandleW(file, text, kMaxUnits, VOLUME_NAME_DOS);
+  const std::wstring path = length < kMaxUnits ? WithoutPrefix({text, length}) : std::wstring();
   return IsAbsolute(path) ? Plain(path) : std::wstring();
 }
 

@@ -20,8 +20,9 @@ bool IsAbsolute(const std::wstring& path);
 bool ListCarries(const std::wstring& text);
 
 // What is wrong with the path, whatever there is on the disk; L"" when nothing is. A sentence that
-// begins with the path in quotes, or with `name` where the path is empty.
-std::wstring PathFault(const std::wstring& path, const std::wstring& name);
+// begins with the path in quotes, or with `name` where the path is empty. `full` becomes the full
+// path, where there is one in spite of that.
+std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::wstring& full);
 
 // The whole path with "\" alone and without a separator at its end, unless it is a root. L"" for
 // what leads elsewhere than from a drive or share on.
@@ -37,6 +38,9 @@ std::wstring RootOf(const std::wstring& fullPath);
 
 // Adds "\" at the end where there is no separator.
 std::wstring WithSeparator(std::wstring folder);
+
+// A path below a folder; the folder itself for L"".
+std::wstring Below(const std::wstring& folder, const std::wstring& path);
 
 // A full path in the form in which Windows sets no limit to its length.
 std::wstring Verbatim(const std::wstring& fullPath);

@@ -23,6 +23,6 @@ std::wstring UserSid();
 
 // Makes a new folder of that kind and holds it open, so that nobody can rename or replace it. When
 // it exists already or cannot be kept private, the handle is empty and `why` says why.
-Handle MakePrivateFolder(const std::wstring& path, std::wstring& why);
+Handle MakePrivateFolder(const std::wstring& fullPath, std::wstring& why);
 
 }  // namespace uaclient

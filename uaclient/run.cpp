@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <numeric>
 #include <utility>
 
 #include "corekit/text.h"
@@ -11,6 +10,7 @@
 #include "uaclient/copies.h"
 #include "uaclient/copy_progress.h"
 #include "uaclient/end_state.h"
+#include "uaclient/findings.h"
 #include "uaclient/helper_files.h"
 #include "uaclient/helper_process.h"
 #include "uaclient/job_task.h"
@@ -212,25 +212,25 @@ class HelperRun {
     isWaiting_ = false;
     isGivenUp_ = false;  // a time-out that came with the helper's end concerned the waiting alone
     judged_ = progress_.Seen();
-    std::vector<Item> items = JudgeEndState(
-        work_.survey, options_.comparison, [this] { return Report(); }, judged_);
+    std::vector<Item> items =
+        JudgeEndState(work_.survey, options_.comparison, [this] { return Report(); }, judged_);
     if (!isGivenUp_ && options_.progress) Tell(Elapsed());
     result.files = judged_.files;
     result.bytes = judged_.bytes;
     std::size_t missing = 0;
     for (std::size_t i = 0; i < items.size(); ++i) {
-      if (items[i].done) continue;
+      Item& item = result.items[i];
+      item.done = items[i].done;
+      item.reason = std::move(items[i].reason);
+      if (item.done) continue;
       ++missing;
-      const Step& step = result.report.steps[i];
-      if (step.deletes)
-        items[i].reason +=
-            L" The old content of the folder is gone, as far as it could be deleted.";
+      if (!work_.survey.lastDeleted[i].empty())
+        item.reason += L" The folder's old content is gone.";
     }
-    result.items = std::move(items);
     if (result.status == Status::kFailed) return;
     if (missing != 0) {
-      result.reason = std::to_wstring(missing) + L" of " + std::to_wstring(result.items.size()) +
-                      L" items did not arrive as they should.";
+      result.reason = Filled(L"{} of {} items did not arrive as they should.",
+                             {std::to_wstring(missing), std::to_wstring(items.size())});
     } else if (result.report.leavesOut) {
       result.reason = L"Not everything in the list was done: the helper leaves items out.";
     }
@@ -245,15 +245,13 @@ class HelperRun {
                              : JobState::kUnknown;
     if (result.status == Status::kFailed) {
       const std::wstring output = process_.Output();
-      result.reason +=
-          L" The job " + Quoted(item.job) +
-          (item.isDeletion ? L" was not deleted."
-                           : L" was not registered, and an older one of that name may be gone.");
-      if (item.isDeletion && now == JobState::kNotThere) {
-        result.reason += L" There is no job of that name.";
-      } else if (!output.empty()) {
-        result.reason += L" It said: " + output + L".";
-      }
+      result.reason += Filled(item.isDeletion ? L" The job {} was not deleted.{}"
+                                              : L" The job {} was not registered, and an older one "
+                                                L"of that name may be gone.{}",
+                              {Quoted(item.job), item.isDeletion && now == JobState::kNotThere
+                                                     ? L" There is no job of that name."
+                                                 : output.empty() ? L""
+                                                                  : L" It said: " + output + L"."});
     }
     if (result.status != Status::kDone) return;
     item.replaced = !item.isDeletion && work_.jobBefore == JobState::kThere;
@@ -284,64 +282,42 @@ class HelperRun {
   bool isGivenUp_ = false;
 };
 
-// A plan in the helper's order, and each item's place in the plan.
-struct OrderedPlan {
-  std::vector<CopyItem> items;
-  std::vector<std::size_t> places;
-};
-
-OrderedPlan InHelpersOrder(const CopyPlan& plan) {
-  OrderedPlan ordered;
-  ordered.places.resize(plan.Items().size());
-  std::iota(ordered.places.begin(), ordered.places.end(), std::size_t{0});
-  std::stable_partition(ordered.places.begin(), ordered.places.end(), [&](std::size_t item) {
-    return plan.Items()[item].kind == CopyItem::Kind::kReplaceFolder;
-  });
-  for (const std::size_t place : ordered.places) ordered.items.push_back(plan.Items()[place]);
-  return ordered;
+Survey SurveyPlan(const CopyPlan& plan, const Options& options) {
+  std::vector<Copy> items;
+  for (const CopyItem& item : plan.Items()) {
+    items.push_back({item.kind, item.source.wstring(), item.destination.wstring()});
+  }
+  return SurveyCopies(std::move(items), Origin::kPlan, options);
 }
 
-Report ReportOf(const Survey& survey) {
+Report ReportOf(Survey survey) {
   Report report;
-  report.findings = survey.findings;
-  report.steps = survey.steps;
+  report.findings = std::move(survey.findings);
+  report.steps = std::move(survey.steps);
   if (survey.items.empty()) {
     report.findings.push_back({Severity::kError, L"The plan is empty. Add a file or a folder."});
   }
   return report;
 }
 
-// Findings and items by their places in the plan.
-void PutIntoPlansOrder(const std::vector<std::size_t>& places, Report& report,
-                       std::vector<Item>& items) {
-  for (Finding& finding : report.findings) {
-    if (finding.item != Finding::kNoItem) finding.item = places[finding.item];
-  }
-  std::vector<Item> ordered(items.size());
-  for (std::size_t i = 0; i < items.size(); ++i) ordered[places[i]] = std::move(items[i]);
-  items = std::move(ordered);
+Item ItemOf(const std::filesystem::path& source, const std::filesystem::path& destination) {
+  Item item;
+  item.source = source;
+  item.destination = destination;
+  return item;
 }
 
-std::vector<Item> ItemsOf(const std::vector<Step>& steps) {
-  std::vector<Item> items;
-  for (const Step& step : steps) {
-    Item item;
-    item.source = step.source;
-    item.destination = step.destination;
-    item.job = step.job;
-    item.isDeletion = step.kind == Step::Kind::kDeleteJob;
-    items.push_back(std::move(item));
-  }
-  return items;
+Item ItemOf(const std::wstring& job, bool isDeletion) {
+  Item item;
+  item.job = job;
+  item.isDeletion = isDeletion;
+  return item;
 }
 
 Result RunJob(const std::wstring& name, bool isDeletion, Report report, const TaskParams& params,
               const Options& options) {
   Work work;
-  Item item;
-  item.job = name;
-  item.isDeletion = isDeletion;
-  work.result.items.push_back(std::move(item));
+  work.result.items.push_back(ItemOf(name, isDeletion));
   work.result.report = std::move(report);
   work.task = FormatTaskFile(UACTaskScheduler::kType, params);
   work.jobBefore = FindJob(name);
@@ -372,44 +348,32 @@ const Finding* FirstRefusal(const Report& report) {
 }
 
 const wchar_t* Text(Status status) {
-  switch (status) {
-    case Status::kDone:
-      return L"Done.";
-    case Status::kIncomplete:
-      return L"Not everything was done.";
-    case Status::kInvalid:
-      return L"Nothing was started, because the check found errors.";
-    case Status::kRefused:
-      return L"Nothing was done, because the elevation was refused.";
-    case Status::kNotStarted:
-      return L"Nothing was started.";
-    case Status::kFailed:
-      return L"The helper failed.";
-    case Status::kStillRunning:
-      return L"The helper is still at work.";
-  }
-  return L"";
+  constexpr const wchar_t* kTexts[] = {L"Done.",
+                                       L"Not everything was done.",
+                                       L"Nothing was started, because the check found errors.",
+                                       L"Nothing was done, because the elevation was refused.",
+                                       L"Nothing was started.",
+                                       L"The helper failed.",
+                                       L"The helper is still at work."};
+  return kTexts[static_cast<std::size_t>(status)];
 }
 
 Report Check(const CopyPlan& plan, const Options& options) {
-  const OrderedPlan ordered = InHelpersOrder(plan);
-  Report report = ReportOf(SurveyCopies(ordered.items, Origin::kPlan, options));
-  std::vector<Item> none;
-  PutIntoPlansOrder(ordered.places, report, none);
-  return report;
+  return ReportOf(SurveyPlan(plan, options));
 }
 
 Result Run(const CopyPlan& plan, const Options& options) {
   RunClaim::Prepare();
-  const OrderedPlan ordered = InHelpersOrder(plan);
   Work work;
-  work.survey = SurveyCopies(ordered.items, Origin::kPlan, options);
+  work.survey = SurveyPlan(plan, options);
   work.result.report = ReportOf(work.survey);
-  work.result.items = ItemsOf(work.survey.steps);
-  if (!work.survey.operations.empty()) work.list = FormatOperationList(work.survey.operations);
-  Result result = HelperRun(std::move(work), options).Run();
-  PutIntoPlansOrder(ordered.places, result.report, result.items);
-  return result;
+  for (const CopyItem& item : plan.Items()) {
+    work.result.items.push_back(ItemOf(item.source, item.destination));
+  }
+  if (!work.survey.operations.empty()) {
+    work.list = uactask::FormatOperationList(work.survey.operations);
+  }
+  return HelperRun(std::move(work), options).Run();
 }
 
 Result Run(const Job& job, const Options& options) {
@@ -425,23 +389,27 @@ Result Run(const TaskFile& task, const Options& options) {
   TaskReading reading = ReadTask(task.path, Hold::kYes, options);
   Work work;
   work.result.report = std::move(reading.report);
-  work.result.items = ItemsOf(work.result.report.steps);
   work.survey = std::move(reading.survey);
   if (reading.type == UACTaskScheduler::kType) {
     work.task = std::move(reading.bytes);
+    work.result.items.push_back(ItemOf(reading.job, reading.isDeletion));
     work.jobBefore = FindJob(reading.job);
   } else {
     work.list = std::move(reading.list);
+    for (const Copy& item : work.survey.items) {
+      work.result.items.push_back(ItemOf(item.source, item.destination));
+    }
   }
   Result result = HelperRun(std::move(work), options).Run();
   if (result.status != Status::kDone && result.status != Status::kIncomplete) return result;
   FILE_DISPOSITION_INFO disposition = {TRUE};
   if (!SetFileInformationByHandle(reading.file.get(), FileDispositionInfo, &disposition,
                                   sizeof disposition)) {
-    result.reason += (result.reason.empty() ? L"" : L" ") +
-                     (L"The task file " + Quoted(task.path.wstring())) +
-                     L" could not be deleted: " + SystemMessage(GetLastError()) +
-                     L" Delete it, or it may be run again.";
+    result.reason += Filled(
+        L"{}The task file {} could not be deleted: {} Delete it, or it may be "
+        L"run again.",
+        {result.reason.empty() ? L"" : L" ", Quoted(task.path.wstring()),
+         SystemMessage(GetLastError())});
   }
   return result;
 }

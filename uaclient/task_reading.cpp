@@ -263,10 +263,11 @@ class JobReader {
     const bool isOdd = lost != 0 || lines_.oddLines != 0;
     const bool isJob = Line(Task::kExePath) + Line(Task::kRuntime) + Line(Task::kAuthorName) != 0;
     if (line == 0 || !Text(Task::kExePath).empty() || isOdd) {
-      found_.Add(isJob || isOdd ? Severity::kHarmful : Severity::kWarning, line != 0 ? line : lost,
-                 L"\"exe_arguments\" is {}, which means: delete the job {}. If so, write "
+      found_.Add(
+          isJob || isOdd ? Severity::kHarmful : Severity::kWarning, line != 0 ? line : lost,
+          Filled(L"\"exe_arguments\" is {}, which means: delete the job {}. If so, write "
                  L"\"exe_arguments=\" and no \"exe_path\". If not, give the program an argument.",
-                 {line != 0 ? L"empty" : L"missing", Shown(name_)});
+                 {line != 0 ? L"empty" : L"missing", Shown(name_)}));
     }
     return DeletionStep(name_);
   }
@@ -300,9 +301,10 @@ class JobReader {
   // The helper deletes an older job before it learns that the scheduler refuses the new one.
   bool Need(Task::Param param, bool isGood, const wchar_t* wanted) {
     if (isGood) return true;
-    found_.Add(param == Task::kTimeType ? Severity::kError : Severity::kHarmful, Line(param),
-               L"{} is {}, not {}. The helper would delete an existing job and register none.",
-               {ShownBytes(kParamKeys[param]), Shown(Text(param)), wanted});
+    found_.Add(
+        param == Task::kTimeType ? Severity::kError : Severity::kHarmful, Line(param),
+        Filled(L"{} is {}, not {}. The helper would delete an existing job and register none.",
+               {ShownBytes(kParamKeys[param]), Shown(Text(param)), wanted}));
     return false;
   }
 
@@ -340,15 +342,15 @@ void Read(const std::filesystem::path& path, Hold hold, const Options& options, 
 
 TaskReading ReadTask(const std::filesystem::path& taskFile, Hold hold, const Options& options) {
   TaskReading reading;
-  FileFindings found{taskFile, reading.report};
+  FileFindings found{taskFile.wstring(), reading.report};
   try {
     Read(taskFile, hold, options, found, reading);
   } catch (const std::bad_alloc&) {
     found.Fail(0, L"The check takes more memory than there is. Use smaller files.");
   }
   const auto isBefore = [&](const Finding& left, const Finding& right) {
-    return std::make_pair(left.file != taskFile, left.line) <
-           std::make_pair(right.file != taskFile, right.line);
+    return std::make_pair(left.file != found.file, left.line) <
+           std::make_pair(right.file != found.file, right.line);
   };
   std::stable_sort(reading.report.findings.begin(), reading.report.findings.end(), isBefore);
   return reading;

@@ -31,7 +31,7 @@ std::wstring SeverityName(const Finding& finding) {
 std::wstring FindingLines(const Report& report) {
   std::wstring text;
   for (const Finding& finding : report.findings) {
-    std::wstring line = finding.file.wstring();
+    std::wstring line = finding.file;
     if (finding.line > 0) line += L":" + std::to_wstring(finding.line);
     line += L": " + SeverityName(finding) + L": " + finding.text;
     if (finding.severity == Severity::kHarmful) line += L" \"uactl run\" does not start it.";
