@@ -59,7 +59,7 @@ run(*emulator, work / "package/consumer.exe", cwd=work)
 for options, reason in (((), "are for 64-bit Windows, and this build is for Linux"),
                         (("-DCMAKE_SYSTEM_NAME=Windows",), "are for C++ by GNU, and the C++ compiler of this build is \"\".")):
     shutil.rmtree(work / "other", ignore_errors=True)
-    said = run(cmake, "-S", work, "-B", work / "other", f"-DCMAKE_PREFIX_PATH={package}", *options,
+    said = run(cmake, "-G", generator, "-S", work, "-B", work / "other", f"-DCMAKE_PREFIX_PATH={package}", *options,
                capture_output=True, text=True).stderr
     assert reason in " ".join(said.split()), said
 shutil.rmtree(work)
