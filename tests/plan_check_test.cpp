@@ -90,7 +90,7 @@ TEST_F(PlanCheck, AddsToWhatIsThere) {
          {"@f>@new/", {"E ends like a folder"}}});
   EXPECT_EQ(Step("@s/>@old"), In("adds the folder \"@s/\" (2 files, 3 bytes) to \"@old\", over 1 "
                                  "file there"));
-  EXPECT_EQ(Step("@f>@old/a"), In("copies the file \"@f\" (1 file, 1 bytes) to \"@old/a\", over "
+  EXPECT_EQ(Step("@f>@old/a"), In("copies the file \"@f\" (1 file, 1 byte) to \"@old/a\", over "
                                   "the one that is there"));
 }
 
@@ -208,7 +208,7 @@ TEST_F(PlanCheck, RefusesPathsThatDoNotCarry) {
          {"@f>@x.,@s/>@a//b", {"E x.\" is what Windows reads", "E b\" is what Windows reads"}},
          {"@f>@d/nul", {"E what Windows reads as"}},
          {"@f>//?/C:/x", {"E device's path"}},
-         {"@f>@\x01", {"E control character"}},
+         {"@f>@\x01,@f>@a:b,@f>@a*", {"E control character", "E a:b\" holds", "E a*\" holds"}},
          {"@f>R:/x", {"E no drive R:"}},
          {"@f>@" + upTo(259), {}},
          {"@f>@" + upTo(260), {"E too long"}},

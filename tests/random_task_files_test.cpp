@@ -41,9 +41,8 @@ class RandomTaskFiles : public testing::Test {
     const std::string n = std::to_string(number);
     Copy copy;
     copy.isFolder = Below(2) == 0;
-    copy.source = copy.isFolder
-                      ? OneOf({"@s/", "@e", "@s\\d/"}, {"@none/", "@f", "@s./", "t/"})
-                      : OneOf({"@f", "@s/a", "@s\\d\\b"}, {"@none", "@s/", "", "f"});
+    copy.source = copy.isFolder ? OneOf({"@s/", "@e", "@s\\d/"}, {"@none/", "@f", "@s./", "t/"})
+                                : OneOf({"@f", "@s/a", "@s\\d\\b"}, {"@none", "@s/", "", "f"});
     copy.destination =
         copy.isFolder
             ? OneOf({"@new" + n + "/", "@old" + n + "/", "@p/q" + n + "/r/", "@é" + n + "/"},

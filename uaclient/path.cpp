@@ -81,6 +81,10 @@ std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::
                      : L" is relative, and the helper may be started in another folder. Write "
                        L"the whole path.");
   }
+  if (path.find_first_of(L"<>:\"|?*", 2) != std::wstring::npos) {
+    return Quoted(path) +
+           L" holds one of < > : \" | ? *, which no file's name may hold. Rename it.";
+  }
   full = Plain(SystemsFullPath(path));
   if (_wcsicmp(full.c_str(), Plain(path).c_str()) == 0) return {};
   const std::wstring read = std::exchange(full, FullPath(path));

@@ -10,7 +10,7 @@ std::wstring FilesInWords(std::uint64_t count) {
 }
 
 std::wstring BytesInWords(std::uint64_t bytes) {
-  if (bytes < 1000) return std::to_wstring(bytes) + L" bytes";
+  if (bytes < 1000) return std::to_wstring(bytes) + (bytes == 1 ? L" byte" : L" bytes");
   double amount = static_cast<double>(bytes) / 1000;
   for (const wchar_t* unit : {L" kB", L" MB", L" GB"}) {
     if (amount < 1000) return OneDecimal(amount) + unit;

@@ -34,9 +34,9 @@ enum class Severity {
 // What a check found.
 struct Finding {
   Severity severity = Severity::kWarning;
-  std::wstring text;       // what is wrong, why, and what to write instead
-  std::wstring file;  // path of the task file or the list; empty for a plan or a job
-  std::size_t line = 0;    // in that file, from 1; 0 where no line is meant
+  std::wstring text;     // what is wrong, why, and what to write instead
+  std::wstring file;     // path of the task file or the list; empty for a plan or a job
+  std::size_t line = 0;  // in that file, from 1; 0 where no line is meant
   // The item of a plan that is meant, from 0; kNoItem where it is none or several.
   static constexpr std::size_t kNoItem = static_cast<std::size_t>(-1);
   std::size_t item = kNoItem;
