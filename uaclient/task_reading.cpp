@@ -229,9 +229,9 @@ class JobReader {
     name_ = reading.job = Text(Task::kTaskName);
     reading.isDeletion = Text(Task::kExeArguments).empty();
     WarnIf(Task::kTaskName, JobNameFault(L"\"task_name\"", name_));
-    const bool areNumbers = ReadNumbers();
-    const Step step = reading.isDeletion ? ReadDeletion() : ReadRegistration(areNumbers);
-    if (areNumbers) reading.report.steps.push_back(step);  // or the helper fails before it
+    ReadNumbers();
+    const Step step = reading.isDeletion ? ReadDeletion() : ReadRegistration();
+    if (areNumbers_) reading.report.steps.push_back(step);  // or the helper fails before it
   }
 
  private:
@@ -241,18 +241,16 @@ class JobReader {
     if (!fault.empty()) found_.Warn(Line(param), L"{}", {fault});
   }
 
-  bool ReadNumbers() {
-    bool areNumbers = true;
+  void ReadNumbers() {
     for (const auto param : {Task::kTimeType, Task::kTimeWeekday, Task::kTimeMonthday}) {
       const TaskLines::Entry entry = lines_.Get(param);
       if (boost::conversion::try_lexical_convert(entry.value, numbers_[param])) continue;
-      areNumbers = false;
+      areNumbers_ = false;
       found_.Fail(
           entry.line,
           L"{} must be a number but is {}. Deletions need it, too. Write 0 if in doubt.",
           {ShownBytes(kParamKeys[param]), entry.line == 0 ? L"missing" : ShownBytes(entry.value)});
     }
-    return areNumbers;
   }
 
   // It is meant when the key is there, no program is, and no line is odd that may have been the
@@ -272,10 +270,10 @@ class JobReader {
     return DeletionStep(name_);
   }
 
-  Step ReadRegistration(bool areNumbers) {
+  Step ReadRegistration() {
     WarnIf(Task::kExePath, ProgramFault(L"\"exe_path\"", Text(Task::kExePath)));
     // What the days must be is open without the kind.
-    const std::int32_t kind = areNumbers ? numbers_[Task::kTimeType] : Task::kDaily;
+    const std::int32_t kind = areNumbers_ ? numbers_[Task::kTimeType] : Task::kDaily;
     const bool isWeekly = kind == Task::kWeekly;
     const std::int32_t days = numbers_[isWeekly ? Task::kTimeWeekday : Task::kTimeMonthday];
     bool isGood = Need(Task::kTimeType, kind >= Task::kDaily && kind <= Task::kMonthly,
@@ -301,10 +299,11 @@ class JobReader {
   // The helper deletes an older job before it learns that the scheduler refuses the new one.
   bool Need(Task::Param param, bool isGood, const wchar_t* wanted) {
     if (isGood) return true;
-    found_.Add(
-        param == Task::kTimeType ? Severity::kError : Severity::kHarmful, Line(param),
-        Filled(L"{} is {}, not {}. The helper would delete an existing job and register none.",
-               {ShownBytes(kParamKeys[param]), Shown(Text(param)), wanted}));
+    found_.Add(param == Task::kTimeType ? Severity::kError : Severity::kHarmful, Line(param),
+               Filled(L"{} is {}, not {}. {}",
+                      {ShownBytes(kParamKeys[param]), Shown(Text(param)), wanted,
+                       areNumbers_ ? L"The helper would delete an existing job and register none."
+                                   : L"The scheduler refuses such a job."}));
     return false;
   }
 
@@ -312,6 +311,7 @@ class JobReader {
   FileFindings& found_;
   std::wstring name_;
   std::array<std::int32_t, Task::kParamCount> numbers_ = {};
+  bool areNumbers_ = true;  // or the helper fails before it changes anything
 };
 
 void Read(const std::filesystem::path& path, Hold hold, const Options& options, FileFindings& found,
