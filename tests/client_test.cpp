@@ -57,10 +57,9 @@ class Client : public testing::Test {
     EXPECT_EQ(result.status, status) << WideToUtf8(result.reason) << Shown(result.report.findings);
     std::vector<std::string> reasons;
     for (const Item& item : result.items) {
-      if (status == Status::kIncomplete)
-        EXPECT_EQ(item.done, item.reason.empty());
-      else
-        EXPECT_EQ(item.done, status == Status::kDone);
+      const bool isDone =
+          status == Status::kIncomplete ? item.reason.empty() : status == Status::kDone;
+      EXPECT_EQ(item.done, isDone);
       reasons.push_back(WideToUtf8(item.reason));
     }
     return reasons;

@@ -20,8 +20,10 @@ class TestDrive {
     GetEnvironmentVariableW(L"WINEPREFIX", prefix, MAX_PATH);
     link_ = WideToUtf8(prefix) + "/dosdevices/" + static_cast<char>(letter_ - 'A' + 'a') + ":";
     if (OnWine()) {
-      const std::string below = WideToUtf8(target_.generic_wstring()).substr(2);
-      RunUnixProgram("ln -sn " + below + " " + link_, [&] { return IsThere(); });
+      // Beside the link to the drive that the folder is on, which has a small letter.
+      std::string beside = WideToUtf8(target_.generic_wstring());
+      beside[0] = static_cast<char>(beside[0] - 'A' + 'a');
+      RunUnixProgram("ln -sn \"" + beside + "\" \"" + link_ + "\"", [&] { return IsThere(); });
     } else {
       DefineDosDeviceW(0, Utf8ToWide(Name()).c_str(), target_.c_str());
     }
@@ -29,7 +31,7 @@ class TestDrive {
   }
   ~TestDrive() {
     if (OnWine()) {
-      RunUnixProgram("rm " + link_, [&] { return !IsThere(); });
+      RunUnixProgram("rm \"" + link_ + "\"", [&] { return !IsThere(); });
     } else {
       DefineDosDeviceW(DDD_REMOVE_DEFINITION, Utf8ToWide(Name()).c_str(), nullptr);
     }

@@ -19,7 +19,6 @@
 namespace {
 
 using uaclient::CopyPlan;
-using uaclient::Finding;
 using uaclient::Findings;
 
 struct Case {
@@ -123,7 +122,7 @@ TEST_F(PlanCheck, ReplacesWhatMayGo) {
          {"!@s/>@inuse", {"E x\" is to be deleted, but is in use"}},
          {"!@used/>@new", {"E x\" is in use"}},
          {"!@s/>@running", {"E x.exe\" is to be deleted, but is in use"}},
-         {"!@s/>C:/", {"E whole drive"}},
+         {"!@s/>C:/", {"E whole drive", "E holds the source"}},
          {"!@s/>C:/Windows/System32/x", {"E lies in the Windows folder"}},
          {"!@s/>C:/Program Files", {"E Windows or programs need"}},
          {"!@s/>C:/Program Files/Common Files/", {"E Windows or programs need"}},
@@ -159,8 +158,8 @@ TEST_F(PlanCheck, KnowsFoldersByTwoDriveLetters) {
   if (unixName == nullptr) GTEST_SKIP() << "needs a second letter for a drive";
   const std::string first = "C:/users/uactask test " + std::to_string(GetCurrentProcessId()) + "/";
   WriteTree(first, TreeOf("s/a=1, s/d/b=2, f=1"));
-  const std::string second =
-      Replaced(std::string("Z:") + unixName(Utf8ToWide(first).c_str()), "dosdevices/c:", "drive_c");
+  const std::string second = "Z:" + Replaced(unixName(Utf8ToWide(first).c_str()),
+                                             "/dosdevices/c:", "/drive_c");  // no ":" in a name
   const auto both = [&](const std::string& items) {
     return Replaced(Replaced(items, "1:", first), "2:", second);
   };

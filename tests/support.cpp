@@ -299,7 +299,8 @@ Code SystemsOwn(const char* name) {
 }
 
 bool Fails(SystemFailure::Function function) {
-  if (successesLeft[function] == kAlways || successesLeft[function]-- > 0) return false;
+  if (successesLeft[function] == kAlways) return false;
+  if (successesLeft[function]-- > 0) return false;
   successesLeft[function] = 0;
   SetLastError(errors[function]);
   return true;

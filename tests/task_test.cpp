@@ -31,6 +31,7 @@ TEST(TaskRunner, TakesAVanishedFileForDone) { EXPECT_TRUE(RunTaskFile("none.ini"
 
 TEST(OperationList, IsReadAsItWasWritten) {
   std::vector<uactask::Operation> written;
+  written.reserve(11);
   for (int i = 0; i < 11; ++i) written.push_back({"<" + std::to_string(i), "\"é", i % 2 == 0});
   XMLParse store;
   ASSERT_EQ(store.LoadString(uactask::FormatOperationList(written).c_str(), 0), 1);

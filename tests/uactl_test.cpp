@@ -294,7 +294,8 @@ TEST_F(Uactl, CopiesAllAtOnce) {
   EXPECT_THAT(Says(1, copy), HasSubstr("uactl: \"" + FullPath(folder_ / "file") + "\": "));
   const Json json = SaysAsJson(1, copy);
   EXPECT_EQ(json["status"], "incomplete");
-  EXPECT_TRUE(json["items"][0]["done"] == false && json["items"][0]["reason"] != "");
+  EXPECT_TRUE(json["items"][0]["done"] == false &&
+              !json["items"][0]["reason"].get<std::string>().empty());
   EXPECT_EQ(json["items"][2]["destination"], FullPath(folder_ / "made/ü a.txt"));
 }
 

@@ -68,7 +68,7 @@ bool IsNamePart(const std::wstring& part) {
 std::wstring Expanded(const std::wstring& program) {
   std::wstring text(32768, L'\0');
   ExpandEnvironmentStringsW(program.c_str(), text.data(), 32768);
-  text = text.c_str();
+  text.resize(std::wcslen(text.c_str()));
   const bool isQuoted = text.size() > 1 && text.front() == L'"' && text.back() == L'"';
   return isQuoted ? text.substr(1, text.size() - 2) : text;
 }

@@ -130,15 +130,15 @@ class ListCheck {
     Item item{line};
     const auto& fields = uactask::OperationFieldNames();
     std::map<std::int32_t, std::string> values;  // the first of each
-    for (const auto& [name, value] : attributes) {
-      const auto known =
-          std::find_if(fields.begin(), fields.end(),
-                       [&name = name](const auto& one) { return one.second == name; });
+    for (const ptree::value_type& attribute : attributes) {
+      const auto known = std::find_if(fields.begin(), fields.end(), [&](const auto& field) {
+        return field.second == attribute.first;
+      });
       if (known != fields.end()) {
-        values.try_emplace(known->first, value.data());
+        values.try_emplace(known->first, attribute.second.data());
       } else {
         found_.Warn(line, L"{} is not read. An item has \"key\", \"src\", \"dec\" and \"type\".",
-                    {ShownUtf8(name)});
+                    {ShownUtf8(attribute.first)});
       }
     }
     for (const auto& [field, name] : fields) {
@@ -199,7 +199,7 @@ class ListCheck {
   }
 
   std::wstring PathIn(const wchar_t* name, const std::string& text, Item& item) {
-    std::wstring path = Utf8ToWide(text.c_str());  // up to a NUL, like the helper
+    std::wstring path = Utf8ToWide(text.substr(0, text.find('\0')));  // like the helper
     if (path.empty() && !text.empty()) {
       item.isNamed = true;
       found_.Warn(item.line,

@@ -237,43 +237,46 @@ class Surveyor {
 
   // Whether there is a file to copy over none or a file, or a folder over none or a folder.
   bool CheckKinds(const Details& item) {
-    const std::wstring kind = Copies(Kind::kFile) ? L"file" : L"folder";
-    const std::wstring other = Copies(Kind::kFile) ? L"folder" : L"file";
-    const bool replaces = Copies(Kind::kReplaceFolder);
-    const auto isOther = [&](const Entry& entry) { return entry.isFolder == Copies(Kind::kFile); };
+    const bool isFile = Copies(Kind::kFile);
     if (item.from == nullptr) {
       Fail(L"The source {} does not exist.", {Source()});
     } else if (item.from->error != 0) {
       Fail(L"The source {} is not visible to this user: {}",
            {Source(), SystemMessage(item.from->error)});
-    } else if (isOther(*item.from)) {
+    } else if (item.from->isFolder == isFile) {
       Fail(L"The source {} is a {}, but the item copies a {}.{}",
-           {Source(), other, kind,
+           {Source(), isFile ? L"folder" : L"file", isFile ? L"file" : L"folder",
             isPlan_ ? L"" : L" Write type=\"dir\" for a folder, else \"file\"."});
-    } else if (item.to == nullptr || item.goesFirst) {
-      return true;
-    } else if (item.to->error != 0) {
+    } else {
+      return item.to == nullptr || item.goesFirst || CheckDestination(*item.to);
+    }
+    return false;
+  }
+
+  bool CheckDestination(const Entry& there) {
+    const bool isFile = Copies(Kind::kFile);
+    const bool replaces = Copies(Kind::kReplaceFolder);
+    if (there.error != 0) {
       constexpr wchar_t kText[] =
           L"The destination {} is not visible to this user, so it could not be checked: {}";
-      const std::wstring error = SystemMessage(item.to->error);
+      const std::wstring error = SystemMessage(there.error);
       replaces ? Harm(kText, {Destination(), error}) : Doubt(kText, {Destination(), error});
       return !replaces;
-    } else if (item.to->isLink && replaces) {
+    }
+    if (there.isLink && replaces) {
       Doubt(L"The destination {} is a link. It is removed, and what it leads to stays.",
             {Destination()});
-      return true;
-    } else if (item.to->isLink) {
+    } else if (there.isLink) {
       Fail(L"The destination {} is a link. Write where it leads, or remove it.", {Destination()});
       return !isPlan_;
-    } else if (isOther(*item.to)) {
+    } else if (there.isFolder == isFile) {
       Fail(
           L"At the destination {} there is a {}, which a {} cannot replace. Remove it, or choose "
           L"another name.",
-          {Destination(), other, kind});
-    } else {
-      return true;
+          {Destination(), isFile ? L"folder" : L"file", isFile ? L"file" : L"folder"});
+      return false;
     }
-    return false;
+    return true;
   }
 
   // The tree, or the file alone.

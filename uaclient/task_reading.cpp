@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <array>
 #include <boost/lexical_cast/try_lexical_convert.hpp>
 #include <cstdio>
 #include <map>
@@ -31,6 +30,8 @@ using Task = UACTaskScheduler;
 using uactask::kParamKeys;
 using uactask::kTaskSection;
 using uactask::kTypeKey;
+
+const char* KeyOf(std::int32_t param) { return kParamKeys[static_cast<std::size_t>(param)]; }
 
 std::wstring ShownBytes(std::string_view text) { return Shown(FromHelper(std::string(text))); }
 
@@ -101,7 +102,7 @@ class TaskLines {
     const auto found = entries_.find(key);
     return found == entries_.end() ? Entry{} : found->second;
   }
-  Entry Get(std::size_t param) const { return Get(kParamKeys[param]); }
+  Entry Get(std::int32_t param) const { return Get(KeyOf(param)); }
 
   std::wstring sections;  // the names of the first few
   bool hasTaskSection = false;
@@ -145,7 +146,7 @@ class TaskLines {
       Odd(line.number, L"{} is no section, key or comment, so the helper skips it. Remove it.",
           {ShownBytes(text)});
     }
-    const char* const arguments = kParamKeys[Task::kExeArguments];
+    const char* const arguments = KeyOf(Task::kExeArguments);
     const bool namesArguments = !isComment && text.find(arguments) != std::string_view::npos;
     if (namesArguments && Get(arguments).line != line.number) lostArguments = line.number;
   }
@@ -249,7 +250,7 @@ class JobReader {
       found_.Fail(
           entry.line,
           L"{} must be a number but is {}. Deletions need it, too. Write 0 if in doubt.",
-          {ShownBytes(kParamKeys[param]), entry.line == 0 ? L"missing" : ShownBytes(entry.value)});
+          {ShownBytes(KeyOf(param)), entry.line == 0 ? L"missing" : ShownBytes(entry.value)});
     }
   }
 
@@ -301,7 +302,7 @@ class JobReader {
     if (isGood) return true;
     found_.Add(param == Task::kTimeType ? Severity::kError : Severity::kHarmful, Line(param),
                Filled(L"{} is {}, not {}. {}",
-                      {ShownBytes(kParamKeys[param]), Shown(Text(param)), wanted,
+                      {ShownBytes(KeyOf(param)), Shown(Text(param)), wanted,
                        areNumbers_ ? L"The helper would delete an existing job and register none."
                                    : L"The scheduler refuses such a job."}));
     return false;
@@ -310,8 +311,8 @@ class JobReader {
   const TaskLines& lines_;
   FileFindings& found_;
   std::wstring name_;
-  std::array<std::int32_t, Task::kParamCount> numbers_ = {};
-  bool areNumbers_ = true;  // or the helper fails before it changes anything
+  std::map<std::int32_t, std::int32_t> numbers_;  // by parameter
+  bool areNumbers_ = true;                        // or the helper fails before it changes anything
 };
 
 void Read(const std::filesystem::path& path, Hold hold, const Options& options, FileFindings& found,

@@ -202,8 +202,8 @@ struct Command {
   std::wstring name;
   std::wstring options;  // each between blanks
   void (*read)(Operands&, Arguments&);
-  std::size_t ownOperands = 0;   // of a job; what stands behind them belongs to its program
-  std::wstring otherNames = {};  // each between blanks: what is typed by habit
+  std::size_t ownOperands = 0;  // of a job; what stands behind them belongs to its program
+  std::wstring otherNames;      // each between blanks: what is typed by habit
 };
 
 const std::wstring kJobOptions = L" --dry-run --timeout --json ";
@@ -211,11 +211,11 @@ const Command kCommands[] = {
     {L"copy", L" --replace --dry-run --fast --timeout --json ", ReadCopy, 0,
      L" cp xcopy robocopy "},
     {L"daily", kJobOptions, ReadJob<Job::Every::kDay>, 3, L" schedule schtasks "},
-    {L"weekly", kJobOptions, ReadJob<Job::Every::kWeek>, 4},
-    {L"monthly", kJobOptions, ReadJob<Job::Every::kMonth>, 4},
+    {L"weekly", kJobOptions, ReadJob<Job::Every::kWeek>, 4, {}},
+    {L"monthly", kJobOptions, ReadJob<Job::Every::kMonth>, 4, {}},
     {L"unschedule", kJobOptions, ReadRemoval, 0, L" delete "},
-    {L"run", L" --fast --timeout --json ", ReadTaskFile},
-    {L"check", L" --json ", ReadTaskFile}};
+    {L"run", L" --fast --timeout --json ", ReadTaskFile, 0, {}},
+    {L"check", L" --json ", ReadTaskFile, 0, {}}};
 
 const Command& FindCommand(const std::wstring& word) {
   std::wstring name = word;
