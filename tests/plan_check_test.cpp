@@ -101,7 +101,7 @@ TEST_F(PlanCheck, ReplacesWhatMayGo) {
   const FileLock noObstacle(folder_ / "old/x",
                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
   MakeFolders(folder_ / "running/");
-  CopyFileA(OwnProgram().c_str(), (folder_ / "running/x.exe").c_str(), TRUE);
+  CopyFileW(Utf8ToWide(OwnProgram()).c_str(), Utf8ToWide(folder_ / "running/x.exe").c_str(), TRUE);
   const HMODULE running =
       LoadLibraryExA((folder_ / "running/x.exe").c_str(), nullptr, LOAD_LIBRARY_AS_IMAGE_RESOURCE);
   wchar_t profile[MAX_PATH] = {};

@@ -153,7 +153,7 @@ TEST_F(RandomTaskFiles, OfJobs) {
   const auto run = [&](bool isDeletion) {
     WriteFileBytes(folder / "task.ini",
                    TaskFile({Key("type", "0"), "task_name=" + name,
-                             Key("exe_path", isDeletion ? "" : OwnProgram()),
+                             Key("exe_path", isDeletion ? "" : "C:/windows/notepad.exe"),
                              Key("exe_arguments", isDeletion ? "" : "-a"), Key("author_name", "x"),
                              Key("runtime", "2099-01-31T08:00:00"), Key("time_weekday", "+0"),
                              Key("time_monthday", OneOf({"0", "-1"}, {"0.5"})),

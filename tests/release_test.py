@@ -5,6 +5,7 @@ import hashlib
 import json
 import os
 import pathlib
+import shlex
 import shutil
 import subprocess
 import sys
@@ -19,7 +20,7 @@ source, build, work = map(pathlib.Path, sys.argv[1:4])
 version, cmake, generator, *emulator = sys.argv[4:]
 shutil.rmtree(work, ignore_errors=True)
 work.mkdir()
-os.environ |= {"SOURCE_DATE_EPOCH": "1700000000", "UACTASK_SIGN_COMMAND": f"{sys.executable} {__file__} --sign"}
+os.environ |= {"SOURCE_DATE_EPOCH": "1700000000", "UACTASK_SIGN_COMMAND": shlex.join([sys.executable, __file__, "--sign"])}
 
 
 def run(*command, **options):

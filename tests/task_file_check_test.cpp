@@ -54,7 +54,7 @@ TEST(TaskFileCheck, FindsWhatTheCasesExpect) {
     return uaclient::Check(uaclient::TaskFile{Utf8ToWide(root + name)});
   };
 
-  for (const fs::directory_entry& entry : fs::directory_iterator(UACTASK_TEST_CASES)) {
+  for (const fs::directory_entry& entry : fs::directory_iterator(Utf8ToWide(UACTASK_TEST_CASES))) {
     if (entry.path().extension() != ".expected") continue;
     const auto read = [&](const char* extension, const std::string& otherwise) {
       const fs::path path = fs::path(entry.path()).replace_extension(extension);
