@@ -98,7 +98,8 @@ def boost_files(include):
     for standard in ("c++17", "c++20"):
         found = subprocess.run([COMPILER, f"-std={standard}", "-M", f"-I{include}", f"-I{BOOST}/include", "-x", "c++", "-"],
                                input=source, check=True, capture_output=True, text=True).stdout
-        needed |= {pathlib.Path(path) for path in re.split(r"[\s\\]+", found) if path.startswith(f"{BOOST}/")}
+        paths = (path.replace("\\ ", " ") for path in re.split(r"(?<!\\)\s+", found.replace("\\\n", " ")))  # make's own
+        needed |= {pathlib.Path(path) for path in paths if path.startswith(f"{BOOST}/")}
     needed |= set((BOOST / "lib").glob("*.a"))
     return {path.relative_to(BOOST).as_posix(): path.read_bytes() for path in needed}
 
