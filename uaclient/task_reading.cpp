@@ -210,9 +210,9 @@ std::int32_t ReadType(const TaskLines& lines, FileFindings& found) {
   }
   if (!lines.hasTaskSection) {
     found.Fail(0,
-               L"There is no section \"[Task]\" but {}. Write \"[Task]\" above the keys, with a "
-               L"capital T.",
-               {lines.sections.empty() ? L"none at all" : lines.sections});
+               L"There is no section \"[Task]\"{}. Write \"[Task]\" above the keys, with a capital "
+               L"T.",
+               {lines.sections.empty() ? L"" : L", but " + lines.sections});
   } else {
     found.Fail(entry.line,
                L"\"type\" is {}. Write \"type=0\" for a job or \"type=1\" for a list of copies.",
