@@ -20,7 +20,7 @@ class RunClaim {
   RunClaim(const RunClaim&) = delete;
   RunClaim& operator=(const RunClaim&) = delete;
 
-  // Makes the folder, which so is there before anything is listed in which it may lie.
+  // Makes the folder for claims. Called before anything is listed, because a source may hold it.
   static void Prepare();
 
   // Claims the places, unless a claim that holds meets them: then returns false, and `why` says so.

@@ -44,7 +44,7 @@ int Answer(HelperExitCode exitCode) {
 }  // namespace
 
 int wmain(int argumentCount, wchar_t* arguments[]) {
-  // With its raised rights it must not load what lies beside it or in the current directory.
+  // It is elevated, so it must not load what lies beside it or in the current directory.
   SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   // Nobody is there to answer a dialog: not about a missing disk, nor after a crash.
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
