@@ -515,9 +515,9 @@ class Copies : public Client {
   }
   std::string Judge(const Survey& survey, Comparison comparison) const {
     Progress progress;
-    const std::vector<Item> items =
-        JudgeEndState(survey, comparison, [] { return true; }, progress);
-    return WideToUtf8(items.at(0).reason);
+    std::vector<Item> items(1);
+    JudgeEndState(survey, comparison, [] { return true; }, progress, items);
+    return WideToUtf8(items[0].reason);
   }
 };
 
@@ -568,10 +568,11 @@ TEST_F(Copies, ShowNoProgressThatIsNone) {
   for (const char* name : {"a", "b", "c"})
     Copy(std::string("from/") + name, std::string("to/") + name);
   const Survey survey = SurveyOf(CopyItem::Kind::kReplaceFolder, "from", "to");
-  CopyProgress progress(survey);
+  Progress progress;
+  CopyProgress watch(survey, progress);
   const auto seen = [&](std::uint64_t written) {
-    progress.Advance(written);
-    return std::pair(progress.Seen().files, progress.Seen().bytes);
+    watch.Advance(written);
+    return std::pair(progress.files, progress.bytes);
   };
   EXPECT_EQ(seen(0), std::pair(0ULL, 0ULL));
   for (const char* name : {"a", "b", "c"}) {
@@ -580,7 +581,7 @@ TEST_F(Copies, ShowNoProgressThatIsNone) {
   }
   Copy("from/a", "to/a");
   EXPECT_EQ(seen(0), std::pair(1ULL, 1ULL));
-  EXPECT_EQ(progress.Seen().current, At("to/b"));
+  EXPECT_EQ(progress.current, At("to/b"));
   // Windows sets the size first: it is no progress, but what the process has written is.
   WriteFileBytes(folder_ / "to/b", "..");
   std::filesystem::last_write_time(
@@ -590,39 +591,33 @@ TEST_F(Copies, ShowNoProgressThatIsNone) {
   EXPECT_EQ(seen(1000), std::pair(1ULL, 3ULL));
   Copy("from/c", "to/c");  // "b" failed
   EXPECT_EQ(seen(0), std::pair(3ULL, 6ULL));
-  EXPECT_EQ(progress.Seen().current, "");
+  EXPECT_EQ(progress.current, "");
   EXPECT_THAT(Judge(survey, Comparison::kSizeAndTime), StartsWith("\"b\" differs"));
 
   const Survey added = SurveyOf(CopyItem::Kind::kFolder, "from", "to");
-  CopyProgress again(added);
-  again.Advance(0);
-  EXPECT_EQ(again.Seen().files, 0U) << "\"a\" and \"c\" were there before";
+  Progress again;
+  CopyProgress(added, again).Advance(0);
+  EXPECT_EQ(again.files, 0U) << "\"a\" and \"c\" were there before";
 }
 
-// Some folders come and go between two looks.
 TEST_F(Copies, ClaimPlaces) {
-  MakeFolders(folder_ / "a/b/");
-  const auto place = [&](const std::string& path) {
-    return Folders().At(At(path).wstring()).place;
+  WriteTree(folder_.Path(), TreeOf("a/b/f=, new/x/"));
+  const auto place = [&](const std::string& path, const wchar_t* file, bool isWritten = true) {
+    return std::vector<Claimed>{{isWritten, At(path).wstring(), file}};
   };
-  const Place before = place("new/x");
-  MakeFolders(folder_ / "new/x/");
-  EXPECT_EQ(Relate(before, place("new/X")), Relation::kSame);
-  EXPECT_EQ(Relate(before, place("new")), Relation::kInside);
-  EXPECT_EQ(Relate(place("new"), before), Relation::kHolds);
-  EXPECT_EQ(Relate(before, place("a/b")), Relation::kApart);
-  EXPECT_EQ(Relate({{{{}, L"C:\\"}}}, {{{{}, L"D:\\"}}}), Relation::kApart);
-  const Claimed files = {place("a/b"), {L"F", L"G"}, true};
-  for (const auto& [path, names, meets] : {std::tuple("a/b", std::set<std::wstring>{L"G"}, true),
-                                           std::tuple("a/b", std::set<std::wstring>{L"H"}, false),
-                                           std::tuple("a/b", std::set<std::wstring>{}, true),
-                                           std::tuple("a", std::set<std::wstring>{}, true),
-                                           std::tuple("a", std::set<std::wstring>{L"F"}, false),
-                                           std::tuple("a/b/c", std::set<std::wstring>{}, false)}) {
-    const Claimed other = {place(path), names, true};
-    EXPECT_EQ(Meet(files, other), meets) << path;
-    EXPECT_EQ(Meet(other, files), meets) << path;
+  const struct {
+    std::vector<Claimed> other;
+    bool meets;
+  } kCases[] = {{place("A/B", L"F"), true},       {place("a/b", L"f", false), true},
+                {place("a/b", L"H"), false},      {place("a/b", L""), true},
+                {place("a", L""), true},          {place("a", L"F"), false},
+                {place("a/b/c/d", L""), false},   {place("a/b/f", L""), true},
+                {place("a/b", L"", false), true}, {place("new", L""), false}};
+  for (const auto& [other, meets] : kCases) {
+    EXPECT_EQ(Meet(place("a/b", L"F"), other), meets) << WideToUtf8(other[0].folder);
+    EXPECT_EQ(Meet(other, place("a/b", L"F")), meets) << WideToUtf8(other[0].folder);
   }
+  EXPECT_FALSE(Meet(place("a", L"", false), place("a", L"", false))) << "both read";
 }
 
 TEST(ContentComparer, ComparesEveryByte) {

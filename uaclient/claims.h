@@ -5,13 +5,20 @@
 
 #include <windows.h>
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
-#include "uaclient/places.h"
-
 namespace uaclient {
+
+// A file or a folder that a run needs.
+struct Claimed {
+  bool isWritten = false;
+  std::wstring folder;  // full path
+  std::wstring file;    // its name in that folder; empty for the folder with all in it
+};
+
+// Whether one of them writes what the other one needs. Looks up where the paths lead.
+bool Meet(const std::vector<Claimed>& ones, const std::vector<Claimed>& others);
 
 class RunClaim {
  public:
@@ -23,34 +30,19 @@ class RunClaim {
   // Makes the folder for claims. Called before anything is listed, because a source may hold it.
   static void Prepare();
 
-  // Claims the places, unless a claim that holds meets them: then returns false, and `why` says so.
-  // Removes claims that hold no longer, each with its helper's files, which lie in `helperFolder`.
-  bool Take(const std::vector<Claimed>& places, const std::wstring& helperFolder,
-            std::wstring& why);
+  // Claims the places, unless a claim that holds meets them. Removes claims that hold no longer,
+  // each with its helper's files, which lie in `helperFolder`. Throws NotStarted.
+  void Take(const std::vector<Claimed>& places, const std::wstring& helperFolder);
 
   // From now on the claim is the helper's as well.
   void AddHelper(HANDLE helper);
 
-  // It is the helper's alone when this process goes on with something else.
-  void LeaveToHelper();
-
  private:
-  struct Process {
-    std::uint64_t id = 0;
-    std::uint64_t start = 0;  // 0 where it cannot be read
-  };
-  struct Claim;
-
-  static Process Describe(DWORD id, HANDLE process);
-  static bool Lives(const Process& process);
-  static bool Read(const std::wstring& file, Claim& claim);
   bool Write() const;
 
-  std::wstring file_;  // empty: nothing is claimed
-  std::wstring helperFolder_;
-  Process owner_;
-  Process helper_;
-  std::wstring places_;  // as the file has them
+  std::wstring file_;       // empty: nothing is claimed
+  std::wstring processes_;  // the file's first two lines
+  std::wstring places_;     // and the others
 };
 
 }  // namespace uaclient

@@ -35,6 +35,7 @@ Equality ContentComparer::Compare(const std::wstring& first, const std::wstring&
   const Handle secondFile = OpenPatiently(second);
   if (!firstFile || !secondFile) return Equality::kNotRead;
   for (;;) {
+    if (tick && !tick()) return Equality::kStopped;
     DWORD firstLength = 0;
     DWORD secondLength = 0;
     if (!ReadChunk(firstFile, first_, firstLength) ||
@@ -46,7 +47,6 @@ Equality ContentComparer::Compare(const std::wstring& first, const std::wstring&
       return Equality::kDifferent;
     }
     if (firstLength < kChunk) return Equality::kEqual;
-    if (tick && !tick()) return Equality::kStopped;
   }
 }
 

@@ -2,10 +2,10 @@
 // wrong with it. Plans and operation lists have this in common; each tree is listed once.
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <vector>
 
+#include "uaclient/claims.h"
 #include "uaclient/places.h"
 #include "uaclient/uaclient.h"
 #include "uactask/operation_list.h"
@@ -18,7 +18,6 @@ enum class Origin { kPlan, kList };
 
 // A file or folder that an item brings.
 struct Target {
-  std::size_t item = 0;
   std::wstring path;  // below the item's source and destination; empty for the item itself
   bool isFolder = false;
   FileState state;          // of the source
@@ -28,21 +27,27 @@ struct Target {
 // An item of a plan or a list.
 struct Copy {
   CopyItem::Kind kind = CopyItem::Kind::kFile;
-  std::wstring source;
+  std::wstring source;  // full paths in a survey, unless the item is refused for one of them
   std::wstring destination;
+
+  // What the survey finds out.
+  bool isUsable = false;  // or nothing can come of it
+  std::vector<Target> targets = {};
+  std::wstring lastDeleted = {};  // the path of the file that goes last
 };
 
 struct Survey {
-  std::vector<Copy> items;      // full paths; both empty for an item of which nothing can come
-  Findings findings;            // in the order of the items
-  std::vector<Step> steps;      // one an item, in the helper's order: replaced folders come first
-  std::vector<Target> targets;  // in the helper's order, those of an item together
-  std::vector<std::wstring> lastDeleted;       // by item: the path of the file that goes last
+  std::vector<Copy> items;
+  Findings findings;                           // in the order of the items
+  std::vector<Step> steps;                     // one an item, in the helper's order
   std::vector<uactask::Operation> operations;  // of a plan: what the helper is to be given
   std::vector<Claimed> claims;                 // what the run reads, writes and deletes
 };
 
 // The items of a list are files and replaced folders only.
 Survey SurveyCopies(std::vector<Copy> items, Origin origin, const Options& options);
+
+// The numbers of the items in the order in which the helper comes to them.
+std::vector<std::size_t> HelpersOrder(const std::vector<Copy>& items);
 
 }  // namespace uaclient

@@ -9,41 +9,40 @@
 
 namespace uaclient {
 
-CopyProgress::CopyProgress(const Survey& survey)
-    : survey_(survey), isEmptied_(survey.items.size(), false) {
-  stages_.reserve(survey.targets.size());
-  for (const Target& target : survey.targets) {
-    stages_.push_back({&target, progress_.allFiles, progress_.allBytes});
-    progress_.allFiles += target.isFolder ? 0 : 1;
-    progress_.allBytes += target.isFolder ? 0 : target.state.size;
+CopyProgress::CopyProgress(const Survey& survey, Progress& progress) : progress_(progress) {
+  for (const std::size_t i : HelpersOrder(survey.items)) {
+    const Copy& item = survey.items[i];
+    for (const Target& target : item.targets) {
+      stages_.push_back({&item, &target, progress_.allFiles, progress_.allBytes});
+      progress_.allFiles += target.isFolder ? 0 : 1;
+      progress_.allBytes += target.isFolder ? 0 : target.state.size;
+    }
   }
 }
 
-// Whether what was in a replaced folder has been deleted, so that what is there now is new. The
-// file that goes last is away for most of the copying.
-bool CopyProgress::IsEmptied(std::size_t item) {
-  const std::wstring& last = survey_.lastDeleted[item];
-  isEmptied_[item] = isEmptied_[item] || last.empty() ||
-                     GetFileAttributesW(last.c_str()) == INVALID_FILE_ATTRIBUTES;
-  return isEmptied_[item];
+std::wstring CopyProgress::Stage::Destination() const {
+  return Below(item->destination, target->path);
 }
 
 // Whether the helper is done with it: it sets a copy's time when the content is there. What looked
-// done before the start has changed only in a folder that was emptied.
+// done before the start has changed only in a folder that was emptied, and that is seen by the file
+// that goes last: it is away for most of the copying.
 bool CopyProgress::IsComplete(const Stage& stage) {
-  const Target& target = *stage.target;
-  const Copy& item = survey_.items[target.item];
-  const bool replaces = item.kind == CopyItem::Kind::kReplaceFolder;
-  if (replaces ? !IsEmptied(target.item) : target.lookedDone) return false;
-  const std::wstring destination = Below(item.destination, target.path);
+  const std::wstring& last = stage.item->lastDeleted;
+  if (last.empty() && stage.target->lookedDone) return false;
+  if (!last.empty() && emptied_.count(stage.item) == 0) {
+    if (GetFileAttributesW(last.c_str()) != INVALID_FILE_ATTRIBUTES) return false;
+    emptied_.insert(stage.item);
+  }
   FileState now;
-  return target.isFolder ? IsFolder(destination)
-                         : ReadFileState(destination, now) && now.Matches(target.state);
+  return stage.target->isFolder
+             ? IsFolder(stage.Destination())
+             : ReadFileState(stage.Destination(), now) && now.Matches(stage.target->state);
 }
 
 void CopyProgress::Advance(std::uint64_t bytesWritten) {
-  for (bool moved = true; moved;) {
-    const std::size_t before = at_;
+  for (std::size_t before = stages_.size(); at_ != before && at_ < stages_.size();) {
+    before = at_;
     while (at_ < stages_.size() && IsComplete(stages_[at_])) ++at_;
     // What cannot be copied is never complete, nor is seen to be what looked done before; that the
     // helper is past it shows at what comes later.
@@ -52,7 +51,6 @@ void CopyProgress::Advance(std::uint64_t bytesWritten) {
       if (IsComplete(stages_[at_ + step])) ahead = at_ + step;
     }
     at_ = ahead;
-    moved = at_ > before;
   }
   if (at_ == stages_.size()) {
     progress_.files = progress_.allFiles;
@@ -65,7 +63,7 @@ void CopyProgress::Advance(std::uint64_t bytesWritten) {
   const std::uint64_t written = bytesWritten - std::min(bytesWritten, stage.bytes);
   progress_.files = std::max(progress_.files, stage.files);
   progress_.bytes = std::max(progress_.bytes, stage.bytes + std::min(written, size));
-  progress_.current = Below(survey_.items[stage.target->item].destination, stage.target->path);
+  progress_.current = stage.Destination();
 }
 
 }  // namespace uaclient

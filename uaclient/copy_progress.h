@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -13,29 +14,30 @@ namespace uaclient {
 
 class CopyProgress {
  public:
-  explicit CopyProgress(const Survey& survey);
+  // `progress` becomes what the helper is to do, and is brought up to date from then on. Both
+  // must live as long as this.
+  CopyProgress(const Survey& survey, Progress& progress);
 
   // Goes on from where the last look ended, and so costs little however often it is called.
   void Advance(std::uint64_t bytesWritten);
 
-  const Progress& Seen() const { return progress_; }
-
  private:
   // A target with what comes before it.
   struct Stage {
+    const Copy* item;
     const Target* target;
     std::uint64_t files;
     std::uint64_t bytes;
+
+    std::wstring Destination() const;
   };
 
   bool IsComplete(const Stage& stage);
-  bool IsEmptied(std::size_t item);
 
-  const Survey& survey_;
   std::vector<Stage> stages_;
-  std::vector<bool> isEmptied_;  // by item
-  std::size_t at_ = 0;           // where the helper is
-  Progress progress_;
+  std::set<const Copy*> emptied_;  // replaced folders whose old content has gone
+  std::size_t at_ = 0;             // where the helper is
+  Progress& progress_;
 };
 
 }  // namespace uaclient

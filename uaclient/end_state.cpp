@@ -32,8 +32,7 @@ std::wstring LikelyCause(const std::wstring& source, const std::wstring& destina
   there.dwFileAttributes = GetFileAttributesW(destination.c_str());
   if (there.dwFileAttributes == INVALID_FILE_ATTRIBUTES) return L".";
   if (EntryOf(there).IsProtected()) {
-    return L": it is read-only, hidden or a system file, and Windows does not overwrite those. "
-           L"Clear the attribute first.";
+    return std::wstring(L": it") + kIsProtected;
   }
   const Handle writable(CreateFileW(destination.c_str(), GENERIC_WRITE, kShareAll, nullptr,
                                     OPEN_EXISTING, 0, nullptr));
@@ -66,66 +65,44 @@ class Faults {
 class Judge {
  public:
   Judge(const Survey& survey, Comparison comparison, const Tick& tick, Progress& progress)
-      : survey_(survey), comparison_(comparison), tick_(tick), progress_(progress) {
+      : comparison_(comparison), tick_(tick), progress_(progress) {
     progress_.files = progress_.bytes = 0;
     progress_.comparing = true;
     progress_.current.clear();
-    for (const Copy& item : survey_.items) {
-      if (item.kind != Kind::kFile || item.destination.empty()) continue;
-      const std::wstring path = item.destination;
-      const Folder& folder = folders_.At(ParentOf(path));
-      brought_.insert(folder.keys.begin(), folder.keys.end());
-      brought_.insert(folder.KeyBelow(UpperCase(NameOf(path))));
+    for (const Copy& item : survey.items) {
+      if (item.kind != Kind::kFile || !item.isUsable) continue;
+      std::wstring path = item.destination;
+      while (brought_.insert(UpperCase(path)).second && !IsRoot(path)) path = ParentOf(path);
     }
   }
 
-  std::vector<Item> Items() {
-    std::vector<Item> items(survey_.items.size());
-    auto target = survey_.targets.begin();
-    while (target != survey_.targets.end()) {
-      const std::size_t item = target->item;
-      Before before;
-      for (; target != survey_.targets.end() && target->item == item; ++target) {
-        before.emplace(UpperCase(target->path), &*target);
-      }
-      JudgeItem(item, before, items[item]);
-    }
-    // An empty folder brings nothing but itself.
-    for (std::size_t i = 0; i < items.size(); ++i) {
-      Before nothing;
-      if (!items[i].done && items[i].reason.empty()) JudgeItem(i, nothing, items[i]);
-    }
-    return items;
-  }
-
- private:
-  // What the item was to bring, by paths in upper case.
-  using Before = std::unordered_map<std::wstring, const Target*>;
-
-  void JudgeItem(std::size_t index, Before& before, Item& result) {
-    const Copy& item = survey_.items[index];
+  void JudgeItem(const Copy& item, Item& result) {
     Faults faults;
-    if (item.source.empty()) {
+    if (!item.isUsable) {
       faults.Add(L"Its source or its destination is no path that could be looked at.", {});
     } else if (item.kind == Kind::kFile) {
-      JudgeFile(item, before, faults);
+      JudgeFile(item, faults);
     } else {
-      JudgeFolder(item, before, faults);
+      JudgeFolder(item, faults);
     }
     result.reason = faults.Text();
     result.done = result.reason.empty();
+    if (!result.done && !item.lastDeleted.empty()) {
+      result.reason += L" The folder's old content is gone.";
+    }
   }
 
-  void JudgeFile(const Copy& item, const Before& before, Faults& faults) {
+ private:
+  void JudgeFile(const Copy& item, Faults& faults) {
     FileState now;
     if (!ReadFileState(item.source, now)) {
       return faults.Add(L"The source cannot be seen any more: {}", {SystemMessage(GetLastError())});
     }
     JudgeTarget(L"It", item.source, item.destination, now,
-                before.empty() ? nullptr : before.begin()->second, faults);
+                item.targets.empty() ? nullptr : &item.targets[0], faults);
   }
 
-  void JudgeFolder(const Copy& item, Before& before, Faults& faults) {
+  void JudgeFolder(const Copy& item, Faults& faults) {
     const std::wstring& source = item.source;
     const std::wstring& destination = item.destination;
     if (!IsFolder(destination)) {
@@ -135,28 +112,34 @@ class Judge {
               : L"The folder is missing.",
           {});
     }
+    std::unordered_map<std::wstring, const Target*> before;  // by paths in upper case
+    for (const Target& target : item.targets) before.emplace(UpperCase(target.path), &target);
     const TreeListing now = ListTree(source, Links::kFollowedOnce);
-    for (const TreeListing::Fault& fault : now.faults) {
-      faults.Add(fault.error == 0 ? L"{} is a link behind a link, which is not followed."
-                                  : L"{} cannot be listed: {}",
-                 {Quoted(Below(source, fault.path)), SystemMessage(fault.error)});
-    }
+    AddFaults(source, now, faults);
     if (item.kind == Kind::kReplaceFolder) AddLeftovers(destination, now, faults);
     for (const TreeEntry& entry : now.entries) {
       const auto was = before.find(UpperCase(entry.path));
       const Target* const target = was == before.end() ? nullptr : was->second;
       if (was != before.end()) before.erase(was);
+      const std::wstring path = Below(destination, entry.path);
       if (!entry.isFolder) {
-        JudgeTarget(Quoted(entry.path), Below(source, entry.path), Below(destination, entry.path),
-                    entry.state, target, faults);
-        continue;
+        JudgeTarget(Quoted(entry.path), Below(source, entry.path), path, entry.state, target,
+                    faults);
+      } else if (const Entry* const there = folders_.Find(path);
+                 there == nullptr || !there->isFolder || there->isLink) {
+        faults.Add(L"The folder {} is missing{}", {Quoted(entry.path), target ? L"." : kChanged});
       }
-      const Entry* const there = folders_.Find(Below(destination, entry.path));
-      if (there != nullptr && there->isFolder && !there->isLink) continue;
-      faults.Add(L"The folder {} is missing{}", {Quoted(entry.path), target ? L"." : kChanged});
     }
     for (const auto& [path, target] : before) {
       faults.Add(L"{} is no longer in the source{}", {Quoted(target->path), kChanged});
+    }
+  }
+
+  static void AddFaults(const std::wstring& folder, const TreeListing& tree, Faults& faults) {
+    for (const TreeListing::Fault& fault : tree.faults) {
+      faults.Add(fault.error == 0 ? L"{} is a link behind a link, which is not followed."
+                                  : L"{} cannot be listed: {}",
+                 {Quoted(Below(folder, fault.path)), SystemMessage(fault.error)});
     }
   }
 
@@ -165,27 +148,16 @@ class Judge {
     std::unordered_set<std::wstring> expected;
     for (const TreeEntry& entry : source.entries) expected.insert(UpperCase(entry.path));
     const TreeListing there = ListTree(destination, Links::kNotFollowed);
-    for (const TreeListing::Fault& fault : there.faults) {
-      faults.Add(L"{} cannot be listed and compared: {}",
-                 {Quoted(Below(destination, fault.path)), SystemMessage(fault.error)});
-    }
+    AddFaults(destination, there, faults);
     for (const TreeEntry& entry : there.entries) {
-      if (expected.count(UpperCase(entry.path)) != 0) continue;
-      if (IsBrought(Below(destination, entry.path), entry)) continue;
+      if (expected.count(UpperCase(entry.path)) != 0 ||
+          brought_.count(UpperCase(Below(destination, entry.path))) != 0) {
+        continue;
+      }
       faults.Add(
-          L"{} is not in the source: it could not be deleted, or another program put it "
-          L"there.",
+          L"{} is not in the source: it could not be deleted, or another program put it there.",
           {Quoted(entry.path)});
     }
-  }
-
-  // Whether it is, or leads to, what a file item brings into a replaced folder.
-  bool IsBrought(const std::wstring& path, const Entry& entry) {
-    if (brought_.empty()) return false;
-    const std::wstring key = entry.isFolder
-                                 ? folders_.At(path).keys[0]
-                                 : folders_.At(ParentOf(path)).KeyBelow(UpperCase(NameOf(path)));
-    return brought_.count(key) != 0;
   }
 
   void JudgeTarget(const std::wstring& name, const std::wstring& source,
@@ -211,21 +183,21 @@ class Judge {
     }
   }
 
-  const Survey& survey_;
   const Comparison comparison_;
   const Tick& tick_;
   Progress& progress_;
   Folders folders_;
   ContentComparer comparer_;
-  std::unordered_set<std::wstring>
-      brought_;  // keys of what file items bring, and of the folders above
+  // What file items bring, and the folders above: full paths in upper case.
+  std::unordered_set<std::wstring> brought_;
 };
 
 }  // namespace
 
-std::vector<Item> JudgeEndState(const Survey& survey, Comparison comparison, const Tick& tick,
-                                Progress& progress) {
-  return Judge(survey, comparison, tick, progress).Items();
+void JudgeEndState(const Survey& survey, Comparison comparison, const Tick& tick,
+                   Progress& progress, std::vector<Item>& items) {
+  Judge judge(survey, comparison, tick, progress);
+  for (std::size_t i = 0; i < items.size(); ++i) judge.JudgeItem(survey.items[i], items[i]);
 }
 
 }  // namespace uaclient

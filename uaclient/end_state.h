@@ -10,10 +10,10 @@
 
 namespace uaclient {
 
-// One for each item of the survey, with `done` and `reason` set. An item is done when all of its
-// source, as it is now, is at the destination with the same content, and nothing else if it
+// Sets `done` and `reason` of the items, one for each of the survey. An item is done when all of
+// its source, as it is now, is at the destination with the same content, and nothing else if it
 // replaced a folder. `progress` counts what has arrived.
-std::vector<Item> JudgeEndState(const Survey& survey, Comparison comparison, const Tick& tick,
-                                Progress& progress);
+void JudgeEndState(const Survey& survey, Comparison comparison, const Tick& tick,
+                   Progress& progress, std::vector<Item>& items);
 
 }  // namespace uaclient

@@ -1,23 +1,29 @@
 #include "uaclient/helper_files.h"
 
+#include <sddl.h>
+
 #include <algorithm>
 #include <cwchar>
 #include <cwctype>
 #include <iterator>
 #include <random>
+#include <utility>
 
 #include "uaclient/code_page.h"
 #include "uaclient/path.h"
-#include "uaclient/private_folder.h"
 #include "uactask/task_file.h"
 
 namespace uaclient {
 namespace {
 
+struct LocalMemory {
+  void operator()(void* memory) const { LocalFree(memory); }
+};
+
 constexpr wchar_t kTaskName[] = L"\\task.ini";
 constexpr wchar_t kListName[] = L"\\list.xml";
 
-constexpr wchar_t kFolderPrefix[] = L"uactask-";
+const std::wstring kFolderPrefix = L"uactask-";
 constexpr std::size_t kFolderDigits = 32;
 
 // Leaves space for the folder and the files in it within the 259 units that a path may have.
@@ -25,7 +31,30 @@ constexpr std::size_t kMaxTempUnits = 200;
 
 // Both as the value of a task file and as the name of one.
 bool HelperCanUse(const std::wstring& path) {
-  return HelperReads(path) && FitsTaskFile(ForHelper(path));
+  return !path.empty() && HelperReads(path) && FitsTaskFile(ForHelper(path));
+}
+
+// A security descriptor for a folder and all in it. Null when the system fails.
+using Access = std::unique_ptr<void, LocalMemory>;
+
+Access OwnAccessOnly() {
+  HANDLE opened = nullptr;
+  OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened);
+  const Handle token(opened);
+  alignas(TOKEN_USER) char user[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
+  DWORD size = 0;
+  wchar_t* sid = nullptr;
+  if (!GetTokenInformation(token.get(), TokenUser, user, sizeof user, &size) ||
+      !ConvertSidToStringSidW(reinterpret_cast<const TOKEN_USER*>(user)->User.Sid, &sid)) {
+    return nullptr;
+  }
+  const std::unique_ptr<wchar_t, LocalMemory> owner(sid);
+  const std::wstring list =
+      std::wstring(L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FA;;;") + sid + L")";
+  void* descriptor = nullptr;
+  ConvertStringSecurityDescriptorToSecurityDescriptorW(list.c_str(), SDDL_REVISION_1, &descriptor,
+                                                       nullptr);
+  return Access(descriptor);
 }
 
 }  // namespace
@@ -36,33 +65,9 @@ std::wstring TempFolder() {
   return IsAbsolute(text) ? FullPath(text) : std::wstring();
 }
 
-// There is no second choice: files that decide what is done elevated do not go where nobody expects
-// them.
-std::wstring NewHelperFolder(std::wstring& why) {
-  const std::wstring temp = TempFolder();
-  const std::wstring drive = DriveFault(temp);
-  if (temp.empty() || !IsFolder(temp)) {
-    why =
-        L"The environment variable TMP does not name a folder that exists, and the helper's files "
-        L"are put there. Set it to a full path, such as C:\\Users\\Name\\AppData\\Local\\Temp.";
-  } else if (temp.size() > kMaxTempUnits) {
-    why =
-        L"The environment variable TMP names a folder with more than 200 characters. Set it to a "
-        L"shorter path; the helper's files are put there.";
-  } else if (!drive.empty()) {
-    why = L"The environment variable TMP says " + Quoted(temp) + L". " + drive;
-  }
-  if (!why.empty()) return {};
-  std::random_device random;
-  wchar_t digits[kFolderDigits + 1];
-  std::swprintf(digits, std::size(digits), L"%08x%08x%08x%08x", random(), random(), random(),
-                random());
-  return WithSeparator(temp) + kFolderPrefix + digits;
-}
-
 bool IsHelperFolder(const std::wstring& path) {
   const std::wstring name = NameOf(path);
-  const std::size_t prefix = std::wcslen(kFolderPrefix);
+  const std::size_t prefix = kFolderPrefix.size();
   return name.size() == prefix + kFolderDigits && name.compare(0, prefix, kFolderPrefix) == 0 &&
          std::all_of(name.begin() + static_cast<std::ptrdiff_t>(prefix), name.end(),
                      std::iswxdigit);
@@ -81,55 +86,70 @@ void RemoveHelperFolder(const std::wstring& path) {
   }
 }
 
-HelperFiles::~HelperFiles() {
-  held_.clear();
-  if (!folder_.empty()) RemoveHelperFolder(folder_);
+// There is no second choice: files that decide what is done elevated do not go where nobody expects
+// them.
+HelperFiles::HelperFiles() {
+  const std::wstring temp = TempFolder();
+  const std::wstring fault = temp.empty() || !IsFolder(temp)
+                                 ? L"That is not the full path of a folder that exists."
+                             : temp.size() > kMaxTempUnits ? L"That is longer than 200 characters."
+                                                           : DriveFault(temp);
+  if (!fault.empty()) {
+    throw NotStarted{
+        L"The helper's files go into the folder that the environment variable TMP "
+        L"names, but " +
+        Quoted(temp) + L" " + fault + L" Set TMP to another folder."};
+  }
+  std::random_device random;
+  wchar_t digits[kFolderDigits + 1];
+  std::swprintf(digits, std::size(digits), L"%08x%08x%08x%08x", random(), random(), random(),
+                random());
+  folder_ = WithSeparator(temp) + kFolderPrefix + digits;
 }
 
-bool HelperFiles::CreateFolder(const std::wstring& path, std::wstring& why) {
-  const std::wstring temp = Quoted(ParentOf(path));
-  Handle held = MakePrivateFolder(path, why);
-  if (!held) {
-    why = L"The helper's files cannot be put into " + temp + L", which TMP names: " + why;
-    return false;
+HelperFiles::~HelperFiles() {
+  if (held_.empty()) return;
+  held_.clear();
+  RemoveHelperFolder(folder_);
+}
+
+void HelperFiles::CreateFolder() {
+  const std::wstring begin = L"The helper's files cannot be put into " + Quoted(ParentOf(folder_)) +
+                             L", which TMP names: ";
+  const Access access = OwnAccessOnly();
+  SECURITY_ATTRIBUTES attributes = {sizeof attributes, access.get(), FALSE};
+  if (!access || !CreateDirectoryW(folder_.c_str(), &attributes)) {
+    throw NotStarted{begin + SystemMessage(GetLastError())};
   }
-  held_.push_back(std::move(held));
-  readable_ = folder_ = path;
+  held_.emplace_back(CreateFileW(folder_.c_str(), FILE_LIST_DIRECTORY,
+                                 FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                 FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  readable_ = folder_;
   if (!HelperCanUse(readable_)) {
     wchar_t brief[MAX_PATH] = {};
     GetShortPathNameW(folder_.c_str(), brief, MAX_PATH);
     readable_ = brief;
   }
-  if (!readable_.empty() && HelperCanUse(readable_)) return true;
-  why = L"The helper cannot read files in " + temp +
-        L", which TMP names: the system's code page lacks characters of this name, or it holds a "
-        L"\"[\", and the folder has no short name. Set TMP to a folder with a plain name.";
-  return false;
+  if (HelperCanUse(readable_)) return;
+  throw NotStarted{begin +
+                   L"the system's code page lacks characters of this name, or it holds a \"[\", "
+                   L"and the folder has no short name. Set TMP to a folder with a plain name."};
 }
 
 // The helper deletes it.
-bool HelperFiles::WriteTask(const std::string& bytes, std::wstring& why) {
-  return Write(kTaskName, bytes, FILE_SHARE_READ | FILE_SHARE_DELETE, why);
+void HelperFiles::WriteTask(const std::string& bytes) {
+  Write(kTaskName, bytes, FILE_SHARE_READ | FILE_SHARE_DELETE);
 }
 
-bool HelperFiles::WriteList(const std::string& bytes, std::wstring& why) {
-  return Write(kListName, bytes, FILE_SHARE_READ, why);
-}
+void HelperFiles::WriteList(const std::string& bytes) { Write(kListName, bytes, FILE_SHARE_READ); }
 
-bool HelperFiles::Write(const wchar_t* name, const std::string& bytes, DWORD share,
-                        std::wstring& why) {
+void HelperFiles::Write(const wchar_t* name, const std::string& bytes, DWORD share) {
   const std::wstring path = folder_ + name;
-  Handle file(CreateFileW(path.c_str(), GENERIC_WRITE, share, nullptr, CREATE_NEW,
-                          FILE_ATTRIBUTE_NORMAL, nullptr));
-  DWORD written = 0;
-  const auto size = static_cast<DWORD>(bytes.size());
-  if (file && WriteFile(file.get(), bytes.data(), size, &written, nullptr) && written == size) {
-    held_.push_back(std::move(file));
-    return true;
-  }
-  why = L"The helper's file " + Quoted(path) + L" cannot be written: " +
-        SystemMessage(GetLastError());
-  return false;
+  held_.emplace_back(CreateFileW(path.c_str(), GENERIC_WRITE, share, nullptr, CREATE_NEW,
+                                 FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (WriteAll(held_.back(), bytes)) return;
+  throw NotStarted{L"The helper's file " + Quoted(path) + L" cannot be written: " +
+                   SystemMessage(GetLastError())};
 }
 
 std::wstring HelperFiles::TaskPath() const { return readable_ + kTaskName; }

@@ -4,47 +4,52 @@
 #include <string>
 #include <vector>
 
+#include "uaclient/uaclient.h"
 #include "uaclient/win32.h"
 
 namespace uaclient {
 
+// Thrown where nothing is started: kNotStarted or kRefused, and why.
+struct NotStarted {
+  std::wstring why;
+  Status status = Status::kNotStarted;
+};
+
 // The folder that the environment variable TMP names, as a full path; L"" where it names none.
 std::wstring TempFolder();
 
-// A path in it for the helper's files, which nobody can foresee. L"" when TMP does not do.
-std::wstring NewHelperFolder(std::wstring& why);
-
-// Whether a folder has such a name.
+// Whether a folder has a name such as this program gives to the one for the helper's files.
 bool IsHelperFolder(const std::wstring& path);
 
 // Removes the folder with the files that are put into it, and nothing else.
 void RemoveHelperFolder(const std::wstring& path);
 
-// The new folder is open to this user, administrators and the system alone: who can change these
-// files decides what is done elevated. It goes with its files at the end of the scope.
+// The folder is open to this user, administrators and the system alone: who can change these files
+// decides what is done elevated. It goes with its files at the end of the scope.
 class HelperFiles {
  public:
-  HelperFiles() = default;
+  // Chooses a path in TempFolder() that nobody can foresee. Throws NotStarted when TMP does not do.
+  HelperFiles();
   ~HelperFiles();
   HelperFiles(const HelperFiles&) = delete;
   HelperFiles& operator=(const HelperFiles&) = delete;
 
-  // These return whether they succeeded, and otherwise set `why`.
-  bool CreateFolder(const std::wstring& path, std::wstring& why);
-  bool WriteTask(const std::string& bytes, std::wstring& why);
-  bool WriteList(const std::string& bytes, std::wstring& why);
-
   // Where they lie, for people.
   const std::wstring& Folder() const { return folder_; }
+
+  // These throw NotStarted.
+  void CreateFolder();
+  void WriteTask(const std::string& bytes);
+  void WriteList(const std::string& bytes);
 
   // The names by which the helper finds them, in characters that the ANSI code page has.
   std::wstring TaskPath() const;
   std::wstring ListPath() const;
 
  private:
-  bool Write(const wchar_t* name, const std::string& bytes, DWORD share, std::wstring& why);
+  void Write(const wchar_t* name, const std::string& bytes, DWORD share);
 
-  std::wstring folder_;    // empty: nothing to remove
+  std::wstring folder_;
   std::wstring readable_;  // the same folder by a name that the code page has
   // Open to the end: nobody can rename or replace the folder, nor write into the files.
   std::vector<Handle> held_;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "corekit/text.h"
+#include "uaclient/helper_files.h"
 #include "uaclient/path.h"
 
 namespace uaclient {
@@ -30,13 +31,25 @@ void WaitAndAnswer(HANDLE handle, bool hasWindow) {
 // It changes the process's current directory for a moment, so one at a time.
 std::mutex shellMutex;
 
-// The system refuses the start by one of these when a policy does not allow the program.
-bool IsPolicy(DWORD error) {
-  return error == ERROR_ACCESS_DISABLED_BY_POLICY || error == 8235;  // "referral": only signed ones
-}
-
-bool IsDownloaded(const std::wstring& program) {
-  return GetFileAttributesW((program + L":Zone.Identifier").c_str()) != INVALID_FILE_ATTRIBUTES;
+// What to do about an error of the start; L"" where the system's message has to do.
+std::wstring Advice(DWORD error, const std::wstring& program) {
+  const bool isDownloaded =
+      GetFileAttributesW((program + L":Zone.Identifier").c_str()) != INVALID_FILE_ATTRIBUTES;
+  switch (error) {
+    case ERROR_FILE_NOT_FOUND:
+    case ERROR_PATH_NOT_FOUND:
+      return L" Put it beside the calling program, or write its path into the options.";
+    case ERROR_ACCESS_DISABLED_BY_POLICY:
+    case ERROR_DS_REFERRAL:  // only signed programs may be elevated
+      return L" A policy of this computer does not allow it. Ask its administrator.";
+    case ERROR_CANCELLED:
+      if (!isDownloaded) return {};
+      return L" The helper " + Quoted(program) +
+             L" was downloaded, and Windows may have refused it for that reason. To allow it, "
+             L"choose Unblock in the file's properties.";
+    default:
+      return {};
+  }
 }
 
 }  // namespace
@@ -44,24 +57,17 @@ bool IsDownloaded(const std::wstring& program) {
 BOOL(*ShellExecuteForHelper)
 (SHELLEXECUTEINFOW*) = [](SHELLEXECUTEINFOW* start) { return ShellExecuteExW(start); };
 
-Status HelperProcess::Start(const std::wstring& program, const std::wstring& taskFile, void* owner,
-                            std::wstring& why) {
-  if (IsElevated() && StartDirectly(program, taskFile)) return Status::kDone;
-  const DWORD error = IsElevated() ? GetLastError() : StartByShell(program, taskFile, owner);
-  if (error == ERROR_SUCCESS) return Status::kDone;
-  if (error == ERROR_CANCELLED) {
-    why = L"The elevation was refused. Nothing was done.";
-    if (IsDownloaded(program)) {
-      why += L" The helper " + Quoted(program) +
-             L" was downloaded, and Windows may have refused it for that reason. To allow it, "
-             L"choose Unblock in the file's properties.";
-    }
-    return Status::kRefused;
+void HelperProcess::Start(const std::wstring& program, const std::wstring& taskFile, void* owner) {
+  const std::wstring failed = L"The helper " + Quoted(program) + L" could not be started: ";
+  if (const std::wstring fault = DriveFault(program); !fault.empty()) {
+    throw NotStarted{failed + fault};
   }
-  why = L"The helper " + Quoted(program) + L" could not be started: " + SystemMessage(error);
-  if (IsPolicy(error))
-    why += L" A policy of this computer does not allow it. Ask its administrator.";
-  return Status::kNotStarted;
+  const DWORD error =
+      IsElevated() ? StartDirectly(program, taskFile) : StartByShell(program, taskFile, owner);
+  if (error == ERROR_SUCCESS) return;
+  const std::wstring advice = Advice(error, program);
+  if (error != ERROR_CANCELLED) throw NotStarted{failed + SystemMessage(error) + advice};
+  throw NotStarted{L"The elevation was refused. Nothing was done." + advice, Status::kRefused};
 }
 
 DWORD HelperProcess::StartByShell(const std::wstring& program, const std::wstring& taskFile,
@@ -93,11 +99,11 @@ DWORD HelperProcess::StartByShell(const std::wstring& program, const std::wstrin
   return error == ERROR_SUCCESS && !process_ ? ERROR_INVALID_HANDLE : error;
 }
 
-bool HelperProcess::StartDirectly(const std::wstring& program, const std::wstring& taskFile) {
+DWORD HelperProcess::StartDirectly(const std::wstring& program, const std::wstring& taskFile) {
   SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
   HANDLE reader = nullptr;
   HANDLE writer = nullptr;
-  if (!CreatePipe(&reader, &writer, &inherit, 0)) return false;
+  if (!CreatePipe(&reader, &writer, &inherit, 0)) return GetLastError();
   output_ = Handle(reader);
   Handle helpersEnd(writer);
   SetHandleInformation(reader, HANDLE_FLAG_INHERIT, 0);
@@ -117,17 +123,16 @@ bool HelperProcess::StartDirectly(const std::wstring& program, const std::wstrin
   startup.lpAttributeList = list;
 
   // Without a console, which would cost it a process of its own.
-  std::wstring command = L"\"" + program + L"\" \"" + taskFile + L"\"";
+  std::wstring command = Quoted(program) + L" " + Quoted(taskFile);
   PROCESS_INFORMATION process = {};
-  const BOOL started = CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, TRUE,
-                                      DETACHED_PROCESS | EXTENDED_STARTUPINFO_PRESENT, nullptr,
-                                      ParentOf(program).c_str(), &startup.StartupInfo, &process);
-  const DWORD error = GetLastError();
+  const bool isStarted = CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, TRUE,
+                                        DETACHED_PROCESS | EXTENDED_STARTUPINFO_PRESENT, nullptr,
+                                        ParentOf(program).c_str(), &startup.StartupInfo, &process);
+  const DWORD error = isStarted ? ERROR_SUCCESS : GetLastError();
   DeleteProcThreadAttributeList(list);
   process_ = Handle(process.hProcess);
   const Handle thread(process.hThread);
-  SetLastError(error);
-  return started != FALSE;
+  return error;
 }
 
 DWORD HelperProcess::ExitCode() const {
@@ -144,10 +149,9 @@ std::wstring HelperProcess::Output() const {
       available == 0 || !ReadFile(output_.get(), text, sizeof text, &length, nullptr)) {
     return {};
   }
-  std::wstring line;
-  for (const wchar_t c : AnsiToWide(std::string(text, length))) {
-    if (c >= L' ') line += c;
-    if (c == L'\n' && !line.empty()) line += L' ';
+  std::wstring line = AnsiToWide(std::string(text, length));
+  for (wchar_t& c : line) {
+    if (c < L' ') c = L' ';
   }
   line.resize(line.find_last_not_of(L" .") + 1);
   return line;

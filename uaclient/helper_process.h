@@ -19,11 +19,10 @@ extern BOOL (*ShellExecuteForHelper)(SHELLEXECUTEINFOW* start);
 class HelperProcess {
  public:
   // Starts it on a task file, in its own folder. A process that is elevated already starts it
-  // directly and can read what it prints; otherwise the user is asked. Returns kDone, or kRefused
-  // or kNotStarted with the reason.
-  Status Start(const std::wstring& program, const std::wstring& taskFile, void* owner,
-               std::wstring& why);
+  // directly and can read what it prints; otherwise the user is asked. Throws NotStarted.
+  void Start(const std::wstring& program, const std::wstring& taskFile, void* owner);
 
+  // Null before the start.
   HANDLE Get() const { return process_.get(); }
   bool HasEnded(DWORD milliseconds) const {
     return WaitForSingleObject(process_.get(), milliseconds) == WAIT_OBJECT_0;
@@ -37,8 +36,8 @@ class HelperProcess {
   std::wstring Output() const;
 
  private:
-  bool StartDirectly(const std::wstring& program, const std::wstring& taskFile);
   // 0, or the system's error.
+  DWORD StartDirectly(const std::wstring& program, const std::wstring& taskFile);
   DWORD StartByShell(const std::wstring& program, const std::wstring& taskFile, void* owner);
 
   Handle process_;

@@ -54,42 +54,31 @@ std::wstring KnownFolder(const KNOWNFOLDERID& id) {
 }
 
 KeptFolders::KeptFolders(Folders& folders, const Options& options) {
-  for (const std::wstring& path : SystemsKnownFolders()) Keep(folders, path);
-  for (const std::wstring& path : {OwnFolder(), ParentOf(HelperPath(options)), TempFolder()}) {
-    Keep(folders, path);
+  std::vector<std::wstring> paths = SystemsKnownFolders();
+  paths.insert(paths.end(), {OwnFolder(), ParentOf(HelperPath(options)), TempFolder()});
+  std::wstring root = L"A:\\";
+  for (DWORD drives = GetLogicalDrives(); drives != 0; drives >>= 1, ++root[0]) {
+    if ((drives & 1) != 0 && GetDriveTypeW(root.c_str()) != DRIVE_REMOTE) paths.push_back(root);
+  }
+  for (const std::wstring& path : paths) {
+    const std::wstring full = FullPath(path);
+    if (!full.empty()) kept_.push_back(&folders.At(full));
   }
   wchar_t windows[MAX_PATH] = {};
   GetSystemWindowsDirectoryW(windows, MAX_PATH);
-  windows_ = folders.At(FullPath(windows)).place;
-  profiles_ = folders.At(KnownFolder(FOLDERID_UserProfiles)).place;
-  std::wstring root = L"A:\\";
-  for (DWORD drives = GetLogicalDrives(); drives != 0; drives >>= 1, ++root[0]) {
-    if ((drives & 1) != 0 && GetDriveTypeW(root.c_str()) != DRIVE_REMOTE) Keep(folders, root);
-  }
-}
-
-void KeptFolders::Keep(Folders& folders, const std::wstring& path) {
-  const std::wstring full = FullPath(path);
-  if (!full.empty()) kept_.push_back({full, folders.At(full).place});
+  windows_ = &folders.At(FullPath(windows));
+  profiles_ = &folders.At(KnownFolder(FOLDERID_UserProfiles));
 }
 
 std::wstring KeptFolders::WhyKept(const Folder& folder) const {
-  const Place& place = folder.place;
   if (IsRoot(folder.path)) return L" is a whole drive or share";
-  const Relation toWindows = Relate(place, windows_);
-  if (toWindows != Relation::kApart) {
-    return toWindows == Relation::kInside ? L" lies in the Windows folder"
-                                          : L" is or holds the Windows folder";
+  for (const Folder* const kept : kept_) {
+    if (!kept->IsInOrIs(folder)) continue;
+    return folder.IsInOrIs(*kept) ? L" is " + Quoted(kept->path) + L", which programs need"
+                                  : L" holds " + Quoted(kept->path);
   }
-  for (const Kept& kept : kept_) {
-    const Relation relation = Relate(place, kept.place);
-    if (relation == Relation::kSame)
-      return L" is " + Quoted(kept.path) + L", which Windows or programs need";
-    if (relation == Relation::kHolds) return L" holds " + Quoted(kept.path);
-  }
-  Place above = place;
-  above.levels.pop_back();
-  return Relate(above, profiles_) == Relation::kSame ? L" is a user's profile" : L"";
+  if (folder.IsInOrIs(*windows_)) return L" is in the Windows folder";
+  return folder.keys[1] == profiles_->keys[0] ? L" is a user's profile" : L"";
 }
 
 }  // namespace uaclient

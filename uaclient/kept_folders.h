@@ -20,20 +20,13 @@ class KeptFolders {
  public:
   KeptFolders(Folders& folders, const Options& options);
 
-  // Why what is at the place must not be deleted, to follow the folder's name; L"" when it may.
+  // Why the folder must not be deleted, to follow its name; L"" when it may.
   std::wstring WhyKept(const Folder& folder) const;
 
  private:
-  struct Kept {
-    std::wstring path;
-    Place place;
-  };
-
-  void Keep(Folders& folders, const std::wstring& path);
-
-  std::vector<Kept> kept_;  // these and what holds them
-  Place windows_;           // with all in it
-  Place profiles_;          // with each folder in it
+  std::vector<const Folder*> kept_;  // these and what holds them
+  const Folder* windows_;            // with all in it
+  const Folder* profiles_;           // with each folder in it
 };
 
 }  // namespace uaclient

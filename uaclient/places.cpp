@@ -1,6 +1,7 @@
 #include "uaclient/places.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
 
 #include "uaclient/path.h"
@@ -20,45 +21,31 @@ bool MeansMissing(DWORD error) {
   return std::find(std::begin(kMissing), std::end(kMissing), error) != std::end(kMissing);
 }
 
-}  // namespace
-
-// From the deepest folder on that both ways go through, the names decide. Where they have none in
-// common, whole paths are compared.
-Relation Relate(const Place& one, const Place& other) {
-  auto here = one.levels.begin();
-  auto there = other.levels.begin();
-  for (auto at = one.levels.end(); at-- != one.levels.begin();) {
-    const auto met =
-        std::find_if(other.levels.rbegin(), other.levels.rend(),
-                     [&](const Place::Level& level) { return level.number == at->number; });
-    if (at->number.index == 0 || met == other.levels.rend()) continue;
-    here = at + 1;
-    there = met.base();
-    break;
-  }
-  const auto [oneRest, otherRest] = std::mismatch(
-      here, one.levels.end(), there, other.levels.end(),
-      [](const Place::Level& left, const Place::Level& right) { return left.name == right.name; });
-  if (oneRest == one.levels.end()) {
-    return otherRest == other.levels.end() ? Relation::kSame : Relation::kHolds;
-  }
-  return otherRest == other.levels.end() ? Relation::kInside : Relation::kApart;
+// L"" where the system gives no numbers.
+std::wstring NumberOf(const BY_HANDLE_FILE_INFORMATION& info) {
+  if ((info.nFileIndexHigh | info.nFileIndexLow) == 0) return {};
+  return std::to_wstring(info.dwVolumeSerialNumber) + L"/" +
+         std::to_wstring(std::uint64_t{info.nFileIndexHigh} << 32 | info.nFileIndexLow);
 }
 
-bool Meet(const Claimed& one, const Claimed& other) {
-  switch (Relate(one.folder, other.folder)) {
-    case Relation::kApart:
-      return false;
-    case Relation::kInside:
-      return other.names.empty();
-    case Relation::kHolds:
-      return one.names.empty();
-    case Relation::kSame:
-      break;
+}  // namespace
+
+bool Folder::IsInOrIs(const Folder& other) const {
+  return std::find(keys.begin(), keys.end(), other.keys[0]) != keys.end();
+}
+
+std::optional<std::size_t> FindUpwards(const IndexByKey& indexes, const Spot& spot,
+                                       std::size_t passedOver) {
+  if (indexes.empty() || spot.folder == nullptr) return std::nullopt;
+  const auto isThere = [&](IndexByKey::const_iterator found) {
+    return found != indexes.end() && found->second != passedOver;
+  };
+  auto found = indexes.find(spot.Key());
+  for (auto key = spot.folder->keys.begin(); !isThere(found); ++key) {
+    if (key == spot.folder->keys.end()) return std::nullopt;
+    found = indexes.find(*key);
   }
-  return one.names.empty() || other.names.empty() ||
-         std::any_of(one.names.begin(), one.names.end(),
-                     [&](const std::wstring& name) { return other.names.count(name) != 0; });
+  return found->second;
 }
 
 const Folder& Folders::At(const std::wstring& fullPath) {
@@ -66,45 +53,41 @@ const Folder& Folders::At(const std::wstring& fullPath) {
   if (known != folders_.end()) return known->second;
 
   Folder folder;
-  FolderNumber number;
-  Handle open(CreateFileW(Verbatim(fullPath).c_str(), FILE_READ_ATTRIBUTES,
-                          FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+  std::wstring number;
+  Handle open(CreateFileW(Verbatim(fullPath).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr,
                           OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   BY_HANDLE_FILE_INFORMATION info = {};
   if (open && GetFileInformationByHandle(open.get(), &info)) {
     folder.exists = (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     folder.isFile = !folder.exists;
     folder.path = FinalPath(open.get());
-    if (folder.exists) {
-      number = {info.dwVolumeSerialNumber,
-                std::uint64_t{info.nFileIndexHigh} << 32 | info.nFileIndexLow};
-      folder.isKnown = number.index != 0 || !folder.path.empty();
-    }
+    if (folder.exists) number = NumberOf(info);
+    if (number.empty() && folder.path.empty()) folder.error = ERROR_NOT_SUPPORTED;
     if (folder.exists && held_.size() < kMaxHeld) held_.push_back(std::move(open));
-  } else {
-    folder.error = MeansMissing(GetLastError()) ? 0 : GetLastError();
+  } else if (!MeansMissing(GetLastError())) {
+    folder.error = GetLastError();
   }
   if (folder.path.empty()) folder.path = fullPath;
-  const bool isRoot = IsRoot(folder.path);
-  const std::wstring name = UpperCase(NameOf(folder.path));
-  if (!isRoot) {
+  const std::wstring name = NameOf(folder.path);
+  std::wstring key = UpperCase(name);
+  if (!IsRoot(folder.path)) {
     const Folder& above = At(ParentOf(folder.path));
-    folder.place = above.place;
+    folder.path = WithSeparator(above.path) + name;
     folder.keys = above.keys;
-    if (!folder.exists && !folder.isFile)
-      folder.path = WithSeparator(above.path) + NameOf(folder.path);
+    key = above.keys[0] + L"\\" + key;
   }
-  folder.place.levels.push_back({number, name});
-  folder.keys.insert(folder.keys.begin(),
-                     number.index != 0
-                         ? std::to_wstring(number.volume) + L"/" + std::to_wstring(number.index)
-                     : isRoot ? name
-                              : folder.keys[0] + L"\\" + name);
+  folder.keys.insert(folder.keys.begin(), number.empty() ? key : number);
   return folders_.emplace(fullPath, std::move(folder)).first->second;
+}
+
+Spot Folders::FileAt(const std::wstring& fullPath) {
+  return {&At(ParentOf(fullPath)), UpperCase(NameOf(fullPath))};
 }
 
 // A short name is not among the names that are listed, and what may not be listed may be seen.
 const Entry* Folders::Find(const std::wstring& fullPath) {
+  static const Entry kRoot = {FILE_ATTRIBUTE_DIRECTORY, true, false, {}, 0};
+  if (IsRoot(fullPath)) return At(fullPath).exists ? &kRoot : nullptr;
   Listing& listing = ListingOf(ParentOf(fullPath));
   const std::wstring name = UpperCase(NameOf(fullPath));
   const auto found = listing.entries.find(name);
@@ -112,12 +95,11 @@ const Entry* Folders::Find(const std::wstring& fullPath) {
   if (listing.isWhole && name.find(L'~') == std::wstring::npos) return nullptr;
 
   Entry entry;
-  const DWORD error = ForEachEntry(Verbatim(fullPath), [&](const WIN32_FIND_DATAW& data) {
+  entry.error = ForEachEntry(Verbatim(fullPath), [&](const WIN32_FIND_DATAW& data) {
     entry = EntryOf(data);
     return false;
   });
-  if (MeansMissing(error)) return nullptr;
-  entry.error = error;
+  if (MeansMissing(entry.error)) return nullptr;
   return &listing.entries.emplace(name, entry).first->second;
 }
 

@@ -4,8 +4,8 @@
 
 #include <windows.h>
 
-#include <cstdint>
-#include <set>
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -15,59 +15,43 @@
 
 namespace uaclient {
 
-// A folder's number on its volume.
-struct FolderNumber {
-  std::uint64_t volume = 0;
-  std::uint64_t index = 0;  // 0 where there is no such folder, or no number is given
+struct Folder {
+  bool exists = false;
+  bool isFile = false;  // a file stands there
+  DWORD error = 0;      // why it is not known what this is; 0 when it is, or is missing
+  std::wstring path;    // where it leads, in the system's own spelling
+  // Its own, then those of the folders above it: volume and index, and where there is no such
+  // folder or the system gives no numbers, the name below the folder above. The same folder has the
+  // same keys while none comes or goes.
+  std::vector<std::wstring> keys;
 
-  bool operator==(const FolderNumber& other) const {
-    return volume == other.volume && index == other.index;
+  bool IsInOrIs(const Folder& other) const;
+};
+
+// A folder, or a file: by the folder that it lies in and its name in upper case.
+struct Spot {
+  const Folder* folder = nullptr;
+  std::wstring name;
+
+  std::wstring Key() const {
+    return name.empty() ? folder->keys[0] : folder->keys[0] + L"\\" + name;
   }
 };
 
-// Where a path leads, from its root down.
-struct Place {
-  struct Level {
-    FolderNumber number;
-    std::wstring name;  // in upper case
-  };
-  std::vector<Level> levels;
-};
+using IndexByKey = std::unordered_map<std::wstring, std::size_t>;
 
-// How one place lies to another: in it, around it.
-enum class Relation { kApart, kSame, kInside, kHolds };
-
-// Holds for places that were looked at at different times, when folders may have come and gone.
-Relation Relate(const Place& one, const Place& other);
-
-// What a run needs of a folder: the files with these names (in upper case), or all of it.
-struct Claimed {
-  Place folder;
-  std::set<std::wstring> names;
-  bool isWritten = false;
-};
-
-bool Meet(const Claimed& one, const Claimed& other);
-
-struct Folder {
-  bool exists = false;
-  bool isFile = false;   // a file stands there
-  DWORD error = 0;       // why it cannot be seen; 0 when it can, or is missing
-  bool isKnown = false;  // by its number or by the path that the system gives for it
-  std::wstring path;     // where it leads, in the system's own spelling
-  Place place;
-  // Its own, then those of the folders above it. Equal for the same folder while none comes or
-  // goes: the number of the deepest folder that has one, and the names below that.
-  std::vector<std::wstring> keys;
-
-  std::wstring KeyBelow(const std::wstring& name) const { return keys[0] + L"\\" + name; }
-};
+// What is at the spot or at a folder above it; not the index that is passed over.
+std::optional<std::size_t> FindUpwards(const IndexByKey& indexes, const Spot& spot,
+                                       std::size_t passedOver = static_cast<std::size_t>(-1));
 
 // Looks up what there is. Each folder is opened and listed once, however many paths lead into it.
 class Folders {
  public:
   // The folder at a full path, links followed. Stays where it is.
   const Folder& At(const std::wstring& fullPath);
+
+  // The file, or whatever else is or may be, at a full path that is no root; links not followed.
+  Spot FileAt(const std::wstring& fullPath);
 
   // What stands at a full path, links not followed; null when nothing does.
   const Entry* Find(const std::wstring& fullPath);

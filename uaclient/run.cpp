@@ -1,6 +1,8 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cwchar>
+#include <iterator>
 #include <memory>
 #include <utility>
 
@@ -14,7 +16,6 @@
 #include "uaclient/helper_files.h"
 #include "uaclient/helper_process.h"
 #include "uaclient/job_task.h"
-#include "uaclient/path.h"
 #include "uaclient/scheduled_jobs.h"
 #include "uaclient/task_reading.h"
 #include "uaclient/uaclient.h"
@@ -39,198 +40,158 @@ struct Work {
   std::string task;  // the task file's bytes; empty: one that names the list
   std::string list;
   JobState jobBefore = JobState::kUnknown;
-
-  bool IsJob() const { return !result.items.empty() && !result.items[0].job.empty(); }
 };
 
-// What a run has on the disk while the helper works.
+// What a run has on the disk while the helper works. The claim goes last.
 struct Traces {
   RunClaim claim;
   HelperFiles files;
-  Handle helper;
+  HelperProcess helper;
 };
 
 void CALLBACK RemoveTraces(PTP_CALLBACK_INSTANCE, void* context, PTP_WAIT wait, TP_WAIT_RESULT) {
-  const std::unique_ptr<Traces> traces(static_cast<Traces*>(context));
+  delete static_cast<Traces*>(context);
   CloseThreadpoolWait(wait);
 }
 
-// Leaves them to the helper: they go when it has ended, if this process lives that long.
-void LeaveToHelper(std::unique_ptr<Traces> traces, HANDLE helper) {
-  HANDLE own = nullptr;
-  DuplicateHandle(GetCurrentProcess(), helper, GetCurrentProcess(), &own, SYNCHRONIZE, FALSE, 0);
-  traces->helper = Handle(own);
-  traces->claim.LeaveToHelper();
-  const PTP_WAIT wait = CreateThreadpoolWait(RemoveTraces, traces.get(), nullptr);
-  if (wait != nullptr) SetThreadpoolWait(wait, traces.release()->helper.get(), nullptr);
+// They go when the helper has ended, if this process lives that long.
+void LeaveToHelper(std::unique_ptr<Traces> traces) {
+  Traces* const left = traces.release();
+  const PTP_WAIT wait = CreateThreadpoolWait(RemoveTraces, left, nullptr);
+  if (wait != nullptr) SetThreadpoolWait(wait, left->helper.Get(), nullptr);
 }
 
 // One run of the helper, from the check's report to what became of every item.
 class HelperRun {
  public:
-  HelperRun(Work work, const Options& options)
-      : work_(std::move(work)), options_(options), progress_(work_.survey) {}
+  HelperRun(Work work, const Options& options) : work_(std::move(work)), options_(options) {}
+  ~HelperRun() {
+    const bool goesOn = traces_ && traces_->helper.Get() != nullptr && !traces_->helper.HasEnded(0);
+    if (goesOn) LeaveToHelper(std::move(traces_));
+  }
+  HelperRun(const HelperRun&) = delete;
+  HelperRun& operator=(const HelperRun&) = delete;
 
   Result Run() {
     Result& result = work_.result;
-    if (const Finding* refusal = FirstRefusal(result.report)) {
-      Refuse(*refusal);
-      return std::move(result);
+    try {
+      result.status = Carry();
+    } catch (const NotStarted& reason) {
+      result.status = reason.status;
+      result.reason = reason.why;
     }
-    result.status = Carry(result.reason);
-    traces_.reset();  // or they would be found in sources
-    work_.IsJob() ? LookAtJob() : LookAtCopies();
+    const bool isJob = !result.items.empty() && !result.items[0].job.empty();
+    if (result.status == Status::kDone || result.status == Status::kFailed) {
+      isJob ? LookAtJob() : LookAtCopies();
+    }
     result.elapsed = Elapsed();
     return std::move(result);
   }
 
  private:
-  // What is said of one item is no reason against another.
-  void Refuse(const Finding& refusal) {
-    Result& result = work_.result;
-    result.status = Status::kInvalid;
-    result.reason = refusal.text;
-    for (std::size_t i = 0; i < result.items.size(); ++i) {
-      const auto& findings = result.report.findings;
-      const auto own = std::find_if(findings.begin(), findings.end(), [i](const Finding& one) {
-        return one.item == i && Refuses(one);
-      });
-      if (own == findings.end() && refusal.item == Finding::kNoItem) continue;
-      result.items[i].reason = own == findings.end() ? L"Another item was refused." : own->text;
-    }
-  }
-
   // kDone when the helper has ended with success.
-  Status Carry(std::wstring& why) {
-    if (options_.confirm && !options_.confirm(work_.result.report)) {
-      why = L"It was given up before the helper was started. Nothing was done.";
-      return Status::kNotStarted;
-    }
+  Status Carry() {
+    if (const Finding* const refusal = FirstRefusal(work_.result.report)) Refuse(*refusal);
+    if (options_.confirm && !options_.confirm(work_.result.report)) GiveUp();
     if (work_.task.empty() && work_.list.empty()) return Status::kDone;  // everything is there
-    const std::wstring helper = HelperPath(options_);
-    if (!IsStartable(helper, why) || !LeaveFiles(why)) return Status::kNotStarted;
-    if (options_.progress && !options_.progress(progress_.Seen())) {
-      why = L"It was given up before the helper was started. Nothing was done.";
-      return Status::kNotStarted;
-    }
-    const Status started = process_.Start(helper, traces_->files.TaskPath(), options_.owner, why);
-    if (started != Status::kDone) return started;
+    traces_ = std::make_unique<Traces>();
+    traces_->claim.Take(work_.survey.claims, traces_->files.Folder());
+    WriteFiles();
+    if (options_.progress && !options_.progress(progress_)) GiveUp();
+    traces_->helper.Start(HelperPath(options_), traces_->files.TaskPath(), options_.owner);
+    traces_->claim.AddHelper(traces_->helper.Get());
     start_ = Clock::now();  // what the user took to allow it does not count
-    traces_->claim.AddHelper(process_.Get());
-    bool hasEnded = false;
-    try {
-      hasEnded = Wait();
-    } catch (...) {
-      LeaveToHelper(std::move(traces_), process_.Get());
-      throw;
-    }
-    if (hasEnded) return Verdict(why);
-    why =
+    if (Wait()) return Verdict();
+    work_.result.reason =
         L"Waiting for the helper was given up. It is elevated and cannot be ended from here: it "
         L"goes on, and its files in " +
         Quoted(traces_->files.Folder()) + L" are left to it.";
-    LeaveToHelper(std::move(traces_), process_.Get());
     return Status::kStillRunning;
   }
 
-  static bool IsStartable(const std::wstring& helper, std::wstring& why) {
-    const DWORD attributes = GetFileAttributesW(helper.c_str());
-    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-      why = L"The helper " + Quoted(helper) +
-            L" is not there. Put it beside the calling program, or write its path into the "
-            L"options.";
-    } else if (const std::wstring fault = DriveFault(helper); !fault.empty()) {
-      why = L"The helper " + Quoted(helper) + L" cannot be started: " + fault;
+  // What is said of one item is no reason against another.
+  [[noreturn]] void Refuse(const Finding& refusal) {
+    Result& result = work_.result;
+    if (refusal.item != Finding::kNoItem) {
+      for (Item& item : result.items) item.reason = L"Another item was refused.";
     }
-    return why.empty();
+    const Findings& findings = result.report.findings;
+    std::for_each(findings.rbegin(), findings.rend(), [&](const Finding& finding) {
+      if (Refuses(finding) && finding.item != Finding::kNoItem) {
+        result.items[finding.item].reason = finding.text;
+      }
+    });
+    throw NotStarted{refusal.text, Status::kInvalid};
   }
 
-  bool LeaveFiles(std::wstring& why) {
-    traces_ = std::make_unique<Traces>();
+  [[noreturn]] static void GiveUp() {
+    throw NotStarted{L"It was given up before the helper was started. Nothing was done."};
+  }
+
+  void WriteFiles() {
     HelperFiles& files = traces_->files;
-    const std::wstring folder = NewHelperFolder(why);
-    if (folder.empty() || !traces_->claim.Take(work_.survey.claims, folder, why) ||
-        !files.CreateFolder(folder, why) ||
-        (!work_.list.empty() && !files.WriteList(work_.list, why))) {
-      return false;
-    }
+    files.CreateFolder();
     if (!work_.list.empty()) {
+      files.WriteList(work_.list);
       work_.task = FormatTaskFile(UACTaskFileOp::kType,
                                   {{UACTaskFileOp::kXmlPath, ForHelper(files.ListPath())}});
     }
-    return files.WriteTask(work_.task, why);
+    files.WriteTask(work_.task);
   }
 
+  // Until the helper has ended; false when the waiting is given up before.
   bool Wait() {
-    while (!process_.HasEnded(kBetweenLooks)) {
-      if (!Report()) return process_.HasEnded(0);
+    const HelperProcess& helper = traces_->helper;
+    while (!helper.HasEnded(kBetweenLooks)) {
+      const bool isLate = options_.timeout.count() > 0 && Elapsed() >= options_.timeout;
+      if (isLate || !Report()) return helper.HasEnded(0);
     }
     return true;
   }
 
-  // Tells the application how far it is; false when it has given up, or the time is over.
+  // Tells the application now and then how far it is; false when it has given up.
   bool Report() {
-    const milliseconds elapsed = Elapsed();
-    if (isWaiting_ && options_.timeout.count() > 0 && elapsed >= options_.timeout) {
-      isGivenUp_ = true;
-    }
-    if (!isGivenUp_ && options_.progress && elapsed - lastReport_ >= kBetweenReports) {
-      lastReport_ = elapsed;
-      if (isWaiting_) {
-        progress_.Advance(process_.BytesWritten());
-        judged_ = progress_.Seen();
-      }
-      isGivenUp_ = !Tell(elapsed);
-    }
+    progress_.elapsed = Elapsed();
+    if (isGivenUp_ || !options_.progress) return !isGivenUp_;
+    if (progress_.elapsed - lastReport_ < kBetweenReports) return true;
+    lastReport_ = progress_.elapsed;
+    if (!progress_.comparing) watch_.Advance(traces_->helper.BytesWritten());
+    isGivenUp_ = !options_.progress(progress_);
     return !isGivenUp_;
-  }
-
-  bool Tell(milliseconds elapsed) {
-    judged_.elapsed = elapsed;
-    return options_.progress(judged_);
   }
 
   milliseconds Elapsed() const {
     return std::chrono::duration_cast<milliseconds>(Clock::now() - start_);
   }
 
-  Status Verdict(std::wstring& why) const {
-    const DWORD code = process_.ExitCode();
+  Status Verdict() {
+    const DWORD code = traces_->helper.ExitCode();
     if (code == kHelperSucceeded) return Status::kDone;
     wchar_t number[16];
     std::swprintf(number, std::size(number), code < 256 ? L"%lu" : L"0x%08lX", code);
-    why = code == kHelperFailed ? L"The helper gave up (exit code 1)."
-          : code == kHelperFoundNoTaskFile
-              ? L"The helper did not find its task file (exit code 2)."
-              : L"The helper ended abnormally, with exit code " + std::wstring(number) + L".";
+    work_.result.reason =
+        code == kHelperFailed ? L"The helper gave up (exit code 1)."
+        : code == kHelperFoundNoTaskFile
+            ? L"The helper did not find its task file (exit code 2)."
+            : L"The helper ended abnormally, with exit code " + std::wstring(number) + L".";
     return Status::kFailed;
   }
 
   void LookAtCopies() {
     Result& result = work_.result;
-    if (result.status != Status::kDone && result.status != Status::kFailed) return;
-    isWaiting_ = false;
-    isGivenUp_ = false;  // a time-out that came with the helper's end concerned the waiting alone
-    judged_ = progress_.Seen();
-    std::vector<Item> items =
-        JudgeEndState(work_.survey, options_.comparison, [this] { return Report(); }, judged_);
-    if (!isGivenUp_ && options_.progress) Tell(Elapsed());
-    result.files = judged_.files;
-    result.bytes = judged_.bytes;
-    std::size_t missing = 0;
-    for (std::size_t i = 0; i < items.size(); ++i) {
-      Item& item = result.items[i];
-      item.done = items[i].done;
-      item.reason = std::move(items[i].reason);
-      if (item.done) continue;
-      ++missing;
-      if (!work_.survey.lastDeleted[i].empty())
-        item.reason += L" The folder's old content is gone.";
-    }
+    traces_.reset();     // or they would be found in sources
+    isGivenUp_ = false;  // that came with the helper's end and concerned the waiting alone
+    JudgeEndState(
+        work_.survey, options_.comparison, [this] { return Report(); }, progress_, result.items);
+    if (!isGivenUp_ && options_.progress) options_.progress(progress_);
+    result.files = progress_.files;
+    result.bytes = progress_.bytes;
     if (result.status == Status::kFailed) return;
+    const auto missing = std::count_if(result.items.begin(), result.items.end(),
+                                       [](const Item& item) { return !item.done; });
     if (missing != 0) {
-      result.reason = Filled(L"{} of {} items did not arrive as they should.",
-                             {std::to_wstring(missing), std::to_wstring(items.size())});
+      result.reason = std::to_wstring(missing) + L" of " + std::to_wstring(result.items.size()) +
+                      L" items did not arrive as they should.";
     } else if (result.report.leavesOut) {
       result.reason = L"Not everything in the list was done: the helper leaves items out.";
     }
@@ -240,20 +201,18 @@ class HelperRun {
   void LookAtJob() {
     Result& result = work_.result;
     Item& item = result.items.front();
-    const JobState now = result.status == Status::kDone || result.status == Status::kFailed
-                             ? FindJob(item.job)
-                             : JobState::kUnknown;
+    const JobState now = FindJob(item.job);
     if (result.status == Status::kFailed) {
-      const std::wstring output = process_.Output();
-      result.reason += Filled(item.isDeletion ? L" The job {} was not deleted.{}"
-                                              : L" The job {} was not registered, and an older one "
-                                                L"of that name may be gone.{}",
-                              {Quoted(item.job), item.isDeletion && now == JobState::kNotThere
-                                                     ? L" There is no job of that name."
-                                                 : output.empty() ? L""
-                                                                  : L" It said: " + output + L"."});
+      const std::wstring output = traces_->helper.Output();
+      result.reason += !item.isDeletion ? L" The job " + Quoted(item.job) +
+                                              L" was not registered, and an older one of that "
+                                              L"name may be gone."
+                       : now == JobState::kNotThere
+                           ? L" There is no job of that name."
+                           : L" The job " + Quoted(item.job) + L" was not deleted.";
+      if (!output.empty()) result.reason += L" It said: " + output + L".";
+      return;
     }
-    if (result.status != Status::kDone) return;
     item.replaced = !item.isDeletion && work_.jobBefore == JobState::kThere;
     item.done = now != (item.isDeletion ? JobState::kThere : JobState::kNotThere);
     if (!item.done) {
@@ -272,13 +231,11 @@ class HelperRun {
 
   Work work_;
   const Options& options_;
-  CopyProgress progress_;
-  Progress judged_;
-  HelperProcess process_;
+  Progress progress_;
+  CopyProgress watch_{work_.survey, progress_};
   std::unique_ptr<Traces> traces_;
   Clock::time_point start_ = Clock::now();
   milliseconds lastReport_{0};
-  bool isWaiting_ = true;
   bool isGivenUp_ = false;
 };
 
@@ -287,59 +244,52 @@ Survey SurveyPlan(const CopyPlan& plan, const Options& options) {
   for (const CopyItem& item : plan.Items()) {
     items.push_back({item.kind, item.source.wstring(), item.destination.wstring()});
   }
-  return SurveyCopies(std::move(items), Origin::kPlan, options);
+  Survey survey = SurveyCopies(std::move(items), Origin::kPlan, options);
+  if (survey.items.empty()) {
+    survey.findings.push_back(
+        {Severity::kError, L"The plan is empty. Add a file or a folder.", {}});
+  }
+  return survey;
 }
 
-Report ReportOf(Survey survey) {
+Report ReportOf(Survey& survey) {
   Report report;
   report.findings = std::move(survey.findings);
   report.steps = std::move(survey.steps);
-  if (survey.items.empty()) {
-    report.findings.push_back(
-        {Severity::kError, L"The plan is empty. Add a file or a folder.", {}});
-  }
   return report;
 }
 
-Item ItemOf(const std::filesystem::path& source, const std::filesystem::path& destination) {
-  Item item;
-  item.source = source;
-  item.destination = destination;
-  return item;
+std::vector<Item> ItemsOf(const Survey& survey) {
+  std::vector<Item> items(survey.items.size());
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    items[i].source = survey.items[i].source;
+    items[i].destination = survey.items[i].destination;
+  }
+  return items;
 }
 
-Item ItemOf(const std::wstring& job, bool isDeletion) {
-  Item item;
-  item.job = job;
-  item.isDeletion = isDeletion;
-  return item;
-}
-
-Result RunJob(const std::wstring& name, bool isDeletion, Report report, const TaskParams& params,
+Result RunJob(const std::wstring& name, bool isDeletion, Report report, std::string task,
               const Options& options) {
   Work work;
-  work.result.items.push_back(ItemOf(name, isDeletion));
+  work.result.items.resize(1);
+  work.result.items[0].job = name;
+  work.result.items[0].isDeletion = isDeletion;
   work.result.report = std::move(report);
-  work.task = FormatTaskFile(UACTaskScheduler::kType, params);
+  work.task = std::move(task);
   work.jobBefore = FindJob(name);
   return HelperRun(std::move(work), options).Run();
 }
 
+Result RunCopies(Survey survey, Report report, std::string list, const Options& options) {
+  Work work;
+  work.result.items = ItemsOf(survey);
+  work.result.report = std::move(report);
+  work.survey = std::move(survey);
+  work.list = std::move(list);
+  return HelperRun(std::move(work), options).Run();
+}
+
 }  // namespace
-
-void CopyPlan::File(const std::filesystem::path& source, const std::filesystem::path& destination) {
-  items_.push_back({CopyItem::Kind::kFile, source, destination});
-}
-
-void CopyPlan::Folder(const std::filesystem::path& source,
-                      const std::filesystem::path& destination) {
-  items_.push_back({CopyItem::Kind::kFolder, source, destination});
-}
-
-void CopyPlan::ReplaceFolder(const std::filesystem::path& source,
-                             const std::filesystem::path& destination) {
-  items_.push_back({CopyItem::Kind::kReplaceFolder, source, destination});
-}
 
 bool Refuses(const Finding& finding) { return finding.severity != Severity::kWarning; }
 
@@ -360,57 +310,43 @@ const wchar_t* Text(Status status) {
 }
 
 Report Check(const CopyPlan& plan, const Options& options) {
-  return ReportOf(SurveyPlan(plan, options));
+  Survey survey = SurveyPlan(plan, options);
+  return ReportOf(survey);
 }
 
 Result Run(const CopyPlan& plan, const Options& options) {
   RunClaim::Prepare();
-  Work work;
-  work.survey = SurveyPlan(plan, options);
-  work.result.report = ReportOf(work.survey);
-  for (const CopyItem& item : plan.Items()) {
-    work.result.items.push_back(ItemOf(item.source, item.destination));
-  }
-  if (!work.survey.operations.empty()) {
-    work.list = uactask::FormatOperationList(work.survey.operations);
-  }
-  return HelperRun(std::move(work), options).Run();
+  Survey survey = SurveyPlan(plan, options);
+  Report report = ReportOf(survey);
+  std::string list = survey.operations.empty() ? "" : FormatOperationList(survey.operations);
+  return RunCopies(std::move(survey), std::move(report), std::move(list), options);
 }
 
 Result Run(const Job& job, const Options& options) {
-  return RunJob(job.name, false, Check(job, options), RegistrationParams(job), options);
+  return RunJob(job.name, false, Check(job, options),
+                FormatTaskFile(UACTaskScheduler::kType, RegistrationParams(job)), options);
 }
 
 Result Run(const JobRemoval& removal, const Options& options) {
-  return RunJob(removal.name, true, Check(removal, options), DeletionParams(removal), options);
+  return RunJob(removal.name, true, Check(removal, options),
+                FormatTaskFile(UACTaskScheduler::kType, DeletionParams(removal)), options);
 }
 
 Result Run(const TaskFile& task, const Options& options) {
   RunClaim::Prepare();
   TaskReading reading = ReadTask(task.path, Hold::kYes, options);
-  Work work;
-  work.result.report = std::move(reading.report);
-  work.survey = std::move(reading.survey);
-  if (reading.type == UACTaskScheduler::kType) {
-    work.task = std::move(reading.bytes);
-    work.result.items.push_back(ItemOf(reading.job, reading.isDeletion));
-    work.jobBefore = FindJob(reading.job);
-  } else {
-    work.list = std::move(reading.list);
-    for (const Copy& item : work.survey.items) {
-      work.result.items.push_back(ItemOf(item.source, item.destination));
-    }
-  }
-  Result result = HelperRun(std::move(work), options).Run();
+  Result result = reading.type == UACTaskScheduler::kType
+                      ? RunJob(reading.job, reading.isDeletion, std::move(reading.report),
+                               std::move(reading.bytes), options)
+                      : RunCopies(std::move(reading.survey), std::move(reading.report),
+                                  std::move(reading.list), options);
   if (result.status != Status::kDone && result.status != Status::kIncomplete) return result;
   FILE_DISPOSITION_INFO disposition = {TRUE};
   if (!SetFileInformationByHandle(reading.file.get(), FileDispositionInfo, &disposition,
                                   sizeof disposition)) {
-    result.reason += Filled(
-        L"{}The task file {} could not be deleted: {} Delete it, or it may be "
-        L"run again.",
-        {result.reason.empty() ? L"" : L" ", Quoted(task.path.wstring()),
-         SystemMessage(GetLastError())});
+    result.reason += (result.reason.empty() ? L"The task file " : L" The task file ") +
+                     Quoted(task.path.wstring()) + L" could not be deleted: " +
+                     SystemMessage(GetLastError()) + L" Delete it, or it may be run again.";
   }
   return result;
 }

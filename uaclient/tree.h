@@ -35,6 +35,11 @@ struct Entry {
   }
 };
 
+// What is to be said of such a file, to follow its name.
+constexpr wchar_t kIsProtected[] =
+    L" is read-only, hidden or a system file, and Windows does not overwrite those. Clear the "
+    L"attribute first.";
+
 Entry EntryOf(const WIN32_FIND_DATAW& data);
 
 struct TreeEntry : Entry {

@@ -59,15 +59,22 @@ struct CopyItem {
 class CopyPlan {
  public:
   // Overwrites the file at the destination, if there is one.
-  void File(const std::filesystem::path& source, const std::filesystem::path& destination);
+  void File(const std::filesystem::path& source, const std::filesystem::path& destination) {
+    items_.push_back({CopyItem::Kind::kFile, source, destination});
+  }
 
   // Adds the folder's files to what is at the destination and overwrites files of the same name.
   // Deletes nothing.
-  void Folder(const std::filesystem::path& source, const std::filesystem::path& destination);
+  void Folder(const std::filesystem::path& source, const std::filesystem::path& destination) {
+    items_.push_back({CopyItem::Kind::kFolder, source, destination});
+  }
 
   // Deletes everything at the destination first, then copies the folder there. Replaced folders
   // come before everything else in the plan.
-  void ReplaceFolder(const std::filesystem::path& source, const std::filesystem::path& destination);
+  void ReplaceFolder(const std::filesystem::path& source,
+                     const std::filesystem::path& destination) {
+    items_.push_back({CopyItem::Kind::kReplaceFolder, source, destination});
+  }
 
   const std::vector<CopyItem>& Items() const { return items_; }
 

@@ -15,8 +15,6 @@ struct WholeFile {
   std::wstring fault;  // why it cannot be read, as the end of a sentence; L"" when it is
 };
 
-constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
 // Of files that the helper reads, too: on a disk, and of less than 2 GiB.
 WholeFile ReadWhole(const std::wstring& path, DWORD access, DWORD share);
 

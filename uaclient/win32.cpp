@@ -3,9 +3,14 @@
 namespace uaclient {
 
 Handle OpenForReading(const std::wstring& path) {
-  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
   return Handle(CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING,
                             FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+}
+
+bool WriteAll(const Handle& file, const std::string& bytes) {
+  DWORD written = 0;
+  const auto size = static_cast<DWORD>(bytes.size());
+  return file && WriteFile(file.get(), bytes.data(), size, &written, nullptr) && written == size;
 }
 
 std::wstring Quoted(const std::wstring& text) { return L"\"" + text + L"\""; }
