@@ -175,9 +175,9 @@ TEST_F(Client, NamesWhatDidNotArrive) {
     options_.comparison = comparison;
     EXPECT_THAT(RunPlan(Status::kIncomplete),
                 ElementsAre(testing::AllOf(StartsWith("It differs from its source"),
-                                           HasSubstr("another program has it open")),
+                                           HasSubstr("it is in use by another program")),
                             StartsWith("It differs from its source"),
-                            HasSubstr("\"a\" is missing: the source cannot be read"), ""));
+                            HasSubstr("\"a\" is missing: the source is in use"), ""));
     EXPECT_EQ(WideToUtf8(result_.reason), "3 of 4 items did not arrive as they should.");
     EXPECT_EQ(result_.files, 1U);
     EXPECT_EQ(At("same"), result_.items[0].destination);

@@ -111,7 +111,7 @@ TEST_F(PlanCheck, ReplacesWhatMayGo) {
          {"!@s/>@p/q/r,!@s/>@old/", {}},
          {"!@s/>@old,@f>@old/n,@f>@old/deep/er/n", {}},
          {"!@s/>@old,@f>@old/a", {"E would be written twice"}},
-         {"!@s/>@old,@f>@old/D", {"E both a file and a folder"}},
+         {"!@s/>@old,@f>@old/D", {"E written twice: another item"}},
          {"!@s/>@old,@s/d/>@old/y", {"E where another item copies to"}},
          {"!@s/d/>@s", {"E is or holds the source"}},
          {"!@s/>@s/new", {"E lies in the source"}},
@@ -147,7 +147,7 @@ TEST_F(PlanCheck, KnowsPlacesByTheirFolders) {
          {"@s/>@o,@f>@O/A", {"E written twice"}},
          {"@s/d/>@", {}},
          {"@w/>@", {"E it is the source"}},
-         {"@f>@n,@f>@N/x", {"E both a file and a folder"}}});
+         {"@f>@n,@f>@N/x", {"E written twice: another item"}}});
 }
 
 // Wine's drive Z: has everything, its drive C: too.
@@ -207,8 +207,9 @@ TEST_F(PlanCheck, RefusesPathsThatDoNotCarry) {
          {"@f>@../x", {"E what Windows reads as"}},
          {"@f>@x.,@s/>@a//b", {"E x.\" is what Windows reads", "E b\" is what Windows reads"}},
          {"@f>@d/nul", {"E what Windows reads as"}},
-         {"@f>//?/C:/x", {"E device's path"}},
-         {"@f>@\x01,@f>@a:b,@f>@a*", {"E control character", "E a:b\" holds", "E a*\" holds"}},
+         {"@f>//?/C:/x",
+          {"E is relative, and the helper may be started in another folder, or is a device"}},
+         {"@f>@\x01,@f>@a:b,@f>@a*", {"E or a control character", "E a:b\" holds", "E a*\" holds"}},
          {"@f>R:/x", {"E no drive R:"}},
          {"@f>@" + upTo(259), {}},
          {"@f>@" + upTo(260), {"E too long"}},

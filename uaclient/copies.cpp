@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "corekit/text.h"
-#include "uaclient/content_compare.h"
 #include "uaclient/file_access.h"
 #include "uaclient/findings.h"
 #include "uaclient/helper_files.h"
@@ -25,7 +24,12 @@ namespace {
 
 using Kind = CopyItem::Kind;
 
+static_assert(static_cast<int>(Step::Kind::kReplaceFolder) ==
+              static_cast<int>(Kind::kReplaceFolder));
+
 constexpr std::size_t kMaxOperations = 200'000;
+
+constexpr std::int64_t kUnlimited = INT64_MAX;
 
 // So many findings on one item tell what is the matter with it.
 constexpr std::size_t kMaxFindings = 20;
@@ -47,7 +51,7 @@ class Surveyor {
     for (const std::size_t i : order) Locate(Select(i));
     for (const std::size_t i : order) AddItem(Select(i));
     for (const std::size_t i : order) CheckPlaces(Select(i));
-    CheckSpace();
+    for (const std::size_t i : order) CheckSpace(Select(i));
     for (const std::size_t i : order) survey_.steps.push_back(StepOf(Select(i)));
     std::stable_sort(
         survey_.findings.begin(), survey_.findings.end(),
@@ -76,18 +80,17 @@ class Surveyor {
     bool hasFailed = false;
     std::size_t findings = 0;
     std::size_t overwritten = 0;
+    std::uint64_t overwrittenBytes = 0;
     Step step;
   };
   struct Brought {
     std::size_t item = 0;
     bool isFolder = false;
   };
-  // What copies take from a drive or share.
+  // Of a drive or share.
   struct Space {
-    std::uint64_t needed = 0;
-    std::uint64_t freed = 0;
-    std::size_t item = 0;  // the last one
-    bool replaces = false;
+    std::int64_t free = 0;
+    std::int64_t taken = 0;
   };
 
   Details& Select(std::size_t item) { return details_[at_ = item]; }
@@ -123,10 +126,8 @@ class Surveyor {
 
   // What all others are compared with is found out ahead of them.
   void Locate(Details& item) {
-    constexpr Step::Kind kSteps[] = {Step::Kind::kCopyFile, Step::Kind::kAddFolder,
-                                     Step::Kind::kReplaceFolder};
     Copy& copy = items_[at_];
-    item.step.kind = kSteps[static_cast<std::size_t>(copy.kind)];
+    item.step.kind = static_cast<Step::Kind>(copy.kind);
     const std::wstring source = CheckPath(copy.source, isPlan_ ? L"The source" : L"\"src\"");
     const std::wstring destination =
         CheckPath(copy.destination, isPlan_ ? L"The destination" : L"\"dec\"");
@@ -273,9 +274,6 @@ class Surveyor {
       const auto there = old.find(UpperCase(entry.path));
       AddTarget(item, entry, there == old.end() ? nullptr : &there->second);
     }
-    Space& space = spaces_[RootOf(item.toSpot.folder->path)];
-    space.freed += item.step.deletedBytes;
-    space.replaces = true;
   }
 
   bool CheckIsNotKept(const Details& item) {
@@ -356,10 +354,8 @@ class Surveyor {
       missing.push_back(path);
     }
     if (!isPlan_ && missing.size() > 1) {
-      Fail(
-          L"More than one folder above the destination {} is missing, and the helper makes only "
-          L"one for a file. Make them first, or copy a folder.",
-          {Destination()});
+      Fail(L"More than one folder above {} is missing, and the helper makes only one. Make them.",
+           {Destination()});
       return;
     }
     for (auto path = missing.rbegin(); path != missing.rend(); ++path) MakeFolder(*path, like);
@@ -389,10 +385,8 @@ class Surveyor {
     const bool replaces = Copies(Kind::kReplaceFolder);
     const bool stays = there != nullptr && !replaces && !item.goesFirst;
     if (stays && Copies(Kind::kFolder) && (there->isLink || there->isFolder != entry.isFolder)) {
-      Fail(L"{} exists at the destination and is {}. Remove it first.",
-           {Quoted(destination), there->isLink     ? L"a link"
-                                 : there->isFolder ? L"not a file"
-                                                   : L"not a folder"});
+      Fail(L"{} is in the way: it is a link, or not a {}. Remove it first.",
+           {Quoted(destination), entry.isFolder ? L"folder" : L"file"});
       return;
     }
     const bool looksDone = there != nullptr && there->state.Matches(entry.state);
@@ -410,19 +404,15 @@ class Surveyor {
                const Entry& entry, const Entry* overwritten) {
     ++item.step.files;
     item.step.bytes += entry.state.size;
-    const Spot spot = folders_.FileAt(destination);
-    Bring(spot.Key(), destination, false);
-    Space& space = spaces_[RootOf(spot.folder->path)];
-    space.item = at_;
-    space.needed += entry.state.size;
+    Bring(folders_.FileAt(destination).Key(), destination, false);
     if (overwritten != nullptr) {
       ++item.overwritten;
-      space.freed += overwritten->state.size;
-      if (overwritten->IsProtected()) {
-        // One that is what it should be is left out.
-        if (isPlan_ && ContentComparer().Compare(source, destination) == Equality::kEqual) return;
-        Fail(L"{}{}", {Quoted(destination), kIsProtected});
-      }
+      item.overwrittenBytes += overwritten->state.size;
+    }
+    if (overwritten != nullptr && overwritten->IsProtected()) {
+      // One that is what it should be is left out.
+      if (isPlan_ && ContentComparer().Compare(source, destination) == Equality::kEqual) return;
+      Fail(L"{}{}", {Quoted(destination), kIsProtected});
     }
     if (!Copies(Kind::kReplaceFolder)) Operate(source, destination, false);
   }
@@ -446,14 +436,10 @@ class Surveyor {
     if (isNew) return CheckLength(path, isFolder);
     const Brought& first = other->second;
     if (isFolder && first.isFolder && (first.item != at_ || Copies(Kind::kFile))) return false;
-    return Harm(first.item == at_
-                    ? L"{} would be written twice: in the source, two names differ only in case. "
-                      L"Rename one of them."
-                : first.isFolder == isFolder
-                    ? L"{} would be written twice: another item copies {} there. Choose another "
-                      L"destination."
-                    : L"{} would be both a file and a folder: another item copies {} there. Choose "
-                      L"another destination.",
+    return Harm(first.item == at_ ? L"{} would be written twice: in the source, two names differ "
+                                    L"only in case. Rename one of them."
+                                  : L"{} would be written twice: another item copies {} there. "
+                                    L"Choose another destination.",
                 {Quoted(path), SourceOf(first.item)});
   }
 
@@ -486,21 +472,26 @@ class Surveyor {
     }
   }
 
-  void CheckSpace() {
-    for (const auto& [root, space] : spaces_) {
-      ULARGE_INTEGER free = {};
-      const std::uint64_t more = space.needed - std::min(space.needed, space.freed);
-      if (!GetDiskFreeSpaceExW(WithSeparator(root).c_str(), &free, nullptr, nullptr) ||
-          more <= free.QuadPart) {
-        continue;
-      }
-      Select(space.item);
-      constexpr wchar_t kText[] =
-          L"The destination {} does not fit: {} more are needed on {}, and {} are free. Free some, "
-          L"or choose another place.";
-      const Parts parts = {Destination(), BytesInWords(more), root, BytesInWords(free.QuadPart)};
-      space.replaces ? Fail(kText, parts) : Doubt(kText, parts);
+  // In the helper's order. What is said of a drive once is not repeated.
+  void CheckSpace(const Details& item) {
+    if (item.toSpot.folder == nullptr) return;
+    const std::wstring root = RootOf(item.toSpot.folder->path);
+    const auto [known, isNew] = spaces_.try_emplace(root);
+    Space& space = known->second;
+    ULARGE_INTEGER free = {};
+    if (isNew) {
+      const bool isTold = GetDiskFreeSpaceExW(WithSeparator(root).c_str(), &free, nullptr, nullptr);
+      space.free = isTold ? static_cast<std::int64_t>(free.QuadPart) : kUnlimited;
     }
+    space.taken +=
+        static_cast<std::int64_t>(item.step.bytes - item.overwrittenBytes - item.step.deletedBytes);
+    if (space.taken <= space.free) return;
+    constexpr wchar_t kText[] =
+        L"The destination {} does not fit on {}, where {} are free. Free some, or choose another "
+        L"place.";
+    const Parts parts = {Destination(), root, BytesInWords(static_cast<std::uint64_t>(space.free))};
+    Copies(Kind::kReplaceFolder) ? Fail(kText, parts) : Doubt(kText, parts);
+    space.free = kUnlimited;
   }
 
   Step StepOf(Details& item) const {

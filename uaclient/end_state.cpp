@@ -7,9 +7,9 @@
 #include <unordered_set>
 #include <utility>
 
+#include "uaclient/file_access.h"
 #include "uaclient/findings.h"
 #include "uaclient/path.h"
-#include "uaclient/whole_file.h"
 #include "uaclient/win32.h"
 
 namespace uaclient {
@@ -25,25 +25,14 @@ constexpr wchar_t kChanged[] =
 
 // What keeps a file from being copied, as far as it shows afterwards.
 std::wstring LikelyCause(const std::wstring& source, const std::wstring& destination) {
-  if (!OpenForReading(source)) {
-    return L": the source cannot be read: " + SystemMessage(GetLastError());
-  }
+  std::wstring fault = ReadingFault(source);
+  if (!fault.empty()) return L": the source" + fault;
   WIN32_FIND_DATAW there = {};
   there.dwFileAttributes = GetFileAttributesW(destination.c_str());
   if (there.dwFileAttributes == INVALID_FILE_ATTRIBUTES) return L".";
-  if (EntryOf(there).IsProtected()) {
-    return std::wstring(L": it") + kIsProtected;
-  }
-  const Handle writable(CreateFileW(destination.c_str(), GENERIC_WRITE, kShareAll, nullptr,
-                                    OPEN_EXISTING, 0, nullptr));
-  const DWORD error = writable ? ERROR_SUCCESS : GetLastError();
-  if (error == ERROR_SHARING_VIOLATION) {
-    return L": another program has it open. Close that program and try again.";
-  }
-  // Many a file that this user cannot write the helper can.
-  return error != ERROR_SUCCESS && IsElevated()
-             ? L": it cannot be written: " + SystemMessage(error)
-             : L": it could not be replaced. Look at its attributes and its access list.";
+  fault = EntryOf(there).IsProtected() ? kIsProtected : OverwritingFault(destination);
+  return fault.empty() ? L": it could not be replaced. Look at its attributes and its access list."
+                       : L": it" + fault;
 }
 
 // An item's faults as one text: the first ones in words, the others counted.

@@ -4,8 +4,8 @@
 
 #include <vector>
 
-#include "uaclient/content_compare.h"
 #include "uaclient/copies.h"
+#include "uaclient/file_access.h"
 #include "uaclient/uaclient.h"
 
 namespace uaclient {

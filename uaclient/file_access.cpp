@@ -2,39 +2,85 @@
 
 #include <windows.h>
 
+#include <cstring>
+
 #include "uaclient/path.h"
 #include "uaclient/win32.h"
 
 namespace uaclient {
 namespace {
 
-DWORD ErrorOfOpening(const std::wstring& fullPath, DWORD rights, DWORD share) {
-  const Handle file(CreateFileW(Verbatim(fullPath).c_str(), rights, share, nullptr, OPEN_EXISTING,
-                                FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-  return file ? ERROR_SUCCESS : GetLastError();
+constexpr DWORD kReadWrite = FILE_SHARE_READ | FILE_SHARE_WRITE;
+constexpr DWORD kChunk = 512 * 1024;
+
+Handle Open(const std::wstring& fullPath, DWORD rights, DWORD share) {
+  return Handle(CreateFileW(Verbatim(fullPath).c_str(), rights, share, nullptr, OPEN_EXISTING,
+                            FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
 }
 
-std::wstring Fault(DWORD error) {
+std::wstring Fault(const Handle& file, bool needsElevation) {
+  const DWORD error = file ? ERROR_SUCCESS : GetLastError();
   if (error == ERROR_SUCCESS) return {};
+  if (error == ERROR_ACCESS_DENIED && needsElevation && !IsElevated()) return {};
   return error == ERROR_SHARING_VIOLATION ? L" is in use by another program. Close it first."
                                           : L" cannot be opened: " + SystemMessage(error);
+}
+
+// A virus scanner holds a new file for a moment.
+Handle OpenPatiently(const std::wstring& path) {
+  constexpr int kAttempts = 20;
+  Handle file = Open(path, GENERIC_READ, kShareAll);
+  for (int i = 1; !file && GetLastError() == ERROR_SHARING_VIOLATION && i < kAttempts; ++i) {
+    Sleep(25);
+    file = Open(path, GENERIC_READ, kShareAll);
+  }
+  return file;
+}
+
+// Fills the buffer unless the file ends before.
+bool ReadChunk(const Handle& file, std::vector<char>& buffer, DWORD& length) {
+  return ReadFile(file.get(), buffer.data(), kChunk, &length, nullptr) != FALSE;
 }
 
 }  // namespace
 
 std::wstring ReadingFault(const std::wstring& fullPath) {
-  return Fault(ErrorOfOpening(fullPath, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE));
+  return Fault(Open(fullPath, GENERIC_READ, kReadWrite), false);
 }
 
-// A running program could be deleted from its folder, but would keep its place in it.
+std::wstring OverwritingFault(const std::wstring& fullPath) {
+  return Fault(Open(fullPath, GENERIC_WRITE, kShareAll), true);
+}
+
+// A running program could be deleted from its folder, but would keep its place in it. It shows when
+// it is opened for writing.
 std::wstring DeletionFault(const std::wstring& fullPath) {
-  constexpr DWORD kReadWrite = FILE_SHARE_READ | FILE_SHARE_WRITE;
-  const DWORD error = ErrorOfOpening(fullPath, DELETE, kReadWrite);
-  if (ErrorOfOpening(fullPath, GENERIC_WRITE, kReadWrite | FILE_SHARE_DELETE) ==
-      ERROR_SHARING_VIOLATION) {
-    return Fault(ERROR_SHARING_VIOLATION);
+  const std::wstring fault = Fault(Open(fullPath, DELETE, kReadWrite), true);
+  const Handle written = Open(fullPath, GENERIC_WRITE, kShareAll);
+  return written || GetLastError() != ERROR_SHARING_VIOLATION ? fault : Fault(written, true);
+}
+
+Equality ContentComparer::Compare(const std::wstring& first, const std::wstring& second,
+                                  const Tick& tick) {
+  first_.resize(kChunk);
+  second_.resize(kChunk);
+  const Handle firstFile = OpenPatiently(first);
+  const Handle secondFile = OpenPatiently(second);
+  if (!firstFile || !secondFile) return Equality::kNotRead;
+  for (;;) {
+    if (tick && !tick()) return Equality::kStopped;
+    DWORD firstLength = 0;
+    DWORD secondLength = 0;
+    if (!ReadChunk(firstFile, first_, firstLength) ||
+        !ReadChunk(secondFile, second_, secondLength)) {
+      return Equality::kNotRead;
+    }
+    if (firstLength != secondLength ||
+        std::memcmp(first_.data(), second_.data(), firstLength) != 0) {
+      return Equality::kDifferent;
+    }
+    if (firstLength < kChunk) return Equality::kEqual;
   }
-  return error == ERROR_ACCESS_DENIED && !IsElevated() ? std::wstring() : Fault(error);
 }
 
 }  // namespace uaclient

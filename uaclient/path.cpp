@@ -68,22 +68,14 @@ bool ListCarries(const std::wstring& text) {
 std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::wstring& full) {
   full.clear();
   if (path.empty()) return name + L" is empty. Write the whole path.";
-  if (!ListCarries(path)) {
-    return Quoted(path) +
-           L" holds a control character or half of a surrogate pair, which an operation list "
-           L"cannot carry. Rename it.";
-  }
   if (!IsAbsolute(path)) {
-    const bool isDevice = !HasDrive(path) && path.find_first_of(L"?.") < 4 && IsSeparator(path[0]);
     return Quoted(path) +
-           (isDevice ? L" is a device's path, or one that Windows takes as it stands. Write it "
-                       L"from its drive on."
-                     : L" is relative, and the helper may be started in another folder. Write "
-                       L"the whole path.");
+           L" is relative, and the helper may be started in another folder, or is a device's path. "
+           L"Write the whole path from a drive or share on.";
   }
-  if (path.find_first_of(L"<>:\"|?*", 2) != std::wstring::npos) {
+  if (path.find_first_of(L"<>:\"|?*", 2) != std::wstring::npos || !ListCarries(path)) {
     return Quoted(path) +
-           L" holds one of < > : \" | ? *, which no file's name may hold. Rename it.";
+           L" holds one of < > : \" | ? * or a control character, which no name may. Rename it.";
   }
   full = Plain(SystemsFullPath(path));
   if (_wcsicmp(full.c_str(), Plain(path).c_str()) == 0) return {};
@@ -147,13 +139,12 @@ std::wstring DriveFault(const std::wstring& fullPath) {
   const Handle root(CreateFileW((drive + L"\\").c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                 nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   const std::wstring real = root ? FinalPath(root.get()) : std::wstring();
+  const bool isKnown = !real.empty() && real.compare(0, 2, drive) != 0;
   return L"The drive " + drive +
-         L" is mapped for this user only, and the elevated helper does not " + L"see it. Write " +
-         (!real.empty() && real.compare(0, 2, drive) != 0
-              ? Quoted(WithSeparator(real) +
-                       fullPath.substr(std::min<std::size_t>(3, fullPath.size())))
+         L" is mapped for this user only, and the elevated helper does not see it. Write " +
+         (isKnown         ? Quoted(Below(real, fullPath.substr(3)))
           : isSubstituted ? Quoted(device + 4)
-                          : std::wstring(L"the share's own path, \\\\server\\share,")) +
+                          : std::wstring(L"\\\\server\\share and what follows")) +
          L" instead.";
 }
 

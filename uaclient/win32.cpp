@@ -2,11 +2,6 @@
 
 namespace uaclient {
 
-Handle OpenForReading(const std::wstring& path) {
-  return Handle(CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING,
-                            FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-}
-
 bool WriteAll(const Handle& file, const std::string& bytes) {
   DWORD written = 0;
   const auto size = static_cast<DWORD>(bytes.size());

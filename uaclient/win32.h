@@ -29,9 +29,6 @@ class Handle : public std::unique_ptr<std::remove_pointer_t<HANDLE>, HandleClose
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-// To read a file from its start to its end, whoever else has it open. Empty when that fails.
-Handle OpenForReading(const std::wstring& path);
-
 // Whether the file could be opened and all of it could be written.
 bool WriteAll(const Handle& file, const std::string& bytes);
 
