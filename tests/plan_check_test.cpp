@@ -84,7 +84,7 @@ TEST_F(PlanCheck, AddsToWhatIsThere) {
          {"@none>@a,@none/>@b/", {"E none\" does not exist", "E none\" does not exist"}},
          {"@s>@a,@f/>@b", {"E is a folder, but the item copies a file", "E is a file, but"}},
          {"@f>@s,@s/>@f",
-          {"E there is a folder. Remove", "E there is a file. Remove",
+          {"E s\" is in the way: it is a folder", "E f\" is in the way: it is a file",
            "E f\" is or lies in the source"}},
          {"@f>@f/x", {"E is a file. Choose another", "E lies in the source"}},
          {"@f>@new/", {"E ends like a folder"}}});
@@ -182,9 +182,9 @@ TEST_F(PlanCheck, FollowsLinksAboveAndInSources) {
     GTEST_SKIP() << "links cannot be made here";
   }
   Check({{"@f>@o/link/n", {}},
-         {"@f>@o/link", {"E is a link"}},
+         {"@f>@o/link", {"E it is a link"}},
          {"@s/a>@at/n,@f>@far/N", {"E written twice"}},
-         {"@o/y>@at", {"E is a link"}},
+         {"@o/y>@at", {"E it is a link"}},
          {"@s/>@new", {"E link behind a link"}},
          {"@twice/>@o", {}},
          {"@far/>@s/link/new", {"E is or lies in the source"}},

@@ -220,13 +220,16 @@ class Surveyor {
       return Doubt(L"The destination {} is a link. It is removed, and what it leads to stays.",
                    {Destination()});
     }
-    if (item.to->isLink) {
-      return Fail(L"The destination {} is a link. Write where it leads, or remove it.",
-                  {Destination()});
-    }
-    if (item.to->isFolder != Copies(Kind::kFile)) return true;
-    return Fail(L"At the destination {} there is a {}. Remove it, or choose another name.",
-                {Destination(), Other()});
+    return !IsInTheWay(items_[at_].destination, *item.to, !Copies(Kind::kFile));
+  }
+
+  // A link at or below a destination is not followed.
+  bool IsInTheWay(const std::wstring& path, const Entry& there, bool isFolder) {
+    if (!there.isLink && there.isFolder == isFolder) return false;
+    return !Fail(L"{} is in the way: it is a {}. Remove it, or choose another destination.",
+                 {Quoted(path), there.isLink     ? L"link"
+                                : there.isFolder ? L"folder"
+                                                 : L"file"});
   }
 
   // The tree, or the file alone.
@@ -384,11 +387,7 @@ class Surveyor {
     if (!CheckLength(source, false)) return;
     const bool replaces = Copies(Kind::kReplaceFolder);
     const bool stays = there != nullptr && !replaces && !item.goesFirst;
-    if (stays && Copies(Kind::kFolder) && (there->isLink || there->isFolder != entry.isFolder)) {
-      Fail(L"{} is in the way: it is a link, or not a {}. Remove it first.",
-           {Quoted(destination), entry.isFolder ? L"folder" : L"file"});
-      return;
-    }
+    if (stays && IsInTheWay(destination, *there, entry.isFolder)) return;
     const bool looksDone = there != nullptr && there->state.Matches(entry.state);
     copy.targets.push_back({entry.path, entry.isFolder, entry.state, looksDone});
     if (!entry.isFolder) {
