@@ -1,6 +1,6 @@
-// The jobs that the benchmark runs, one for each call, so that each has a process and a peak of
-// memory of its own. The script measures from outside; jobs that repeat something print the time
-// that one repetition took, in nanoseconds.
+// The benchmark's jobs. Each call runs one job, so that each has its own process and its own peak
+// of memory. run.py measures from outside; jobs that repeat something print the nanoseconds that
+// one repetition took.
 
 #include <windows.h>
 
@@ -37,7 +37,7 @@ class Stopwatch {
   LARGE_INTEGER start_;
 };
 
-// What an application would write itself: nothing but the calls that copy a tree.
+// The loop that an application would write itself to copy a tree.
 bool CopyBare(const std::wstring& from, const std::wstring& to) {
   WIN32_FIND_DATAW entry;
   const HANDLE find = FindFirstFileW((from + L"*").c_str(), &entry);
@@ -57,7 +57,7 @@ bool CopyBare(const std::wstring& from, const std::wstring& to) {
   return copied;
 }
 
-// Compares all files of a tree with those of another one, one after the other.
+// Compares two trees file by file.
 bool CompareBare(const std::wstring& first, const std::wstring& second) {
   namespace fs = std::filesystem;
   std::vector<char> one(512 << 10);
@@ -77,7 +77,7 @@ bool CompareBare(const std::wstring& first, const std::wstring& second) {
   return true;
 }
 
-// The least that a command over the helper does: it starts it and waits for its end.
+// The least that a caller of the helper does: starts it and waits for its end.
 bool StartBare(const std::wstring& program, const std::wstring& argument) {
   std::wstring line = L"\"" + program + L"\" \"" + argument + L"\"";
   STARTUPINFOW startup = {};
@@ -108,7 +108,7 @@ bool ReadRecords(const std::string& file) {
          !records.empty();
 }
 
-// Writes, reads and replaces a vector; the time is that of one entry.
+// Writes, reads and replaces a vector. Prints the time of one entry.
 bool Vectors(std::size_t count) {
   std::vector<std::int32_t> values(count);
   for (std::size_t i = 0; i < count; ++i) values[i] = static_cast<std::int32_t>(i);
@@ -126,7 +126,7 @@ bool Vectors(std::size_t count) {
   return done;
 }
 
-// Changes one value in a file of this many lines; the time is that of one change.
+// Changes one value in a file of this many lines. Prints the time of one change.
 bool SetIniValue(int lines) {
   const char* file = "bench.ini";
   {

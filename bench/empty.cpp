@@ -1,2 +1,2 @@
-// A program that does nothing: what starting and ending one costs.
+// Does nothing: shows what starting and ending a program costs.
 int main() { return 0; }

@@ -1,8 +1,8 @@
-"""Runs the benchmark's jobs under Wine in turn and prints one table. Usage: run.py BIN WORK [ROUNDS]
+"""Runs the benchmark's jobs under Wine and prints one table. Usage: run.py BIN WORK [ROUNDS]
 
-What is compared runs in the same round, so that what the machine does meanwhile meets both. A verdict rests on the
-median of the ratios within rounds; there are as many rounds as it takes until that is known to 2 %, at most ROUNDS (of starts, which are short, five times
-as many).
+Jobs that are compared run in the same round, so that whatever else the machine does affects both. The verdict is the
+median of the ratios within the rounds. Rounds go on until it is known to 2 %, but for at most ROUNDS rounds (five times
+as many for starts, which are short).
 """
 
 import os
@@ -17,7 +17,7 @@ FEWEST, WIDTH = 5, 0.02
 
 
 class Run:
-    """One process: seconds on the clock, seconds of processor time, peak of memory in MB, what it printed."""
+    """One process: seconds on the clock, seconds of processor time, peak of memory in MB, output."""
 
     def __init__(self, program, *arguments, expect=0):
         import time
@@ -32,7 +32,7 @@ class Run:
         self.memory = usage.ru_maxrss / 1024
         code = os.waitstatus_to_exitcode(status)
         if code != expect:
-            sys.exit(f"{program} {' '.join(arguments)} ended with {code}")
+            sys.exit(f"{program} {' '.join(arguments)} ended with exit code {code} instead of {expect}.")
 
 
 def program(name):
@@ -40,7 +40,7 @@ def program(name):
 
 
 def spread(ratios):
-    """How far the median of these may be from the true one, to either side: the notch of a box plot."""
+    """How far the median may lie from the true one, either way: the notch of a box plot."""
     if len(ratios) < FEWEST:
         return float("inf")
     low, _, high = statistics.quantiles(ratios, n=4)
@@ -48,7 +48,7 @@ def spread(ratios):
 
 
 class Comparison:
-    """Two jobs of a round by one measure, and the most that their ratio may be."""
+    """Two jobs of a round by one measure, and the highest ratio allowed."""
 
     def __init__(self, what, ours, base, measure, unit, limit=None, factor=1):
         self.what, self.ours, self.base, self.measure, self.unit = what, ours, base, measure, unit
@@ -79,8 +79,8 @@ missed = 0
 
 
 def compare(jobs, comparisons, most=ROUNDS):
-    """Runs the named jobs in rounds, each beginning with another one: what a job left to be written back would
-    otherwise always meet the same one."""
+    """Runs the named jobs in rounds. Each round begins with a different job: otherwise the data that one job leaves to
+    be written back would always slow down the same next one."""
     global missed
     names = list(jobs)
     for first in range(most):
@@ -136,14 +136,14 @@ def started_and_compared(folder):
 
 
 def in_out(is_there, folder):
-    """Lays out the destination: nothing, or the same tree with other times."""
+    """Prepares the destination: nothing there, or the same tree with other times."""
     fresh("out")
     if is_there:
         shutil.copytree(os.path.join(WORK, folder), os.path.join(WORK, "out"), copy_function=shutil.copyfile)
 
 
 def helper_list(folder, is_there):
-    """The helper with a list of files, as a plan that adds to a folder gives it."""
+    """The helper with a list of file items, as a plan that adds to a folder makes it."""
     in_out(is_there, folder)
     items = []
     for path, folders, files in sorted(os.walk(os.path.join(WORK, folder))):

@@ -1,11 +1,11 @@
-"""Checks that each folder of the product includes only headers of its own and of what its line in CMakeLists.txt USES.
+"""Checks that each folder includes only its own headers and those of what its line in CMakeLists.txt USES.
 Usage: check_includes.py, in the project's root"""
 
 import pathlib
 import re
 import sys
 
-folders = {}  # of libraries, by the library's name
+folders = {}  # the folder of each library, by the library's name
 allowed = {}  # the folders that each folder may include from
 
 for kind, name, arguments in re.findall(r"^ *uactask_(library|program)\((\w+)([^)]*)\)",
@@ -23,8 +23,8 @@ for folder in allowed:
         for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
             include = re.match(r'#include "([^/"]*)', line)
             if include and include.group(1) not in allowed[folder]:
-                faults.append(f"{path}:{number}: {line} is not among what {folder} uses")
+                faults.append(f"{path}:{number}: {line} is not among what {folder} USES in CMakeLists.txt")
 
 if not allowed:
-    faults.append("CMakeLists.txt names no component")
+    faults.append("CMakeLists.txt has no uactask_library and no uactask_program")
 sys.exit("\n".join(faults) if faults else 0)

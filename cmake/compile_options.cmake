@@ -1,7 +1,7 @@
-# How everything here is compiled, and how what ships is linked.
+# How every target is compiled and every program linked.
 
-# For every target of this project: standard C++17, all warnings, hardened code. The protected stacks
-# need the library corekit.
+# For every target: standard C++17, all warnings, hardened code. Protected stacks need the library
+# corekit, which defines the guard for MinGW.
 function(uactask_compile_options target)
   target_compile_features(${target} PUBLIC cxx_std_17)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
@@ -10,9 +10,9 @@ function(uactask_compile_options target)
     _WIN32_WINNT=0x0602) # Windows 8 and later
   if(MSVC)
     target_compile_definitions(${target} PRIVATE _CRT_SECURE_NO_WARNINGS)
-    # Code that is not reached is found by the code generator, in the templates of other libraries too.
+    # C4702 (unreachable code) is off: it also fires in the templates of other libraries.
     target_compile_options(${target} PRIVATE /W4 /wd4702 /permissive- /utf-8 /EHsc /GS /guard:cf /Zc:__cplusplus
-      # Tasks have no virtual destructor: their owner destroys them as what they are.
+      # Tasks have no virtual destructor: their owner destroys them as their own class.
       $<$<CXX_COMPILER_ID:Clang>:-Wno-delete-non-abstract-non-virtual-dtor>
       $<$<BOOL:${UACTASK_WARNINGS_AS_ERRORS}>:/WX>)
   else()
@@ -20,14 +20,15 @@ function(uactask_compile_options target)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
       -fstack-protector-strong -ffunction-sections -fdata-sections
       $<$<BOOL:${UACTASK_WARNINGS_AS_ERRORS}>:-Werror>
-      # The same bytes wherever this is built. Of several that match the last one counts. GCC follows links to Boost.
+      # Gives the same bytes wherever this is built. The last prefix that matches wins. Boost has two, because GCC
+      # resolves symbolic links.
       -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build
       -ffile-prefix-map=${Boost_INCLUDE_DIRS}=boost -ffile-prefix-map=${boost}=boost)
   endif()
 endfunction()
 
-# For every program of this project: one file that needs system DLLs only, and has stack enough for the
-# deepest document also without optimisation.
+# For every program: a single file that needs system DLLs only, with enough stack for the deepest document even without
+# optimisation.
 function(uactask_executable_options target)
   uactask_compile_options(${target})
   if(MSVC)
@@ -40,12 +41,12 @@ function(uactask_executable_options target)
   endif()
 endfunction()
 
-# For what ships: the debug symbols go into a file beside the program, which names it.
+# For every program that ships: puts the debug symbols into a file beside the program and its name into the program.
 function(uactask_separate_symbols target)
   set_property(TARGET ${target} PROPERTY UACTASK_KEEPS_SYMBOLS ON)
   if(MINGW AND CMAKE_BUILD_TYPE STREQUAL "Release")
     set(symbols $<TARGET_FILE_DIR:${target}>/${target}.debug)
-    # These tools put the time into what they write, the clock's unless they are told another.
+    # These tools write the current time into their output unless they are given another.
     set(fixed_time ${CMAKE_COMMAND} -E env SOURCE_DATE_EPOCH=0)
     add_custom_command(TARGET ${target} POST_BUILD VERBATIM
       COMMAND ${fixed_time} ${CMAKE_OBJCOPY} --only-keep-debug $<TARGET_FILE:${target}> ${symbols}

@@ -1,13 +1,13 @@
-# What this project is made of: libraries and programs, each a folder with one job. A folder includes only from itself
-# and from what it USES; cmake/check_includes.py holds them to that.
+# Functions that add the project's libraries and programs, each a folder with one job. A folder includes only its own
+# headers and those of what it USES (cmake/check_includes.py checks that).
 #
-# The names of targets and of library files begin with "uactask", so that they meet none of a project that takes this
-# one in with add_subdirectory. What is added here is installed and packed as well (cmake/package.cmake).
+# Names of targets and library files begin with "uactask", so that they do not collide with those of a project that
+# adds this one with add_subdirectory. What is added here is also installed and packed (cmake/package.cmake).
 
 # uactask_library(name [FOLDER folder] [EXCEPT source…] [USES name…] [LINKS library…])
 #
-# The static library uactask_<name>, exported as uactask::<name>, of the sources in the folder, which has the library's
-# name unless it is told. A header `x.h.in` is configured and found as `<folder>/x.h`.
+# Adds the static library uactask_<name>, exported as uactask::<name>, of the sources in its folder. The folder has the
+# library's name unless FOLDER names another. A header `x.h.in` is configured and included as `<folder>/x.h`.
 function(uactask_library name)
   cmake_parse_arguments(arg "" "FOLDER" "EXCEPT;USES;LINKS" FOLDER ${name} ${ARGN})
   set(target uactask_${name})
@@ -38,8 +38,8 @@ endfunction()
 
 # uactask_program(name DESCRIPTION text MAX_SIZE bytes [SOURCES source…] [USES name…] [LINKS library…])
 #
-# The program <name>, exported as uactask::<name>, of the sources in the folder of that name (of these alone, when they
-# are named), with a wmain, the manifest and the version. A test holds the release build to the size.
+# Adds the program <name>, exported as uactask::<name>, of the SOURCES in the folder <name>, or of all sources there.
+# Its entry point is wmain; it gets the manifest and the version. A test keeps its release build within MAX_SIZE.
 function(uactask_program name)
   cmake_parse_arguments(arg "" "DESCRIPTION;MAX_SIZE" "SOURCES;USES;LINKS" ${ARGN})
   if(arg_SOURCES)
@@ -64,13 +64,13 @@ function(uactask_program name)
     target_compile_options(${name} PRIVATE -g)
     target_link_options(${name} PRIVATE -municode)
   else()
-    target_link_options(${name} PRIVATE /MANIFEST:NO) # it stands in the resources
+    target_link_options(${name} PRIVATE /MANIFEST:NO) # it is in the resources
   endif()
   set_property(TARGET ${name} PROPERTY UACTASK_MAX_SIZE ${arg_MAX_SIZE})
   set_property(GLOBAL APPEND PROPERTY UACTASK_PROGRAMS ${name})
 endfunction()
 
-# Text as it stands between quotes in a resource script.
+# Escapes text for a quoted string in a resource script.
 function(uactask_resource_text variable text)
   string(REPLACE "\\" "\\\\" text "${text}")
   string(REPLACE "\"" "\"\"" text "${text}")

@@ -1,6 +1,6 @@
 // For programs that load DLLs on the first call of their functions (delay_load.cmake). MinGW's
-// helper writes the address that it has found into the import table, which newer linkers make
-// read-only; MSVC's makes it writable by itself.
+// runtime then writes the function's address into the import table, which newer linkers make
+// read-only. This hook makes the entry writable first, as MSVC's runtime does by itself.
 #ifdef __MINGW32__
 #include <windows.h>
 

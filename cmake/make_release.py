@@ -1,15 +1,15 @@
-"""Packs what was built into archives that are the same bytes whenever and wherever they are packed, and lists what is
-linked into the programs. Usage: make_release.py SOURCE BUILD OUTPUT VERSION, with SOURCE_DATE_EPOCH in the environment
+"""Packs a build into archives that are the same bytes whenever and wherever they are packed, and lists what is linked
+into the programs. Usage: make_release.py SOURCE BUILD OUTPUT VERSION, with SOURCE_DATE_EPOCH in the environment
 
   uactask-VERSION-win64.zip       the programs, their docs and licences
-  uactask-VERSION-dev-win64.zip   the same with headers, libraries, the CMake package, and what else building against it
-                                  needs: the toolchain file, and of Boost what the headers and libraries use
+  uactask-VERSION-dev-win64.zip   the same with all that building against it needs: headers, libraries, the CMake
+                                  package, the toolchain file, and the parts of Boost that these use
   uactask-VERSION-symbols.zip     the programs' debug symbols
   uactask-VERSION.spdx.json       what is linked in, with versions and licences (SPDX 2.3)
   SHA256SUMS
 
-The command in the environment variable UACTASK_SIGN_COMMAND, if there is one, is run on each program before anything is
-packed or hashed, with the program's path behind it.
+If the environment variable UACTASK_SIGN_COMMAND holds a command, it is run on each program before anything is packed or
+hashed, with the program's path as the last argument.
 """
 
 import hashlib
@@ -34,8 +34,8 @@ BOOST = SOURCE / "build/boost"
 COMPILER = "x86_64-w64-mingw32-g++-posix"
 MINGW_COPYRIGHT = pathlib.Path("/usr/share/doc/mingw-w64-common/copyright")
 
-# What is linked in: name, licence, the Debian package that holds it, the programs (all, when none is named). The texts of
-# licences without a name of SPDX's own stand in MinGW-w64's copyright file.
+# What is linked in: name, licence, the Debian package that holds it (None for Boost, which is built here), the programs
+# (all if none is named). The texts of licences without an SPDX name are in MinGW-w64's copyright file.
 LINKED = [
     ("Boost", "BSL-1.0", None, ()),
     ("libstdc++", "GPL-3.0-or-later WITH GCC-exception-3.1", "g++-mingw-w64-x86-64-posix", ()),
@@ -61,7 +61,7 @@ def files_below(folder):
 
 
 def pack(name, files):
-    """A ZIP with one folder at its top, with nothing in it that depends on the machine."""
+    """Writes a ZIP with one folder at its top and nothing in it that depends on the machine."""
     top = name.removesuffix("-win64")
     with zipfile.ZipFile(OUTPUT / f"{name}.zip", "w", zipfile.ZIP_DEFLATED, compresslevel=9) as archive:
         for path in sorted(files):
@@ -73,15 +73,15 @@ def pack(name, files):
 
 
 def faults_of(name, files):
-    """Paths of this machine in the files, and links of the docs that lead nowhere."""
+    """Finds paths of this machine in the files, and links in the docs that lead nowhere."""
     for path, data in files.items():
         for folder in {str(SOURCE), str(SOURCE.resolve()), str(BUILD), str(BOOST.resolve())}:
             if any(folder.encode(encoding) in data for encoding in ("utf-8", "utf-16-le")):
-                yield f"{name}: {path} holds the path {folder}"
+                yield f"{name}: {path} holds this machine's path {folder}"
         if path.endswith(".md"):
             for link in re.findall(r"\]\(([^)#:]+)[^):]*\)", data.decode()):
                 if os.path.normpath(os.path.join(os.path.dirname(path), link)) not in files:
-                    yield f"{name}: {path} links {link}, which is not in it"
+                    yield f"{name}: {path} links to {link}, which is not in the archive"
 
 
 def sign(program):
@@ -91,21 +91,21 @@ def sign(program):
 
 
 def boost_files(include):
-    """Boost's libraries, and the headers that the package's need, as the compiler finds them."""
+    """Boost's libraries, and those of its headers that the package's headers include, by the compiler's own list."""
     headers = sorted(path.relative_to(include).as_posix() for path in include.rglob("*.h"))
     source = "".join(f"#include <{header}>\n" for header in [*headers, "boost/filesystem.hpp", "boost/version.hpp"])
     needed = set()
     for standard in ("c++17", "c++20"):
         found = subprocess.run([COMPILER, f"-std={standard}", "-M", f"-I{include}", f"-I{BOOST}/include", "-x", "c++", "-"],
                                input=source, check=True, capture_output=True, text=True).stdout
-        paths = (path.replace("\\ ", " ") for path in re.split(r"(?<!\\)\s+", found.replace("\\\n", " ")))  # make's own
+        paths = (path.replace("\\ ", " ") for path in re.split(r"(?<!\\)\s+", found.replace("\\\n", " ")))  # make's syntax
         needed |= {pathlib.Path(path) for path in paths if path.startswith(f"{BOOST}/")}
     needed |= set((BOOST / "lib").glob("*.a"))
     return {path.relative_to(BOOST).as_posix(): path.read_bytes() for path in needed}
 
 
 def identity_of(debian):
-    """The version of what comes from this Debian package, Boost's for none, and where it comes from."""
+    """Version, package URL and origin of what comes from this Debian package, or of Boost for None."""
     if debian is not None:
         version = run("dpkg-query", "-W", "-f=${Version}", debian)
         return version, f"pkg:deb/debian/{debian.replace('+', '%2B')}@{urllib.parse.quote(version)}", f"Debian package {debian}"
@@ -116,7 +116,7 @@ def identity_of(debian):
 
 
 def licence_texts():
-    """Those that LINKED names by LicenseRef."""
+    """The texts of the licences that LINKED names by LicenseRef."""
     texts = MINGW_COPYRIGHT.read_text()
     for name in sorted(set(re.findall(r"LicenseRef-([\w-]+)", str(LINKED)))):
         text = re.search(rf"^License: {name}\n((?: .*\n)+)", texts, re.M).group(1)
@@ -124,7 +124,7 @@ def licence_texts():
 
 
 def bill_of_materials(programs):
-    """SPDX: each program is a package, linked statically with the others."""
+    """The SPDX document: each program is a package, and each package linked into it is another."""
 
     def package(identity, name, version, licence, purl, **more):
         return {"SPDXID": f"SPDXRef-{identity}", "name": name, "versionInfo": version, "filesAnalyzed": False,
@@ -165,7 +165,7 @@ OUTPUT.mkdir(parents=True)
 
 stage = BUILD / "stage"
 install(stage, "--component", "programs")
-# For users the programs stand at the top, and the docs beside them.
+# In the users' archive the programs are at the top, with the docs beside them.
 for_users = [re.sub("^share/doc/uactask/", "", path) for path in files_below(stage)]
 
 install(stage)
@@ -186,7 +186,7 @@ symbols = {f"{name}.debug": (BUILD / f"bin/{name}.debug").read_bytes() for name 
 
 faults = []
 if json.loads((SOURCE / "ports/uactask/vcpkg.json").read_text())["version"] != VERSION:
-    faults.append("ports/uactask/vcpkg.json has another version")
+    faults.append(f"ports/uactask/vcpkg.json must have the version {VERSION}")
 for name, files in ((f"{NAME}-win64", users), (f"{NAME}-dev-win64", developers), (f"{NAME}-symbols", symbols)):
     faults += faults_of(name, files)
     pack(name, files)

@@ -1,6 +1,6 @@
-# What `cmake --install` puts where, in two components; scripts/release packs them:
+# What `cmake --install` installs, in two components that scripts/release packs:
 #   programs     the programs, their docs, and the licences of what is linked into them
-#   development  headers, libraries and the CMake package: find_package(uactask) gives uactask::core and the others
+#   development  headers, libraries and the CMake package, which find_package(uactask) finds
 include(CMakePackageConfigHelpers)
 
 get_property(libraries GLOBAL PROPERTY UACTASK_LIBRARIES)
@@ -22,12 +22,12 @@ install(DIRECTORY examples DESTINATION ${docs_folder} COMPONENT programs
   FILES_MATCHING PATTERN "CMakeLists.txt" PATTERN "*.cpp")
 install(FILES LICENSE DESTINATION ${docs_folder} COMPONENT programs OPTIONAL)
 
-# What is linked in is linked statically, so its licences travel with the programs.
+# Libraries are linked statically, so their licences must ship with the programs.
 function(uactask_install_licence name file)
   if(EXISTS ${file})
     install(FILES ${file} DESTINATION share/doc/uactask/licences RENAME ${name}.txt COMPONENT programs)
   else()
-    message(WARNING "The package will lack the licence of ${name}: there is no ${file}.")
+    message(WARNING "The package lacks the licence of ${name}, because ${file} does not exist.")
   endif()
 endfunction()
 if(MINGW)
@@ -48,7 +48,7 @@ else()
 endif()
 
 install(TARGETS uactask_core ${libraries} EXPORT uactaskTargets ARCHIVE DESTINATION lib COMPONENT development)
-# The other headers are the libraries' own.
+# The headers that are not listed are internal.
 foreach(header IN ITEMS
     corekit/text.h corekit/trace.h
     inifile/ini_file.h

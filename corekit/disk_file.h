@@ -1,6 +1,5 @@
-// Files that are read whole. Both functions refuse what is no file on a disk: whoever names a pipe
-// or a serial port could otherwise keep the reader waiting for ever. What was opened is looked at,
-// not what the path says.
+// Opens and reads files on disk. Both functions refuse pipes, devices and the like, because those
+// could keep the reader waiting forever. They judge by the opened handle, not by the path.
 #pragma once
 
 #include <cstdio>
@@ -15,11 +14,12 @@ struct StreamCloser {
 };
 using Stream = std::unique_ptr<std::FILE, StreamCloser>;
 
-// A stream of the C runtime for reading; `path` is in the ANSI code page, `mode` as fopen takes it.
-// Null when the file cannot be opened.
+// Opens a C runtime stream for reading. `path` is in the ANSI code page; `mode` is fopen's. Null
+// when the file cannot be opened or is not on a disk.
 Stream OpenDiskFile(const char* path, const char* mode);
 
-// The file's bytes. None when it cannot be opened or any part of it cannot be read.
+// The file's bytes; `path` is UTF-16. None when the file cannot be opened, is not on a disk, or
+// cannot be read to its end.
 std::optional<std::string> ReadDiskFile(const std::wstring& path);
 
 }  // namespace corekit

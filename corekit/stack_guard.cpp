@@ -1,6 +1,6 @@
-// The stack protector's two symbols, for the MinGW build. GCC's own library for them draws the
-// guard's value from the system's cryptography, whose DLLs alone take as long to load as the whole
-// helper otherwise needs to start. This draws it from what MSVC's runtime uses.
+// The stack protector's two symbols, for the MinGW build. GCC's own library takes the guard's value
+// from the system's cryptography, whose DLLs take as long to load as the rest of the helper's
+// start. This file takes it from the sources that MSVC's runtime uses.
 
 #ifdef __MINGW32__
 
@@ -23,7 +23,7 @@ std::uintptr_t __stack_chk_guard = 0;
 
 namespace {
 
-// Ahead of every other constructor; itself it has no guard, since it changes it.
+// Runs before every other constructor. It has no guard itself, because it changes the guard.
 __attribute__((constructor(101), no_stack_protector)) void SetStackGuard() {
   FILETIME time;
   GetSystemTimeAsFileTime(&time);
@@ -34,7 +34,7 @@ __attribute__((constructor(101), no_stack_protector)) void SetStackGuard() {
   guard ^= (std::uintptr_t{time.dwHighDateTime} << 32) | time.dwLowDateTime;
   guard ^= std::uintptr_t{GetCurrentProcessId()} << 40;
   guard ^= std::uintptr_t{GetCurrentThreadId()} << 24;
-  // Its first byte is zero, which text that overruns a buffer cannot write.
+  // Its first byte in memory is zero, which a string that overruns a buffer cannot write.
   __stack_chk_guard = guard << 8;
 }
 

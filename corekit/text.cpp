@@ -31,7 +31,7 @@ std::wstring FromCodePage(UINT codePage, DWORD flags, const std::string& text) {
 
 std::string WideToUtf8(const std::wstring& text) { return ToCodePage(CP_UTF8, text); }
 
-// The flag makes the conversion itself walk the text and refuse the first invalid sequence.
+// The flag makes the conversion refuse invalid sequences.
 std::wstring Utf8ToWide(const std::string& text) {
   return FromCodePage(CP_UTF8, MB_ERR_INVALID_CHARS, text);
 }

@@ -1,7 +1,5 @@
-// Brings new files to where only an administrator may write: the folder "skins" and the file
-// "player.ini", from "new" to "installed" in the current directory.
-//
-// This program is one of the tests.
+// Copies new files to where only an administrator may write: the folder "skins" and the file
+// "player.ini", from "new" to "installed" in the current directory. One of the tests.
 
 #include <fcntl.h>
 #include <io.h>

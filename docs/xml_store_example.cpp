@@ -1,5 +1,5 @@
-// How to use the XML store: writes an operation list and a settings document, and reads them back.
-// This program is one of the tests.
+// How to use the XML store: writes an operation list and some settings, and reads them back. One of
+// the tests.
 
 #include <boost/shared_ptr.hpp>
 #include <cstdio>
@@ -11,21 +11,21 @@ int main() {
   boost::shared_ptr<IXMLParse> store;
   if (CreateXMLParse(store) != 0) return 1;
 
-  // An operation list: one element for each item, its fields as attributes. PutString makes the
-  // elements above the attribute as they are needed.
+  // An operation list: one element for each item, with its fields as attributes. PutString creates
+  // the missing elements above an attribute.
   store->PutString("root.task.item.key", "1");
   store->PutString("root.task.item.src", "C:/music/new/");
   store->PutString("root.task.item.dec", "D:/library/");
   store->PutString("root.task.item.type", "dir");
 
-  // Single values live in attributes. SetStringVector creates the element that holds a vector;
-  // Put…Vector replaces what an existing one holds.
+  // Single values are attributes. SetStringVector creates the element that holds a vector;
+  // Put…Vector replaces the content of an existing one.
   store->PutFloat("root.player.volume", 0.8F);
   store->PutInt("root.player.track", 12);
   store->SetStringVector("root.player.recent", {"one.mp3", "two.mp3"});
   store->PutStringVector("root.player.recent", {"three.mp3"});
 
-  // 1 means written; a file that cannot be opened answers 0x80004005, which is not 0 either.
+  // 1 means written. For a file that cannot be opened the result is 0x80004005, which is not 0.
   if (store->SaveAs("example.xml") != 1) return 1;
 
   boost::shared_ptr<IXMLParse> read;
@@ -35,14 +35,14 @@ int main() {
   std::int32_t track = 0;
   if (read->GetInt("root.player.track", track) == 0) return 1;  // 0: absent or not a number
 
-  // A missing float answers 1 as well, with the value -99999.9F.
+  // A missing float gives 1 as well, and the value -99999.9F.
   float volume = 0;
   if (read->GetFloat("root.player.volume", volume) == 0 || volume == -99999.9F) return 1;
 
   std::vector<std::string> recent;
   if (read->GetStringVector("root.player.recent", recent) == 0) return 1;
 
-  // An element's text is reached through the tree.
+  // Read an element's text through the tree.
   read->SetString("root.player.note", "loud");
   const auto note = read->GetTree().get<std::string>("root.player.note");
 

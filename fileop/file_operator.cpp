@@ -11,20 +11,20 @@ using fileop::PathText;
 
 constexpr const char* kSeparators = "/\\";
 
-// Paths that begin so reach the file system as they stand: "/" does not separate in them.
+// Windows passes paths with this prefix on as they stand: "/" does not separate in them.
 bool IsVerbatim(const std::string& path) { return path.rfind(R"(\\?\)", 0) == 0; }
 
-// The tree walkers append names to a directory as it stands: without its separator they would
-// reach the siblings whose names begin like it.
+// The tree walks append names to a directory's path as it stands. Without the separator they would
+// reach siblings whose names begin with the directory's name.
 std::string WithSeparator(const std::string& directory) {
   if (directory.find_last_of(kSeparators) == directory.size() - 1) return directory;
   return directory + (IsVerbatim(directory) ? '\\' : '/');
 }
 
-// Text that is no path would end up as the current directory, and so, on its drive, does a drive
-// without a separator. "." and "..", also behind a path, are folders that somebody stands in or
-// above; nobody means to have them emptied. Longer rows of dots and blanks are dropped, or are not,
-// by what follows them.
+// False for destinations that could mean a directory which nobody wants emptied. Text that is not a
+// path, and a drive without a separator, would mean the current directory. A "." or ".." at the end
+// means a directory that the path does not name. Windows drops longer runs of dots and blanks in
+// some places and keeps them in others.
 bool CanBeDirectory(const std::string& destination) {
   if (Utf8ToWide(destination).empty() || destination.back() == ':') return false;
   if (IsVerbatim(destination) && destination.find('/') != std::string::npos) return false;
@@ -71,7 +71,7 @@ bool FileOperatorNomal::CopyDirectoryItem(const std::string& source,
                                           const std::string& destination) const {
   if (!IsDirectory(source.c_str()) || !CanBeDirectory(destination)) return false;
 
-  // Open from here to the end: a destination goes only for a source that can be listed.
+  // Stays open to the end: only a source that can be listed may cost a destination.
   fileop::Source from(Utf8ToWide(WithSeparator(source)));
   if (!from.IsOpen()) return false;
   const std::string path = WithSeparator(destination);
@@ -100,7 +100,7 @@ bool FileOperatorNomal::CopyFileItem(const std::string& source,
   const bool exists = PathExists(destination.c_str());
   Report(std::string("File Copy Result : ") + (copied ? "Succeed" : "Failed") +
          ", File Exits : " + destination + (exists ? ", TRUE\n" : ", FALSE\n"));
-  // What counts is that the file is there: one that a failed copy left in place is a success.
+  // What counts is that the file is there, even if the copy failed and left an older one.
   return exists;
 }
 

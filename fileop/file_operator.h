@@ -1,5 +1,5 @@
-// The file operator: copies of files and of directory trees are queued first and then carried out
-// in one batch, directories before files.
+// The file operator: queues copies of files and of directory trees, then carries them out in one
+// batch, directories before files.
 #pragma once
 
 #include <functional>
@@ -9,28 +9,32 @@
 
 namespace tk {
 
-// Paths are UTF-8. A null path is no path: it is queued, and its item fails with nothing touched.
+// Paths are UTF-8. An item with a null path is queued, but fails with nothing touched.
 class IFileOperator {
  public:
   virtual ~IFileOperator() = default;
 
-  // Queues the copy of one file. Of the folders above the destination one may be missing. The item
-  // succeeds when a file is there afterwards, also an older one. Always true.
+  // Queues the copy of one file. At most one of the directories above the destination may be
+  // missing; it is created. The item succeeds when the destination exists afterwards, even if only
+  // as an older file. Always true.
   virtual bool AddFileCopy(const char* source, const char* destination) = 0;
 
   // Queues the copy of a directory tree. A destination that exists is replaced as a whole, never
-  // merged into. Both should end in a separator, which is added where it is missing. With nothing
-  // touched fail a source that cannot be listed, and a destination that is empty, not UTF-8, a
-  // drive without a separator, or ends in a name of nothing but dots and blanks ("..", "C:/x/.");
-  // so does one that is or holds the source, by whatever name, where the file system numbers its
-  // folders. Always true.
+  // merged into. A missing separator at the end of either path is added. Always true.
+  //
+  // The item fails with nothing touched when
+  // - the source cannot be listed;
+  // - the destination is empty, not UTF-8, a drive without a separator, or ends in a name of dots
+  //   and blanks only ("..", "C:/x/.");
+  // - the destination is or holds the source, by whatever path, where the file system numbers its
+  //   directories.
   virtual bool AddDirectoryCopy(const char* source, const char* destination) = 0;
 
-  // Forgets what is queued. Always true.
+  // Empties the queue. Always true.
   virtual bool ClearOperations() = 0;
 
-  // Carries out everything that is queued, each item whatever became of those before it, and keeps
-  // the queue. True when every item succeeded.
+  // Carries out every queued item, even after one has failed, and keeps the queue. True when every
+  // item succeeded.
   virtual bool Execute() = 0;
 };
 
@@ -38,11 +42,10 @@ class IFileOperator {
 
 class FileOperatorNomal : public tk::IFileOperator {
  public:
-  // Receives the diagnostic lines about file copies and failed directory copies, each ending in
-  // "\n".
+  // Receives one line, ending in "\n", for each file copy and for each failed directory copy.
   using DiagnosticSink = std::function<void(const std::string& line)>;
 
-  // Without a sink the diagnostic lines are dropped.
+  // Without a sink the lines are dropped.
   explicit FileOperatorNomal(DiagnosticSink diagnosticSink = nullptr);
 
   bool AddFileCopy(const char* source, const char* destination) override;

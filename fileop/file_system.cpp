@@ -19,7 +19,7 @@ bool CreateAnsiDir(const char* path) {
   return CreateDirectoryA(path, nullptr) || GetLastError() == ERROR_ALREADY_EXISTS;
 }
 
-// Calls `create` for each prefix of the path that ends before a separator; returns its last result.
+// Calls `create` for each prefix of the path that ends before a separator. Returns its last result.
 template <typename Create>
 bool CreateEachPrefix(const char* text, Create create) {
   const std::string path = PathText(text);
@@ -56,7 +56,7 @@ int DeleteFileOrSchedule(const char* path) {
 
 #ifdef _MSC_VER
 #pragma warning(push)
-#pragma warning(disable : 4996)  // GetVersionExA: deprecated, but it tells the platform right
+#pragma warning(disable : 4996)  // GetVersionExA is deprecated, but right about the platform
 #endif
 
 bool IsNtPlatform() {

@@ -58,7 +58,7 @@ std::int32_t JFile::Write(const void* buffer, std::int32_t count) {
 
 std::int32_t JFile::GetSize() {
   if (stream_ == nullptr) return -1;
-  // The 64-bit calls, because those of the standard wrap around at 2 GiB.
+  // The standard library's calls would wrap around at 2 GiB.
   const std::int64_t position = _ftelli64(stream_);
   if (position < 0 || _fseeki64(stream_, 0, SEEK_END) != 0) return -1;
   const std::int64_t size = _ftelli64(stream_);

@@ -15,11 +15,11 @@ namespace {
 constexpr std::size_t kPathUnits = 260;  // the terminator included
 constexpr DWORD kForEverybody = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-// The path of something in a directory. Nothing may be done under one that is not usable, or a walk
-// would meet the same folder for ever, or leave the tree that it was given. One that does not fit
-// has been cut, and so names something else: a sibling, the directory itself, a folder above it. So
-// does one with a name that holds what separates here, as other systems allow it. Behind "\\?\"
-// only "\" separates.
+// The path of an entry in a folder. Nothing may be done under a path that is not usable, because
+// the walk would never end or would leave its tree. A path that does not fit has been cut and names
+// something else: a sibling, the folder itself or one above it. So does a path with a separator in
+// the entry's name, which other systems allow. Formats use "\", because behind "\\?\" nothing else
+// separates.
 struct EntryPath {
   EntryPath(const wchar_t* format, const std::wstring& directory, const wchar_t* name)
       : usable(FormatWidePath(text, kPathUnits, format, directory.c_str(), name) >= 0 &&
@@ -29,12 +29,12 @@ struct EntryPath {
   bool usable;
 };
 
-// How a folder is held: whoever has it as current directory or watches it for changes shares it for
-// reading; only one who is about to remove or rename it is in the way.
+// How a folder is held. That goes together with programs that have it as their current directory or
+// watch it for changes, but not with one that is about to remove or rename it.
 constexpr DWORD kHoldAccess = FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES;
 constexpr DWORD kHoldSharing = FILE_SHARE_READ | FILE_SHARE_WRITE;
 
-// What is opened where a link stands.
+// What to open where a link stands.
 constexpr DWORD kTheLink = FILE_FLAG_OPEN_REPARSE_POINT;
 constexpr DWORD kItsTarget = 0;
 
@@ -44,9 +44,9 @@ Handle OpenFolder(const std::wstring& path, DWORD access, DWORD sharing, DWORD f
   return Handle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
 }
 
-// Opens an entry of a held folder by its name in that folder alone, where a path could meanwhile
-// lead elsewhere. `kind` is FILE_DIRECTORY_FILE or FILE_NON_DIRECTORY_FILE; of a link the link
-// itself is opened.
+// Opens an entry by its name relative to the held folder, because a path could lead elsewhere by
+// now. `kind` is FILE_DIRECTORY_FILE or FILE_NON_DIRECTORY_FILE. Where a link stands, opens the
+// link itself.
 Handle OpenIn(const Folder& folder, const wchar_t* name, DWORD access, DWORD sharing, ULONG kind) {
   constexpr ULONG kFollowNothing = 0x1000;  // OBJ_DONT_REPARSE
   constexpr NTSTATUS kInvalidParameter = static_cast<NTSTATUS>(0xC000000D);
@@ -65,14 +65,14 @@ Handle OpenIn(const Folder& folder, const wchar_t* name, DWORD access, DWORD sha
     return std::make_pair(result, Handle(result < 0 ? nullptr : handle));
   };
   auto opened = open();
-  if (opened.first == kInvalidParameter) {  // a system that does not know the flag yet
+  if (opened.first == kInvalidParameter) {  // older systems do not know the flag
     attributes.Attributes = 0;
     opened = open();
   }
   return std::move(opened.second);
 }
 
-// The tag is asked for only where there is one: FAT does not know the question.
+// Asks for the tag only where there is one, because FAT does not support the query.
 bool IsLinkWith(DWORD attributes, HANDLE handle) {
   if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return false;
   FILE_ATTRIBUTE_TAG_INFO info = {};
@@ -86,14 +86,14 @@ bool IsLinkHandle(HANDLE handle) {
   return !GetFileInformationByHandle(handle, &info) || IsLinkWith(info.dwFileAttributes, handle);
 }
 
-// A drive keeps its separator: without it the path would be the current directory there.
+// A drive keeps its separator: without it the path would mean the drive's current directory.
 std::wstring WithoutSeparator(const std::wstring& path) {
   const std::size_t end = path.find_last_not_of(L"/\\");
   return end == std::wstring::npos || path[end] == L':' ? path : path.substr(0, end + 1);
 }
 
-// Whether a link stands at the path, with or without a separator at its end. What keeps that from
-// being found out could be a link, unless nothing is there.
+// Whether a link stands at the path, which may end in a separator. True also when that cannot be
+// found out, unless nothing is there.
 bool IsLinkPath(const std::wstring& path) {
   const std::wstring bare = WithoutSeparator(path);
   const DWORD attributes = GetFileAttributesW(bare.c_str());
@@ -105,7 +105,7 @@ bool IsLinkPath(const std::wstring& path) {
   return IsLinkWith(attributes, OpenFolder(bare, FILE_READ_ATTRIBUTES, kForEverybody).get());
 }
 
-// What tells a folder from all others while it exists; none where the file system has no numbers.
+// What tells a folder from all others while it exists. None where the file system has no numbers.
 std::optional<std::tuple<DWORD, DWORD, DWORD>> IdentityOf(HANDLE folder) {
   BY_HANDLE_FILE_INFORMATION info;
   if (folder == nullptr || !GetFileInformationByHandle(folder, &info)) return std::nullopt;
@@ -113,7 +113,7 @@ std::optional<std::tuple<DWORD, DWORD, DWORD>> IdentityOf(HANDLE folder) {
   return std::make_tuple(info.dwVolumeSerialNumber, info.nFileIndexHigh, info.nFileIndexLow);
 }
 
-// The folder's whole path, with a separator at its end; "" when there is none.
+// The folder's full path, with a separator at its end; "" when there is none.
 std::wstring FinalPath(HANDLE folder) {
   const DWORD size = GetFinalPathNameByHandleW(folder, nullptr, 0, FILE_NAME_OPENED);
   std::wstring path(size, L'\0');
@@ -134,7 +134,7 @@ bool IsEmpty(const Folder& folder) {
 // How a directory is copied.
 struct CopyMode {
   bool recurse;
-  bool behindLink;  // the way into it has led through a link
+  bool behindLink;  // a link led here
 };
 
 bool CopyOneFile(const Folder& source, const Folder& destination, bool wasEmpty,
@@ -142,8 +142,8 @@ bool CopyOneFile(const Folder& source, const Folder& destination, bool wasEmpty,
   const EntryPath from(L"%s%s", source.Path(), name);
   const EntryPath to(L"%s%s", destination.Path(), name);
   if (!from.usable || !to.usable) return false;
-  // A link that was there would lead the copy out of the destination. In a folder that was empty
-  // what is there now has come since, and is not replaced.
+  // A link would lead the copy out of the destination. In a folder that was empty, whatever is
+  // there now came later and is not replaced.
   if (!wasEmpty && IsLinkPath(to.text)) return false;
   return CopyFileW(from.text, to.text, wasEmpty) != FALSE;
 }
@@ -164,14 +164,14 @@ bool CopySubdirectory(const Folder& source, const Folder& destination, const wch
   Source from(fromPath.text);
   const Folder to(toPath.text);
   if (!from.IsOpen() || to.IsLink()) return false;
-  // Links that lead to links can multiply the tree without end.
+  // Links behind links can multiply the tree without end.
   if (from.folder.IsLink() && mode.behindLink) return false;
   mode.behindLink = mode.behindLink || from.folder.IsLink();
   return CopyEntries(from, to, mode);
 }
 
 bool CopyEntries(Source& source, const Folder& destination, CopyMode mode) {
-  // Where nothing can go each entry fails; an empty source has none.
+  // With nowhere to go, every entry fails; an empty source has none.
   if (!destination.IsHeld()) return IsEmpty(source.folder);
 
   bool result = true;
@@ -179,7 +179,7 @@ bool CopyEntries(Source& source, const Folder& destination, CopyMode mode) {
   while (const WIN32_FIND_DATAW* entry = source.entries.Next()) {
     const wchar_t* const name = entry->cFileName;
     if (mode.recurse && IsDirectoryEntry(*entry)) {
-      // A subdirectory's result stands for everything before it, failures among it included.
+      // A subdirectory's result replaces that of everything before it, even a failure.
       result = CopySubdirectory(source.folder, destination, name, mode);
     } else if (!CopyOneFile(source.folder, destination, wasEmpty, name)) {
       result = false;
@@ -193,8 +193,8 @@ bool RemovesFiles(std::int32_t mode) { return mode < 2; }
 bool RemovesDirectories(std::int32_t mode) { return (mode & ~0x2) == 0; }
 
 bool Delete(HANDLE entry) {
-  // Gone at once, also for those who still have it open; older systems and some file systems can
-  // only let it go with the last of them.
+  // First try to remove the name at once, even if others have the entry open. Older systems and
+  // some file systems can only remove it when its last handle is closed.
   constexpr auto kDispositionInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(21);
   DWORD atOnce = 0x1 | 0x2;  // FILE_DISPOSITION_DELETE, FILE_DISPOSITION_POSIX_SEMANTICS
   FILE_DISPOSITION_INFO later = {TRUE};
@@ -217,12 +217,12 @@ bool RemoveFile(const Folder& folder, const wchar_t* name) {
 
 bool RemoveEntries(const Folder& folder, Listing& entries, std::int32_t mode);
 
-// Empties the folder, lets go of it and removes it by `removeItself`, as far as the mode says.
+// Empties the folder, lets go of it and removes it by `removeItself`, as far as the mode allows.
 template <typename Remove>
 bool RemoveFolder(Folder folder, std::int32_t mode, Remove removeItself) {
   if (!folder.IsHeld()) return false;
   if (folder.IsLink()) {
-    // The link goes, and what it leads to stays: deleting through it would reach out of the tree.
+    // Only the link goes. Deleting through it would leave the tree.
     folder.LetGo();
     return !RemovesDirectories(mode) || removeItself();
   }
@@ -264,8 +264,8 @@ bool IsLinkTag(DWORD attributes, DWORD tag) {
          (tag == 0 || IsReparseTagNameSurrogate(tag));
 }
 
-// Links are looked for by the held handle, and by the path as well, because Wine's handles are
-// those of what a link leads to.
+// Looks for a link by the held handle and by the path, because under Wine the handle is that of the
+// link's target.
 Folder::Folder(const std::wstring& path)
     : path_(path),
       hold_(OpenFolder(path, kHoldAccess, kHoldSharing)),
@@ -278,7 +278,7 @@ Folder::Folder(const Folder& parent, const wchar_t* name, const std::wstring& pa
 
 Listing::Listing(const std::wstring& folder) {
   EntryPath pattern(L"%s%s", folder, L"*.*");
-  // Where the whole pattern no longer fits a shorter one that matches the same may.
+  // If this pattern does not fit, a shorter one that matches the same may.
   if (!pattern.usable) pattern = EntryPath(L"%s%s", folder, L"*");
   error_ = ERROR_FILENAME_EXCED_RANGE;
   if (!pattern.usable) return;
@@ -301,7 +301,7 @@ const WIN32_FIND_DATAW* Listing::Next() {
   return nullptr;
 }
 
-// A drive that is empty has no file to be found, not even ".".
+// On an empty drive nothing is found, not even ".".
 bool Listing::IsComplete() const {
   return error_ == ERROR_NO_MORE_FILES || (!IsOpen() && error_ == ERROR_FILE_NOT_FOUND);
 }
@@ -313,7 +313,7 @@ bool LiesIn(const std::wstring& folder, const Folder& outer) {
     return OpenFolder(path, FILE_READ_ATTRIBUTES, kForEverybody, flags);
   };
   for (const DWORD flags : {kTheLink, kItsTarget}) {
-    // By every path on the way up that ends in a separator.
+    // Compares the folder and every one above it.
     const std::wstring path = FinalPath(open(folder, flags).get());
     for (std::size_t end = path.size(); end > 1; end = path.find_last_of(L'\\', end - 2) + 1) {
       if (IdentityOf(open(path.substr(0, end), kItsTarget).get()) == wanted) return true;

@@ -1,5 +1,5 @@
-// The walks through folders that copy and remove whole trees, for the other files of this folder.
-// Paths are UTF-16; a folder's ends in a separator, because names are appended to it as they stand.
+// The walks that copy and remove whole trees, for the other files of this folder. Paths are UTF-16.
+// A folder's path ends in a separator, because names are appended to it as they stand.
 #pragma once
 
 #include <windows.h>
@@ -10,9 +10,9 @@
 
 namespace fileop {
 
-// Whether attributes and reparse tag are those of a junction or a symbolic link, as opposed to
-// reparse points that hold their own content (files kept in the cloud, for instance). Without a
-// tag, as Wine reports them, they count as links.
+// Whether attributes and reparse tag are those of a junction or a symbolic link. Other reparse
+// points hold content of their own, such as files kept in the cloud. A reparse point without a tag
+// counts as a link, because Wine reports links so.
 bool IsLinkTag(DWORD attributes, DWORD tag);
 
 struct HandleCloser {
@@ -20,20 +20,20 @@ struct HandleCloser {
 };
 using Handle = std::unique_ptr<void, HandleCloser>;
 
-// A folder that is held open. While it is, nobody can rename, remove or replace it. To list, to
-// create and to delete in it stays possible for everybody; and who may write its attributes can, on
-// NTFS, turn it into a junction while it is empty: its path then leads elsewhere, its handle not.
+// A folder that is held open, so that nobody can rename, remove or replace it. Others can still
+// list it, and create and delete entries in it. On NTFS, whoever may write its attributes can turn
+// it into a junction while it is empty: its path then leads elsewhere, but its handle does not.
 class Folder {
  public:
-  // Of a link the link itself is held.
+  // Where a link stands, the link itself is held.
   explicit Folder(const std::wstring& path);
 
-  // The folder of this name in `parent`, wherever the path leads by now.
+  // Holds the folder of this name in `parent`, wherever `path` leads by now.
   Folder(const Folder& parent, const wchar_t* name, const std::wstring& path);
 
   bool IsHeld() const { return hold_ != nullptr; }
 
-  // True as well when a held folder does not tell.
+  // True also when a held folder may be a link.
   bool IsLink() const { return isLink_; }
 
   const std::wstring& Path() const { return path_; }
@@ -46,18 +46,18 @@ class Folder {
   bool isLink_;
 };
 
-// The entries that a folder's path lists.
+// Lists a folder's entries by its path.
 class Listing {
  public:
   explicit Listing(const std::wstring& folder);
 
-  // False when the folder cannot be listed by this very path.
+  // False when the folder cannot be listed by this path.
   bool IsOpen() const { return find_ != nullptr; }
 
-  // The next entry but "." and "..", valid until the next call; null behind the last one.
+  // The next entry except "." and "..", valid until the next call; null after the last one.
   const WIN32_FIND_DATAW* Next();
 
-  // Behind the last entry: whether there are no others, rather than an error that hides them.
+  // After the last entry: false when an error has ended the listing early.
   bool IsComplete() const;
 
  private:
@@ -71,7 +71,7 @@ class Listing {
   DWORD error_ = ERROR_SUCCESS;
 };
 
-// A folder that is walked through.
+// A folder to copy from: held open, with its entries.
 struct Source {
   explicit Source(const std::wstring& path) : folder(path), entries(path) {}
   bool IsOpen() const { return folder.IsHeld() && entries.IsOpen(); }
@@ -80,15 +80,14 @@ struct Source {
   Listing entries;
 };
 
-// Whether the folder is `outer` or lies in it, by whatever path, as far as the file system numbers
-// its folders. A link lies where it stands and where it leads.
+// Whether the folder is `outer` or lies in it, by whatever path, where the file system numbers its
+// folders. A link counts both where it stands and where it leads.
 bool LiesIn(const std::wstring& folder, const Folder& outer);
 
-// Copies what lies in `source` into `destination`, as CopyDirectoryTree describes it. Where the
-// destination is not held each entry fails.
+// Does what CopyDirectoryTree describes. If the destination is not held, every entry fails.
 bool CopyTree(Source& source, const Folder& destination, bool recurse);
 
-// Removes by the modes of RemoveDirectoryTree, whose result it gives.
+// Does what RemoveDirectoryTree describes.
 bool RemoveTree(const std::wstring& directory, std::int32_t mode);
 
 }  // namespace fileop

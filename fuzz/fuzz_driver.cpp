@@ -1,6 +1,6 @@
-// Feeds seeded random input to the INI reader and writer, the XML store and the keyed records and
-// checks what must hold for any input. A violation or a crash ends it, saying how to repeat it.
-// Files take a hundred times as long as memory does, so just a few runs go through them.
+// Feeds seeded random input to the INI reader and writer, the XML store and the keyed records, and
+// checks what must hold for any input. It ends at a violation or a crash and prints how to repeat
+// it. Only a few runs go through files, which take a hundred times as long as memory.
 #include <windows.h>
 
 #include <algorithm>
@@ -42,7 +42,7 @@ void Require(bool holds, const char* what) {
   std::_Exit(1);
 }
 
-// SplitMix64 and remainders make the same choices with every library.
+// SplitMix64 and remainders give the same choices with every standard library.
 std::size_t Below(std::size_t limit) {
   Number z = state += 0x9E3779B97F4A7C15U;
   z = (z ^ z >> 30) * 0xBF58476D1CE4E5B9U;
@@ -83,7 +83,7 @@ std::string ReadBytes() {
 
 void WriteBytes(const std::string& bytes) { std::ofstream(kFile, std::ios::binary) << bytes; }
 
-// "|" stands between the pieces.
+// Splits at each "|".
 Strings Split(const std::string& text) {
   Strings pieces;
   std::istringstream stream(text);
@@ -133,7 +133,7 @@ void FuzzIniFile() {
     Require(Throws<std::out_of_range>(get) && Throws<std::out_of_range>(set), "all of them throw");
     return Require(ReadBytes() == text, "an exception leaves the file as it was");
   }
-  // Written, a line that is no entry begins another section, and a header that holds "=" is a key.
+  // Once written, a line that was no entry begins a section, and a header with "=" becomes a key.
   std::string current;
   bool plain = true;
   for (const auto& record : list) {
@@ -147,7 +147,7 @@ void FuzzIniFile() {
   Require(set() && ReadBytes() == bytes, "setting it again changes nothing");
 }
 
-// Without white space that loading would trim.
+// None of these has white space that loading would trim.
 const Strings kTexts = Split("x|x y|<|>|&|\"|'|\xE2\x82\xAC|1|&amp;|&#32;|\x0B|]]>|\xFF");
 const Strings kDigits = Split("0|1|2147483648|9|+|-|.|e|E+3|x|,| |\t|inf|nan|0x1p3|1e-44");
 const Strings kDecoys = Split(
@@ -195,7 +195,7 @@ std::string MakeXml() {
     text = Written(store);
   }
   if (OneIn(2)) text = "<a>" + Soup(kDecoys, 3) + text + "</a>";
-  if (OneIn(1000)) {  // about as deep as may be, or far deeper
+  if (OneIn(1000)) {  // about as deep as allowed, or far deeper
     const std::size_t levels = OneIn(20) ? 1 + Below(50000) : 995 + Below(15),
                       outer = Below(levels);
     text = Repeat("<a>", outer) + Soup(kDecoys, 20) + Repeat("<a>", levels - outer) +

@@ -73,7 +73,7 @@ std::vector<CIniFile::Record> CIniFile::GetRecord(std::string key, std::string s
                                                   std::string file) {
   std::vector<Record> found;
   const auto matches = Matching(key, section);
-  // To the end, because a header without its end is a fault wherever it stands.
+  // Reads on after a match: a header without "]" is an error wherever it stands.
   ForEachIniRecord(ReadIniText(file).value_or(""), [&](const IniRecord& record) {
     if (found.empty() && matches(record)) found.push_back(Copied(record));
   });

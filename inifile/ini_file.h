@@ -1,16 +1,9 @@
-// Reader and writer of task files: a plain INI dialect with rules of its own.
+// Reader and writer of task files, which are INI files with rules of their own: docs/formats.md
+// lists them under "The task file". Names and values are bytes; no encoding is interpreted.
 //
-// - A line counts only if a line break follows it: a last line without one is never seen.
-// - Lines lose blanks, tabs and carriage returns at both ends; empty lines are skipped.
-// - A line with "[" is a header. Its first character is dropped, the text up to the first "]" is
-//   the section's name; a header without "]" throws std::out_of_range.
-// - Any other line with "=" is a key: everything before the first "=" is the key, everything after
-//   it the value. Blanks around "=" belong to them. A header whose name holds "=" is a key as well.
-// - "#" or ";" starts a comment, unless the line also holds "[" or "=": then it is an entry that
-//   was commented out, which is found and changed like an active one.
-// - Names are compared byte for byte; no encoding and no byte-order mark is interpreted.
-//
-// Every call works on the file's current content; nothing is cached and nothing is locked.
+// Every call works on the file's current content; nothing is cached and nothing is locked. For
+// reading, `file` is UTF-8 and converted to the ANSI code page. For writing, its bytes are the name
+// in the ANSI code page as they stand. Outside ASCII these are two different files.
 #pragma once
 
 #include <string>
@@ -31,37 +24,34 @@ class CIniFile {
 
   virtual ~CIniFile() = default;
 
-  // The value of the first such key, or "" when the section or the key is missing, or the file
-  // cannot be read to its end.
-  // Throws std::out_of_range for a header line without "]".
+  // The value of the first such key, commented out or not. Returns "" when the section or the key
+  // is missing, or the file cannot be read to its end. Throws std::out_of_range for a header
+  // without "]".
   static std::string GetValue(std::string key, std::string section, std::string file);
 
-  // Sets the value of the first such key. A missing section is added at the end of the file, a
-  // missing key directly below its section's header. Rewriting normalises the file: blank lines,
-  // comments at its end and a last line without a line break vanish, any other line that is no
-  // entry becomes "[]", and a line "=x" a header without its value.
-  // Returns false, with the file as it was, when it cannot be opened, cannot be read to its end or
-  // is no file on a disk; it is never created. But for a name outside ASCII, which Save takes for
-  // another one: then a file of that name is. A write that fails after that is not noticed. Throws
-  // std::out_of_range for a header line without
-  // "]".
+  // Sets the value of the first such key, commented out or not. A missing section is added at the
+  // end of the file, a missing key directly below its section's header. The whole file is written
+  // anew: blank lines, comments at its end and a last line without a line break are lost, a line
+  // that is neither header nor key nor comment becomes "[]", and a line "=x" becomes a header.
+  //
+  // Returns false when the file is missing, cannot be opened, cannot be read to its end, or is not
+  // on a disk. It is unchanged then. Errors while writing go unnoticed. Throws as GetValue does,
+  // before anything is written.
   static bool SetValue(std::string key, std::string value, std::string section, std::string file);
 
-  // The first record with this key and section (both compared byte for byte), or none.
+  // The first record with this key and section, or none. Throws as GetValue does.
   static std::vector<Record> GetRecord(std::string key, std::string section, std::string file);
 
-  // Reads all records, each with a copy of its section's name: only this list can grow faster than
-  // the file does. `file` is UTF-8, converted to the ANSI code page before it is opened.
-  // Returns false, with `list` untouched, when it cannot be opened, cannot be read to its end or is
-  // no file on a disk.
+  // Reads all records. Each holds a copy of its section's name, so `list` can grow far larger than
+  // the file. Returns false, with `list` untouched, when the file cannot be opened, cannot be read
+  // to its end, or is not on a disk. Throws as GetValue does.
   static bool Load(std::string file, std::vector<Record>& list);
 
-  // Replaces the file by these records. The bytes of `file` are the name in the ANSI code page
-  // as they stand: for names outside ASCII this is not the file that Load opens.
-  // Returns false when it cannot be opened.
+  // Replaces the file's content by these records, or creates the file. Returns false when it cannot
+  // be opened. Errors while writing go unnoticed.
   static bool Save(std::string file, const std::vector<Record>& list);
 
-  // Removes the bytes of `set` from the ends of `text`: mode 0 both ends, 1 the left, 2 the right.
+  // Removes the bytes of `set` from `text`: mode 0 at both ends, 1 at the left end, 2 at the right.
   static void Trim(std::string& text, const std::string& set, int mode);
 };
 

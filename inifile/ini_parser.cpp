@@ -14,7 +14,8 @@ constexpr char kEndOfText = '\x1A';  // Ctrl+Z
 
 bool Contains(std::string_view text, char c) { return text.find(c) != std::string_view::npos; }
 
-// The name in a header line. The first character goes whichever it is, so "x[y]" names "[y".
+// The section's name in a header line. The first character is dropped, whatever it is: "x[y]" names
+// the section "[y".
 std::string_view HeaderName(std::string_view line) {
   line.remove_prefix(1);
   const std::size_t end = line.find(']');
@@ -49,8 +50,8 @@ std::optional<IniRecord> IniParser::Parse(std::string_view line) {
     record.Key = line.substr(0, equals);
     record.Value = line.substr(equals + 1);
   }
-  // Headers and keys have taken the comments; any other line is kept, as an empty record, only
-  // when there were none.
+  // Headers and keys have taken the pending comments. Any other line becomes an empty record, but
+  // only when no comments are pending.
   if (!pendingComments_.empty()) return std::nullopt;
   return record;
 }

@@ -1,6 +1,6 @@
-// The dialect of task files, without the files: lines of text become records, whose texts are views
-// into it, so that a section's name is never copied, however many records it has. For this library
-// and for programs that show what it would read; everyone else uses CIniFile.
+// Parses task-file text in memory. The records hold views into that text, so a section's name is
+// never copied, however many records it has. For this library and for programs that show what it
+// would read; everyone else uses CIniFile.
 #pragma once
 
 #include <cstddef>
@@ -11,11 +11,11 @@
 
 namespace corekit {
 
-// What surrounds lines and their parts without belonging to them, and what begins a comment.
+// The characters that are trimmed from both ends of a line, and those that begin a comment.
 constexpr char kIniBlanks[] = " \t\n\r";
 constexpr bool IsIniCommentSign(char c) { return c == '#' || c == ';'; }
 
-// As CIniFile::Record. The views live as long as the text that was parsed.
+// Like CIniFile::Record. The views are valid as long as the parsed text.
 struct IniRecord {
   std::string Comments;
   char Commented = ' ';
@@ -24,13 +24,13 @@ struct IniRecord {
   std::string_view Value;
 };
 
-// Turns lines into records; knows the section it is in and the comment lines that wait for the
-// next entry.
+// Turns lines into records. Keeps track of the current section, and of the comment lines that wait
+// for the next header or key.
 class IniParser {
  public:
-  // Takes the lines in their order, each without its line break. Returns no record for a line that
-  // is not kept: an empty one, a comment, or one that is no entry and stands below a comment.
-  // Throws std::out_of_range for a header without "]".
+  // Takes the lines in file order, each without its line break. Returns no record for an empty
+  // line, for a comment, and for a line below a comment that is neither header nor key. Throws
+  // std::out_of_range for a header without "]".
   std::optional<IniRecord> Parse(std::string_view line);
 
  private:
@@ -57,7 +57,8 @@ void ForEachIniLine(std::string_view text, Visit visit) {
   }
 }
 
-// Calls visit(IniRecord) for each record of the text. Throws as IniParser does, at the fault.
+// Calls visit(IniRecord) for each record of the text. Throws as IniParser::Parse does, when it
+// reaches the line.
 template <typename Visit>
 void ForEachIniRecord(std::string_view text, Visit visit) {
   IniParser parser;
@@ -67,14 +68,14 @@ void ForEachIniRecord(std::string_view text, Visit visit) {
   });
 }
 
-// The text of a file's bytes, its line ends as "\n"; what follows a Ctrl+Z is not seen.
+// The text in a file's bytes: CR LF becomes "\n", and the text ends at the first Ctrl+Z (0x1A).
 std::string IniText(std::string_view bytes);
 
-// The file's text. `file` is UTF-8, converted to the ANSI code page before it is opened. None when
-// it cannot be opened, cannot be read to its end, or is no file on a disk.
+// The text of the file whose UTF-8 name is `file`, converted to the ANSI code page. None when the
+// file cannot be opened, cannot be read to its end, or is not on a disk.
 std::optional<std::string> ReadIniText(const std::string& file);
 
-// `text` without the bytes of `set` at its ends, as CIniFile::Trim.
+// `text` without the bytes of `set` at its ends. For `mode` see CIniFile::Trim.
 std::string_view Trimmed(std::string_view text, std::string_view set, int mode);
 
 }  // namespace corekit

@@ -1,4 +1,4 @@
-// What the helper answers with, for itself and for the application's side.
+// The helper's exit codes, for itself and for the application's side.
 #pragma once
 
 namespace uactask {

@@ -1,4 +1,4 @@
-// The helper's entry point: runs the one task file that it is given and answers by its exit code.
+// The helper's entry point: runs the one task file that it is given and reports by its exit code.
 
 #include <windows.h>
 
@@ -26,8 +26,8 @@ HelperExitCode RunAndDelete(const std::string& taskFile) {
   return kHelperSucceeded;
 }
 
-// The trace tells a developer why a run ended as it did: one who has started the helper in a
-// debugger, or has built it with UACTASK_TRACE to run where there is none.
+// The trace tells developers why a run ended as it did. It is on under a debugger, and always on in
+// a build with UACTASK_TRACE, which is for machines without a debugger.
 void EnableTraceForDevelopers() {
 #ifdef UACTASK_TRACE
   corekit::EnableTrace(true);
@@ -44,12 +44,12 @@ int Answer(HelperExitCode exitCode) {
 }  // namespace
 
 int wmain(int argumentCount, wchar_t* arguments[]) {
-  // It is elevated, so it must not load what lies beside it or in the current directory.
+  // An elevated process must not load DLLs from its own folder or from the current directory.
   SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
-  // Nobody is there to answer a dialog: not about a missing disk, nor after a crash.
+  // Nobody is there to answer a dialog about a missing disk or a crash.
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
-  // Exhausted memory is a failure as any other. Not left to std::bad_alloc, because the runtime of
-  // MinGW itself allocates to throw it, and crashes where that fails.
+  // Exhausted memory is a failure like any other. It must not be thrown as std::bad_alloc: MinGW's
+  // runtime allocates memory to throw, and crashes when there is none.
   std::set_new_handler([] { std::_Exit(kHelperFailed); });
   EnableTraceForDevelopers();
   if (argumentCount < 2) return Answer(kHelperFailed);

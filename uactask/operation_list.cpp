@@ -37,7 +37,7 @@ std::string FormatOperationList(const std::vector<Operation>& operations) {
   const std::size_t digits = std::to_string(operations.size()).size();
   std::size_t number = 0;
   for (const Operation& operation : operations) {
-    // Padded, because keys are ordered byte by byte: "10" would come before "9".
+    // Padded, because keys are ordered byte by byte and "10" comes before "9".
     std::string key = std::to_string(++number);
     key.insert(0, digits - key.size(), '0');
     ptree& attributes = list.push_back({"item", ptree()})->second.put_child("<xmlattr>", ptree());

@@ -1,6 +1,6 @@
-// The task interface and what all tasks share. The same classes serve both sides: the application
-// fills a task with SetParams and writes it with SaveTaskInfos; the helper creates it from the type
-// in the task file and runs it with SetTaskFile and Run.
+// The task interface and what all tasks share. Both sides use these classes: the application fills
+// a task with SetParams and writes it with SaveTaskInfos; the helper creates a task of the type
+// that the task file names, and runs it with SetTaskFile and Run.
 #pragma once
 
 #include <cstdint>
@@ -11,25 +11,25 @@
 
 class IUACTask {
  public:
-  // Names the task file (UTF-8) that Run works on. Always true; does not look at the file.
+  // Sets the path (UTF-8) of the task file for Run. Always true; does not look at the file.
   virtual bool SetTaskFile(std::string path) = 0;
 
   // Carries out the task. True when it succeeded.
   virtual bool Run() = 0;
 
   // Writes the parameters and the type into an existing task file, which may be empty. False when
-  // the file cannot be read or written, or the parameters are not this task's. For a path outside
-  // ASCII see corekit::CIniFile: it is read by one name and written by another.
+  // the file cannot be read or written, or the parameters are not this task's. Give an ASCII path:
+  // corekit::CIniFile reads and writes other paths by different names.
   virtual bool SaveTaskInfos(std::string path) = 0;
 
   // Replaces the parameters. Always true.
   virtual bool SetParams(const std::map<std::int32_t, std::string>& params) = 0;
 
-  // The task's type, as it stands under "type" in a task file.
+  // The task's type, as a task file holds it under "type".
   virtual std::int32_t GetType() = 0;
 
  protected:
-  // Tasks are destroyed as what they are, by the owner that the factory builds.
+  // Not virtual: the owner that the factory builds destroys a task as its own class.
   ~IUACTask() = default;
 };
 

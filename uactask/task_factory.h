@@ -1,4 +1,4 @@
-// Turns the type in a task file into a task object.
+// Creates the task object for the type in a task file.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -6,6 +6,6 @@
 
 #include "uactask/task.h"
 
-// Puts a new task of the type into `owner`: 0 a UACTaskScheduler, 1 a UACTaskFileOp; for any other
-// type the owner stays as it is. Returns whether the owner holds a task afterwards.
+// Puts a new task into `owner`: type 0 gives a UACTaskScheduler, type 1 a UACTaskFileOp. For any
+// other type `owner` is left alone. Returns whether `owner` holds a task afterwards.
 bool CreateTask(std::int32_t type, boost::shared_ptr<IUACTask>& owner);

@@ -45,7 +45,7 @@ std::string FormatTaskFile(std::int32_t type, const TaskParams& params) {
   return text;
 }
 
-// Bytes are looked at, because a "[" can be the second byte of a Chinese or Japanese character.
+// Looks at bytes, because "[" can be the second byte of a Chinese or Japanese character.
 bool FitsTaskFile(const std::string& value) {
   const auto breaksLine = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '['; };
   return std::none_of(value.begin(), value.end(), breaksLine) &&

@@ -20,7 +20,7 @@ void TraceLine(const std::string& line) { corekit::Trace("%s", line.c_str()); }
 
 template <typename Exception>
 [[noreturn]] void Rethrow(const Exception& caught, const std::string& call) {
-  // Fixed text, by which error reports are matched; this file's name and lines do not matter.
+  // Fixed text by which error reports are matched, whatever this file's name and lines are.
   constexpr boost::source_location kLocation(
       "uactask/uactaskfileop", 102,
       "bool __cdecl UACTaskFileOp::SaveTaskInfos(class std::basic_string<char,struct "
@@ -53,7 +53,7 @@ bool UACTaskFileOp::Run() {
         operation.isFolder ? &tk::IFileOperator::AddDirectoryCopy : &tk::IFileOperator::AddFileCopy;
     (fileOperator.get()->*add)(operation.source.c_str(), operation.destination.c_str());
   }
-  // The task is done when everything was attempted; single copies may fail.
+  // The task succeeds when every item was attempted; single copies may fail.
   fileOperator->Execute();
   return true;
 }

@@ -26,7 +26,7 @@ std::optional<std::int32_t> ReadTaskType(const std::string& path) {
 }  // namespace
 
 bool RunTaskFile(std::string path) {
-  // The caller has just seen the file: it vanished since, and nothing is left to do.
+  // The caller has just seen the file, so it has vanished since and nothing is left to do.
   if (!PathExists(path.c_str())) return true;
 
   const auto type = ReadTaskType(path);

@@ -4,6 +4,6 @@
 #include <string>
 
 // Reads the task's type from the file (UTF-8 path), creates the task and runs it. Returns the
-// task's result; false when the file names no known type; true when the file does not exist.
-// Exceptions that leave the task pass through.
+// task's result, false when the file names no known type, and true when the file does not exist.
+// Exceptions from the task pass through.
 bool RunTaskFile(std::string path);

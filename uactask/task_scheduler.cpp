@@ -26,7 +26,7 @@ constexpr char kWeeklyTriggerId[] = "Trigger_Weekly";
 
 static_assert(uactask::kParamKeys.size() == UACTaskScheduler::kParamCount + 1);
 
-// Whether a step failed; if so, prints its message, which has a "%x" for the status.
+// Whether a step failed. If so, prints its message, which holds a "%x" for the status.
 bool Failed(HRESULT status, const char* message) {
   if (SUCCEEDED(status)) return false;
   std::printf(message, static_cast<unsigned>(status));
@@ -34,11 +34,11 @@ bool Failed(HRESULT status, const char* message) {
   return true;
 }
 
-// The text as COM takes it. Task files hold the bytes of the ANSI code page.
+// Text from a task file, which is in the ANSI code page, as COM takes it.
 _bstr_t ComString(const std::string& text) { return _bstr_t(corekit::AnsiToWide(text).c_str()); }
 
-// Ends what InitTaskSchedulerCom began, at the end of the scope. Declared ahead of every interface
-// pointer, so that they are released first.
+// Ends what InitTaskSchedulerCom began, at the end of the scope. Declare it before all interface
+// pointers, so that they are released first.
 class ComSession {
  public:
   ComSession() = default;
@@ -56,7 +56,7 @@ class ComSession {
   bool active_ = true;
 };
 
-// Connects to the local machine's service, under the caller's own account.
+// Connects to the local machine's service under the caller's own account.
 bool OpenRootFolder(ComPtr<ITaskService>& service, ComPtr<ITaskFolder>& rootFolder) {
   if (Failed(CoCreateInstance(__uuidof(TaskScheduler), nullptr, CLSCTX_INPROC_SERVER,
                               IID_PPV_ARGS(&service)),
@@ -71,7 +71,7 @@ bool OpenRootFolder(ComPtr<ITaskService>& service, ComPtr<ITaskFolder>& rootFold
                  "TaskScheduler: Cannot get Root Folder pointer,%x\n");
 }
 
-// Asks for another interface of the same object and lets go of the one asked.
+// Asks for another interface of the same object and releases the first one.
 template <typename To, typename From>
 HRESULT Exchange(ComPtr<From>& from, ComPtr<To>& to) {
   const HRESULT status = from.As(&to);
@@ -79,8 +79,8 @@ HRESULT Exchange(ComPtr<From>& from, ComPtr<To>& to) {
   return status;
 }
 
-// The functions below set up one kind of trigger each and return whether that worked. A failing
-// put_Id or put_StartBoundary is printed and does no harm.
+// Each of the functions below sets up one kind of trigger and returns whether that worked. A
+// failing put_Id or put_StartBoundary is printed but does not count.
 
 bool SetDaily(ComPtr<ITrigger>& created, const std::string& runtime) {
   ComPtr<IDailyTrigger> trigger;
@@ -106,8 +106,8 @@ bool SetWeekly(ComPtr<ITrigger>& created, const std::string& runtime, std::uint1
                  "\nCannot put days of week interval: %x");
 }
 
-// The texts and the ID are those of the weekly trigger: who reads the output or looks for the ID
-// knows them so.
+// The texts and the ID are deliberately those of the weekly trigger: programs that read the output
+// or look for the ID expect them.
 bool SetMonthly(ComPtr<ITrigger>& created, const std::string& runtime, std::int32_t daysOfMonth) {
   ComPtr<IMonthlyTrigger> trigger;
   if (Failed(Exchange(created, trigger), "\nQueryInterface call for IWeeklyTrigger failed: %x")) {
@@ -128,7 +128,7 @@ std::int32_t InitTaskSchedulerCom() {
   const HRESULT secured =
       CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_PKT_PRIVACY,
                            RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE, nullptr);
-  // Too late means that the process's security has been set before.
+  // RPC_E_TOO_LATE means that the process's security is set already.
   if (secured != RPC_E_TOO_LATE &&
       Failed(secured, "TaskScheduler: CoInitializeSecurity failed,%x\n")) {
     CoUninitialize();
@@ -138,10 +138,10 @@ std::int32_t InitTaskSchedulerCom() {
 }
 
 bool UACTaskScheduler::Run() {
-  // All from one reading: without its arguments a registration would be a deletion.
+  // All from one reading: if a second one failed, a registration would become a deletion.
   const uactask::TaskParams values = uactask::ReadParams(TaskFilePath());
-  // All three numbers are checked first: a malformed task file does not even delete, nor does one
-  // that cannot be read.
+  // The numbers are checked first: a task file that is malformed or cannot be read must not even
+  // delete.
   const auto timeType = boost::lexical_cast<std::int32_t>(values.at(kTimeType));
   const auto daysOfWeek = boost::lexical_cast<std::int32_t>(values.at(kTimeWeekday));
   const auto daysOfMonth = boost::lexical_cast<std::int32_t>(values.at(kTimeMonthday));
@@ -175,7 +175,7 @@ std::int32_t UACTaskScheduler::RegisterScheduleTask(
   ComPtr<ITaskService> service;
   ComPtr<ITaskFolder> rootFolder;
   if (!OpenRootFolder(service, rootFolder)) return kFailed;
-  // An older job of this name goes first; that there is none is no error.
+  // An older job of this name goes first. It is no error if there is none.
   rootFolder->DeleteTask(name, 0);
 
   ComPtr<ITaskDefinition> definition;
@@ -189,7 +189,7 @@ std::int32_t UACTaskScheduler::RegisterScheduleTask(
   ComPtr<IRegistrationInfo> info;
   if (Failed(definition->get_RegistrationInfo(&info),
              "TaskScheduler: Cannot get identification pointer,%x\n")) {
-    com.LeaveInitialised();  // deliberate, on this path alone
+    com.LeaveInitialised();  // deliberate
     return kFailed;
   }
   const HRESULT authored = info->put_Author(ComString(authorName));
@@ -217,8 +217,8 @@ std::int32_t UACTaskScheduler::RegisterScheduleTask(
       if (!SetMonthly(trigger, runtime, daysOfMonth)) return kFailed;
       break;
     default:
-      // A kind that the scheduler knows and this task does not: everything is deliberately left as
-      // it is, silently; the process ends right after.
+      // The scheduler knows this kind, but this task does not. Deliberately says nothing and
+      // releases nothing; the process ends right after.
       trigger.Detach();
       definition.Detach();
       rootFolder.Detach();
@@ -271,7 +271,7 @@ std::int32_t UACTaskScheduler::DeleteScheduleTask(const std::string& taskName) {
   const HRESULT deleted = rootFolder->DeleteTask(name, 0);
   rootFolder.Reset();
   if (FAILED(deleted)) {
-    com.End();  // ahead of the line, unlike everywhere else
+    com.End();  // before the line is printed, unlike everywhere else
     Failed(deleted, "TaskScheduler: Delete task failed,%x\n.");
     return kFailed;
   }

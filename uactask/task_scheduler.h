@@ -6,14 +6,13 @@
 
 #include "uactask/task.h"
 
-// Texts in its task file are in the ANSI code page. The three numbers must stand in every one, also
-// in one that deletes.
+// All texts are in the ANSI code page. A task file must hold the three numbers even if it deletes a
+// job. A job runs as the user who registered it, and only while that user is logged on.
 //
-// A step that fails prints a line on standard output with the failing status; so do the two
-// successes. Silent is a trigger kind that the scheduler knows and this task does not: it fails
-// with COM left initialised and its objects not released. A registration that gets no registration
-// information leaves COM initialised too. The job runs as the user who registered it, and only
-// while that user is logged on.
+// Each step that fails prints a line with its status on standard output, and each success prints
+// one as well. Two failures leave something behind, on purpose. A trigger kind that the scheduler
+// knows and this task does not fails silently, with COM left initialised and its objects not
+// released. A definition that gives no registration information leaves COM initialised.
 class UACTaskScheduler : public UACTaskBase {
  public:
   static constexpr std::int32_t kType = 0;
@@ -22,8 +21,8 @@ class UACTaskScheduler : public UACTaskBase {
   enum Param : std::int32_t {
     kTaskName,      // task_name: the job's name in the scheduler's root folder
     kExePath,       // exe_path: the program that it starts
-    kExeArguments,  // exe_arguments: the program's arguments; empty means: delete that job
-    kRuntime,       // runtime: start of the trigger, as the scheduler takes it: 2026-01-31T08:00:00
+    kExeArguments,  // exe_arguments: the program's arguments; if empty, the job is deleted
+    kRuntime,       // runtime: when the trigger starts, such as 2026-01-31T08:00:00
     kAuthorName,    // author_name
     kTimeType,      // time_type: a TriggerKind
     kTimeWeekday,   // time_weekday: days of a weekly trigger, added up: 1 Sunday … 64 Saturday
@@ -35,27 +34,28 @@ class UACTaskScheduler : public UACTaskBase {
   UACTaskScheduler() : UACTaskBase(kType) {}
 
   // True when the job was registered or deleted. Throws boost::bad_lexical_cast, before anything is
-  // done, when one of the three numbers is not a 32-bit decimal number (a sign and digits alone)
-  // and when the task file cannot be read.
+  // done, when the task file cannot be read or one of the three numbers is not a 32-bit decimal
+  // number (digits with an optional sign).
   bool Run() override;
 
-  // False, with nothing written, unless there are exactly eight parameters; throws
-  // std::out_of_range when they are not those from 0 to 7.
+  // False, with nothing written, unless there are exactly eight parameters. Throws
+  // std::out_of_range when these are not those from 0 to 7.
   bool SaveTaskInfos(std::string path) override;
 
-  // Creates the job, replacing one of the same name, which is gone even when this fails. Returns 0,
-  // or 1 when a step failed; a trigger start that the scheduler refuses does not count as failed.
+  // Creates the job. One of the same name is deleted first, even when a later step fails. Returns
+  // 0, or 1 when a step failed; a trigger ID or start that the scheduler refuses does not count.
   // Throws _com_error when a string cannot be allocated.
   std::int32_t RegisterScheduleTask(const std::string& taskName, const std::string& exePath,
                                     const std::string& exeArguments, const std::string& runtime,
                                     const std::string& authorName, std::int32_t timeType,
                                     std::uint16_t daysOfWeek, std::int32_t daysOfMonth);
 
-  // Returns 0, or 1 when a step failed or there is no such job. Throws as above.
+  // Deletes the job. Returns 0, or 1 when a step failed or there is no such job. Throws _com_error
+  // when a string cannot be allocated.
   std::int32_t DeleteScheduleTask(const std::string& taskName);
 };
 
-// Initialises COM for this thread, as a single-threaded apartment, and its security for the
-// process, unless that was done before. Returns 0, or E_FAIL with COM as it was; prints what
-// failed.
+// Initialises COM for this thread as a single-threaded apartment, and COM's security for the
+// process unless it is set already. Returns 0; otherwise prints what failed, leaves COM as it was
+// and returns E_FAIL.
 std::int32_t InitTaskSchedulerCom();

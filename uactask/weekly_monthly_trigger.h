@@ -1,5 +1,5 @@
-// The Task Scheduler's interfaces for weekly and monthly triggers, which the MinGW headers lack.
-// Where taskschd.h declares them this header adds nothing.
+// The Task Scheduler's interfaces for weekly and monthly triggers, which MinGW's headers lack.
+// Where taskschd.h declares them, this header adds nothing.
 #pragma once
 
 #include <windows.h>

@@ -12,7 +12,7 @@
 namespace xmlstore {
 namespace {
 
-// Far below the some 3,000 levels at which the reader overflows the smallest usual stack.
+// Well below the 3,000 or so levels at which the reader overflows the smallest usual stack.
 constexpr int kMaxNesting = 1000;
 
 bool Fail(DocumentError* why, const std::string& message, std::size_t line) {

@@ -1,4 +1,4 @@
-// Reads text into a property tree, with the limits that the XML store sets.
+// Parses text into a property tree, within the XML store's limits of size and depth.
 #pragma once
 
 #include <boost/property_tree/ptree.hpp>
@@ -7,15 +7,15 @@
 
 namespace xmlstore {
 
-// Why text is no document.
+// Why a text is not accepted as a document.
 struct DocumentError {
-  std::string message;   // of the reader
-  std::size_t line = 0;  // from 1; 0 where no line is meant
+  std::string message;
+  std::size_t line = 0;  // from 1; 0 when the message is about no line
 };
 
-// Replaces `tree` when the whole zero-terminated text is well-formed, shorter than 2 GiB, and not
-// nested so deep that the reader could overflow the stack. Otherwise returns false, leaves the tree
-// as it was and fills `why`, which may be null.
+// Replaces `tree` by the document in the zero-terminated text. Returns false, with `tree` unchanged
+// and `why` filled, when the text is not well-formed, is 2 GiB or longer, or nests so deep that the
+// reader could overflow the stack. `why` may be null.
 bool ParseDocument(const char* text, boost::property_tree::ptree& tree, DocumentError* why);
 
 }  // namespace xmlstore

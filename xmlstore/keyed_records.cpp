@@ -20,7 +20,7 @@ const std::string& AttributeOr(const ptree& attributes, const std::string& name,
   return found == attributes.not_found() ? defaultText : found->second.data();
 }
 
-// The attribute names by index. One that the table lacks is that of an attribute without a name.
+// The attribute names by index. An index that the table lacks gets an empty name.
 std::vector<std::string> FieldNames(const std::map<std::int32_t, std::string>& fields) {
   std::vector<std::string> names(fields.size());
   for (const auto& [index, name] : fields) {
@@ -46,7 +46,7 @@ std::int32_t ReadRecords(const ptree& collection, KeyedRecords& result,
   for (const auto& [name, child] : collection) {
     if (name == kAttributes) continue;
 
-    // A name with a "." counts as a path, and that leads nowhere.
+    // A name with a "." counts as a path, which leads nowhere.
     const auto found = child.find(kAttributes);
     if (found == child.not_found() || name.find('.') != std::string::npos) return kStatusFailed;
 

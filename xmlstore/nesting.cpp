@@ -5,10 +5,10 @@
 namespace xmlstore {
 namespace {
 
-// The scanner takes text apart exactly as the property tree's reader does, loose ends included: an
-// element's name may hold quotes, closing tags need not match, and an unknown declaration ends at
-// the next ">". Where it did otherwise, a document could hide its depth from it. It may be laxer
-// where the reader gives up: a document that fails to load fails for either reason.
+// The scanner splits text exactly as the property tree's reader does, quirks included: an element's
+// name may hold quotes, closing tags need not match, and an unknown declaration ends at the next
+// ">". Any difference would let a document hide its depth. The scanner may be laxer only where the
+// reader gives up, because such a document fails to load anyway.
 
 bool IsBlank(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
 
@@ -25,7 +25,7 @@ const char* SkipBlanks(const char* at) {
   return at;
 }
 
-// The functions below return the position behind what they read, or null where the reader fails.
+// The functions below return the position after what they read, or null where the reader fails.
 
 const char* BehindNext(const char* at, std::string_view end) {
   at = std::strstr(at, end.data());
@@ -42,7 +42,7 @@ const char* BehindDoctype(const char* at) {
   return nullptr;
 }
 
-// Behind "<!".
+// Starts after "<!".
 const char* BehindDeclaration(const char* at) {
   if (StartsWith(at, "--")) return BehindNext(at + 2, "-->");
   if (StartsWith(at, "[CDATA[")) return BehindNext(at + 7, "]]>");
@@ -97,7 +97,7 @@ bool NodeScanner::Next(XmlNode& node) {
     const char* const start = at_++;
     if (*at_ == '/') {
       at_ = BehindClosingTag(at_ + 1);
-      if (--depth_ < 0) at_ = nullptr;  // at the top: the reader fails
+      if (--depth_ < 0) at_ = nullptr;  // nothing is open here: the reader fails
     } else if (*at_ == '?') {
       at_ = BehindNext(at_ + 1, "?>");
     } else if (*at_ == '!') {
@@ -122,8 +122,7 @@ bool NodeScanner::Next(XmlNode& node) {
 const char* FindNestedDeeperThan(const char* text, int limit) {
   NodeScanner scanner(text);
   for (XmlNode node; scanner.Next(node);) {
-    // An element without contents is a level of its own as well: the reader enters it. A comment is
-    // not.
+    // An empty element counts as a level too, because the reader enters it. A comment does not.
     if (node.depth > limit && !node.name.empty()) return node.start;
   }
   return nullptr;

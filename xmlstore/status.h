@@ -1,5 +1,4 @@
-// The status codes of the operations that do not answer with a truth value. Beware: the failure is
-// not 0.
+// The status codes of the operations that do not return a truth value. Beware: success is 0.
 #pragma once
 
 #include <cstdint>

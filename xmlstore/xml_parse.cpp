@@ -29,7 +29,7 @@ constexpr char kItemValue[] = "<xmlattr>.key";
 
 constexpr char kStringMissing[] = "{__see_it_is_read_string_failed_}";
 
-// What the operations on single values differ in by type: the value that stands for a missing
+// What differs by type in the operations on single values: the value that stands for a missing
 // number, and the trace lines.
 template <typename Value>
 struct Rules;
@@ -60,9 +60,9 @@ struct Rules<std::string> {
   static constexpr const char* kWriteError = nullptr;
 };
 
-// Between values and their text, numbers as the property tree's stream converts them but in the
-// classic locale, not in the process's. One serves for many: to make its stream takes far longer
-// than to convert.
+// Converts between values and text. Numbers convert as in the property tree's streams, but in the
+// classic locale rather than the process's. Use one converter for many values: making its stream
+// takes far longer than a conversion.
 template <typename Value>
 class Converter {
   using Conversion = boost::property_tree::customize_stream<char, std::char_traits<char>, Value>;
@@ -100,8 +100,7 @@ void TracePath(const char* format, const std::string& path) {
   if (format != nullptr) corekit::Trace(format, path.c_str());
 }
 
-// A path that is empty or ends in "." lacks the key of what is to be made; the tree would only
-// assert that it does not.
+// Whether the path lacks its last key. The tree itself would only assert that it does not.
 bool LacksKey(const std::string& path) { return path.empty() || path.back() == '.'; }
 
 template <typename Number>
@@ -158,7 +157,7 @@ struct SplitAtLastKey {
   std::string name;
 };
 
-// Closes the file on every way out; JFile itself does not.
+// Closes the file on every way out, because JFile's destructor does not.
 struct FileCloser {
   JFile& file;
   ~FileCloser() { file.Close(); }
@@ -203,7 +202,7 @@ std::int32_t XMLParse::PutStringVector(std::string path, const std::vector<std::
   return PutVector(tree_, path, values);
 }
 
-// Puts an attribute on the parent, so it fails unless the element was there: callers know it so.
+// Puts an attribute on the parent, so it fails unless the element exists. Callers rely on that.
 std::int32_t XMLParse::SetFloatVector(std::string path, const std::vector<float>& values) {
   return SetStringAttr(path, "") != kFalse ? PutFloatVector(path, values) : kFalse;
 }
@@ -251,7 +250,7 @@ std::int32_t XMLParse::SetValue(const std::string& path, const Value& value,
   return kTrue;
 }
 
-// True with the missing value as well, unlike the integers.
+// Unlike the integers, true for a missing value too.
 std::int32_t XMLParse::GetFloat(std::string path, float& out) { return GetNumber(path, out); }
 
 std::int32_t XMLParse::GetInt64(std::string path, std::int64_t& out) {
@@ -407,7 +406,7 @@ ptree& XMLParse::GetTree() { return tree_; }
 
 void XMLParse::ToAttrPath(std::string& path) {
   if (path.find(std::string(".") + kAttributes) != std::string::npos) return;
-  // Without a "." there is no position to insert at, which insert itself reports.
+  // Without a "." the position is npos, for which insert throws std::out_of_range.
   path.insert(path.rfind('.'), std::string(".") + kAttributes);
 }
 

@@ -1,25 +1,25 @@
-// The XML typed-value store: one XML document in memory, read and written through typed operations
-// addressed by dotted paths, loaded from and saved to files.
+// The XML typed-value store: one XML document in memory, loaded from and saved to files. Typed
+// operations read and write its values at dotted paths.
 //
 // Paths
 //   A path joins keys with ".", from the document element down: "root.task" is the element task
-//   inside root. Where several children share a key, the first in document order is meant. The key
-//   "<xmlattr>" names the node that holds an element's attributes: "root.a.<xmlattr>.b" is the
-//   attribute b of root.a.
+//   inside root. Where several children share a key, the path means the first in document order.
+//   The key "<xmlattr>" names the node that holds an element's attributes: "root.a.<xmlattr>.b" is
+//   the attribute b of root.a.
 //
 // Attributes and elements
-//   Get… and Put… of single values work on attributes: they turn "root.a.count" into
-//   "root.a.<xmlattr>.count" unless the path holds ".<xmlattr>" already. So do Set…Attr and
-//   RemoveAttr. A path without "." cannot be turned; what becomes of it stands with the operations.
-//   Set… without Attr, Remove and RemoveAll take the path as it stands, and so do the vectors.
+//   Get… and Put… of single values, Set…Attr and RemoveAttr work on attributes. They turn
+//   "root.a.count" into "root.a.<xmlattr>.count", unless the path holds ".<xmlattr>" already. A
+//   path without "." cannot be turned; each operation says what it does with one. All other
+//   operations take the path as it stands.
 //
 // Values
-//   Numbers are written and read in the classic ("C") locale whatever the process's locale is, and
-//   must fill their text but for white space around them. Floats are written with 9 significant
-//   digits. Strings are stored as they stand.
+//   Numbers are written and read in the classic ("C") locale, whatever the process's locale is. A
+//   number must be the whole text, except for white space around it. Floats are written with 9
+//   significant digits. Strings are stored unchanged.
 //
-// Results are 1 for success and 0 for failure unless stated otherwise. A store may not be used by
-// two threads at once.
+// Results are 1 for success and 0 for failure unless stated otherwise. Two threads must not use one
+// store at once.
 #pragma once
 
 #include <boost/property_tree/ptree.hpp>
@@ -28,8 +28,8 @@
 #include <string>
 #include <vector>
 
-// windows.h makes a macro of this name. Where it is included behind this header, calls end up at
-// LoadStringA or LoadStringW, and overriding needs this line again.
+// windows.h defines a macro of this name. If it is included after this header, calls go to
+// LoadStringA or LoadStringW, and a class that overrides LoadString needs this line again.
 #undef LoadString
 
 class XMLParse;
@@ -41,44 +41,47 @@ class IXMLParse {
   // A copy with the same document, file path and loaded flag. The caller deletes it.
   virtual XMLParse* Clone() = 0;
 
-  // Vectors. The element at `path` holds one child "item" for each entry, whose attribute "key"
-  // holds the value.
+  // Vectors. The element at `path` holds one child "item" for each entry. The item's attribute
+  // "key" holds the value.
   //
-  // Get…Vector empties `out` and reads every entry into it. 0 when the element is missing or holds
-  // anything but well-formed items and attributes (a comment, for instance); `out` then keeps the
-  // entries before it.
+  // Get…Vector empties `out` and reads every entry into it. 0 when the element is missing, or when
+  // a child is not an item (a comment, for instance) or has no value that converts; `out` then
+  // holds the entries before that child.
   virtual std::int32_t GetFloatVector(std::string path, std::vector<float>& out) = 0;
   virtual std::int32_t GetIntVector(std::string path, std::vector<std::int32_t>& out) = 0;
   virtual std::int32_t GetStringVector(std::string path, std::vector<std::string>& out) = 0;
 
-  // Get… reads an attribute. An integer that is absent or does not convert gives
-  // `out` = -9999999 and 0, which makes a real -9999999 look absent. A float gives
-  // `out` = -99999.9F, but 1: compare the value. A string leaves `out` as it was and gives 0, as
-  // does the text "{__see_it_is_read_string_failed_}". A path without "." gives 0 and leaves `out`.
+  // Get… reads an attribute. For one that is absent or does not convert
+  // - GetInt and GetInt64 return 0 and set `out` to -9999999; a real -9999999 looks absent, too;
+  // - GetFloat returns 1 and sets `out` to -99999.9F: compare the value;
+  // - GetString returns 0 and leaves `out`; so it does for "{__see_it_is_read_string_failed_}".
+  // A path without "." gives 0 and leaves `out`.
   virtual std::int32_t GetFloat(std::string path, float& out) = 0;
   virtual std::int32_t GetInt64(std::string path, std::int64_t& out) = 0;
   virtual std::int32_t GetInt(std::string path, std::int32_t& out) = 0;
   virtual std::int32_t GetString(std::string path, std::string& out) = 0;
 
-  // Put…Vector replaces all items of an existing element and leaves its other children; the new
-  // items come last. 0, with nothing changed, when the element is missing.
+  // Put…Vector replaces all items of an existing element. Its other children stay, and the new
+  // items come after them. 0, with nothing changed, when the element is missing.
   virtual std::int32_t PutFloatVector(std::string path, const std::vector<float>& values) = 0;
   virtual std::int32_t PutIntVector(std::string path, const std::vector<std::int32_t>& values) = 0;
   virtual std::int32_t PutStringVector(std::string path,
                                        const std::vector<std::string>& values) = 0;
 
-  // Put… writes an attribute, creating it and the elements above it where they are missing. 0 for a
-  // path without "." or with nothing behind its last one.
+  // Put… writes an attribute, and creates it and the elements above it where they are missing. 0
+  // for a path without "." or with nothing after its last one.
   virtual std::int32_t PutFloat(std::string path, float value) = 0;
   virtual std::int32_t PutInt64(std::string path, std::int64_t value) = 0;
   virtual std::int32_t PutInt(std::string path, std::int32_t value) = 0;
   virtual std::int32_t PutString(std::string path, std::string value) = 0;
 
-  // Set…Vector differs by type. SetStringVector creates the element where it is missing; where it
-  // exists, an empty attribute of the element's name appears on its parent (the document element,
-  // which has none, gives 0). SetFloatVector always
-  // makes that attribute and never the element, and throws std::out_of_range for a path without
-  // ".". SetIntVector does nothing and returns 1.
+  // Set…Vector differs by type.
+  // - SetStringVector is PutStringVector that creates a missing element. Where the element exists,
+  //   an empty attribute of its name appears on its parent as well; the document element has no
+  //   parent, so it gives 0.
+  // - SetFloatVector makes that attribute in any case but never the element, so it gives 0 unless
+  //   the element exists. It throws std::out_of_range for a path without ".".
+  // - SetIntVector does nothing and returns 1.
   virtual std::int32_t SetFloatVector(std::string path, const std::vector<float>& values) = 0;
   virtual std::int32_t SetIntVector(std::string path, const std::vector<std::int32_t>& values) = 0;
   virtual std::int32_t SetStringVector(std::string path,
@@ -90,29 +93,30 @@ class IXMLParse {
   virtual std::int32_t SetIntAttr(std::string path, std::int32_t value) = 0;
   virtual std::int32_t SetStringAttr(std::string path, std::string value) = 0;
 
-  // Set… adds an element with this text where the path names nothing yet. Where the element exists
-  // the value goes through Put… to the attribute of that name, and the element stays as it was.
-  // 0 for a path that is empty or ends in ".".
+  // Set… adds an element with this text where the path names nothing yet. Where the element exists,
+  // the value goes to the attribute of that name, as with Put…, and the element is unchanged. 0 for
+  // a path that is empty or ends in ".".
   virtual std::int32_t SetFloat(std::string path, float value) = 0;
   virtual std::int32_t SetInt64(std::string path, std::int64_t value) = 0;
   virtual std::int32_t SetInt(std::string path, std::int32_t value) = 0;
   virtual std::int32_t SetString(std::string path, std::string value) = 0;
 
-  // Removes an attribute. Throws std::out_of_range for a path without ".".
+  // Removes an attribute. Always 1, also when there is none. Throws std::out_of_range for a path
+  // without ".".
   virtual std::int32_t RemoveAttr(std::string path) = 0;
 
-  // Removes the first node at the path. Always 1, also when there is none. A path without "." names
-  // a child of the same name inside the node, as "root.root" would.
+  // Removes the first node at the path. Always 1, also when there is none. A path without "." means
+  // the child of the same name inside the node: "root" removes "root.root".
   virtual std::int32_t Remove(std::string path) = 0;
 
-  // Removes every node at the path. 1 also when there is none; 0 for a path without ".", or with
-  // nothing before or behind its last ".".
+  // Removes every node at the path. 1, also when there is none; 0 for a path without ".", or with
+  // nothing before or after its last ".".
   virtual std::int32_t RemoveAll(std::string path) = 0;
 
-  // Parses a document from text up to its zero byte; `length` is not used. White space around text
-  // is removed and runs inside it become one blank; comments are kept. 0, with the document as it
-  // was, for text that is not well-formed, nests more than 1000 elements deep, or is 2 GiB long.
-  // The deepest documents take 128 kB of stack, without optimisation up to 2 MB.
+  // Parses a document from zero-terminated UTF-8; `length` is not used. White space around texts is
+  // removed, runs inside them become one blank, and comments are kept. 0, with the document
+  // unchanged, when the text is not well-formed, nests more than 1,000 elements deep, or is 2 GiB
+  // or longer. The deepest documents take 128 kB of stack, or up to 2 MB without optimisation.
   virtual std::int32_t LoadString(const char* text, std::int32_t length) = 0;
 
   std::int32_t LoadStringA(const char* text, std::int32_t length) {
@@ -123,27 +127,27 @@ class IXMLParse {
   }
 
   // Loads a document from a file; `path` is in the ANSI code page. On success remembers the path
-  // and sets the loaded flag. 0, with everything as it was, when the file cannot be read, is 2 GiB
-  // or larger, or fails in LoadString.
+  // and sets the loaded flag. 0, with everything unchanged, when the file cannot be read, is 2 GiB
+  // or larger, or LoadString refuses its text.
   virtual std::int32_t LoadFile(std::string path) = 0;
 
   // 1 once a LoadFile has succeeded, otherwise 0.
   virtual std::int32_t IsLoaded() = 0;
 
-  // SaveAs to the file last loaded.
+  // Calls SaveAs with the path of the file last loaded.
   virtual std::int32_t Save() = 0;
 
   // Writes the document as UTF-8, indented with tabs, and creates missing directories; `path` is in
-  // the ANSI code page. 1 when written, 0 when memory runs out on the way or the text would take
-  // 2 GiB, and 0x80004005, which is not 0, when the file cannot be opened. Texts are written as
-  // they are, also control characters. A disk that runs full goes unnoticed.
+  // the ANSI code page. 1 when written; 0 when memory runs out or the text would take 2 GiB; and
+  // 0x80004005, which is not 0, when the file cannot be opened. Texts are written as they are,
+  // control characters included. A disk that fills up goes unnoticed.
   virtual std::int32_t SaveAs(std::string path) = 0;
 
   // The document itself, for reading and changing.
   virtual boost::property_tree::ptree& GetTree() = 0;
 };
 
-// Puts a new, empty store into `store`. Returns 0, or 0x80004005 when it could not be made.
+// Puts a new, empty store into `store`. Returns 0, or 0x80004005 when memory runs out.
 std::int32_t CreateXMLParse(boost::shared_ptr<IXMLParse>& store);
 
 class XMLParse : public IXMLParse {
@@ -185,10 +189,10 @@ class XMLParse : public IXMLParse {
   boost::property_tree::ptree& GetTree() override;
 
  protected:
-  // Turns a path into that of an attribute, in place. Throws std::out_of_range without a ".".
+  // Turns the path into an attribute's, in place. Throws std::out_of_range for a path without ".".
   static void ToAttrPath(std::string& path);
 
-  // 1 when the path names a node, otherwise 0. Every "." separates two keys, empty ones included.
+  // 1 when the path names a node, otherwise 0. Every "." separates two keys, which may be empty.
   std::int32_t Exists(const std::string& path) const;
 
  private:
@@ -198,7 +202,7 @@ class XMLParse : public IXMLParse {
   template <typename Value>
   std::int32_t PutValue(std::string path, const Value& value);
 
-  // `put` is the operation that a Set… forwards to when its path exists.
+  // `put` is the operation that Set… forwards to when the path exists.
   template <typename Value>
   std::int32_t SetValue(const std::string& path, const Value& value,
                         std::int32_t (XMLParse::*put)(std::string path, Value value));

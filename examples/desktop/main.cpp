@@ -1,8 +1,8 @@
-// An update of a desktop application, with the shell's progress window: what is about to be done,
-// how far it is, Cancel, and a summary. Copies "new" to "installed" in the current directory.
+// Updates a desktop application, with the shell's progress window: shows what will be done, the
+// progress, Cancel, and a summary. Copies from "new" to "installed" in the current directory.
 //
-// The progress window has a thread of its own, so it lives while this one waits in Run. So that the
-// application's own windows live too, do the same in a worker thread of yours.
+// The progress window has its own thread, so it responds while this thread waits in Run. If your
+// application has windows, call Run in a worker thread, so that they respond too.
 
 #include <fcntl.h>
 #include <io.h>
@@ -17,7 +17,7 @@
 
 namespace {
 
-// Does nothing where the shell has no such window.
+// Does nothing if the shell has no such window.
 class ProgressWindow {
  public:
   explicit ProgressWindow(HWND owner) : com_(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)) {
@@ -45,7 +45,7 @@ class ProgressWindow {
     const std::wstring path =
         now.comparing ? L"Comparing with the new files" : now.current.wstring();
     dialog_->SetLine(1, files.c_str(), FALSE, nullptr);
-    dialog_->SetLine(2, path.c_str(), TRUE, nullptr);  // TRUE: shortened where it is too long
+    dialog_->SetLine(2, path.c_str(), TRUE, nullptr);  // TRUE: shortens a long path
     dialog_->SetProgress64(now.bytes, now.allBytes);
   }
 
@@ -56,7 +56,7 @@ class ProgressWindow {
   IProgressDialog* dialog_ = nullptr;
 };
 
-// "81 files, 286 MiB, deletes 60 files": for the question whether to go on.
+// Such as "81 files, 286 MiB, deletes 60 files", for asking whether to go on.
 std::wstring Amounts(const uaclient::Report& report) {
   std::uint64_t files = 0;
   std::uint64_t bytes = 0;
@@ -70,7 +70,7 @@ std::wstring Amounts(const uaclient::Report& report) {
          std::to_wstring(deleted) + L" files";
 }
 
-// In a dialog, if you have one.
+// Show this in a dialog if you have one.
 void Summarize(const uaclient::Result& result) {
   const std::wstring text = result.reason.empty() ? uaclient::Text(result.status) : result.reason;
   std::wprintf(L"%ls\n", text.c_str());
@@ -98,7 +98,7 @@ int main() {
   options.owner = owner;
   options.confirm = [](const uaclient::Report& report) {
     std::wprintf(L"%ls\n", Amounts(report).c_str());
-    return true;  // or what the user answers when you ask
+    return true;  // or the user's answer
   };
   options.progress = [&window](const uaclient::Progress& now) {
     window.Show(now);

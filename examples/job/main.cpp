@@ -1,4 +1,4 @@
-// A weekly job of the Task Scheduler, registered and removed again, with an elevation for each.
+// Registers a weekly job with the Task Scheduler and removes it again, with one elevation for each.
 
 #include <fcntl.h>
 #include <io.h>
@@ -13,7 +13,7 @@ namespace {
 bool Tell(const wchar_t* what, const uaclient::Result& result) {
   const std::wstring text = result.reason.empty() ? uaclient::Text(result.status) : result.reason;
   std::wprintf(L"%ls: %ls\n", what, text.c_str());
-  // Of a job that was registered, too: another account may have confirmed the elevation.
+  // Even a registered job can have a reason: another account may have confirmed the elevation.
   for (const uaclient::Item& item : result.items) {
     if (!item.reason.empty()) std::wprintf(L"  %ls\n", item.reason.c_str());
   }

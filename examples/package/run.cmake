@@ -1,21 +1,21 @@
-# Configures, builds and runs this project in `WORK` with what was built in `BUILD` of `SOURCE`: installed, as a folder
-# and as CMake fetches it. `OPTIONS` is what the compiler and the libraries there need, `EMULATOR` what starts its programs
-# (both separated by "|").
+# Configures, builds and runs this project in `WORK` three times: with uactask from the build in `BUILD`, installed, and
+# with `SOURCE` as a folder and as fetched by CMake. `OPTIONS` are CMake's for that compiler and its libraries;
+# `EMULATOR` is the command that starts programs (both separated by "|").
 string(REPLACE "|" ";" options "${OPTIONS}")
 string(REPLACE "|" ";" EMULATOR "${EMULATOR}")
 
-# A toolchain file that lies elsewhere finds Boost by the prefix path alone.
+# A copy of the toolchain file in another folder finds Boost by the prefix path alone.
 if(TOOLCHAIN)
   configure_file(${TOOLCHAIN} ${WORK}/toolchain.cmake COPYONLY)
   list(APPEND options -DCMAKE_TOOLCHAIN_FILE=${WORK}/toolchain.cmake)
 endif()
 
-# The project may have targets of these names.
+# A project may have targets of these names.
 file(WRITE ${WORK}/names.cmake
   "foreach(name corekit inifile fileop xmlstore tasks core client launcher bench tests)\n"
   "  add_library(\${name} INTERFACE)\nendforeach()\n")
 
-# What the elevation prompt is to show of the helper, and part of it in UTF-16.
+# The publisher in the helper's resources, and part of it in UTF-16.
 set(company "M\\b \"Pläyer\"")
 set(company_part "4d005c0062002000220050006c00e40079006500720022000000")
 
@@ -26,7 +26,7 @@ function(use from folder config)
     "-DUACTASK_COMPANY=${company}" -DUACTASK_FOLDER=${SOURCE} -DFETCHCONTENT_SOURCE_DIR_UACTASK=${SOURCE}
     ERROR_VARIABLE remarks ECHO_ERROR_VARIABLE COMMAND_ERROR_IS_FATAL ANY)
   if(remarks)
-    message(FATAL_ERROR "Configuring warns of:\n${remarks}")
+    message(FATAL_ERROR "${from}: configuring must not warn, but it did:\n${remarks}")
   endif()
   execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK}/${folder} --config ${config} ${ARGN}
     COMMAND_ERROR_IS_FATAL ANY)
@@ -51,8 +51,8 @@ execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --config ${CONFIG} -
   COMMAND_ERROR_IS_FATAL ANY)
 use(package installed ${CONFIG})
 file(REMOVE_RECURSE ${WORK}/prefix)
-# The same folder for both, so that nothing is compiled twice. Cross-compiled, the helper alone and without optimisation:
-# there the client has been compiled and linked into a program before.
+# Both use the same folder, so that nothing is compiled twice. Cross-compiled, they build the helper alone, without
+# optimisation: the client has been compiled and linked into a program before.
 if(TOOLCHAIN)
   set(CONFIG Debug)
   set(part --target uactask)
