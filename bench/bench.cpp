@@ -163,7 +163,8 @@ int main(int argumentCount, char* arguments[]) {
   if (job == "vectors" && words.size() == 2) return Vectors(std::stoul(words[1])) ? 0 : 1;
   if (job == "ini" && words.size() == 2) return SetIniValue(std::stoi(words[1])) ? 0 : 1;
   std::fprintf(stderr,
-               "bench copy FROM/ TO/ | start PROGRAM ARGUMENT | read_xml FILE | records FILE | "
+               "bench copy FROM/ TO/ | compare FIRST SECOND | start PROGRAM ARGUMENT | read_xml "
+               "FILE | records FILE | "
                "vectors N | ini N\n");
   return 2;
 }
