@@ -124,7 +124,7 @@ TEST_F(PlanCheck, ReplacesWhatMayGo) {
          {"!@s/>@running", {"E x.exe\" is to be deleted, but is in use"}},
          {"!@s/>C:/", {"E whole drive", "E holds the source"}},
          {"!@s/>C:/Windows/System32/x", {"E is in the Windows folder"}},
-         {"!@s/>C:/Program Files", {"E which programs need"}},
+         {"!@s/>C:/Program Files", {"E would delete programs"}},
          {"!@s/>C:/Program Files/Common Files/", {"E which programs need"}},
          {"!@s/>C:/ProgramData", {"E "}},
          {"!@s/>C:/users", {"E "}},

@@ -2,10 +2,8 @@
 
 #include <windows.h>
 
+#include <objbase.h>
 #include <shlobj.h>
-#include <wrl/client.h>
-
-#include <thread>
 
 #include "uaclient/helper_files.h"
 #include "uaclient/helper_process.h"
@@ -14,33 +12,19 @@
 namespace uaclient {
 namespace {
 
-struct TaskMemory {
-  void operator()(void* memory) const { CoTaskMemFree(memory); }
-};
-template <typename Type>
-using TaskMemoryPointer = std::unique_ptr<Type, TaskMemory>;
-
-// The folders of the system's list, for this user. On a thread of its own, because the caller's may
-// be in any apartment.
+// The folders of the system's list, for this user.
 std::vector<std::wstring> SystemsKnownFolders() {
   std::vector<std::wstring> paths;
-  std::thread([&paths] {
-    const HRESULT com = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    Microsoft::WRL::ComPtr<IKnownFolderManager> manager;
-    KNOWNFOLDERID* list = nullptr;
-    UINT count = 0;
-    if (SUCCEEDED(CoCreateInstance(__uuidof(KnownFolderManager), nullptr, CLSCTX_INPROC_SERVER,
-                                   IID_PPV_ARGS(&manager))) &&
-        SUCCEEDED(manager->GetFolderIds(&list, &count))) {
-      const TaskMemoryPointer<KNOWNFOLDERID> ids(list);
-      for (UINT i = 0; i < count; ++i) {
-        std::wstring path = KnownFolder(ids.get()[i]);
-        if (!path.empty()) paths.push_back(std::move(path));
-      }
-    }
-    manager.Reset();
-    if (SUCCEEDED(com)) CoUninitialize();
-  }).join();
+  HKEY list = nullptr;
+  RegOpenKeyExW(HKEY_LOCAL_MACHINE,
+                L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Explorer\\FolderDescriptions", 0,
+                KEY_READ, &list);
+  wchar_t name[64];
+  for (DWORD i = 0; RegEnumKeyW(list, i, name, 64) == ERROR_SUCCESS; ++i) {
+    KNOWNFOLDERID id;
+    if (SUCCEEDED(IIDFromString(name, &id))) paths.push_back(KnownFolder(id));
+  }
+  RegCloseKey(list);
   return paths;
 }
 
@@ -49,8 +33,9 @@ std::vector<std::wstring> SystemsKnownFolders() {
 std::wstring KnownFolder(const KNOWNFOLDERID& id) {
   wchar_t* text = nullptr;
   const HRESULT found = SHGetKnownFolderPath(id, KF_FLAG_DONT_VERIFY, nullptr, &text);
-  const TaskMemoryPointer<wchar_t> owner(text);
-  return SUCCEEDED(found) && IsAbsolute(text) ? FullPath(text) : std::wstring();
+  const std::wstring path = SUCCEEDED(found) ? FullPath(text) : std::wstring();
+  CoTaskMemFree(text);
+  return path;
 }
 
 KeptFolders::KeptFolders(Folders& folders, const Options& options) {

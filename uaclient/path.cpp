@@ -85,11 +85,7 @@ std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::
 }
 
 std::wstring FullPath(const std::wstring& path) {
-  if (path.empty()) return {};
-  const bool isKernels = path.rfind(L"\\??\\", 0) == 0;
-  std::wstring full = SystemsFullPath(isKernels ? L"\\\\" + path.substr(2) : path);
-  if (full.rfind(L"\\\\.\\", 0) == 0) full[2] = L'?';
-  full = WithoutPrefix(full);
+  const std::wstring full = WithoutPrefix(SystemsFullPath(path));
   return IsAbsolute(full) ? Plain(full) : std::wstring();
 }
 
