@@ -12,10 +12,9 @@ using Task =
 
 struct Arguments {
   // L"" where there is none of these: which argument is wrong and what to write instead, a page of
-  // help.txt.in that is to be printed, an argument that may not be meant as it is.
+  // help.txt.in that is to be printed.
   std::wstring refusal;
   std::wstring helpPage;
-  std::wstring warning;
 
   Task task;
   bool replace = false;

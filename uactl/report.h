@@ -20,14 +20,13 @@ struct Outcome {
   uaclient::Result result;  // of a check its report, and the reason why a run would be refused
 };
 
-// Of a run; wrong arguments count as one that is invalid.
 Outcome OutcomeOf(const uaclient::Result& result, bool ofTaskFile);
+
+// Of a command that was wrong (kInvalid) or that failed by itself, as if a run had ended so.
+Outcome Failure(uaclient::Status status, const std::wstring& reason);
 
 // Of what is not to be started: "check" of a task file, or --dry-run.
 Outcome OutcomeOf(const uaclient::Report& report, bool ofTaskFile);
-
-// Of a command for which memory does not suffice.
-Outcome Exhausted(bool isCheck);
 
 struct Lines {
   std::wstring output;  // for standard output, whole lines
@@ -57,8 +56,6 @@ Lines AsText(const Outcome& outcome);
 //
 // Paths and names that something does not have are "".
 std::string AsJson(const Outcome& outcome);
-
-std::wstring WarningLine(const std::wstring& text);
 
 // What is to be known before the start: warnings, and what is going to be deleted.
 std::wstring Announcement(const uaclient::Report& report);
