@@ -159,11 +159,11 @@ std::wstring Announcement(const Report& report) {
 std::wstring ProgressText(const uaclient::Progress& progress) {
   if (progress.allFiles == 0) return {};
   if (progress.comparing) return L"comparing with the sources";
-  const auto elapsed = std::max<std::uint64_t>(1, progress.elapsed.count());
+  const auto elapsed = std::max<std::int64_t>(progress.elapsed.count(), 1);
   const std::uint64_t share = progress.allBytes > 0 ? progress.bytes * 100 / progress.allBytes
                                                     : progress.files * 100 / progress.allFiles;
   return std::to_wstring(share) + L" %, " + std::to_wstring(progress.files) + L" of " +
          FilesInWords(progress.allFiles) + L", " + BytesInWords(progress.bytes) + L" of " +
-         BytesInWords(progress.allBytes) + L", " + BytesInWords(progress.bytes * 1000 / elapsed) +
-         L"/s";
+         BytesInWords(progress.allBytes) + L", " +
+         BytesInWords(progress.bytes * 1000 / static_cast<std::uint64_t>(elapsed)) + L"/s";
 }
