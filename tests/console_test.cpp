@@ -73,21 +73,14 @@ TEST_F(Screen, ShowsTextWhateverTheCodePage) {
 
 TEST_F(Screen, WritesTheStatusOverItself) {
   Print(Stream::kErrors, L"before");
-  {
-    const StatusLine unused;
-  }
   EXPECT_EQ(AtCursor(), L"before");
-  PrintAscii(Stream::kErrors, "\nascii");
-  EXPECT_EQ(AtCursor(), L"ascii");
-  {
-    StatusLine status;
-    for (const wchar_t* text : {L"a longer text", L"short", L"\nsame", L"x"}) {
-      status.Show(text);
-      EXPECT_EQ(AtCursor(), L"+" + (text[0] == L'\n' ? L"\xFFFDsame" : std::wstring(text)));
-    }
-    status.Show(std::wstring(1000, L'-'));
-    EXPECT_EQ(AtCursor(), L"+" + std::wstring(Width() - 1, L'-'));
+  for (const wchar_t* text : {L"a longer text", L"short", L"\nsame", L"x"}) {
+    ShowStatus(text);
+    EXPECT_EQ(AtCursor(), L"+" + (text[0] == L'\n' ? L"\xFFFDsame" : std::wstring(text)));
   }
+  ShowStatus(std::wstring(1000, L'-'));
+  EXPECT_EQ(AtCursor(), L"+" + std::wstring(Width() - 1, L'-'));
+  ShowStatus({});
   EXPECT_EQ(AtCursor(), L"");
 }
 

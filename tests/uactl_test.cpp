@@ -21,7 +21,6 @@
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
 using testing::StartsWith;
 using Json = nlohmann::json;
 using Strings = std::vector<std::string>;
@@ -113,17 +112,16 @@ TEST_F(Uactl, ExplainsItself) {
   const std::string all = Says(0, {"--help"});
   for (const char* word : {"-h", "/?", "help"}) EXPECT_EQ(Says(0, {word}), all);
   for (const std::string& command : kCommands) {
-    EXPECT_THAT(all, HasSubstr("\n  " + command + " "));
     const std::string help = Says(0, {command, "--help"});
-    EXPECT_THAT(help, StartsWith("Usage: uactl " + command + " "));
+    EXPECT_THAT(help, StartsWith("uactl " + command + " "));
+    EXPECT_THAT(all, HasSubstr("\n" + help.substr(0, help.find('\n', help.find('\n') + 1) + 1)));
     EXPECT_THAT(help, HasSubstr("\nExit code: 0"));
     EXPECT_EQ(Says(0, {"help", command}), help);
     EXPECT_EQ(Says(0, {command, "--json", "/?"}), help);
-    for (const char* option : {"--replace", "--dry-run", "--fast", "--timeout=5", "--json"}) {
-      const std::string name = std::string(option).substr(0, std::string(option).find('='));
+    for (const std::string option : {"--replace", "--dry-run", "--fast", "--timeout", "--json"}) {
       const bool isKnown =
-          Read({command, option}).refusal.find(L"is not an option") == std::string::npos;
-      EXPECT_EQ(isKnown, help.find("\n  " + name) != std::string::npos) << command << name;
+          Read({command, option, "5"}).refusal.find(L"is not an option") == std::string::npos;
+      EXPECT_EQ(isKnown, help.find("\n  " + option) != std::string::npos) << command << option;
     }
   }
   EXPECT_TRUE(std::regex_match(Says(0, {"--version"}), std::regex("uactl \\d+\\.\\d+\\.\\d+\n")));
@@ -137,11 +135,11 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"help none", "\"none\" is not a command"},
       {"copy none b", "none\" does not exist"},
       {"copy P a P", "DESTINATION of \"" + kProgram},
-      {"copy -x . a", "as .\\-x"},
+      {"copy -x . a", "\"-x\" is not an option"},
       {"copy P a --fast=1", "\"--fast=1\""},
       {"copy --timeout 0 P a", "\"0\""},
-      {"copy P --timeout=86401 a", "\"86401\""},
-      {"copy P a --timeout", "\"\" is not a number"},
+      {"copy P --timeout 86401 a", "\"86401\""},
+      {"copy P a --timeout", "number of seconds is missing"},
       {"copy - a", "\"" + FullPath("-") + "\" does not exist"},
       {"copy -- --json a", "\"" + FullPath("--json") + "\" does not exist"},
       {"copy P \\\\.\\NUL", "NUL"},
@@ -150,7 +148,7 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"unschedule", "NAME"},
       {"unschedule a b", "\"b\""},
       {"daily N 24:00 P a", "\"24:00\""},
-      {"daily N 8:00 P 08:00", "two digits each"},
+      {"daily N 8:00 P a", "from 00:00 to 23:59"},
       {"daily N 12:60 P a", "\"12:60\""},
       {"daily N -1:00 P a", "\"-1:00\""},
       {"weekly N 08:00 mon,,tue P a", "\"\" is not a weekday"},
@@ -175,26 +173,22 @@ TEST_F(Uactl, ExplainsMistakes) {
       {{"copy", dir + "\\", "b"}, quote},
       {{"run", dir + "\\"}, quote},
       {{"daily", kJob, "08:00", dir + "\\", "a"}, quote},
-      {{"copy", dir, "b", "/E"}, "\"/E\" is not an option. Options begin with \"--\""},
+      {{"copy", dir, "b", "/E"}, "\"/E\" is not an option here. Options begin with \"--\""},
       {{"daily", "/tn", kJob, "08:00", kProgram, "a"}, "Options begin with \"--\""},
-      {{"daily", kJob, "--dry-run", "08:00", kProgram, "a"}, "options come before it"},
-      {{"daily", "Skin", "update", "08:00", kProgram, "a"},
-       "\"update\" stands where HH:MM belongs"},
-      {{"daily", kJob, "08:00", front, "b\\u.exe", "/s"}, "\"" + program + "\" is: put quotes"},
-      {{"daily", kJob, "08:00", program + " /s"}, "\"" + program + "\" is: put quotes"},
-      {{"daily", kJob, "08:00", "\\\"" + program + "\\\" /s"},
-       "\"" + program + "\" is: put quotes"},
-      {{"daily", kJob, "08:00", program}, "\"\" is an empty one"},
-      {{"copy", "\\\\127.0.0.1\\none\\x", "b"},
-       "share that cannot be reached, \"\\\\127.0.0.1\\none\\\": "},
+      {{"daily", kJob, "--dry-run", "08:00", kProgram, "a"}, "stand before the NAME"},
+      {{"daily", kJob, "08:00", "--dry-run", kProgram, "a"}, "stand before the NAME"},
+      {{"daily", "Skin", "update", "08:00", kProgram, "a"}, "\"update\" is not a time"},
+      {{"daily", kJob, "08:00", front, "b\\u.exe", "/s"}, "\"" + front + "\" is not a file. Put"},
+      {{"daily", kJob, "08:00", program + " /s"}, program + " /s\" is not a file. Put quotes"},
+      {{"daily", kJob, "08:00", "\\\"" + program + "\\\" /s"}, quote},
+      {{"daily", kJob, "08:00", program}, "\"\" where it takes none"},
+      {{"copy", "\\\\127.0.0.1\\none\\x", "b"}, "none\\x\" is on a share that cannot be reached: "},
       {{"copy", "--replace", dir, "."}, "\".\" means"},
+      {{"copy", "--replace", dir, "C:"}, "\"C:\" means"},
       {{"copy", "--replace", dir, dir + "\\..\\.. "}, "means"}};
   for (const auto& [arguments, said] : cases) EXPECT_THAT(Refusal(arguments), HasSubstr(said));
-
-  EXPECT_THAT(Says(0, {"daily", "--dry-run", kJob, "08:00", program, dir + "\\", "x"}),
-              HasSubstr("uactl: warning: \"" + dir + "\" x\" holds a single quote"));
-  EXPECT_THAT(Says(0, {"daily", "--dry-run", kJob, "08:00", program, "say \\\"a b\\\""}),
-              Not(HasSubstr("holds a single quote")));
+  EXPECT_THAT(Says(0, {"daily", "--dry-run", kJob, "08:00", program, dir + "\\", "say \\\"a\\\""}),
+              HasSubstr("uactl: warning: \"" + dir + "\" say \"a\"\" holds a quote"));
 }
 
 TEST_F(Uactl, ReadsTimesDaysAndArguments) {
@@ -213,7 +207,7 @@ TEST_F(Uactl, ReadsTimesDaysAndArguments) {
     for (const std::string& word : Words(c.line)) words.push_back(Utf8ToWide(word));
     // As they are: options of the program, and text that is no UTF-16.
     const std::vector<std::wstring> given = {L"--help", L"",      L"/?",    L"--",
-                                             L"--json", L"a b\\", L"\xD83D"};
+                                             L"--json", L"a b\\", L"\"a\"", L"\xD83D"};
     words.insert(words.end(), given.begin(), given.end());
     const Arguments arguments = ReadArguments(words);
     EXPECT_EQ(arguments.asJson, words[1] == L"--json");
@@ -226,7 +220,7 @@ TEST_F(Uactl, ReadsTimesDaysAndArguments) {
   }
   const Arguments copy =
       Read({"copy", kProgram, "Q:/none/./x", "C:/none/../windows/", "Q:/b", "--fast", kProgram,
-            "C:/windows", kProgram, "Q:\\new/", "--timeout=86400", "--", ".", "--x"});
+            "C:/windows", kProgram, "Q:\\new/", "--timeout", "86400", "--", ".", "--x"});
   const auto& items = std::get<uaclient::CopyPlan>(copy.task).Items();
   std::wstring destinations;
   for (const auto& item : items) destinations += item.destination.wstring() + L";";
@@ -259,7 +253,8 @@ TEST_F(Uactl, CopiesAllAtOnce) {
   const Strings copy = {"copy",
                         folder_ / "from/sub/日本 😀.txt",
                         folder_ / "file",
-                        "--timeout=60",
+                        "--timeout",
+                        "60",
                         folder_ / "from",
                         folder_ / "old",
                         folder_ / "from/ü a.txt",
@@ -309,7 +304,9 @@ TEST_F(Uactl, TellsWhyAPlanIsRefused) {
   EXPECT_TRUE(finding["severity"] == "error" && finding["item"] == 0) << finding;
   EXPECT_EQ(SaysAsJson(2, {"copy", copy[1], copy[2], "--dry-run"})["status"], "fails");
   EXPECT_THAT(Refusal({"copy", "--replace", copy[1], "Q:\\\\"}), HasSubstr("Q:"));
-  EXPECT_THAT(SaysAsJson(2, {"copy", "a"})["reason"].get<std::string>(), HasSubstr("DESTINATION"));
+  const Json wrong = SaysAsJson(2, {"copy", "a"});
+  EXPECT_THAT(wrong["reason"].get<std::string>(), HasSubstr("DESTINATION"));
+  EXPECT_EQ(wrong["findings"][0]["text"], wrong["reason"]);
 }
 
 // A helper that hangs, and a console for this process and the command alone, which Ctrl+C reaches
@@ -354,7 +351,7 @@ TEST_F(Uactl, SchedulesAndUnschedules) {
   EXPECT_THAT(Says(0, daily), StartsWith(job + "registered.\n"));
   EXPECT_THAT(Says(0, daily), StartsWith(job + "replaced.\n"));
   EXPECT_EQ(SaysAsJson(0, {"unschedule", "--dry-run", kJob})["steps"][0]["kind"], "deleteJob");
-  EXPECT_EQ(Says(0, {"unschedule", kJob}), job + "deleted.\n");
+  EXPECT_THAT(Says(0, {"unschedule", kJob}), StartsWith(job + "deleted.\n"));
   EXPECT_THAT(Refusal({"unschedule", kJob}, 1), HasSubstr(kJob));
 }
 
@@ -381,7 +378,7 @@ TEST_F(Uactl, ChecksAndRunsTaskFiles) {
       {std::regex_replace(job, std::regex("time_type=2"), "time_type=5") + "\nexe_arguments=a\n",
        2,
        1,
-       {"plan: deletes the job \"" + kJob, "plan: then the helper would fail with exit code 1"}},
+       {"plan: deletes the job \"" + kJob, "plan: the helper fails with exit code 1"}},
       {job + "\nexe_arguments=a", 1, 1, {"task.ini:9: ", "plan: deletes the job \"" + kJob}}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
@@ -413,34 +410,32 @@ TEST(Report, TellsEveryOutcome) {
     uaclient::Status status;
     int exitCode;
     const char* name;
-    const wchar_t* errors;
-  } cases[] = {
-      {uaclient::Status::kDone, 0, "done", L""},
-      {uaclient::Status::kIncomplete, 1, "incomplete", L"uactl: \"D:\\é\": Why.\n"},
-      {uaclient::Status::kInvalid, 2, "invalid", L"uactl: Why.\nuactl: Nothing was started.\n"},
-      {uaclient::Status::kRefused, 3, "refused", L"uactl: Why.\n"},
-      {uaclient::Status::kNotStarted, 1, "notStarted", L"uactl: Why.\n"},
-      {uaclient::Status::kFailed, 1, "failed", L"uactl: \"D:\\é\": Why.\n"},
-      {uaclient::Status::kStillRunning, 4, "stillRunning", L"uactl: Why.\n"}};
+  } cases[] = {{uaclient::Status::kDone, 0, "done"},
+               {uaclient::Status::kIncomplete, 1, "incomplete"},
+               {uaclient::Status::kInvalid, 2, "invalid"},
+               {uaclient::Status::kRefused, 3, "refused"},
+               {uaclient::Status::kNotStarted, 1, "notStarted"},
+               {uaclient::Status::kFailed, 1, "failed"},
+               {uaclient::Status::kStillRunning, 4, "stillRunning"}};
   for (const auto& c : cases) {
     const bool isDone = c.exitCode == 0;
-    uaclient::Result result;
-    result.status = c.status;
-    result.reason = isDone ? L"" : L"Why.";
-    result.items.resize(1);
-    result.items[0].destination = L"D:\\é";
+    uaclient::Result result = Failure(c.status, isDone ? L"" : L"Why.").result;
+    result.items.resize(2);
     result.items[0].done = isDone;
+    result.items[1].destination = L"D:\\é";
+    result.items[1].reason = L"Own.";
     const Json json = Json::parse(AsJson(OutcomeOf(result, false)));
     EXPECT_TRUE(json["exit"] == c.exitCode && json["status"] == c.name) << json;
     EXPECT_EQ(json["items"][0]["reason"], isDone ? "" : "Why.");
-    EXPECT_EQ(AsText(OutcomeOf(result, false)).errors, c.errors);
+    EXPECT_EQ(json["items"][1]["reason"], "Own.");
+    const std::wstring errors =
+        (isDone ? L"" : L"uactl: Why.\n") + std::wstring(L"uactl: \"D:\\é\": Own.\n");
+    EXPECT_EQ(AsText(OutcomeOf(result, false)).errors,
+              c.exitCode == 2 ? L"uactl: error: Why.\nuactl: Nothing was started.\n" : errors);
     // A task file may be wrong though the argument is right, unless there is no such file.
     EXPECT_EQ(OutcomeOf(result, true).exitCode, c.exitCode == 2 ? 1 : c.exitCode);
     result.report.exists = false;
     EXPECT_EQ(OutcomeOf(result, true).exitCode, c.exitCode);
-  }
-  for (const bool isCheck : {false, true}) {
-    EXPECT_EQ(Json::parse(AsJson(Exhausted(isCheck)))["exit"], isCheck ? 2 : 1);
   }
 }
 

@@ -11,11 +11,10 @@ using Task =
     std::variant<uaclient::CopyPlan, uaclient::Job, uaclient::JobRemoval, uaclient::TaskFile>;
 
 struct Arguments {
-  // L"" where there is none of these: which argument is wrong and what to write instead, a page of
-  // help.txt.in that is to be printed, an argument that may not be meant as it is.
-  std::wstring refusal;
-  std::wstring helpPage;
-  std::wstring warning;
+  // L"" where there is none of these.
+  std::wstring refusal;   // which argument is wrong, and what to write instead
+  std::wstring helpPage;  // the page of help.txt.in that is to be printed
+  std::wstring warning;   // a line about an argument that may not be what was meant
 
   Task task;
   bool replace = false;

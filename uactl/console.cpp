@@ -18,29 +18,25 @@ bool IsControl(wchar_t c) {
          (c >= 0x2066 && c <= 0x2069);
 }
 
-// Of a console window, in characters; one is kept free, so that the cursor stays on its line.
-std::size_t Width() {
+// Of a console's window, in characters; one is kept free, so that the cursor stays on its line.
+// 0 for what is no console.
+std::size_t Width(Stream stream) {
   CONSOLE_SCREEN_BUFFER_INFO info;
-  if (!GetConsoleScreenBufferInfo(HandleOf(Stream::kErrors), &info)) return 79;
+  if (!GetConsoleScreenBufferInfo(HandleOf(stream), &info)) return 0;
   return static_cast<std::size_t>(std::max(info.srWindow.Right - info.srWindow.Left, 1));
 }
 
 }  // namespace
 
-bool IsConsole(Stream stream) {
-  DWORD mode = 0;
-  return GetConsoleMode(HandleOf(stream), &mode) != 0;
-}
-
 void Print(Stream stream, const std::wstring& text) {
-  if (!IsConsole(stream)) return PrintAscii(stream, WideToUtf8(text));
+  const HANDLE handle = HandleOf(stream);
+  const std::string bytes = WideToUtf8(text);
   DWORD written = 0;
-  WriteConsoleW(HandleOf(stream), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-}
-
-void PrintAscii(Stream stream, std::string_view text) {
-  DWORD written = 0;
-  WriteFile(HandleOf(stream), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+  if (Width(stream) > 0) {
+    WriteConsoleW(handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+  } else {
+    WriteFile(handle, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+  }
 }
 
 std::wstring Line(std::wstring text) {
@@ -48,15 +44,11 @@ std::wstring Line(std::wstring text) {
   return text + L'\n';
 }
 
-void StatusLine::Show(const std::wstring& text) {
-  if (!IsConsole(Stream::kErrors)) return;
+void ShowStatus(const std::wstring& text) {
+  const std::size_t width = Width(Stream::kErrors);
+  if (width == 0) return;
   std::wstring line = Line(text);
   line.pop_back();
-  line.resize(Width(), L' ');
+  line.resize(width, L' ');
   Print(Stream::kErrors, L'\r' + line + L'\r');
-  isShown_ = true;
-}
-
-StatusLine::~StatusLine() {
-  if (isShown_) Show(L"");
 }

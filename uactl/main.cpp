@@ -14,6 +14,8 @@
 
 namespace {
 
+using namespace uaclient;
+
 std::atomic<bool> interrupted{false};
 
 // Ctrl+C ends the waiting; the second time, where there is nothing to wait for, the command itself.
@@ -21,17 +23,17 @@ BOOL WINAPI OnConsoleEvent(DWORD event) {
   return (event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT) && !interrupted.exchange(true);
 }
 
-// All of help.txt.in that is for the command; "uactl" and "--version" count as some.
-void PrintHelp(const std::string& command) {
+// What --help prints: the lines of help.txt.in below each line "% PAGE..." that names the page.
+void PrintHelp(const std::string& page) {
   const HRSRC found = FindResourceW(nullptr, L"HELP_TEXT", MAKEINTRESOURCEW(10));  // RT_RCDATA
   const auto* bytes = static_cast<const char*>(LockResource(LoadResource(nullptr, found)));
   std::istringstream text(std::string(bytes, SizeofResource(nullptr, found)));
   bool isMeant = false;
   for (std::string line; std::getline(text, line);) {
     if (line[0] == '%') {
-      isMeant = (line + " ").find(" " + command + " ") != line.npos;
+      isMeant = (line + " ").find(" " + page + " ") != line.npos;
     } else if (isMeant) {
-      PrintAscii(Stream::kOutput, line + "\n");
+      Print(Stream::kOutput, Line(Utf8ToWide(line)));
     }
   }
 }
@@ -39,40 +41,32 @@ void PrintHelp(const std::string& command) {
 // Checks or runs the task. Says before the start what is going to be deleted, and meanwhile how far
 // the helper is.
 Outcome Carry(const Arguments& arguments) {
-  const bool ofTaskFile = std::holds_alternative<uaclient::TaskFile>(arguments.task);
-  const bool namesDeletion = std::holds_alternative<uaclient::JobRemoval>(arguments.task);
-  StatusLine status;
-  uaclient::Options options = arguments.options;
+  if (!arguments.refusal.empty()) return Failure(Status::kInvalid, arguments.refusal);
+  if (!arguments.warning.empty()) Print(Stream::kErrors, Line(arguments.warning));
+  const bool ofTaskFile = std::holds_alternative<TaskFile>(arguments.task);
+  Options options = arguments.options;
   options.owner = GetConsoleWindow();
-  options.confirm = [&](const uaclient::Report& report) {
-    if (!namesDeletion) Print(Stream::kErrors, Announcement(report));
+  options.confirm = [](const Report& report) {
+    Print(Stream::kErrors, Announcement(report));
     return !interrupted;
   };
-  options.progress = [&](const uaclient::Progress& progress) {
-    status.Show(ProgressText(progress));
+  options.progress = [](const Progress& progress) {
+    ShowStatus(ProgressText(progress));
     return !interrupted;
   };
-  const auto check = [&](const auto& task) { return uaclient::Check(task, options); };
-  const auto run = [&](const auto& task) { return uaclient::Run(task, options); };
+  const auto check = [&](const auto& task) { return Check(task, options); };
+  const auto run = [&](const auto& task) { return Run(task, options); };
   if (arguments.onlyCheck) return OutcomeOf(std::visit(check, arguments.task), ofTaskFile);
   SetConsoleCtrlHandler(OnConsoleEvent, TRUE);
-  return OutcomeOf(std::visit(run, arguments.task), ofTaskFile);
+  const Result result = std::visit(run, arguments.task);
+  ShowStatus({});
+  return OutcomeOf(result, ofTaskFile);
 }
 
-// Does what was asked for and prints what is to be said about it.
-int Answer(const Arguments& arguments) {
-  if (!arguments.helpPage.empty()) {
-    PrintHelp(WideToUtf8(arguments.helpPage));
-    return 0;
-  }
-  if (!arguments.warning.empty()) Print(Stream::kErrors, WarningLine(arguments.warning));
-  uaclient::Result refused;
-  refused.status = uaclient::Status::kInvalid;
-  refused.reason = arguments.refusal;
-  const Outcome outcome = refused.reason.empty() ? Carry(arguments) : OutcomeOf(refused, false);
+int Tell(const Outcome& outcome, bool asJson) {
   const Lines lines = AsText(outcome);
   Print(Stream::kErrors, lines.errors);
-  Print(Stream::kOutput, arguments.asJson ? Utf8ToWide(AsJson(outcome)) : lines.output);
+  Print(Stream::kOutput, asJson ? Utf8ToWide(AsJson(outcome)) : lines.output);
   return outcome.exitCode;
 }
 
@@ -84,14 +78,14 @@ int wmain(int argumentCount, wchar_t* words[]) {
   // A drive without a disk is an error like others, not a dialog.
   SetErrorMode(SEM_FAILCRITICALERRORS);
   Arguments arguments;
-  std::string exhausted;  // written ahead, while there is memory
   try {
     arguments = ReadArguments({words + 1, words + argumentCount});
-    exhausted = AsJson(Exhausted(arguments.onlyCheck));
-    return Answer(arguments);
-  } catch (const std::exception&) {  // memory, or threads to compare with
-    PrintAscii(Stream::kErrors, "uactl: not enough memory\n");
-    if (arguments.asJson) PrintAscii(Stream::kOutput, exhausted);
-    return arguments.onlyCheck ? 2 : 1;
+    if (arguments.helpPage.empty()) return Tell(Carry(arguments), arguments.asJson);
+    PrintHelp(WideToUtf8(arguments.helpPage));
+    return 0;
+  } catch (const std::exception&) {
+    // What took the memory is gone by now, so that this can be said.
+    const Status status = arguments.onlyCheck ? Status::kInvalid : Status::kFailed;
+    return Tell(Failure(status, L"There is not enough memory."), arguments.asJson);
   }
 }

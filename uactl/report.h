@@ -20,31 +20,32 @@ struct Outcome {
   uaclient::Result result;  // of a check its report, and the reason why a run would be refused
 };
 
-// Of a run; wrong arguments count as one that is invalid.
+// Of a run.
 Outcome OutcomeOf(const uaclient::Result& result, bool ofTaskFile);
+
+// Of a command that did not get as far as a report, as if a run had ended with this status.
+Outcome Failure(uaclient::Status status, const std::wstring& reason);
 
 // Of what is not to be started: "check" of a task file, or --dry-run.
 Outcome OutcomeOf(const uaclient::Report& report, bool ofTaskFile);
-
-// Of a command for which memory does not suffice.
-Outcome Exhausted(bool isCheck);
 
 struct Lines {
   std::wstring output;  // for standard output, whole lines
   std::wstring errors;  // for standard error
 };
 
-// Findings as compilers print them, FILE:LINE: error: TEXT, and "plan: TEXT" for each step; of a
-// run a summary, and what failed.
+// Findings as compilers print them, FILE:LINE: error: TEXT, or uactl: error: TEXT where there is no
+// file; "plan: TEXT" for each step; of a run a summary, and what failed.
 Lines AsText(const Outcome& outcome);
 
 // The same as an object in ASCII, with a line break behind it:
 //
 //   exit      the exit code
 //   status    of a run "done", "incomplete", "invalid", "refused", "notStarted", "failed" or
-//             "stillRunning", as uaclient::Status explains them; "invalid" for wrong arguments,
-//             too. Of "check" and --dry-run "clean", "suspicious" (see the findings) or "fails"
-//             (the helper would, or the plan is refused)
+//             "stillRunning", as uaclient::Status explains them; "invalid" also for wrong
+//             arguments and for a check that memory does not suffice for. Of other checks and of
+//             --dry-run "clean", "suspicious" (see the findings) or "fails" (the helper would, or
+//             the plan is refused)
 //   reason    why the status is not "done" or "clean"; may be ""
 //   findings  [{severity: "error" or "warning", harmful: whether "uactl run" does not start the
 //               task file because of it, file, line: from 1, 0 for none, item: of a plan, from 0,
@@ -57,8 +58,6 @@ Lines AsText(const Outcome& outcome);
 //
 // Paths and names that something does not have are "".
 std::string AsJson(const Outcome& outcome);
-
-std::wstring WarningLine(const std::wstring& text);
 
 // What is to be known before the start: warnings, and what is going to be deleted.
 std::wstring Announcement(const uaclient::Report& report);
