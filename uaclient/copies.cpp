@@ -16,8 +16,10 @@
 #include "uaclient/helper_files.h"
 #include "uaclient/kept_folders.h"
 #include "uaclient/path.h"
+#include "uaclient/places.h"
 #include "uaclient/size_text.h"
 #include "uaclient/win32.h"
+#include "uactask/operation_list.h"
 
 namespace uaclient {
 namespace {
@@ -46,25 +48,31 @@ class Surveyor {
         options_(options),
         details_(items_.size()) {}
 
-  Survey Make() {
+  Work Make() {
     const std::vector<std::size_t> order = HelpersOrder(items_);
     for (const std::size_t i : order) Locate(Select(i));
     for (const std::size_t i : order) AddItem(Select(i));
     for (const std::size_t i : order) CheckPlaces(Select(i));
     for (const std::size_t i : order) CheckSpace(Select(i));
-    for (const std::size_t i : order) survey_.steps.push_back(StepOf(Select(i)));
+    for (const std::size_t i : order) report_.steps.push_back(StepOf(Select(i)));
     std::stable_sort(
-        survey_.findings.begin(), survey_.findings.end(),
+        report_.findings.begin(), report_.findings.end(),
         [](const Finding& left, const Finding& right) { return left.item < right.item; });
-    if (const std::size_t count = survey_.operations.size(); count > kMaxOperations) {
-      survey_.findings.push_back({Severity::kError,
-                                  L"The plan has " + std::to_wstring(count) +
+    if (operations_.size() > kMaxOperations) {
+      report_.findings.push_back({Severity::kError,
+                                  L"The plan has " + std::to_wstring(operations_.size()) +
                                       L" files and folders, but one run takes up to 200000. Split "
                                       L"it into several.",
                                   {}});
     }
-    survey_.items = std::move(items_);
-    return std::move(survey_);
+    if (!operations_.empty()) work_.list = FormatOperationList(operations_);
+    work_.result.items.resize(items_.size());
+    for (std::size_t i = 0; i < items_.size(); ++i) {
+      work_.result.items[i].source = items_[i].source;
+      work_.result.items[i].destination = items_[i].destination;
+    }
+    work_.copies = std::move(items_);
+    return std::move(work_);
   }
 
  private:
@@ -116,9 +124,9 @@ class Surveyor {
     Details& item = details_[at_];
     item.hasFailed |= hasFailed;
     if (++item.findings <= kMaxFindings || severity == Severity::kHarmful) {
-      survey_.findings.push_back({severity, Filled(text, parts), {}, 0, at_});
+      report_.findings.push_back({severity, Filled(text, parts), {}, 0, at_});
     } else if (item.findings == kMaxFindings + 1) {
-      survey_.findings.push_back(
+      report_.findings.push_back(
           {Severity::kWarning, L"There are more findings for " + Source() + L".", {}, 0, at_});
     }
     return !hasFailed;
@@ -193,7 +201,7 @@ class Surveyor {
   }
 
   void Claim(const Spot& spot, bool isWritten) {
-    survey_.claims.push_back({isWritten, spot.folder->path, spot.name});
+    work_.claims.push_back({isWritten, spot.folder->path, spot.name});
   }
 
   bool CheckSource(const Details& item) {
@@ -372,7 +380,7 @@ class Surveyor {
 
   void Operate(const std::wstring& source, const std::wstring& destination, bool isFolder) {
     if (!isPlan_) return;
-    survey_.operations.push_back({WideToUtf8(source), WideToUtf8(destination), isFolder});
+    operations_.push_back({WideToUtf8(source), WideToUtf8(destination), isFolder});
   }
 
   // `there` is what is at the destination now.
@@ -528,20 +536,35 @@ class Surveyor {
   IndexByKey added_;     // folders that are added to
   std::unordered_map<std::wstring, Brought> brought_;
   std::map<std::wstring, Space> spaces_;  // by drive or share
-  Survey survey_;
+  std::vector<Operation> operations_;
+  Work work_;
+  Report& report_ = work_.result.report;
 };
 
 }  // namespace
 
-Survey SurveyCopies(std::vector<Copy> items, Origin origin, const Options& options) {
-  return Surveyor(std::move(items), origin, options).Make();
+Work SurveyCopies(std::vector<Copy> copies, Origin origin, const Options& options) {
+  return Surveyor(std::move(copies), origin, options).Make();
 }
 
-std::vector<std::size_t> HelpersOrder(const std::vector<Copy>& items) {
-  std::vector<std::size_t> order(items.size());
+Work WorkOf(const CopyPlan& plan, const Options& options, Hold) {
+  std::vector<Copy> copies;
+  for (const CopyItem& item : plan.Items()) {
+    copies.push_back({item.kind, item.source.wstring(), item.destination.wstring()});
+  }
+  Work work = SurveyCopies(std::move(copies), Origin::kPlan, options);
+  if (work.copies.empty()) {
+    work.result.report.findings = {
+        {Severity::kError, L"The plan is empty. Add a file or a folder.", {}}};
+  }
+  return work;
+}
+
+std::vector<std::size_t> HelpersOrder(const std::vector<Copy>& copies) {
+  std::vector<std::size_t> order(copies.size());
   std::iota(order.begin(), order.end(), std::size_t{0});
   std::stable_partition(order.begin(), order.end(),
-                        [&](std::size_t item) { return items[item].kind == Kind::kReplaceFolder; });
+                        [&](std::size_t i) { return copies[i].kind == Kind::kReplaceFolder; });
   return order;
 }
 

@@ -9,9 +9,10 @@
 
 namespace uaclient {
 
-CopyProgress::CopyProgress(const Survey& survey, Progress& progress) : progress_(progress) {
-  for (const std::size_t i : HelpersOrder(survey.items)) {
-    const Copy& item = survey.items[i];
+CopyProgress::CopyProgress(const std::vector<Copy>& copies, Progress& progress)
+    : progress_(progress) {
+  for (const std::size_t i : HelpersOrder(copies)) {
+    const Copy& item = copies[i];
     for (const Target& target : item.targets) {
       stages_.push_back({&item, &target, progress_.allFiles, progress_.allBytes});
       progress_.allFiles += target.isFolder ? 0 : 1;

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "uaclient/copies.h"
 #include "uaclient/uaclient.h"
+#include "uaclient/work.h"
 
 namespace uaclient {
 
@@ -16,7 +16,7 @@ class CopyProgress {
  public:
   // `progress` becomes what the helper is to do, and is brought up to date from then on. Both
   // must live as long as this.
-  CopyProgress(const Survey& survey, Progress& progress);
+  CopyProgress(const std::vector<Copy>& copies, Progress& progress);
 
   // Goes on from where the last look ended, and so costs little however often it is called.
   void Advance(std::uint64_t bytesWritten);

@@ -10,6 +10,7 @@
 #include "uaclient/file_access.h"
 #include "uaclient/findings.h"
 #include "uaclient/path.h"
+#include "uaclient/places.h"
 #include "uaclient/win32.h"
 
 namespace uaclient {
@@ -53,12 +54,13 @@ class Faults {
 
 class Judge {
  public:
-  Judge(const Survey& survey, Comparison comparison, const Tick& tick, Progress& progress)
+  Judge(const std::vector<Copy>& copies, Comparison comparison, const Tick& tick,
+        Progress& progress)
       : comparison_(comparison), tick_(tick), progress_(progress) {
     progress_.files = progress_.bytes = 0;
     progress_.comparing = true;
     progress_.current.clear();
-    for (const Copy& item : survey.items) {
+    for (const Copy& item : copies) {
       if (item.kind != Kind::kFile || !item.isUsable) continue;
       std::wstring path = item.destination;
       while (brought_.insert(UpperCase(path)).second && !IsRoot(path)) path = ParentOf(path);
@@ -183,10 +185,10 @@ class Judge {
 
 }  // namespace
 
-void JudgeEndState(const Survey& survey, Comparison comparison, const Tick& tick,
+void JudgeEndState(const std::vector<Copy>& copies, Comparison comparison, const Tick& tick,
                    Progress& progress, std::vector<Item>& items) {
-  Judge judge(survey, comparison, tick, progress);
-  for (std::size_t i = 0; i < items.size(); ++i) judge.JudgeItem(survey.items[i], items[i]);
+  Judge judge(copies, comparison, tick, progress);
+  for (std::size_t i = 0; i < items.size(); ++i) judge.JudgeItem(copies[i], items[i]);
 }
 
 }  // namespace uaclient

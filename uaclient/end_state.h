@@ -4,16 +4,16 @@
 
 #include <vector>
 
-#include "uaclient/copies.h"
 #include "uaclient/file_access.h"
 #include "uaclient/uaclient.h"
+#include "uaclient/work.h"
 
 namespace uaclient {
 
-// Sets `done` and `reason` of the items, one for each of the survey. An item is done when all of
-// its source, as it is now, is at the destination with the same content, and nothing else if it
-// replaced a folder. `progress` counts what has arrived.
-void JudgeEndState(const Survey& survey, Comparison comparison, const Tick& tick,
+// Sets `done` and `reason` of the items, one for each copy. An item is done when all of its source,
+// as it is now, is at the destination with the same content, and nothing else if it replaced a
+// folder. `progress` counts what has arrived.
+void JudgeEndState(const std::vector<Copy>& copies, Comparison comparison, const Tick& tick,
                    Progress& progress, std::vector<Item>& items);
 
 }  // namespace uaclient

@@ -9,20 +9,16 @@
 #include "corekit/text.h"
 #include "uaclient/claims.h"
 #include "uaclient/code_page.h"
-#include "uaclient/copies.h"
 #include "uaclient/copy_progress.h"
 #include "uaclient/end_state.h"
-#include "uaclient/findings.h"
 #include "uaclient/helper_files.h"
 #include "uaclient/helper_process.h"
-#include "uaclient/job_task.h"
-#include "uaclient/scheduled_jobs.h"
-#include "uaclient/task_reading.h"
+#include "uaclient/jobs.h"
 #include "uaclient/uaclient.h"
 #include "uaclient/win32.h"
+#include "uaclient/work.h"
 #include "uactask/exit_codes.h"
 #include "uactask/task_file_op.h"
-#include "uactask/task_scheduler.h"
 
 namespace uaclient {
 namespace {
@@ -32,15 +28,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr milliseconds kBetweenReports{100};
 constexpr DWORD kBetweenLooks = 20;  // milliseconds
-
-// What is to be done, checked and put into the helper's words.
-struct Work {
-  Result result;     // with the check's report and one item for each of the survey, or for the job
-  Survey survey;     // of copies
-  std::string task;  // the task file's bytes; empty: one that names the list
-  std::string list;
-  JobState jobBefore = JobState::kUnknown;
-};
 
 // What a run has on the disk while the helper works. The claim goes last.
 struct Traces {
@@ -80,22 +67,25 @@ class HelperRun {
       result.status = reason.status;
       result.reason = reason.why;
     }
-    const bool isJob = !result.items.empty() && !result.items[0].job.empty();
     if (result.status == Status::kDone || result.status == Status::kFailed) {
-      isJob ? LookAtJob() : LookAtCopies();
+      IsJob() ? LookAtJob() : LookAtCopies();
+      if (result.status != Status::kFailed) DeleteTaskFile();
     }
     result.elapsed = Elapsed();
     return std::move(result);
   }
 
  private:
+  bool IsJob() const { return work_.copies.empty() && !work_.result.items.empty(); }
+
   // kDone when the helper has ended with success.
   Status Carry() {
+    if (IsJob()) jobBefore_ = FindJob(work_.result.items[0].job);
     if (const Finding* const refusal = FirstRefusal(work_.result.report)) Refuse(*refusal);
     if (options_.confirm && !options_.confirm(work_.result.report)) GiveUp();
     if (work_.task.empty() && work_.list.empty()) return Status::kDone;  // everything is there
     traces_ = std::make_unique<Traces>();
-    traces_->claim.Take(work_.survey.claims, traces_->files.Folder());
+    traces_->claim.Take(work_.claims, traces_->files.Folder());
     WriteFiles();
     if (options_.progress && !options_.progress(progress_)) GiveUp();
     traces_->helper.Start(HelperPath(options_), traces_->files.TaskPath(), options_.owner);
@@ -182,7 +172,7 @@ class HelperRun {
     traces_.reset();     // or they would be found in sources
     isGivenUp_ = false;  // that came with the helper's end and concerned the waiting alone
     JudgeEndState(
-        work_.survey, options_.comparison, [this] { return Report(); }, progress_, result.items);
+        work_.copies, options_.comparison, [this] { return Report(); }, progress_, result.items);
     if (!isGivenUp_ && options_.progress) options_.progress(progress_);
     result.files = progress_.files;
     result.bytes = progress_.bytes;
@@ -213,7 +203,7 @@ class HelperRun {
       if (!output.empty()) result.reason += L" It said: " + output + L".";
       return;
     }
-    item.replaced = !item.isDeletion && work_.jobBefore == JobState::kThere;
+    item.replaced = !item.isDeletion && jobBefore_ == JobState::kThere;
     item.done = now != (item.isDeletion ? JobState::kThere : JobState::kNotThere);
     if (!item.done) {
       result.status = Status::kIncomplete;
@@ -224,69 +214,44 @@ class HelperRun {
           L"The helper reports success, but this user cannot see the job. If another account "
           L"confirmed the elevation, the job is that account's, and starts only while it is "
           L"logged on.";
-    } else if (now == JobState::kUnknown && work_.jobBefore != JobState::kThere) {
+    } else if (now == JobState::kUnknown && jobBefore_ != JobState::kThere) {
       item.reason = L"The helper reports success, but this user could not see the job before.";
     }
+  }
+
+  // The helper has done so with the one that it was given.
+  void DeleteTaskFile() {
+    FILE_DISPOSITION_INFO disposition = {TRUE};
+    if (!work_.taskFile || SetFileInformationByHandle(work_.taskFile.get(), FileDispositionInfo,
+                                                      &disposition, sizeof disposition)) {
+      return;
+    }
+    std::wstring& reason = work_.result.reason;
+    if (!reason.empty()) reason += L" ";
+    reason += L"The task file could not be deleted: " + SystemMessage(GetLastError()) +
+              L" Delete it, or it may be run again.";
   }
 
   Work work_;
   const Options& options_;
   Progress progress_;
-  CopyProgress watch_{work_.survey, progress_};
+  CopyProgress watch_{work_.copies, progress_};
   std::unique_ptr<Traces> traces_;
+  JobState jobBefore_ = JobState::kUnknown;
   Clock::time_point start_ = Clock::now();
   milliseconds lastReport_{0};
   bool isGivenUp_ = false;
 };
 
-Survey SurveyPlan(const CopyPlan& plan, const Options& options) {
-  std::vector<Copy> items;
-  for (const CopyItem& item : plan.Items()) {
-    items.push_back({item.kind, item.source.wstring(), item.destination.wstring()});
-  }
-  Survey survey = SurveyCopies(std::move(items), Origin::kPlan, options);
-  if (survey.items.empty()) {
-    survey.findings.push_back(
-        {Severity::kError, L"The plan is empty. Add a file or a folder.", {}});
-  }
-  return survey;
+template <typename What>
+Report CheckThat(const What& what, const Options& options) {
+  return WorkOf(what, options, Hold::kNo).result.report;
 }
 
-Report ReportOf(Survey& survey) {
-  Report report;
-  report.findings = std::move(survey.findings);
-  report.steps = std::move(survey.steps);
-  return report;
-}
-
-std::vector<Item> ItemsOf(const Survey& survey) {
-  std::vector<Item> items(survey.items.size());
-  for (std::size_t i = 0; i < items.size(); ++i) {
-    items[i].source = survey.items[i].source;
-    items[i].destination = survey.items[i].destination;
-  }
-  return items;
-}
-
-Result RunJob(const std::wstring& name, bool isDeletion, Report report, std::string task,
-              const Options& options) {
-  Work work;
-  work.result.items.resize(1);
-  work.result.items[0].job = name;
-  work.result.items[0].isDeletion = isDeletion;
-  work.result.report = std::move(report);
-  work.task = std::move(task);
-  work.jobBefore = FindJob(name);
-  return HelperRun(std::move(work), options).Run();
-}
-
-Result RunCopies(Survey survey, Report report, std::string list, const Options& options) {
-  Work work;
-  work.result.items = ItemsOf(survey);
-  work.result.report = std::move(report);
-  work.survey = std::move(survey);
-  work.list = std::move(list);
-  return HelperRun(std::move(work), options).Run();
+template <typename What>
+Result RunThat(const What& what, const Options& options) {
+  RunClaim::Prepare();
+  return HelperRun(WorkOf(what, options, Hold::kYes), options).Run();
 }
 
 }  // namespace
@@ -309,46 +274,16 @@ const wchar_t* Text(Status status) {
   return kTexts[static_cast<std::size_t>(status)];
 }
 
-Report Check(const CopyPlan& plan, const Options& options) {
-  Survey survey = SurveyPlan(plan, options);
-  return ReportOf(survey);
+Report Check(const CopyPlan& plan, const Options& options) { return CheckThat(plan, options); }
+Report Check(const Job& job, const Options& options) { return CheckThat(job, options); }
+Report Check(const JobRemoval& removal, const Options& options) {
+  return CheckThat(removal, options);
 }
+Report Check(const TaskFile& task, const Options& options) { return CheckThat(task, options); }
 
-Result Run(const CopyPlan& plan, const Options& options) {
-  RunClaim::Prepare();
-  Survey survey = SurveyPlan(plan, options);
-  Report report = ReportOf(survey);
-  std::string list = survey.operations.empty() ? "" : FormatOperationList(survey.operations);
-  return RunCopies(std::move(survey), std::move(report), std::move(list), options);
-}
-
-Result Run(const Job& job, const Options& options) {
-  return RunJob(job.name, false, Check(job, options),
-                FormatTaskFile(UACTaskScheduler::kType, RegistrationParams(job)), options);
-}
-
-Result Run(const JobRemoval& removal, const Options& options) {
-  return RunJob(removal.name, true, Check(removal, options),
-                FormatTaskFile(UACTaskScheduler::kType, DeletionParams(removal)), options);
-}
-
-Result Run(const TaskFile& task, const Options& options) {
-  RunClaim::Prepare();
-  TaskReading reading = ReadTask(task.path, Hold::kYes, options);
-  Result result = reading.type == UACTaskScheduler::kType
-                      ? RunJob(reading.job, reading.isDeletion, std::move(reading.report),
-                               std::move(reading.bytes), options)
-                      : RunCopies(std::move(reading.survey), std::move(reading.report),
-                                  std::move(reading.list), options);
-  if (result.status != Status::kDone && result.status != Status::kIncomplete) return result;
-  FILE_DISPOSITION_INFO disposition = {TRUE};
-  if (!SetFileInformationByHandle(reading.file.get(), FileDispositionInfo, &disposition,
-                                  sizeof disposition)) {
-    result.reason += (result.reason.empty() ? L"The task file " : L" The task file ") +
-                     Quoted(task.path.wstring()) + L" could not be deleted: " +
-                     SystemMessage(GetLastError()) + L" Delete it, or it may be run again.";
-  }
-  return result;
-}
+Result Run(const CopyPlan& plan, const Options& options) { return RunThat(plan, options); }
+Result Run(const Job& job, const Options& options) { return RunThat(job, options); }
+Result Run(const JobRemoval& removal, const Options& options) { return RunThat(removal, options); }
+Result Run(const TaskFile& task, const Options& options) { return RunThat(task, options); }
 
 }  // namespace uaclient
