@@ -27,6 +27,7 @@ std::wstring Shown(std::wstring text) {
 }
 
 void FileFindings::Add(Severity severity, std::size_t line, std::wstring text) {
+  if (text.empty()) return;
   report.helperFails |= severity == Severity::kError;
   report.findings.push_back({severity, std::move(text), file, line});
 }

@@ -18,15 +18,15 @@ std::wstring Shown(std::wstring text);
 struct FileFindings {
   using Parts = std::initializer_list<std::wstring>;
 
-  // Line 0 means no line. The helper fails because of an error.
+  // Line 0 means no line; an empty text is no finding. The helper fails because of an error.
   void Add(Severity severity, std::size_t line, std::wstring text);
-  void Warn(std::size_t line, const wchar_t* text, Parts parts = {}) {
+  void Warn(std::size_t line, const std::wstring& text, Parts parts = {}) {
     Add(Severity::kWarning, line, Filled(text, parts));
   }
-  void Harm(std::size_t line, const wchar_t* text, Parts parts = {}) {
+  void Harm(std::size_t line, const std::wstring& text, Parts parts = {}) {
     Add(Severity::kHarmful, line, Filled(text, parts));
   }
-  void Fail(std::size_t line, const wchar_t* text, Parts parts = {}) {
+  void Fail(std::size_t line, const std::wstring& text, Parts parts = {}) {
     Add(Severity::kError, line, Filled(text, parts));
   }
 

@@ -1,22 +1,19 @@
 #include "uaclient/task_reading.h"
 
-#include <windows.h>
-
-#include <algorithm>
 #include <boost/lexical_cast/try_lexical_convert.hpp>
 #include <cstdio>
 #include <map>
-#include <new>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
 #include "corekit/text.h"
 #include "inifile/ini_parser.h"
-#include "uaclient/check_job.h"
-#include "uaclient/check_list.h"
 #include "uaclient/code_page.h"
 #include "uaclient/findings.h"
+#include "uaclient/jobs.h"
+#include "uaclient/list_reading.h"
 #include "uaclient/path.h"
 #include "uaclient/whole_file.h"
 #include "uactask/task_file.h"
@@ -27,23 +24,14 @@ namespace uaclient {
 namespace {
 
 using Task = UACTaskScheduler;
-using uactask::kParamKeys;
-using uactask::kTaskSection;
-using uactask::kTypeKey;
 
-const char* KeyOf(std::int32_t param) { return kParamKeys[static_cast<std::size_t>(param)]; }
+constexpr std::int32_t kType = -1;  // beside the parameters
+
+std::string KeyOf(std::int32_t param) {
+  return param == kType ? kTypeKey : kParamKeys[static_cast<std::size_t>(param)];
+}
 
 std::wstring ShownBytes(std::string_view text) { return Shown(FromHelper(std::string(text))); }
-
-std::wstring KnownKeys() {
-  std::wstring keys = ShownBytes(kTypeKey);
-  for (const char* const key : kParamKeys) keys += L", " + ShownBytes(key);
-  return keys;
-}
-
-bool IsKnown(std::string_view key) {
-  return key == kTypeKey || std::count(kParamKeys.begin(), kParamKeys.end(), key) != 0;
-}
 
 // Whether text in the code page was meant as UTF-8.
 bool SeemsUtf8(const std::string& bytes) {
@@ -56,304 +44,216 @@ bool IsStartBoundary(const std::string& text) {
   SYSTEMTIME time = {};
   FILETIME ignored;
   int size = 0;
-  if (std::sscanf(text.c_str(), "%4hu-%2hu-%2huT%2hu:%2hu:%2hu%n", &time.wYear, &time.wMonth,
-                  &time.wDay, &time.wHour, &time.wMinute, &time.wSecond, &size) != 6 ||
-      size != 19 || !SystemTimeToFileTime(&time, &ignored)) {
-    return false;
-  }
-  const std::string zone = text.substr(19);
-  size = 0;
-  std::sscanf(zone.c_str(), "%*1[+-]%*2u:%*2u%n", &size);
-  return zone.empty() || zone == "Z" || (size == 6 && zone.size() == 6);
+  std::sscanf(text.c_str(), "%4hu-%2hu-%2huT%2hu:%2hu:%2hu%n", &time.wYear, &time.wMonth,
+              &time.wDay, &time.wHour, &time.wMinute, &time.wSecond, &size);
+  const std::string zone = text.substr(static_cast<std::size_t>(size));
+  return size == 19 && SystemTimeToFileTime(&time, &ignored) &&
+         (zone.empty() || zone == "Z" || zone.size() == 6);
 }
 
-// The lines of a task file, each by the helper's own parser.
-class TaskLines {
+// Goes through a task file by the helper's own parser.
+class TaskReader {
  public:
-  // A key of the section that counts; line 0 and no value where there is none.
+  TaskReader(FileFindings& found, TaskReading& reading) : found_(found), reading_(reading) {
+    for (std::int32_t param = kType; param <= UACTaskFileOp::kXmlPath; ++param) {
+      entries_[KeyOf(param)];
+      knownKeys_ += (param == kType ? L"" : L", ") + ShownBytes(KeyOf(param));
+    }
+  }
+
+  void Read(const Options& options) {
+    if (!ReadLines()) return;
+    reading_.type = Number(kType).value_or(-1);
+    if (reading_.type == Task::kType) return ReadJob();
+    if (reading_.type == UACTaskFileOp::kType) return ReadListPath(options);
+    if (Must(kType, !hasSection_, Severity::kError, L"0 for a job or 1 for a list of copies"))
+      found_.Fail(0, L"There is no section \"[Task]\"{}. Write it so, above the keys.",
+                  {sections_.empty() ? L"" : L", but " + ShownBytes(sections_)});
+  }
+
+ private:
+  // What the section holds for a key; line 0 where it does not have the key.
   struct Entry {
     std::size_t line = 0;
     std::string value;
   };
 
-  explicit TaskLines(FileFindings& found) : found_(found) {}
+  const Entry& Get(std::int32_t param) const { return entries_.at(KeyOf(param)); }
+  std::size_t Line(std::int32_t param) const { return Get(param).line; }
+  std::wstring Text(std::int32_t param) const { return FromHelper(Get(param).value); }
+  std::optional<std::int32_t> Number(std::int32_t param) const {
+    std::int32_t number = 0;
+    const bool isNumber = boost::conversion::try_lexical_convert(Get(param).value, number);
+    return isNumber ? std::optional(number) : std::nullopt;
+  }
+
+  // Names a value that is not right. It deletes the job unless the helper fails ahead of that.
+  bool Must(std::int32_t param, bool isRight, Severity severity, const wchar_t* wanted) {
+    if (isRight) return true;
+    const auto& [line, value] = Get(param);
+    const std::wstring is = line == 0 ? L"missing" : value.empty() ? L"empty" : ShownBytes(value);
+    std::wstring text = ShownBytes(KeyOf(param)) + L" is " + is;
+    if (severity != Severity::kError && !reading_.report.helperFails)
+      text += L", so the helper only deletes the job " + Shown(reading_.job);
+    found_.Add(severity, line, text + L". Write " + wanted + L".");
+    return false;
+  }
 
   // False when the helper cannot read the file.
-  bool Read(std::string_view text) {
-    CheckEncoding(text);
-    // The helper opens the file as text, which ends there.
-    text = text.substr(0, text.find('\x1A'));
-    bool isReadable = true;
-    corekit::IniParser parser;
-    corekit::ForEachIniLine(text, [&](const corekit::IniLine& line) {
-      try {
-        if (isReadable) ReadLine(line, parser);
-      } catch (const std::out_of_range&) {
-        isReadable = false;
-        found_.Fail(line.number,
-                    L"A \"[\" makes the line a section's header, and without a \"]\" the helper "
-                    L"gives up. Write \"[Task]\", or leave the \"[\" out.");
-      }
-    });
-    return isReadable;
-  }
-
-  Entry Get(const char* key) const {
-    const auto found = entries_.find(key);
-    return found == entries_.end() ? Entry{} : found->second;
-  }
-  Entry Get(std::int32_t param) const { return Get(KeyOf(param)); }
-
-  std::wstring sections;  // the names of the first few
-  bool hasTaskSection = false;
-  std::size_t oddLines = 0;       // that are not what they seem
-  std::size_t lostArguments = 0;  // a line that names the job's arguments without setting them
-
- private:
-  void CheckEncoding(std::string_view text) {
-    if (text.substr(0, 3) == "\xEF\xBB\xBF") {
-      found_.Warn(1, L"The helper takes the byte-order mark for text. Save the file without it.");
-      firstChecked_ = 2;
-    }
-    if (text.find('\0') != std::string_view::npos) {
+  bool ReadLines() {
+    constexpr std::size_t kMaxNamed = 100;  // with so many odd lines it is no task file
+    if (reading_.bytes.find('\0') != std::string::npos) {
       found_.Warn(1, L"The file is in UTF-16 or holds NUL bytes. Save it in the code page.");
-      firstChecked_ = text.size();
+      oddLines_ = kMaxNamed;
     }
-    if (text.find('\x1A') != std::string_view::npos) {
-      found_.Warn(0, L"The helper reads the file up to the Ctrl+Z in it. Remove that.");
-    }
-  }
-
-  void Odd(std::size_t line, const wchar_t* text, FileFindings::Parts parts = {}) {
-    constexpr std::size_t kMaxNamed = 100;  // with so many it is no task file
-    if (++oddLines > kMaxNamed + 1 || line < firstChecked_) return;
-    if (oddLines <= kMaxNamed) return found_.Warn(line, text, parts);
-    found_.Warn(line, L"There are more such lines, which are not named.");
-  }
-
-  void ReadLine(const corekit::IniLine& line, corekit::IniParser& parser) {
-    const std::string_view text = corekit::Trimmed(line.text, corekit::kIniBlanks, 0);
-    if (text.empty()) return;
-    const bool isComment = corekit::IsIniCommentSign(text[0]);
-    const auto record = line.ended ? parser.Parse(text) : std::nullopt;
-    if (!line.ended) {
-      Odd(line.number, L"The last line has no line break, so the helper skips it. Add one.");
-    } else if (text.find('[') != std::string_view::npos) {
-      ReadHeader(line.number, text, record->Section);
-    } else if (record && !record->Key.empty()) {
-      ReadEntry(line.number, *record);
-    } else if (!isComment) {
-      Odd(line.number, L"{} is no section, key or comment, so the helper skips it. Remove it.",
-          {ShownBytes(text)});
-    }
-    const char* const arguments = KeyOf(Task::kExeArguments);
-    const bool namesArguments = !isComment && text.find(arguments) != std::string_view::npos;
-    if (namesArguments && Get(arguments).line != line.number) lostArguments = line.number;
-  }
-
-  void ReadHeader(std::size_t line, std::string_view text, std::string_view section) {
-    constexpr std::size_t kMaxNamed = 300;
-    const std::wstring shown = ShownBytes("[" + std::string(section) + "]");
-    hasTaskSection |= section == kTaskSection;
-    if (sections.size() < kMaxNamed) sections += (sections.empty() ? L"" : L", ") + shown;
-    if (text[0] == '[') return;
-    Odd(line,
-        L"A \"[\" anywhere makes the whole line a section's header, here {}. Leave the \"[\" out.",
-        {shown});
-  }
-
-  void ReadEntry(std::size_t line, const corekit::IniRecord& record) {
-    const std::string key(record.Key);
-    const std::wstring shown = ShownBytes(key);
-    const Entry entry = {line, std::string(record.Value)};
-    const bool isCommented = record.Commented != ' ';
-    if (isCommented && !IsKnown(key)) return;
-    if (record.Section.empty() && IsKnown(key)) {
-      return Odd(line, L"{} is above the first section. Write \"[Task]\" above it.", {shown});
-    }
-    if (record.Section != kTaskSection) return;
-    if (!IsKnown(key)) {
-      return Odd(line,
-                 L"The key {} is unknown. The helper reads {}, in lower case and without a blank "
-                 L"before the \"=\".",
-                 {shown, KnownKeys()});
-    }
-    const auto [first, isNew] = entries_.try_emplace(key, entry);
-    if (!isNew) {
-      return Odd(line, L"{} is in line {} already, and the first one counts. Remove one of them.",
-                 {shown, std::to_wstring(first->second.line)});
-    }
-    if (isCommented) {
-      Odd(line, L"{} is commented out but counts all the same. Remove the line.", {shown});
-    }
-    if (entry.value.find_first_of(" \t") == 0) {
-      Odd(line, L"The blank behind the \"=\" belongs to the value of {}. Remove it.", {shown});
-    }
-    if (SeemsUtf8(entry.value)) {
-      Odd(line, L"{} is in UTF-8, and the helper reads it as {}. Save the file in the code page.",
-          {shown, ShownBytes(entry.value)});
+    IniParser parser;
+    std::size_t number = 0;
+    try {
+      ForEachIniLine(IniText(reading_.bytes), [&](const IniLine& line) {
+        number = line.number;
+        const std::wstring odd = ReadLine(line, parser);
+        if (!odd.empty() && ++oddLines_ <= kMaxNamed) found_.Add(Severity::kWarning, number, odd);
+      });
+      return true;
+    } catch (const std::out_of_range&) {
+      found_.Fail(number, L"A line with \"[\" is a header. Add its \"]\", or leave the \"[\" out.");
+      return false;
     }
   }
 
-  FileFindings& found_;
-  std::map<std::string, Entry> entries_;  // by key
-  std::size_t firstChecked_ = 1;          // of the lines before it enough has been said
-};
-
-// -1 when the helper knows no such type.
-std::int32_t ReadType(const TaskLines& lines, FileFindings& found) {
-  const TaskLines::Entry entry = lines.Get(kTypeKey);
-  std::int32_t type = -1;
-  if (boost::conversion::try_lexical_convert(entry.value, type) &&
-      (type == Task::kType || type == UACTaskFileOp::kType)) {
-    return type;
-  }
-  if (!lines.hasTaskSection) {
-    found.Fail(0,
-               L"There is no section \"[Task]\"{}. Write \"[Task]\" above the keys, with a capital "
-               L"T.",
-               {lines.sections.empty() ? L"" : L", but " + lines.sections});
-  } else {
-    found.Fail(entry.line,
-               L"\"type\" is {}. Write \"type=0\" for a job or \"type=1\" for a list of copies.",
-               {entry.line == 0 ? L"missing" : ShownBytes(entry.value)});
-  }
-  return -1;
-}
-
-// What the helper would do with a job's task file.
-class JobReader {
- public:
-  JobReader(const TaskLines& lines, FileFindings& found) : lines_(lines), found_(found) {}
-
-  void Read(TaskReading& reading) {
-    name_ = reading.job = Text(Task::kTaskName);
-    reading.isDeletion = Text(Task::kExeArguments).empty();
-    WarnIf(Task::kTaskName, JobNameFault(L"\"task_name\"", name_));
-    ReadNumbers();
-    const Step step = reading.isDeletion ? ReadDeletion() : ReadRegistration();
-    if (areNumbers_) reading.report.steps.push_back(step);  // or the helper fails before it
-  }
-
- private:
-  std::wstring Text(Task::Param param) const { return FromHelper(lines_.Get(param).value); }
-  std::size_t Line(Task::Param param) const { return lines_.Get(param).line; }
-  void WarnIf(Task::Param param, const std::wstring& fault) {
-    if (!fault.empty()) found_.Warn(Line(param), L"{}", {fault});
-  }
-
-  void ReadNumbers() {
-    for (const auto param : {Task::kTimeType, Task::kTimeWeekday, Task::kTimeMonthday}) {
-      const TaskLines::Entry entry = lines_.Get(param);
-      if (boost::conversion::try_lexical_convert(entry.value, numbers_[param])) continue;
-      areNumbers_ = false;
-      found_.Fail(
-          entry.line,
-          L"{} must be a number but is {}. Deletions need it, too. Write 0 if in doubt.",
-          {ShownBytes(KeyOf(param)), entry.line == 0 ? L"missing" : ShownBytes(entry.value)});
+  // What is odd about the line; L"" when nothing is.
+  std::wstring ReadLine(const IniLine& line, IniParser& parser) {
+    const std::string_view text = Trimmed(line.text, kIniBlanks, 0);
+    if (text.empty()) return {};
+    if (!line.ended) return L"The last line has no line break, so the helper skips it. Add one.";
+    const auto record = parser.Parse(text);
+    if (text.substr(0, 3) == "\xEF\xBB\xBF")
+      return L"The helper takes the byte-order mark for text. Save the file without it.";
+    if (text.find('[') != std::string_view::npos) {
+      const std::string header = "[" + std::string(record->Section) + "]";
+      sections_ += (sections_.empty() ? "" : ", ") + header;
+      hasSection_ |= record->Section == kTaskSection;
+      if (text[0] == '[') return {};
+      return Filled(L"A \"[\" makes the whole line a section's header, here {}. Leave it out.",
+                    {ShownBytes(header)});
     }
+    if (record && !record->Key.empty()) return ReadEntry(line.number, *record);
+    if (IsIniCommentSign(text[0])) return {};
+    return ShownBytes(text) + L" is no section, key or comment, so the helper skips it. Remove it.";
+  }
+
+  std::wstring ReadEntry(std::size_t line, const IniRecord& record) {
+    if (record.Section != kTaskSection) return {};
+    const bool isComment = record.Commented != ' ';
+    const std::wstring key = ShownBytes(record.Key);
+    const auto known = entries_.find(std::string(record.Key));
+    if (known == entries_.end())
+      return isComment ? L"" : key + L" is an unknown key. The helper reads " + knownKeys_ + L".";
+    auto& [first, value] = known->second;
+    if (first != 0)
+      return key + L" is in line " + std::to_wstring(first) +
+             L" already, which counts. Remove one.";
+    first = line;
+    value = record.Value;
+    if (isComment) return key + L" is commented out but counts all the same. Remove the line.";
+    if (value.find_first_of(" \t") == 0)
+      return key + L" has a blank behind the \"=\", which becomes part of the value. Remove it.";
+    if (SeemsUtf8(value))
+      return key + L" is in UTF-8, which the helper does not read. Save the file in the code page.";
+    return {};
+  }
+
+  void ReadJob() {
+    reading_.job = Text(Task::kTaskName);
+    reading_.isDeletion = Text(Task::kExeArguments).empty();
+    found_.Warn(Line(Task::kTaskName), JobNameFault(L"\"task_name\"", reading_.job));
+    for (const auto param : {Task::kTimeType, Task::kTimeWeekday, Task::kTimeMonthday})
+      Must(param, Number(param).has_value(), Severity::kError, L"a number, also to delete a job");
+    const bool changes = !reading_.report.helperFails;
+    const Step step = reading_.isDeletion ? ReadDeletion() : ReadRegistration();
+    if (changes) reading_.report.steps.push_back(step);
   }
 
   // It is meant when the key is there, no program is, and no line is odd that may have been the
   // arguments.
   Step ReadDeletion() {
-    const std::size_t line = Line(Task::kExeArguments);
-    const std::size_t lost = lines_.lostArguments;
-    const bool isOdd = lost != 0 || lines_.oddLines != 0;
+    const bool isEmpty = Line(Task::kExeArguments) != 0 && Text(Task::kExePath).empty();
     const bool isJob = Line(Task::kExePath) + Line(Task::kRuntime) + Line(Task::kAuthorName) != 0;
-    if (line == 0 || !Text(Task::kExePath).empty() || isOdd) {
-      found_.Add(
-          isJob || isOdd ? Severity::kHarmful : Severity::kWarning, line != 0 ? line : lost,
-          Filled(L"\"exe_arguments\" is {}, which means: delete the job {}. If so, write "
-                 L"\"exe_arguments=\" and no \"exe_path\". If not, give the program an argument.",
-                 {line != 0 ? L"empty" : L"missing", Shown(name_)}));
-    }
-    return DeletionStep(name_);
+    Must(Task::kExeArguments, isEmpty && oddLines_ == 0,
+         isJob || oddLines_ != 0 ? Severity::kHarmful : Severity::kWarning,
+         L"an argument or, if that is meant, \"exe_arguments=\" and no \"exe_path\"");
+    return DeletionStep(reading_.job);
   }
 
   Step ReadRegistration() {
-    WarnIf(Task::kExePath, ProgramFault(L"\"exe_path\"", Text(Task::kExePath)));
-    // What the days must be is open without the kind.
-    const std::int32_t kind = areNumbers_ ? numbers_[Task::kTimeType] : Task::kDaily;
-    const bool isWeekly = kind == Task::kWeekly;
-    const std::int32_t days = numbers_[isWeekly ? Task::kTimeWeekday : Task::kTimeMonthday];
-    bool isGood = Need(Task::kTimeType, kind >= Task::kDaily && kind <= Task::kMonthly,
-                       L"2 (daily), 3 (weekly) or 4 (monthly)");
-    isGood &= Need(Task::kRuntime, IsStartBoundary(lines_.Get(Task::kRuntime).value),
+    const std::wstring program = Text(Task::kExePath);
+    const std::int32_t kind = Number(Task::kTimeType).value_or(Task::kDaily);
+    const std::int32_t week = Number(Task::kTimeWeekday).value_or(1);
+    const std::int32_t month = Number(Task::kTimeMonthday).value_or(1);
+    found_.Warn(Line(Task::kExePath), ProgramFault(L"\"exe_path\"", program));
+    bool isGood = Must(Task::kTimeType, kind >= Task::kDaily && kind <= Task::kMonthly,
+                       Severity::kError, L"2 (daily), 3 (weekly) or 4 (monthly)");
+    isGood &= Must(Task::kTimeWeekday, kind != Task::kWeekly || (week > 0 && week < 0x80),
+                   Severity::kHarmful, L"a sum of days, 1 for Sunday up to 64 for Saturday");
+    isGood &= Must(Task::kTimeMonthday, kind != Task::kMonthly || month > 0, Severity::kHarmful,
+                   L"a sum of days, 1 for day 1, 2 for day 2, 4 for day 3 and so on");
+    isGood &= Must(Task::kRuntime, IsStartBoundary(Get(Task::kRuntime).value), Severity::kHarmful,
                    L"a date and time such as 2026-01-31T08:00:00");
-    isGood &= Need(Task::kTimeWeekday, !isWeekly || (days > 0 && days < 0x80),
-                   L"a sum of days: 1 for Sunday, 2 for Monday, up to 64 for Saturday");
-    isGood &= Need(Task::kTimeMonthday, kind != Task::kMonthly || days > 0,
-                   L"a sum of days: 1 for day 1, 2 for day 2, 4 for day 3 and so on");
-    if (!isGood) {
-      Step step = DeletionStep(name_);
-      step.text += L" and registers none";
-      return step;
+    if (isGood) {
+      const auto days = static_cast<std::uint32_t>(kind == Task::kWeekly ? week : month);
+      const std::wstring when = Rhythm(kind, days) + L" from " + Text(Task::kRuntime) + L" on";
+      return RegistrationStep(reading_.job, program, Text(Task::kExeArguments), when);
     }
-    const auto every = static_cast<Job::Every>(kind - Task::kDaily);
-    const Job job = {name_, every, 0, 0, static_cast<std::uint32_t>(days), Text(Task::kExePath),
-                     {},    {}};
-    return RegistrationStep(job, Text(Task::kExeArguments),
-                            L"from " + Text(Task::kRuntime) + L" on");
+    Step step = DeletionStep(reading_.job);
+    step.text += L" and registers none";
+    return step;
   }
 
-  // The helper deletes an older job before it learns that the scheduler refuses the new one.
-  bool Need(Task::Param param, bool isGood, const wchar_t* wanted) {
-    if (isGood) return true;
-    found_.Add(param == Task::kTimeType ? Severity::kError : Severity::kHarmful, Line(param),
-               Filled(L"{} is {}, not {}. {}",
-                      {ShownBytes(KeyOf(param)), Shown(Text(param)), wanted,
-                       areNumbers_ ? L"The helper would delete an existing job and register none."
-                                   : L"The scheduler refuses such a job."}));
-    return false;
+  void ReadListPath(const Options& options) {
+    constexpr std::int32_t kPath = UACTaskFileOp::kXmlPath;
+    const std::wstring path = Text(kPath);
+    if (!Must(kPath, !path.empty(), Severity::kError, L"the list's whole path")) return;
+    found_.Harm(
+        Line(kPath),
+        IsAbsolute(path)
+            ? DriveFault(FullPath(path))
+            : Shown(path) +
+                  L" is relative, and the helper may be started elsewhere. Write the whole path.");
+    WholeFile file = ReadWhole(path, GENERIC_READ, kShareAll);
+    if (!file.fault.empty())
+      return found_.Fail(Line(kPath), L"The list {}{}", {Shown(path), file.fault});
+    reading_.list = std::move(file.bytes);
+    ReadList(path, options, reading_);
   }
 
-  const TaskLines& lines_;
   FileFindings& found_;
-  std::wstring name_;
-  std::map<std::int32_t, std::int32_t> numbers_;  // by parameter
-  bool areNumbers_ = true;                        // or the helper fails before it changes anything
+  TaskReading& reading_;
+  std::map<std::string, Entry> entries_;  // one for each key that the helper knows
+  std::wstring knownKeys_;
+  std::string sections_;  // all headers
+  bool hasSection_ = false;
+  std::size_t oddLines_ = 0;  // that are not what they seem
 };
-
-void Read(const std::filesystem::path& path, Hold hold, const Options& options, FileFindings& found,
-          TaskReading& reading) {
-  WholeFile file = hold == Hold::kYes ? ReadWhole(path, GENERIC_READ | DELETE, FILE_SHARE_READ)
-                                      : ReadWhole(path, GENERIC_READ, kShareAll);
-  reading.report.exists = GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-  if (!file.fault.empty()) return found.Fail(0, L"The task file{}", {file.fault});
-  reading.file = std::move(file.handle);
-  reading.bytes = std::move(file.bytes);
-  if (!HelperReads(path.native())) {
-    return found.Fail(0, L"The code page lacks characters of the file's path. Use another name.");
-  }
-  const std::wstring drive = DriveFault(FullPath(path.native()));
-  if (!drive.empty()) found.Harm(0, L"{}", {drive});
-
-  TaskLines lines(found);
-  if (!lines.Read(reading.bytes)) return;
-  reading.type = ReadType(lines, found);
-  if (reading.type == Task::kType) JobReader(lines, found).Read(reading);
-  if (reading.type == UACTaskFileOp::kType) {
-    const TaskLines::Entry list = lines.Get(UACTaskFileOp::kXmlPath);
-    ReadList(FromHelper(list.value), list.line, found, options, reading);
-  }
-}
 
 }  // namespace
 
 TaskReading ReadTask(const std::filesystem::path& taskFile, Hold hold, const Options& options) {
+  const std::wstring path = taskFile.wstring();
   TaskReading reading;
-  FileFindings found{taskFile.wstring(), reading.report};
-  try {
-    Read(taskFile, hold, options, found, reading);
-  } catch (const std::bad_alloc&) {
-    found.Fail(0, L"The check takes more memory than there is. Use smaller files.");
+  FileFindings found{path, reading.report};
+  WholeFile file = hold == Hold::kYes ? ReadWhole(path, GENERIC_READ | DELETE, FILE_SHARE_READ)
+                                      : ReadWhole(path, GENERIC_READ, kShareAll);
+  reading.report.exists = GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+  reading.file = std::move(file.handle);
+  reading.bytes = std::move(file.bytes);
+  if (!file.fault.empty()) {
+    found.Fail(0, L"The task file{}", {file.fault});
+  } else if (!HelperReads(path)) {
+    found.Fail(0, L"The code page lacks characters of the file's path. Use another name.");
+  } else {
+    found.Add(Severity::kHarmful, 0, DriveFault(FullPath(path)));
+    TaskReader(found, reading).Read(options);
   }
-  const auto isBefore = [&](const Finding& left, const Finding& right) {
-    return std::make_pair(left.file != found.file, left.line) <
-           std::make_pair(right.file != found.file, right.line);
-  };
-  std::stable_sort(reading.report.findings.begin(), reading.report.findings.end(), isBefore);
   return reading;
 }
 

@@ -1,0 +1,221 @@
+#include "uaclient/jobs.h"
+
+#include <windows.h>
+
+#include <comdef.h>
+#include <taskschd.h>
+#include <wrl/client.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cwchar>
+#include <thread>
+#include <vector>
+
+#include "uaclient/code_page.h"
+#include "uaclient/findings.h"
+#include "uaclient/path.h"
+#include "uaclient/win32.h"
+#include "uactask/task_scheduler.h"
+
+namespace uaclient {
+namespace {
+
+using Microsoft::WRL::ComPtr;
+using Task = UACTaskScheduler;
+
+constexpr wchar_t kName[] = L"The job's name";
+constexpr wchar_t kProgram[] = L"The program";
+constexpr std::int32_t kKinds[] = {Task::kDaily, Task::kWeekly, Task::kMonthly};  // by Job::Every
+
+std::int32_t KindOf(const Job& job) { return kKinds[static_cast<std::size_t>(job.every)]; }
+
+std::wstring Fault(const std::wstring& what, const std::wstring& value, const wchar_t* why) {
+  return Filled(L"{}, {}, {}", {what, Shown(value), why});
+}
+
+std::wstring TextFault(const std::wstring& what, const std::wstring& text) {
+  if (HelperReads(text) && FitsTaskFile(ForHelper(text))) return {};
+  return Fault(what, text,
+               L"holds a \"[\", a control character, a blank at its end or what the code page "
+               L"lacks, none of which a task file can carry. Leave it out.");
+}
+
+// Of text that the program is to find as it is.
+std::wstring CommandFault(const std::wstring& what, const std::wstring& text) {
+  const bool hasVariable = text.find_first_not_of(L'%', text.find(L'%')) < text.rfind(L'%');
+  if (!hasVariable && text.find(L"$(") == std::wstring::npos) return TextFault(what, text);
+  return Fault(what, text,
+               L"holds \"$(\" or a name between \"%\", which the scheduler replaces. Remove it.");
+}
+
+// As the scheduler starts it, which knows environment variables and quotes.
+std::wstring Expanded(const std::wstring& program) {
+  std::wstring text(32768, L'\0');
+  ExpandEnvironmentStringsW(program.c_str(), text.data(), 32768);
+  text.resize(std::wcslen(text.c_str()));
+  const bool isQuoted = text.size() > 1 && text.front() == L'"' && text.back() == L'"';
+  return isQuoted ? text.substr(1, text.size() - 2) : text;
+}
+
+std::wstring QuotedArgument(const std::wstring& argument) {
+  if (!argument.empty() && argument.find_first_of(L" \t\"") == std::wstring::npos) return argument;
+  std::wstring quoted = L"\"";
+  std::size_t backslashes = 0;  // right before the current character
+  for (const wchar_t c : argument) {
+    if (c == L'"') quoted.append(backslashes + 1, L'\\');
+    backslashes = c == L'\\' ? backslashes + 1 : 0;
+    quoted += c;
+  }
+  return quoted.append(backslashes, L'\\') + L"\"";
+}
+
+// From which a program takes exactly these arguments.
+std::wstring CommandLine(const std::vector<std::wstring>& arguments) {
+  std::wstring line;
+  for (const std::wstring& argument : arguments)
+    line += (line.empty() ? L"" : L" ") + QuotedArgument(argument);
+  return line;
+}
+
+Report ReportOf(const Step& step, std::initializer_list<std::wstring> faults) {
+  Report report;
+  for (const std::wstring& fault : faults)
+    if (!fault.empty()) report.findings.push_back({Severity::kError, fault, {}});
+  report.steps.push_back(step);
+  return report;
+}
+
+JobState LookUp(const std::wstring& name) {
+  const _variant_t none;
+  ComPtr<ITaskService> service;
+  ComPtr<ITaskFolder> rootFolder;
+  ComPtr<IRegisteredTask> job;
+  if (FAILED(CoCreateInstance(__uuidof(TaskScheduler), nullptr, CLSCTX_INPROC_SERVER,
+                              IID_PPV_ARGS(&service))) ||
+      FAILED(service->Connect(none, none, none, none)) ||
+      FAILED(service->GetFolder(_bstr_t(L"\\"), &rootFolder))) {
+    return JobState::kUnknown;
+  }
+  const HRESULT found = rootFolder->GetTask(_bstr_t(name.c_str()), &job);
+  if (SUCCEEDED(found)) return JobState::kThere;
+  const bool isMissing = found == HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND) ||
+                         found == HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND);
+  return isMissing && IsElevated() ? JobState::kNotThere : JobState::kUnknown;
+}
+
+}  // namespace
+
+std::wstring JobNameFault(const std::wstring& what, const std::wstring& name) {
+  if (name.empty()) return what + L" is empty. Give the job a name.";
+  const std::wstring path = L"\\" + name + L"\\";
+  const auto inPath = [&](const wchar_t* text) { return path.find(text) != std::wstring::npos; };
+  const auto parts = {L"\\\\", L"\\ ", L" \\", L".\\"};
+  if (name.find_first_of(L"/:*?\"<>|") == std::wstring::npos &&
+      std::none_of(parts.begin(), parts.end(), inPath))
+    return TextFault(what, name);
+  return Fault(what, name,
+               L"holds one of / : * ? \" < > |, or a part between \"\\\" that is empty, begins "
+               L"with a blank, or ends in a blank or a dot. Use another name.");
+}
+
+std::wstring ProgramFault(const std::wstring& what, const std::wstring& program) {
+  const std::wstring path = Expanded(program);
+  std::wstring full;
+  const std::wstring fault = PathFault(path, what, full);
+  if (!fault.empty()) return fault;
+  if (IsFolder(path)) return Fault(what, path, L"is a folder. Write the program's path.");
+  if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES) return {};
+  return Fault(what, path, L"does not exist. Write its whole path, and the arguments apart.");
+}
+
+std::wstring Rhythm(std::int32_t kind, std::uint32_t days) {
+  constexpr const wchar_t* kWeekdays[] = {L"Sunday",   L"Monday", L"Tuesday", L"Wednesday",
+                                          L"Thursday", L"Friday", L"Saturday"};
+  if (kind == Task::kDaily) return L"daily";
+  const bool isWeekly = kind == Task::kWeekly;
+  std::wstring text;
+  for (std::size_t day = 0; day < (isWeekly ? std::size(kWeekdays) : 31); ++day) {
+    if ((days >> day & 1U) == 0) continue;
+    text += (text.empty() ? L" " : L", ") + (isWeekly ? kWeekdays[day] : std::to_wstring(day + 1));
+  }
+  return (isWeekly ? L"weekly on" : L"monthly on day") + text;
+}
+
+Step RegistrationStep(const std::wstring& name, const std::wstring& program,
+                      const std::wstring& arguments, const std::wstring& when) {
+  const JobState older = FindJob(name);
+  std::wstring text = Filled(L"registers the job {}: starts {} with the arguments {} {}",
+                             {Quoted(name), Quoted(program), Quoted(arguments), when});
+  if (older == JobState::kThere) text += L"; replaces the job of that name";
+  if (older == JobState::kUnknown) text += L"; in place of one of that name, if there is one";
+  return {Step::Kind::kRegisterJob, {}, {}, name, 0, 0, false, 0, 0, text};
+}
+
+Step DeletionStep(const std::wstring& name) {
+  return {
+      Step::Kind::kDeleteJob, {}, {}, name, 0, 0, true, 0, 0, L"deletes the job " + Quoted(name)};
+}
+
+Report Check(const Job& job, const Options&) {
+  const std::wstring program = job.program.wstring();
+  const std::wstring programFault = ProgramFault(kProgram, program);
+  const std::wstring arguments = CommandLine(job.arguments);
+  const bool isTime = job.hour >= 0 && job.hour < 24 && job.minute >= 0 && job.minute < 60;
+  const std::int32_t kind = KindOf(job);
+  const unsigned allDays = kind == Task::kWeekly ? 7 : 31;
+  const bool hasDays = kind == Task::kDaily || (job.days != 0 && job.days >> allDays == 0);
+  wchar_t time[32];
+  std::swprintf(time, std::size(time), L" at %02d:%02d", job.hour, job.minute);
+  return ReportOf(
+      RegistrationStep(job.name, program, arguments, Rhythm(kind, job.days) + time),
+      {JobNameFault(kName, job.name), TextFault(L"The author", job.author),
+       isTime ? L"" : L"The time must be between 00:00 and 23:59.",
+       hasDays ? L""
+               : L"Name at least one day, by the lowest " + std::to_wstring(allDays) + L" bits.",
+       programFault.empty() ? CommandFault(kProgram, program) : programFault,
+       CommandFault(L"The command line", arguments),
+       job.arguments.empty()
+           ? L"There are no arguments, so the helper would delete the job. Give one. \"\" counts."
+           : L""});
+}
+
+Report Check(const JobRemoval& removal, const Options&) {
+  return ReportOf(DeletionStep(removal.name), {JobNameFault(kName, removal.name)});
+}
+
+// From today on. A time that has passed does no harm: the job then starts on its next day.
+TaskParams RegistrationParams(const Job& job) {
+  SYSTEMTIME today;
+  GetLocalTime(&today);
+  char start[64];
+  std::snprintf(start, std::size(start), "%04d-%02d-%02dT%02d:%02d:00", today.wYear, today.wMonth,
+                today.wDay, job.hour, job.minute);
+  return {{Task::kTaskName, ForHelper(job.name)},
+          {Task::kExePath, ForHelper(job.program.wstring())},
+          {Task::kExeArguments, ForHelper(CommandLine(job.arguments))},
+          {Task::kRuntime, start},
+          {Task::kAuthorName, ForHelper(job.author)},
+          {Task::kTimeType, std::to_string(KindOf(job))},
+          {Task::kTimeWeekday, std::to_string(KindOf(job) == Task::kWeekly ? job.days : 0)},
+          {Task::kTimeMonthday, std::to_string(KindOf(job) == Task::kMonthly ? job.days : 0)}};
+}
+
+// Without arguments the helper deletes; the numbers must be there all the same.
+TaskParams DeletionParams(const JobRemoval& removal) {
+  Job job;
+  job.name = removal.name;
+  return RegistrationParams(job);
+}
+
+JobState FindJob(const std::wstring& name) {
+  JobState state = JobState::kUnknown;
+  std::thread([&] {
+    if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) return;
+    state = LookUp(name);
+    CoUninitialize();
+  }).join();
+  return state;
+}
+
+}  // namespace uaclient

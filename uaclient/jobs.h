@@ -1,0 +1,38 @@
+// Jobs of the Task Scheduler: what is wrong with one and what it would do, what the helper is given
+// for it, and whether it is there. A fault is a sentence that begins with `what`, the name of what
+// is wrong; L"" when nothing is.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "uaclient/uaclient.h"
+#include "uactask/task_file.h"
+
+namespace uaclient {
+
+std::wstring JobNameFault(const std::wstring& what, const std::wstring& name);
+
+// Whether the scheduler would find the program.
+std::wstring ProgramFault(const std::wstring& what, const std::wstring& program);
+
+// How often a job of this trigger kind starts, in words.
+std::wstring Rhythm(std::int32_t kind, std::uint32_t days);
+
+// Asks the scheduler for an older job of the name.
+Step RegistrationStep(const std::wstring& name, const std::wstring& program,
+                      const std::wstring& arguments, const std::wstring& when);
+Step DeletionStep(const std::wstring& name);
+
+// A scheduler task's parameters, for a job that its check has passed.
+uactask::TaskParams RegistrationParams(const Job& job);
+uactask::TaskParams DeletionParams(const JobRemoval& removal);
+
+enum class JobState { kThere, kNotThere, kUnknown };
+
+// Whether there is a job of this name; a "\" in it separates folders. The scheduler hides from
+// ordinary users what they may not read, so a job that an unelevated process does not find may be
+// there. Uses COM in a thread of its own; the caller's stays as it is.
+JobState FindJob(const std::wstring& name);
+
+}  // namespace uaclient
