@@ -41,7 +41,7 @@ std::wstring TextFault(const std::wstring& what, const std::wstring& text) {
                L"lacks, none of which a task file can carry. Leave it out.");
 }
 
-// Of text that the program is to find as it is.
+// Of text that the program is to find as it is. A variable is what stands between two "%".
 std::wstring CommandFault(const std::wstring& what, const std::wstring& text) {
   const bool hasVariable = text.find_first_not_of(L'%', text.find(L'%')) < text.rfind(L'%');
   if (!hasVariable && text.find(L"$(") == std::wstring::npos) return TextFault(what, text);

@@ -1,6 +1,6 @@
 // Jobs of the Task Scheduler: what is wrong with one and what it would do, what the helper is given
-// for it, and whether it is there. A fault is a sentence that begins with `what`, the name of what
-// is wrong; L"" when nothing is.
+// for it, and whether it is there. A fault is a sentence that names what is wrong, by its path or by
+// `what`; L"" when nothing is.
 #pragma once
 
 #include <cstdint>
