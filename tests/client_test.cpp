@@ -17,6 +17,7 @@
 #include "corekit/text.h"
 #include "support.h"
 #include "uaclient/claims.h"
+#include "uaclient/copies.h"
 #include "uaclient/copy_progress.h"
 #include "uaclient/end_state.h"
 #include "uaclient/helper_process.h"
@@ -507,16 +508,16 @@ TEST_F(Client, SchedulesAndUnschedules) {
 // Copies without a helper: the test does, between survey and judgement, what can happen there.
 class Copies : public Client {
  protected:
-  Survey SurveyOf(CopyItem::Kind kind, const std::string& from, const std::string& to) const {
+  Work SurveyOf(CopyItem::Kind kind, const std::string& from, const std::string& to) const {
     return SurveyCopies({{kind, At(from).wstring(), At(to).wstring()}}, Origin::kPlan, options_);
   }
   void Copy(const std::string& from, const std::string& to) const {
     CopyFileW(At(from).c_str(), At(to).c_str(), FALSE);
   }
-  std::string Judge(const Survey& survey, Comparison comparison) const {
+  std::string Judge(const Work& survey, Comparison comparison) const {
     Progress progress;
     std::vector<Item> items(1);
-    JudgeEndState(survey, comparison, [] { return true; }, progress, items);
+    JudgeEndState(survey.copies, comparison, [] { return true; }, progress, items);
     return WideToUtf8(items[0].reason);
   }
 };
@@ -550,7 +551,7 @@ TEST_F(Copies, AreJudgedByTheirEndState) {
       for (const char* folder : {"from/", "to/"}) RemoveTreeForSure(folder_ / folder);
       WriteTree(folder_.Path(), TreeOf("from/a=1, from/s/b=2, to/a=1"));
       Copy("from/a", "to/a");
-      const Survey survey = SurveyOf(kind, "from", "to");
+      const Work survey = SurveyOf(kind, "from", "to");
       WriteTree(folder_.Path(), TreeOf("to/S/"));
       for (const char* name : {"a", "s/b"})
         Copy(std::string("from/") + name, std::string("to/") + name);
@@ -567,9 +568,9 @@ TEST_F(Copies, ShowNoProgressThatIsNone) {
   WriteTree(folder_.Path(), TreeOf("from/a=1, from/b=22, from/c=333, to/"));
   for (const char* name : {"a", "b", "c"})
     Copy(std::string("from/") + name, std::string("to/") + name);
-  const Survey survey = SurveyOf(CopyItem::Kind::kReplaceFolder, "from", "to");
+  const Work survey = SurveyOf(CopyItem::Kind::kReplaceFolder, "from", "to");
   Progress progress;
-  CopyProgress watch(survey, progress);
+  CopyProgress watch(survey.copies, progress);
   const auto seen = [&](std::uint64_t written) {
     watch.Advance(written);
     return std::pair(progress.files, progress.bytes);
@@ -594,9 +595,9 @@ TEST_F(Copies, ShowNoProgressThatIsNone) {
   EXPECT_EQ(progress.current, "");
   EXPECT_THAT(Judge(survey, Comparison::kSizeAndTime), StartsWith("\"b\" differs"));
 
-  const Survey added = SurveyOf(CopyItem::Kind::kFolder, "from", "to");
+  const Work added = SurveyOf(CopyItem::Kind::kFolder, "from", "to");
   Progress again;
-  CopyProgress(added, again).Advance(0);
+  CopyProgress(added.copies, again).Advance(0);
   EXPECT_EQ(again.files, 0U) << "\"a\" and \"c\" were there before";
 }
 

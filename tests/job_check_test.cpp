@@ -35,16 +35,16 @@ TEST(JobCheck, NamesEachMistakeOnce) {
       {[](Job& job) { job.name = L"a\\b"; }, "", "registers the job \"a\\b\": starts"},
       {[](Job& job) { job.name = L"a\\"; }, "\"a\\\", holds"},
       {[](Job& job) { job.name = L"a \\b"; }, "\"a \\b\", holds"},
-      {[](Job& job) { job.name = L"a[b"; }, "name, \"a[b\", holds what a task"},
+      {[](Job& job) { job.name = L"a[b"; }, "name, \"a[b\", holds a \"["},
       {[](Job& job) { job.author = L"[a]"; }, "author, \"[a]\""},
       {[](Job& job) { job.every = Every::kWeek, job.days = 0x42; }, "",
        "weekly on Monday, Saturday at 08:05"},
-      {[](Job& job) { job.every = Every::kWeek, job.days = 0; }, "No day"},
+      {[](Job& job) { job.every = Every::kWeek, job.days = 0; }, "by the lowest 7 bits"},
       {[](Job& job) { job.every = Every::kWeek, job.days = 0x81; }, "lowest 7 bits"},
       {[](Job& job) { job.every = Every::kMonth, job.days = 0x40000001; }, "",
        "monthly on day 1, 31 at"},
       {[](Job& job) { job.every = Every::kMonth, job.days = 0x80000001; }, "lowest 31 bits"},
-      {[](Job& job) { job.program = L""; }, "program is missing"},
+      {[](Job& job) { job.program = L""; }, "program is empty"},
       {[](Job& job) { job.program = L"calc.exe"; }, "\"calc.exe\" is relative"},
       {[](Job& job) { job.program = L"C:\\none.exe"; }, "none.exe\", does not exist"},
       {[](Job& job) { job.program += L" /s"; }, "arguments apart"},
@@ -56,7 +56,7 @@ TEST(JobCheck, NamesEachMistakeOnce) {
       {[](Job& job) { job.arguments = {L"5%%", L"$x"}; }, ""},
       {[](Job& job) { job.arguments = {L"5 %", L"6 %"}; }, "command line"},
       {[](Job& job) { job.arguments = {L"$(x"}; }, "command line"},
-      {[](Job& job) { job.arguments = {L"\xD83D\xDE00"}; }, "holds what"},
+      {[](Job& job) { job.arguments = {L"\xD83D\xDE00"}; }, "what the code page lacks"},
   };
   for (const auto& [change, finding, step] : kCases) {
     SCOPED_TRACE(std::string(finding) + step);

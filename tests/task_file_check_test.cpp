@@ -39,8 +39,9 @@ void Compare(const uaclient::Report& report, const std::string& expected) {
                                             [](const auto& line) { return line[0] == 'E'; }));
   ASSERT_EQ(report.steps.size(), steps.size());
   for (std::size_t i = 0; i < steps.size(); ++i) {
-    const std::string text = WideToUtf8(report.steps[i].text);
-    EXPECT_NE(text.find(steps[i]), std::string::npos) << steps[i] << " in " << text;
+    const std::string text = Replaced(WideToUtf8(report.steps[i].text), "\\", "/");
+    EXPECT_NE(text.find(Replaced(steps[i], "\\", "/")), std::string::npos)
+        << steps[i] << " in " << text;
   }
 }
 

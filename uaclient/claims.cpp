@@ -147,7 +147,8 @@ void RunClaim::Take(const std::vector<Claimed>& places, const std::wstring& help
     }
   }
   file_ = folder + L"\\" + NameOf(helperFolder) + kSuffix;
-  processes_ = helperFolder + L"\n" + TextOf(GetCurrentProcess());
+  helperFolder_ = helperFolder;
+  processes_ = TextOf(GetCurrentProcess());
   for (const Claimed& place : places) {
     places_ += (place.isWritten ? L"\nw|" : L"\nr|") + place.folder + L"|" + place.file;
   }
@@ -156,16 +157,21 @@ void RunClaim::Take(const std::vector<Claimed>& places, const std::wstring& help
                    SystemMessage(GetLastError())};
 }
 
-void RunClaim::AddHelper(HANDLE helper) {
-  const Handle lock = TakeLock();  // who reads it meanwhile must not find half of it
-  processes_ += TextOf(helper);
+void RunClaim::AddHelper(HANDLE helper) { Rewrite(processes_ + TextOf(helper)); }
+
+void RunClaim::LeaveTo(HANDLE helper) { Rewrite(TextOf(helper)); }
+
+// Who reads it meanwhile must not find half of it.
+void RunClaim::Rewrite(const std::wstring& processes) {
+  const Handle lock = TakeLock();
+  processes_ = processes;
   Write();
 }
 
 bool RunClaim::Write() const {
   const Handle file(CreateFileW(file_.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
                                 CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-  return WriteAll(file, WideToUtf8(processes_ + places_));
+  return WriteAll(file, WideToUtf8(helperFolder_ + L"\n" + processes_ + places_));
 }
 
 }  // namespace uaclient

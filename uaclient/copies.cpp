@@ -136,9 +136,10 @@ class Surveyor {
   void Locate(Details& item) {
     Copy& copy = items_[at_];
     item.step.kind = static_cast<Step::Kind>(copy.kind);
-    const std::wstring source = CheckPath(copy.source, isPlan_ ? L"The source" : L"\"src\"");
+    const std::wstring source =
+        CheckPath(copy.source, isPlan_ ? L"The source" : L"\"src\", read as UTF-8,");
     const std::wstring destination =
-        CheckPath(copy.destination, isPlan_ ? L"The destination" : L"\"dec\"");
+        CheckPath(copy.destination, isPlan_ ? L"The destination" : L"\"dec\", read as UTF-8,");
     copy.isUsable = !source.empty() && !destination.empty();
     if (!copy.isUsable) return;
     copy.source = source;

@@ -16,6 +16,8 @@
 #include "uaclient/findings.h"
 #include "uaclient/path.h"
 #include "uaclient/win32.h"
+#include "uaclient/work.h"
+#include "uactask/task_file.h"
 #include "uactask/task_scheduler.h"
 
 namespace uaclient {
@@ -78,12 +80,37 @@ std::wstring CommandLine(const std::vector<std::wstring>& arguments) {
   return line;
 }
 
-Report ReportOf(const Step& step, std::initializer_list<std::wstring> faults) {
-  Report report;
-  for (const std::wstring& fault : faults)
-    if (!fault.empty()) report.findings.push_back({Severity::kError, fault, {}});
-  report.steps.push_back(step);
-  return report;
+// From today on. A time that has passed does no harm: the job then starts on its next day. Without
+// arguments the helper deletes the job; the numbers must be there all the same.
+std::string TaskOf(const Job& job) {
+  SYSTEMTIME today;
+  GetLocalTime(&today);
+  char start[64];
+  std::snprintf(start, std::size(start), "%04d-%02d-%02dT%02d:%02d:00", today.wYear, today.wMonth,
+                today.wDay, job.hour, job.minute);
+  const std::string days = std::to_string(job.days);
+  return FormatTaskFile(Task::kType,
+                        {{Task::kTaskName, ForHelper(job.name)},
+                         {Task::kExePath, ForHelper(job.program.wstring())},
+                         {Task::kExeArguments, ForHelper(CommandLine(job.arguments))},
+                         {Task::kRuntime, start},
+                         {Task::kAuthorName, ForHelper(job.author)},
+                         {Task::kTimeType, std::to_string(KindOf(job))},
+                         {Task::kTimeWeekday, KindOf(job) == Task::kWeekly ? days : "0"},
+                         {Task::kTimeMonthday, KindOf(job) == Task::kMonthly ? days : "0"}});
+}
+
+Work WorkOn(const Job& job, const Step& step, std::initializer_list<std::wstring> faults) {
+  Work work;
+  for (const std::wstring& fault : faults) {
+    if (!fault.empty()) work.result.report.findings.push_back({Severity::kError, fault, {}});
+  }
+  work.result.report.steps.push_back(step);
+  Item& item = work.result.items.emplace_back();
+  item.job = job.name;
+  item.isDeletion = step.deletes;
+  work.task = TaskOf(job);
+  return work;
 }
 
 JobState LookUp(const std::wstring& name) {
@@ -157,7 +184,7 @@ Step DeletionStep(const std::wstring& name) {
       Step::Kind::kDeleteJob, {}, {}, name, 0, 0, true, 0, 0, L"deletes the job " + Quoted(name)};
 }
 
-Report Check(const Job& job, const Options&) {
+Work WorkOf(const Job& job, const Options&, Hold) {
   const std::wstring program = job.program.wstring();
   const std::wstring programFault = ProgramFault(kProgram, program);
   const std::wstring arguments = CommandLine(job.arguments);
@@ -167,8 +194,8 @@ Report Check(const Job& job, const Options&) {
   const bool hasDays = kind == Task::kDaily || (job.days != 0 && job.days >> allDays == 0);
   wchar_t time[32];
   std::swprintf(time, std::size(time), L" at %02d:%02d", job.hour, job.minute);
-  return ReportOf(
-      RegistrationStep(job.name, program, arguments, Rhythm(kind, job.days) + time),
+  return WorkOn(
+      job, RegistrationStep(job.name, program, arguments, Rhythm(kind, job.days) + time),
       {JobNameFault(kName, job.name), TextFault(L"The author", job.author),
        isTime ? L"" : L"The time must be between 00:00 and 23:59.",
        hasDays ? L""
@@ -180,32 +207,10 @@ Report Check(const Job& job, const Options&) {
            : L""});
 }
 
-Report Check(const JobRemoval& removal, const Options&) {
-  return ReportOf(DeletionStep(removal.name), {JobNameFault(kName, removal.name)});
-}
-
-// From today on. A time that has passed does no harm: the job then starts on its next day.
-TaskParams RegistrationParams(const Job& job) {
-  SYSTEMTIME today;
-  GetLocalTime(&today);
-  char start[64];
-  std::snprintf(start, std::size(start), "%04d-%02d-%02dT%02d:%02d:00", today.wYear, today.wMonth,
-                today.wDay, job.hour, job.minute);
-  return {{Task::kTaskName, ForHelper(job.name)},
-          {Task::kExePath, ForHelper(job.program.wstring())},
-          {Task::kExeArguments, ForHelper(CommandLine(job.arguments))},
-          {Task::kRuntime, start},
-          {Task::kAuthorName, ForHelper(job.author)},
-          {Task::kTimeType, std::to_string(KindOf(job))},
-          {Task::kTimeWeekday, std::to_string(KindOf(job) == Task::kWeekly ? job.days : 0)},
-          {Task::kTimeMonthday, std::to_string(KindOf(job) == Task::kMonthly ? job.days : 0)}};
-}
-
-// Without arguments the helper deletes; the numbers must be there all the same.
-TaskParams DeletionParams(const JobRemoval& removal) {
+Work WorkOf(const JobRemoval& removal, const Options&, Hold) {
   Job job;
   job.name = removal.name;
-  return RegistrationParams(job);
+  return WorkOn(job, DeletionStep(job.name), {JobNameFault(kName, job.name)});
 }
 
 JobState FindJob(const std::wstring& name) {

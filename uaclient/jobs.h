@@ -1,13 +1,12 @@
 // Jobs of the Task Scheduler: what is wrong with one and what it would do, what the helper is given
-// for it, and whether it is there. A fault is a sentence that names what is wrong, by its path or by
-// `what`; L"" when nothing is.
+// for it, and whether it is there. A fault is a sentence that names what is wrong, by its path or
+// by `what`; L"" when nothing is.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
 #include "uaclient/uaclient.h"
-#include "uactask/task_file.h"
 
 namespace uaclient {
 
@@ -23,10 +22,6 @@ std::wstring Rhythm(std::int32_t kind, std::uint32_t days);
 Step RegistrationStep(const std::wstring& name, const std::wstring& program,
                       const std::wstring& arguments, const std::wstring& when);
 Step DeletionStep(const std::wstring& name);
-
-// A scheduler task's parameters, for a job that its check has passed.
-uactask::TaskParams RegistrationParams(const Job& job);
-uactask::TaskParams DeletionParams(const JobRemoval& removal);
 
 enum class JobState { kThere, kNotThere, kUnknown };
 

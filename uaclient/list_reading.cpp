@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "corekit/text.h"
+#include "uaclient/copies.h"
 #include "uaclient/findings.h"
 #include "uaclient/win32.h"
 #include "uactask/operation_list.h"
@@ -108,34 +109,30 @@ void CheckOrder(const Items& items, FileFindings& found) {
 }
 
 // `operations` are in the order of the keys, as the items are.
-Survey SurveyItems(const Items& items, const std::vector<Operation>& operations,
-                   FileFindings& found, const Options& options) {
+Work SurveyItems(const Items& items, const std::vector<Operation>& operations, FileFindings& found,
+                 const Options& options) {
   std::vector<Copy> copies;
   std::vector<std::size_t> lines;
-  const auto pathIn = [&](const std::string& text) {
-    std::wstring path = Utf8ToWide(text.substr(0, text.find('\0')));  // like the helper
-    if (path.empty() && !text.empty())
-      found.Warn(lines.back(), L"A path is not UTF-8, so it counts as empty. Save it as UTF-8.");
-    return path;
-  };
+  // Both end at a NUL, like what the helper makes of them.
+  const auto pathIn = [](const std::string& text) { return Utf8ToWide(text.c_str()); };
   for (const auto& [key, line] : items) {
     const auto& [source, destination, isFolder] = operations[lines.size()];
     lines.push_back(line);
     copies.push_back({isFolder ? CopyItem::Kind::kReplaceFolder : CopyItem::Kind::kFile,
                       pathIn(source), pathIn(destination)});
   }
-  Survey survey = SurveyCopies(std::move(copies), Origin::kList, options);
-  for (const Finding& finding : survey.findings)
-    found.Add(finding.severity, finding.item < lines.size() ? lines[finding.item] : 0,
-              finding.text);
-  return survey;
+  Work work = SurveyCopies(std::move(copies), Origin::kList, options);
+  for (const Finding& finding : work.result.report.findings) {
+    found.Add(finding.severity, lines[finding.item], finding.text);
+  }
+  return work;
 }
 
 }  // namespace
 
-void ReadList(const std::wstring& file, const Options& options, TaskReading& reading) {
-  const std::string& text = reading.list;
-  FileFindings found{file, reading.report};
+void ReadList(const std::wstring& file, const Options& options, Work& work) {
+  const std::string& text = work.list;
+  FileFindings found{file, work.result.report};
   if (text.find('\0') != std::string::npos)
     found.Warn(1, L"The list is in UTF-16 or holds NUL bytes, where it ends. Save it as UTF-8.");
   XMLParse store;
@@ -148,7 +145,7 @@ void ReadList(const std::wstring& file, const Options& options, TaskReading& rea
   if (!list)
     return found.Fail(0, L"There is no \"task\" in a \"root\". Write <root><task>…</task></root>.");
   if (document.count(kRootElement) + document.get_child(kRootElement).count(kTaskElement) > 2) {
-    reading.report.leavesOut = true;
+    found.report.leavesOut = true;
     found.Warn(0, L"Only the first \"task\" in the first \"root\" is read. Put all items there.");
   }
   const Items items = ReadElements(*list, ItemLines(text.c_str()), found);
@@ -156,8 +153,11 @@ void ReadList(const std::wstring& file, const Options& options, TaskReading& rea
   if (!operations) return;  // because of what has been named
   if (items.empty()) found.Warn(0, L"The list is empty, so nothing is copied. Add an item.");
   CheckOrder(items, found);
-  reading.survey = SurveyItems(items, *operations, found, options);
-  reading.report.steps = std::move(reading.survey.steps);
+  Work surveyed = SurveyItems(items, *operations, found, options);
+  found.report.steps = std::move(surveyed.result.report.steps);
+  work.result.items = std::move(surveyed.result.items);
+  work.copies = std::move(surveyed.copies);
+  work.claims = std::move(surveyed.claims);
 }
 
 }  // namespace uaclient

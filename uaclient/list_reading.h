@@ -3,11 +3,11 @@
 
 #include <string>
 
-#include "uaclient/task_reading.h"
+#include "uaclient/work.h"
 
 namespace uaclient {
 
-// Goes through the list of the reading, which stands in this file, and adds to the reading.
-void ReadList(const std::wstring& file, const Options& options, TaskReading& reading);
+// Reads the list in `work`, which stands in this file, and adds to the work.
+void ReadList(const std::wstring& file, const Options& options, Work& work);
 
 }  // namespace uaclient

@@ -70,12 +70,13 @@ std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::
   if (path.empty()) return name + L" is empty. Write the whole path.";
   if (!IsAbsolute(path)) {
     return Quoted(path) +
-           L" is relative, and the helper may be started in another folder, or is a device's path. "
-           L"Write the whole path from a drive or share on.";
+           L" is relative, or a device's path. Write the whole path from a drive or share on: the "
+           L"helper may be started in another folder.";
   }
   if (path.find_first_of(L"<>:\"|?*", 2) != std::wstring::npos || !ListCarries(path)) {
     return Quoted(path) +
-           L" holds one of < > : \" | ? * or a control character, which no name may. Rename it.";
+           L" holds one of < > : \" | ? *, a control character or half of a surrogate pair. Rename "
+           L"it.";
   }
   full = Plain(SystemsFullPath(path));
   if (_wcsicmp(full.c_str(), Plain(path).c_str()) == 0) return {};

@@ -14,6 +14,7 @@
 #include "uaclient/helper_files.h"
 #include "uaclient/helper_process.h"
 #include "uaclient/jobs.h"
+#include "uaclient/path.h"
 #include "uaclient/uaclient.h"
 #include "uaclient/win32.h"
 #include "uaclient/work.h"
@@ -44,6 +45,7 @@ void CALLBACK RemoveTraces(PTP_CALLBACK_INSTANCE, void* context, PTP_WAIT wait, 
 // They go when the helper has ended, if this process lives that long.
 void LeaveToHelper(std::unique_ptr<Traces> traces) {
   Traces* const left = traces.release();
+  left->claim.LeaveTo(left->helper.Get());
   const PTP_WAIT wait = CreateThreadpoolWait(RemoveTraces, left, nullptr);
   if (wait != nullptr) SetThreadpoolWait(wait, left->helper.Get(), nullptr);
 }
@@ -228,7 +230,8 @@ class HelperRun {
     }
     std::wstring& reason = work_.result.reason;
     if (!reason.empty()) reason += L" ";
-    reason += L"The task file could not be deleted: " + SystemMessage(GetLastError()) +
+    reason += L"The task file " + Quoted(FinalPath(work_.taskFile.get())) +
+              L" could not be deleted: " + SystemMessage(GetLastError()) +
               L" Delete it, or it may be run again.";
   }
 

@@ -1,5 +1,3 @@
-#include "uaclient/task_reading.h"
-
 #include <boost/lexical_cast/try_lexical_convert.hpp>
 #include <cstdio>
 #include <map>
@@ -16,6 +14,7 @@
 #include "uaclient/list_reading.h"
 #include "uaclient/path.h"
 #include "uaclient/whole_file.h"
+#include "uaclient/work.h"
 #include "uactask/task_file.h"
 #include "uactask/task_file_op.h"
 #include "uactask/task_scheduler.h"
@@ -54,7 +53,7 @@ bool IsStartBoundary(const std::string& text) {
 // Goes through a task file by the helper's own parser.
 class TaskReader {
  public:
-  TaskReader(FileFindings& found, TaskReading& reading) : found_(found), reading_(reading) {
+  TaskReader(FileFindings& found, Work& work) : found_(found), work_(work) {
     for (std::int32_t param = kType; param <= UACTaskFileOp::kXmlPath; ++param) {
       entries_[KeyOf(param)];
       knownKeys_ += (param == kType ? L"" : L", ") + ShownBytes(KeyOf(param));
@@ -63,9 +62,9 @@ class TaskReader {
 
   void Read(const Options& options) {
     if (!ReadLines()) return;
-    reading_.type = Number(kType).value_or(-1);
-    if (reading_.type == Task::kType) return ReadJob();
-    if (reading_.type == UACTaskFileOp::kType) return ReadListPath(options);
+    const auto type = Number(kType);
+    if (type == Task::kType) return ReadJob();
+    if (type == UACTaskFileOp::kType) return ReadListPath(options);
     if (Must(kType, !hasSection_, Severity::kError, L"0 for a job or 1 for a list of copies"))
       found_.Fail(0, L"There is no section \"[Task]\"{}. Write it so, above the keys.",
                   {sections_.empty() ? L"" : L", but " + ShownBytes(sections_)});
@@ -93,8 +92,8 @@ class TaskReader {
     const auto& [line, value] = Get(param);
     const std::wstring is = line == 0 ? L"missing" : value.empty() ? L"empty" : ShownBytes(value);
     std::wstring text = ShownBytes(KeyOf(param)) + L" is " + is;
-    if (severity != Severity::kError && !reading_.report.helperFails)
-      text += L", so the helper only deletes the job " + Shown(reading_.job);
+    if (severity != Severity::kError && !work_.result.report.helperFails)
+      text += L", so the helper only deletes the job " + Shown(name_);
     found_.Add(severity, line, text + L". Write " + wanted + L".");
     return false;
   }
@@ -102,18 +101,19 @@ class TaskReader {
   // False when the helper cannot read the file.
   bool ReadLines() {
     constexpr std::size_t kMaxNamed = 100;  // with so many odd lines it is no task file
-    if (reading_.bytes.find('\0') != std::string::npos) {
+    if (work_.task.find('\0') != std::string::npos) {
       found_.Warn(1, L"The file is in UTF-16 or holds NUL bytes. Save it in the code page.");
       oddLines_ = kMaxNamed;
     }
     IniParser parser;
     std::size_t number = 0;
     try {
-      ForEachIniLine(IniText(reading_.bytes), [&](const IniLine& line) {
+      ForEachIniLine(IniText(work_.task), [&](const IniLine& line) {
         number = line.number;
         const std::wstring odd = ReadLine(line, parser);
         if (!odd.empty() && ++oddLines_ <= kMaxNamed) found_.Add(Severity::kWarning, number, odd);
       });
+      if (oddLines_ > kMaxNamed) found_.Warn(0, L"Further odd lines are not named.");
       return true;
     } catch (const std::out_of_range&) {
       found_.Fail(number, L"A line with \"[\" is a header. Add its \"]\", or leave the \"[\" out.");
@@ -164,14 +164,15 @@ class TaskReader {
   }
 
   void ReadJob() {
-    reading_.job = Text(Task::kTaskName);
-    reading_.isDeletion = Text(Task::kExeArguments).empty();
-    found_.Warn(Line(Task::kTaskName), JobNameFault(L"\"task_name\"", reading_.job));
+    Item& job = work_.result.items.emplace_back();
+    job.job = name_ = Text(Task::kTaskName);
+    job.isDeletion = isDeletion_ = Text(Task::kExeArguments).empty();
+    found_.Warn(Line(Task::kTaskName), JobNameFault(L"\"task_name\"", name_));
     for (const auto param : {Task::kTimeType, Task::kTimeWeekday, Task::kTimeMonthday})
       Must(param, Number(param).has_value(), Severity::kError, L"a number, also to delete a job");
-    const bool changes = !reading_.report.helperFails;
-    const Step step = reading_.isDeletion ? ReadDeletion() : ReadRegistration();
-    if (changes) reading_.report.steps.push_back(step);
+    const bool changes = !work_.result.report.helperFails;
+    const Step step = isDeletion_ ? ReadDeletion() : ReadRegistration();
+    if (changes) work_.result.report.steps.push_back(step);
   }
 
   // It is meant when the key is there, no program is, and no line is odd that may have been the
@@ -182,7 +183,7 @@ class TaskReader {
     Must(Task::kExeArguments, isEmpty && oddLines_ == 0,
          isJob || oddLines_ != 0 ? Severity::kHarmful : Severity::kWarning,
          L"an argument or, if that is meant, \"exe_arguments=\" and no \"exe_path\"");
-    return DeletionStep(reading_.job);
+    return DeletionStep(name_);
   }
 
   Step ReadRegistration() {
@@ -202,9 +203,9 @@ class TaskReader {
     if (isGood) {
       const auto days = static_cast<std::uint32_t>(kind == Task::kWeekly ? week : month);
       const std::wstring when = Rhythm(kind, days) + L" from " + Text(Task::kRuntime) + L" on";
-      return RegistrationStep(reading_.job, program, Text(Task::kExeArguments), when);
+      return RegistrationStep(name_, program, Text(Task::kExeArguments), when);
     }
-    Step step = DeletionStep(reading_.job);
+    Step step = DeletionStep(name_);
     step.text += L" and registers none";
     return step;
   }
@@ -222,12 +223,14 @@ class TaskReader {
     WholeFile file = ReadWhole(path, GENERIC_READ, kShareAll);
     if (!file.fault.empty())
       return found_.Fail(Line(kPath), L"The list {}{}", {Shown(path), file.fault});
-    reading_.list = std::move(file.bytes);
-    ReadList(path, options, reading_);
+    work_.list = std::move(file.bytes);
+    ReadList(path, options, work_);
   }
 
   FileFindings& found_;
-  TaskReading& reading_;
+  Work& work_;
+  std::wstring name_;  // of the job
+  bool isDeletion_ = false;
   std::map<std::string, Entry> entries_;  // one for each key that the helper knows
   std::wstring knownKeys_;
   std::string sections_;  // all headers
@@ -237,28 +240,29 @@ class TaskReader {
 
 }  // namespace
 
-TaskReading ReadTask(const std::filesystem::path& taskFile, Hold hold, const Options& options) {
-  const std::wstring path = taskFile.wstring();
-  TaskReading reading;
-  FileFindings found{path, reading.report};
+Work WorkOf(const TaskFile& task, const Options& options, Hold hold) {
+  const std::wstring path = task.path.wstring();
+  Work work;
+  Report& report = work.result.report;
+  FileFindings found{path, report};
   WholeFile file = hold == Hold::kYes ? ReadWhole(path, GENERIC_READ | DELETE, FILE_SHARE_READ)
                                       : ReadWhole(path, GENERIC_READ, kShareAll);
-  reading.report.exists = GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-  reading.file = std::move(file.handle);
-  reading.bytes = std::move(file.bytes);
+  report.exists = GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+  work.taskFile = std::move(file.handle);
+  work.task = std::move(file.bytes);
   if (!file.fault.empty()) {
     found.Fail(0, L"The task file{}", {file.fault});
   } else if (!HelperReads(path)) {
     found.Fail(0, L"The code page lacks characters of the file's path. Use another name.");
   } else {
     found.Add(Severity::kHarmful, 0, DriveFault(FullPath(path)));
-    TaskReader(found, reading).Read(options);
+    TaskReader(found, work).Read(options);
   }
-  return reading;
-}
-
-Report Check(const TaskFile& task, const Options& options) {
-  return ReadTask(task.path, Hold::kNo, options).report;
+  const auto isBefore = [&](const Finding& left, const Finding& right) {
+    return left.file == right.file ? left.line < right.line : left.file == path;
+  };
+  std::stable_sort(report.findings.begin(), report.findings.end(), isBefore);
+  return work;
 }
 
 }  // namespace uaclient
