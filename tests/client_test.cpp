@@ -494,7 +494,7 @@ TEST_F(Client, SchedulesAndUnschedules) {
   EXPECT_EQ(uaclient::Run(JobRemoval{job.name}, options_).status, Status::kDone);
   const Result missing = uaclient::Run(JobRemoval{job.name}, options_);
   EXPECT_EQ(missing.status, Status::kFailed);
-  EXPECT_THAT(WideToUtf8(missing.reason), HasSubstr("There is no job of that name."));
+  EXPECT_THAT(WideToUtf8(missing.reason), HasSubstr("does not exist."));
   if (!OnWine()) return;  // whose scheduler refuses all but daily jobs
   job.every = Job::Every::kWeek;
   job.days = Job::kSunday;

@@ -7,11 +7,12 @@
 #include <sstream>
 
 #include "corekit/text.h"
+#include "uaclient/file_access.h"
 #include "uaclient/helper_files.h"
 #include "uaclient/kept_folders.h"
 #include "uaclient/path.h"
 #include "uaclient/places.h"
-#include "uaclient/whole_file.h"
+#include "uaclient/words.h"
 
 // A claim's file, in UTF-8:
 //

@@ -12,13 +12,12 @@
 
 #include "corekit/text.h"
 #include "uaclient/file_access.h"
-#include "uaclient/findings.h"
 #include "uaclient/helper_files.h"
 #include "uaclient/kept_folders.h"
 #include "uaclient/path.h"
 #include "uaclient/places.h"
-#include "uaclient/size_text.h"
 #include "uaclient/win32.h"
+#include "uaclient/words.h"
 #include "uactask/operation_list.h"
 
 namespace uaclient {

@@ -42,16 +42,13 @@ bool CopyProgress::IsComplete(const Stage& stage) {
 }
 
 void CopyProgress::Advance(std::uint64_t bytesWritten) {
-  for (std::size_t before = stages_.size(); at_ != before && at_ < stages_.size();) {
+  // What cannot be copied is never complete, nor is seen to be what looked done before; that the
+  // helper is past it shows at what comes later.
+  for (std::size_t before = stages_.size(); at_ != before;) {
     before = at_;
-    while (at_ < stages_.size() && IsComplete(stages_[at_])) ++at_;
-    // What cannot be copied is never complete, nor is seen to be what looked done before; that the
-    // helper is past it shows at what comes later.
-    std::size_t ahead = at_;
-    for (std::size_t step = 1; at_ + step < stages_.size(); step *= 2) {
-      if (IsComplete(stages_[at_ + step])) ahead = at_ + step;
+    for (std::size_t step = 1; before + step <= stages_.size(); step *= 2) {
+      if (IsComplete(stages_[before + step - 1])) at_ = before + step;
     }
-    at_ = ahead;
   }
   if (at_ == stages_.size()) {
     progress_.files = progress_.allFiles;

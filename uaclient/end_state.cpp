@@ -8,10 +8,10 @@
 #include <utility>
 
 #include "uaclient/file_access.h"
-#include "uaclient/findings.h"
 #include "uaclient/path.h"
 #include "uaclient/places.h"
 #include "uaclient/win32.h"
+#include "uaclient/words.h"
 
 namespace uaclient {
 namespace {

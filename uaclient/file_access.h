@@ -1,10 +1,14 @@
 // Files as they are opened: to see whether they can be copied, overwritten or deleted, as far as
-// this user can see, and to be compared.
+// this user can see, to be compared, read and written.
 #pragma once
+
+#include <windows.h>
 
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "uaclient/win32.h"
 
 namespace uaclient {
 
@@ -28,5 +32,17 @@ class ContentComparer {
   std::vector<char> first_;
   std::vector<char> second_;
 };
+
+struct WholeFile {
+  Handle handle;
+  std::string bytes;
+  std::wstring fault;  // why it cannot be read, to follow its name; L"" when it is
+};
+
+// Of files that the helper reads, too: on a disk, and of less than 2 GiB.
+WholeFile ReadWhole(const std::wstring& path, DWORD access, DWORD share);
+
+// Whether the file could be opened and all of it could be written.
+bool WriteAll(const Handle& file, const std::string& bytes);
 
 }  // namespace uaclient

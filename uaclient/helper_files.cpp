@@ -10,8 +10,11 @@
 #include <utility>
 
 #include "uaclient/code_page.h"
+#include "uaclient/file_access.h"
 #include "uaclient/path.h"
+#include "uaclient/words.h"
 #include "uactask/task_file.h"
+#include "uactask/task_file_op.h"
 
 namespace uaclient {
 namespace {
@@ -136,12 +139,14 @@ void HelperFiles::CreateFolder() {
                    L"and the folder has no short name. Set TMP to a folder with a plain name."};
 }
 
-// The helper deletes it.
-void HelperFiles::WriteTask(const std::string& bytes) {
-  Write(kTaskName, bytes, FILE_SHARE_READ | FILE_SHARE_DELETE);
+void HelperFiles::Create(const std::string& task, const std::string& list) {
+  constexpr DWORD kDeletable = FILE_SHARE_READ | FILE_SHARE_DELETE;  // by the helper
+  CreateFolder();
+  if (list.empty()) return Write(kTaskName, task, kDeletable);
+  Write(kListName, list, FILE_SHARE_READ);
+  const TaskParams params = {{UACTaskFileOp::kXmlPath, ForHelper(readable_ + kListName)}};
+  Write(kTaskName, FormatTaskFile(UACTaskFileOp::kType, params), kDeletable);
 }
-
-void HelperFiles::WriteList(const std::string& bytes) { Write(kListName, bytes, FILE_SHARE_READ); }
 
 void HelperFiles::Write(const wchar_t* name, const std::string& bytes, DWORD share) {
   const std::wstring path = folder_ + name;
@@ -153,7 +158,5 @@ void HelperFiles::Write(const wchar_t* name, const std::string& bytes, DWORD sha
 }
 
 std::wstring HelperFiles::TaskPath() const { return readable_ + kTaskName; }
-
-std::wstring HelperFiles::ListPath() const { return readable_ + kListName; }
 
 }  // namespace uaclient

@@ -37,16 +37,15 @@ class HelperFiles {
   // Where they lie, for people.
   const std::wstring& Folder() const { return folder_; }
 
-  // These throw NotStarted.
-  void CreateFolder();
-  void WriteTask(const std::string& bytes);
-  void WriteList(const std::string& bytes);
+  // Writes the list and a task file that names it, or without a list the task file as it is given.
+  // Throws NotStarted.
+  void Create(const std::string& task, const std::string& list);
 
-  // The names by which the helper finds them, in characters that the ANSI code page has.
+  // The name by which the helper finds the task file, in characters that the ANSI code page has.
   std::wstring TaskPath() const;
-  std::wstring ListPath() const;
 
  private:
+  void CreateFolder();
   void Write(const wchar_t* name, const std::string& bytes, DWORD share);
 
   std::wstring folder_;

@@ -9,6 +9,7 @@
 #include "corekit/text.h"
 #include "uaclient/helper_files.h"
 #include "uaclient/path.h"
+#include "uaclient/words.h"
 
 namespace uaclient {
 namespace {

@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "uaclient/code_page.h"
-#include "uaclient/findings.h"
 #include "uaclient/path.h"
 #include "uaclient/win32.h"
+#include "uaclient/words.h"
 #include "uaclient/work.h"
 #include "uactask/task_file.h"
 #include "uactask/task_scheduler.h"

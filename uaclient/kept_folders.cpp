@@ -8,6 +8,7 @@
 #include "uaclient/helper_files.h"
 #include "uaclient/helper_process.h"
 #include "uaclient/path.h"
+#include "uaclient/words.h"
 
 namespace uaclient {
 namespace {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "uaclient/win32.h"
+#include "uaclient/words.h"
 
 namespace uaclient {
 namespace {

@@ -8,7 +8,6 @@
 
 #include "corekit/text.h"
 #include "uaclient/claims.h"
-#include "uaclient/code_page.h"
 #include "uaclient/copy_progress.h"
 #include "uaclient/end_state.h"
 #include "uaclient/helper_files.h"
@@ -17,9 +16,9 @@
 #include "uaclient/path.h"
 #include "uaclient/uaclient.h"
 #include "uaclient/win32.h"
+#include "uaclient/words.h"
 #include "uaclient/work.h"
 #include "uactask/exit_codes.h"
-#include "uactask/task_file_op.h"
 
 namespace uaclient {
 namespace {
@@ -88,7 +87,7 @@ class HelperRun {
     if (work_.task.empty() && work_.list.empty()) return Status::kDone;  // everything is there
     traces_ = std::make_unique<Traces>();
     traces_->claim.Take(work_.claims, traces_->files.Folder());
-    WriteFiles();
+    traces_->files.Create(work_.task, work_.list);
     if (options_.progress && !options_.progress(progress_)) GiveUp();
     traces_->helper.Start(HelperPath(options_), traces_->files.TaskPath(), options_.owner);
     traces_->claim.AddHelper(traces_->helper.Get());
@@ -118,17 +117,6 @@ class HelperRun {
 
   [[noreturn]] static void GiveUp() {
     throw NotStarted{L"It was given up before the helper was started. Nothing was done."};
-  }
-
-  void WriteFiles() {
-    HelperFiles& files = traces_->files;
-    files.CreateFolder();
-    if (!work_.list.empty()) {
-      files.WriteList(work_.list);
-      work_.task = FormatTaskFile(UACTaskFileOp::kType,
-                                  {{UACTaskFileOp::kXmlPath, ForHelper(files.ListPath())}});
-    }
-    files.WriteTask(work_.task);
   }
 
   // Until the helper has ended; false when the waiting is given up before.
@@ -196,12 +184,10 @@ class HelperRun {
     const JobState now = FindJob(item.job);
     if (result.status == Status::kFailed) {
       const std::wstring output = traces_->helper.Output();
-      result.reason += !item.isDeletion ? L" The job " + Quoted(item.job) +
-                                              L" was not registered, and an older one of that "
-                                              L"name may be gone."
-                       : now == JobState::kNotThere
-                           ? L" There is no job of that name."
-                           : L" The job " + Quoted(item.job) + L" was not deleted.";
+      result.reason += L" The job " + Quoted(item.job) +
+                       (!item.isDeletion ? L" was not registered; an older one may be gone."
+                        : now == JobState::kNotThere ? L" does not exist."
+                                                     : L" was not deleted.");
       if (!output.empty()) result.reason += L" It said: " + output + L".";
       return;
     }
@@ -209,8 +195,8 @@ class HelperRun {
     item.done = now != (item.isDeletion ? JobState::kThere : JobState::kNotThere);
     if (!item.done) {
       result.status = Status::kIncomplete;
-      result.reason = item.isDeletion ? L"The helper reports success, but the job is still there."
-                                      : L"The helper reports success, but the job is not there.";
+      result.reason = std::wstring(L"The helper reports success, but the job is ") +
+                      (item.isDeletion ? L"still" : L"not") + L" there.";
     } else if (now == JobState::kUnknown && !item.isDeletion) {
       item.reason =
           L"The helper reports success, but this user cannot see the job. If another account "

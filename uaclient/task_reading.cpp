@@ -9,11 +9,11 @@
 #include "corekit/text.h"
 #include "inifile/ini_parser.h"
 #include "uaclient/code_page.h"
+#include "uaclient/file_access.h"
 #include "uaclient/findings.h"
 #include "uaclient/jobs.h"
 #include "uaclient/list_reading.h"
 #include "uaclient/path.h"
-#include "uaclient/whole_file.h"
 #include "uaclient/work.h"
 #include "uactask/task_file.h"
 #include "uactask/task_file_op.h"
@@ -214,8 +214,8 @@ class TaskReader {
     constexpr std::int32_t kPath = UACTaskFileOp::kXmlPath;
     const std::wstring path = Text(kPath);
     if (!Must(kPath, !path.empty(), Severity::kError, L"the list's whole path")) return;
-    found_.Harm(
-        Line(kPath),
+    found_.Add(
+        Severity::kHarmful, Line(kPath),
         IsAbsolute(path)
             ? DriveFault(FullPath(path))
             : Shown(path) +

@@ -75,9 +75,14 @@ TreeListing ListTree(const std::wstring& fullPath, Links links) {
   return tree;
 }
 
+// Only links have to be opened, which takes longer.
 bool ReadFileState(const std::wstring& fullPath, FileState& state) {
-  const Handle file(CreateFileW(fullPath.c_str(), FILE_READ_ATTRIBUTES,
-                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+  WIN32_FILE_ATTRIBUTE_DATA data = {};
+  if (!GetFileAttributesExW(fullPath.c_str(), GetFileExInfoStandard, &data)) return false;
+  state = StateOf(data);
+  const DWORD kind = data.dwFileAttributes;
+  if ((kind & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return (kind & FILE_ATTRIBUTE_DIRECTORY) == 0;
+  const Handle file(CreateFileW(fullPath.c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr,
                                 OPEN_EXISTING, 0, nullptr));
   BY_HANDLE_FILE_INFORMATION info = {};
   if (!file || !GetFileInformationByHandle(file.get(), &info)) return false;

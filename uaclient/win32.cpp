@@ -2,25 +2,6 @@
 
 namespace uaclient {
 
-bool WriteAll(const Handle& file, const std::string& bytes) {
-  DWORD written = 0;
-  const auto size = static_cast<DWORD>(bytes.size());
-  return file && WriteFile(file.get(), bytes.data(), size, &written, nullptr) && written == size;
-}
-
-std::wstring Quoted(const std::wstring& text) { return L"\"" + text + L"\""; }
-
-std::wstring SystemMessage(DWORD error) {
-  wchar_t text[512] = {};
-  const DWORD length = FormatMessageW(
-      FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK,
-      nullptr, error, 0, text, 512, nullptr);
-  std::wstring message(text, length);
-  message.resize(message.find_last_not_of(L" .\r\n") + 1);
-  return message + (message.empty() ? L"error " : L" (error ") + std::to_wstring(error) +
-         (message.empty() ? L"." : L").");
-}
-
 bool IsFolder(const std::wstring& path) {
   const DWORD attributes = GetFileAttributesW(path.c_str());
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;

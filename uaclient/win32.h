@@ -29,14 +29,6 @@ class Handle : public std::unique_ptr<std::remove_pointer_t<HANDLE>, HandleClose
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-// Whether the file could be opened and all of it could be written.
-bool WriteAll(const Handle& file, const std::string& bytes);
-
-// The system's own words for an error, with its number, ending in a full stop.
-std::wstring SystemMessage(DWORD error);
-
-std::wstring Quoted(const std::wstring& text);
-
 // Whether a folder is there, links to folders included.
 bool IsFolder(const std::wstring& path);
 

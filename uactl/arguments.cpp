@@ -12,6 +12,7 @@
 
 #include "uaclient/path.h"
 #include "uaclient/win32.h"
+#include "uaclient/words.h"
 
 namespace {
 

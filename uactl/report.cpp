@@ -4,8 +4,8 @@
 #include <nlohmann/json.hpp>
 
 #include "corekit/text.h"
-#include "uaclient/size_text.h"
 #include "uaclient/win32.h"
+#include "uaclient/words.h"
 #include "uactask/exit_codes.h"
 #include "uactl/console.h"
 

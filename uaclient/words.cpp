@@ -1,0 +1,60 @@
+#include "uaclient/words.h"
+
+#include <cstdio>
+#include <iterator>
+
+namespace uaclient {
+
+std::wstring Filled(std::wstring text, std::initializer_list<std::wstring> parts) {
+  std::size_t at = 0;
+  for (const std::wstring& part : parts) {
+    at = text.find(L"{}", at);
+    if (at == std::wstring::npos) break;
+    text.replace(at, 2, part);
+    at += part.size();
+  }
+  return text;
+}
+
+std::wstring Quoted(const std::wstring& text) { return L"\"" + text + L"\""; }
+
+std::wstring Shown(std::wstring text) {
+  constexpr std::size_t kMaxShown = 200;
+  if (text.size() > kMaxShown) text.replace(kMaxShown, std::wstring::npos, L"…");
+  for (wchar_t& c : text) {
+    if (c < L' ') c = L'?';
+  }
+  return Quoted(text);
+}
+
+std::wstring FilesInWords(std::uint64_t count) {
+  return std::to_wstring(count) + (count == 1 ? L" file" : L" files");
+}
+
+std::wstring BytesInWords(std::uint64_t bytes) {
+  if (bytes < 1000) return std::to_wstring(bytes) + (bytes == 1 ? L" byte" : L" bytes");
+  const wchar_t* const units[] = {L" kB", L" MB", L" GB", L" TB"};
+  double amount = static_cast<double>(bytes) / 1000;
+  std::size_t unit = 0;
+  for (; amount >= 1000 && unit + 1 < std::size(units); ++unit) amount /= 1000;
+  return OneDecimal(amount) + units[unit];
+}
+
+std::wstring OneDecimal(double number) {
+  wchar_t text[64];
+  std::swprintf(text, std::size(text), L"%.1f", number);
+  return text;
+}
+
+std::wstring SystemMessage(DWORD error) {
+  wchar_t text[512] = {};
+  const DWORD length = FormatMessageW(
+      FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK,
+      nullptr, error, 0, text, 512, nullptr);
+  std::wstring message(text, length);
+  message.resize(message.find_last_not_of(L" .\r\n") + 1);
+  return message + (message.empty() ? L"Error " : L" (error ") + std::to_wstring(error) +
+         (message.empty() ? L"." : L").");
+}
+
+}  // namespace uaclient
