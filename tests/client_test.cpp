@@ -621,7 +621,7 @@ TEST_F(Copies, ClaimPlaces) {
   EXPECT_FALSE(Meet(place("a", L"", false), place("a", L"", false))) << "both read";
 }
 
-TEST(ContentComparer, ComparesEveryByte) {
+TEST(Compare, ComparesEveryByte) {
   const TestFolder folder;
   const std::string bytes(1 << 20, 'x');
   const char* const names[] = {"same", "longer", "other end", "other start"};
@@ -629,10 +629,8 @@ TEST(ContentComparer, ComparesEveryByte) {
   WriteFileBytes(folder / "longer", bytes + 'x');
   WriteFileBytes(folder / "other end", bytes.substr(1) + 'y');
   WriteFileBytes(folder / "other start", 'y' + bytes.substr(1));
-  ContentComparer comparer;
   const auto compare = [&](const std::string& one, const std::string& other, bool goOn = true) {
-    return comparer.Compare(FullPath(folder / one), FullPath(folder / other),
-                            [goOn] { return goOn; });
+    return Compare(FullPath(folder / one), FullPath(folder / other), [goOn] { return goOn; });
   };
   for (const std::string name : names) {
     const Equality expected = name == "same" ? Equality::kEqual : Equality::kDifferent;

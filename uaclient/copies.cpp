@@ -278,12 +278,24 @@ class Surveyor {
     if (item.step.deletes && !isLink) old = ListWhatGoes(item);
     Bring(item.toSpot.Key(), destination, true);
     Operate(WithSeparator(source), destination + L"\\", true);
-    for (const TreeEntry& entry : ListSource(item)) {
-      const std::wstring path = Below(source, entry.path);
-      const std::wstring fault = entry.isFolder ? L"" : ReadingFault(path);
-      if (!fault.empty()) Fail(L"{}{}", {Quoted(path), fault});
+    const std::vector<TreeEntry> entries = ListSource(item);
+    CheckFiles(source, entries, ReadingFault, L"");
+    for (const TreeEntry& entry : entries) {
       const auto there = old.find(UpperCase(entry.path));
       AddTarget(item, entry, there == old.end() ? nullptr : &there->second);
+    }
+  }
+
+  void CheckFiles(const std::wstring& folder, const std::vector<TreeEntry>& entries,
+                  std::wstring (*faultOf)(const std::wstring&), const wchar_t* what) {
+    std::vector<std::wstring> faults(entries.size());
+    InParallel(entries.size(), [&](std::size_t i) {
+      const bool isFile = !entries[i].isFolder && (faultOf == ReadingFault || !entries[i].isLink);
+      if (isFile) faults[i] = faultOf(Below(folder, entries[i].path));
+    });
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+      if (faults[i].empty()) continue;
+      Fail(L"{}{}{}", {Quoted(Below(folder, entries[i].path)), what, faults[i]});
     }
   }
 
@@ -317,6 +329,7 @@ class Surveyor {
     std::unordered_map<std::wstring, Entry> entries;
     const std::wstring& destination = items_[at_].destination;
     const TreeListing gone = ListTree(destination, Links::kNotFollowed);
+    CheckFiles(destination, gone.entries, DeletionFault, L" is to be deleted, but");
     for (const TreeEntry& entry : gone.entries) {
       CheckDeletion(item, Below(destination, entry.path), entry);
       entries.emplace(UpperCase(entry.path), entry);
@@ -344,8 +357,6 @@ class Surveyor {
       ++item.step.deletedFiles;
       item.step.deletedBytes += entry.state.size;
       items_[at_].lastDeleted = path;
-      const std::wstring fault = DeletionFault(path);
-      if (!fault.empty()) Fail(L"{} is to be deleted, but{}", {Quoted(path), fault});
     }
   }
 
@@ -418,7 +429,7 @@ class Surveyor {
     }
     if (overwritten != nullptr && overwritten->IsProtected()) {
       // One that is what it should be is left out.
-      if (isPlan_ && ContentComparer().Compare(source, destination) == Equality::kEqual) return;
+      if (isPlan_ && Compare(source, destination) == Equality::kEqual) return;
       Fail(L"{}{}", {Quoted(destination), kIsProtected});
     }
     if (!Copies(Kind::kReplaceFolder)) Operate(source, destination, false);

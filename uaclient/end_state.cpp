@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <atomic>
+#include <cstdint>
 #include <initializer_list>
 #include <unordered_map>
 #include <unordered_set>
@@ -52,11 +54,24 @@ class Faults {
   std::wstring text_;
 };
 
+// A file whose content is compared with its source's.
+struct Pair {
+  std::size_t item;
+  std::wstring name;
+  std::wstring source;
+  std::wstring destination;
+  std::uint64_t size;
+  bool hasChanged;  // the source, since the check
+  Equality result = Equality::kStopped;
+
+  std::wstring Cause() const { return hasChanged ? kChanged : LikelyCause(source, destination); }
+};
+
 class Judge {
  public:
   Judge(const std::vector<Copy>& copies, Comparison comparison, const Tick& tick,
         Progress& progress)
-      : comparison_(comparison), tick_(tick), progress_(progress) {
+      : copies_(copies), comparison_(comparison), tick_(tick), progress_(progress) {
     progress_.files = progress_.bytes = 0;
     progress_.comparing = true;
     progress_.current.clear();
@@ -67,118 +82,150 @@ class Judge {
     }
   }
 
-  void JudgeItem(const Copy& item, Item& result) {
-    Faults faults;
-    if (!item.isUsable) {
-      faults.Add(L"Its source or its destination is no path that could be looked at.", {});
-    } else if (item.kind == Kind::kFile) {
-      JudgeFile(item, faults);
-    } else {
-      JudgeFolder(item, faults);
-    }
-    result.reason = faults.Text();
-    result.done = result.reason.empty();
-    if (!result.done && !item.lastDeleted.empty()) {
-      result.reason += L" The folder's old content is gone.";
+  void JudgeItems(std::vector<Item>& items) {
+    for (at_ = 0; at_ < copies_.size(); ++at_) JudgeItem(copies_[at_]);
+    ComparePairs();
+    for (std::size_t i = 0; i < copies_.size(); ++i) {
+      items[i].reason = faults_[i].Text();
+      items[i].done = items[i].reason.empty();
+      if (!items[i].done && !copies_[i].lastDeleted.empty()) {
+        items[i].reason += L" The folder's old content is gone.";
+      }
     }
   }
 
  private:
-  void JudgeFile(const Copy& item, Faults& faults) {
-    FileState now;
-    if (!ReadFileState(item.source, now)) {
-      return faults.Add(L"The source cannot be seen any more: {}", {SystemMessage(GetLastError())});
+  using Parts = std::initializer_list<std::wstring>;
+
+  void Fault(const wchar_t* text, Parts parts) { faults_[at_].Add(text, parts); }
+
+  void JudgeItem(const Copy& item) {
+    if (!item.isUsable) {
+      Fault(L"Its source or its destination is no path that could be looked at.", {});
+    } else if (item.kind == Kind::kFile) {
+      JudgeFile(item);
+    } else {
+      JudgeFolder(item);
     }
-    JudgeTarget(L"It", item.source, item.destination, now,
-                item.targets.empty() ? nullptr : &item.targets[0], faults);
   }
 
-  void JudgeFolder(const Copy& item, Faults& faults) {
+  void JudgeFile(const Copy& item) {
+    FileState now;
+    if (!ReadFileState(item.source, now)) {
+      return Fault(L"The source cannot be seen any more: {}", {SystemMessage(GetLastError())});
+    }
+    JudgeTarget(L"It", item.source, item.destination, now,
+                item.targets.empty() ? nullptr : &item.targets[0]);
+  }
+
+  void JudgeFolder(const Copy& item) {
     const std::wstring& source = item.source;
     const std::wstring& destination = item.destination;
     if (!IsFolder(destination)) {
-      return faults.Add(
-          GetLastError() == ERROR_ACCESS_DENIED
-              ? L"The folder is not visible to this user, so it could not be compared."
-              : L"The folder is missing.",
-          {});
+      return Fault(GetLastError() == ERROR_ACCESS_DENIED
+                       ? L"The folder is not visible to this user, so it could not be compared."
+                       : L"The folder is missing.",
+                   {});
     }
     std::unordered_map<std::wstring, const Target*> before;  // by paths in upper case
     for (const Target& target : item.targets) before.emplace(UpperCase(target.path), &target);
     const TreeListing now = ListTree(source, Links::kFollowedOnce);
-    AddFaults(source, now, faults);
-    if (item.kind == Kind::kReplaceFolder) AddLeftovers(destination, now, faults);
+    JudgeListing(source, now);
+    if (item.kind == Kind::kReplaceFolder) JudgeLeftovers(destination, now);
     for (const TreeEntry& entry : now.entries) {
       const auto was = before.find(UpperCase(entry.path));
       const Target* const target = was == before.end() ? nullptr : was->second;
       if (was != before.end()) before.erase(was);
       const std::wstring path = Below(destination, entry.path);
       if (!entry.isFolder) {
-        JudgeTarget(Quoted(entry.path), Below(source, entry.path), path, entry.state, target,
-                    faults);
+        JudgeTarget(Quoted(entry.path), Below(source, entry.path), path, entry.state, target);
       } else if (const Entry* const there = folders_.Find(path);
                  there == nullptr || !there->isFolder || there->isLink) {
-        faults.Add(L"The folder {} is missing{}", {Quoted(entry.path), target ? L"." : kChanged});
+        Fault(L"The folder {} is missing{}", {Quoted(entry.path), target ? L"." : kChanged});
       }
     }
     for (const auto& [path, target] : before) {
-      faults.Add(L"{} is no longer in the source{}", {Quoted(target->path), kChanged});
+      Fault(L"{} is no longer in the source{}", {Quoted(target->path), kChanged});
     }
   }
 
-  static void AddFaults(const std::wstring& folder, const TreeListing& tree, Faults& faults) {
+  void JudgeListing(const std::wstring& folder, const TreeListing& tree) {
     for (const TreeListing::Fault& fault : tree.faults) {
-      faults.Add(fault.error == 0 ? L"{} is a link behind a link, which is not followed."
-                                  : L"{} cannot be listed: {}",
-                 {Quoted(Below(folder, fault.path)), SystemMessage(fault.error)});
+      Fault(fault.error == 0 ? L"{} is a link behind a link, which is not followed."
+                             : L"{} cannot be listed: {}",
+            {Quoted(Below(folder, fault.path)), SystemMessage(fault.error)});
     }
   }
 
   // What could not be deleted, and what has come since.
-  void AddLeftovers(const std::wstring& destination, const TreeListing& source, Faults& faults) {
+  void JudgeLeftovers(const std::wstring& destination, const TreeListing& source) {
     std::unordered_set<std::wstring> expected;
     for (const TreeEntry& entry : source.entries) expected.insert(UpperCase(entry.path));
     const TreeListing there = ListTree(destination, Links::kNotFollowed);
-    AddFaults(destination, there, faults);
+    JudgeListing(destination, there);
     for (const TreeEntry& entry : there.entries) {
       if (expected.count(UpperCase(entry.path)) != 0 ||
           brought_.count(UpperCase(Below(destination, entry.path))) != 0) {
         continue;
       }
-      faults.Add(
-          L"{} is not in the source: it could not be deleted, or another program put it there.",
-          {Quoted(entry.path)});
+      Fault(L"{} is not in the source: it could not be deleted, or another program put it there.",
+            {Quoted(entry.path)});
     }
   }
 
   void JudgeTarget(const std::wstring& name, const std::wstring& source,
-                   const std::wstring& destination, const FileState& now, const Target* before,
-                   Faults& faults) {
+                   const std::wstring& destination, const FileState& now, const Target* before) {
     const Entry* const there = folders_.Find(destination);
     const bool hasChanged = before == nullptr || !(before->state == now);
-    const auto cause = [&] { return hasChanged ? kChanged : LikelyCause(source, destination); };
-    if (there == nullptr || there->isFolder) return faults.Add(L"{} is missing{}", {name, cause()});
-    const bool isFastEnough = comparison_ == Comparison::kSizeAndTime && !hasChanged &&
-                              !before->lookedDone && there->state.Matches(now);
-    switch (isFastEnough ? Equality::kEqual : comparer_.Compare(source, destination, tick_)) {
-      case Equality::kEqual:
-        ++progress_.files;
-        progress_.bytes += now.size;
-        return;
-      case Equality::kStopped:
-        return faults.Add(L"{} was not compared, because waiting was given up.", {name});
-      case Equality::kNotRead:
-        return faults.Add(L"{} could not be compared{}", {name, LikelyCause(source, destination)});
-      case Equality::kDifferent:
-        return faults.Add(L"{} differs from its source{}", {name, cause()});
+    const Pair pair = {at_, name, source, destination, now.size, hasChanged};
+    if (there == nullptr || there->isFolder) return Fault(L"{} is missing{}", {name, pair.Cause()});
+    if (comparison_ == Comparison::kSizeAndTime && !hasChanged && !before->lookedDone &&
+        there->state.Matches(now)) {
+      ++progress_.files;
+      progress_.bytes += now.size;
+    } else {
+      pairs_.push_back(pair);
     }
   }
 
+  void ComparePairs() {
+    std::atomic<std::uint64_t> files{progress_.files};
+    std::atomic<std::uint64_t> bytes{progress_.bytes};
+    std::atomic<bool> goesOn{true};
+    const auto compare = [&](std::size_t i) {
+      Pair& pair = pairs_[i];
+      pair.result = Compare(pair.source, pair.destination, [&] { return goesOn.load(); });
+      if (pair.result != Equality::kEqual) return;
+      ++files;
+      bytes += pair.size;
+    };
+    const auto showProgress = [&] {
+      progress_.files = files;
+      progress_.bytes = bytes;
+      return goesOn = tick_();
+    };
+    InParallel(pairs_.size(), compare, showProgress);
+    showProgress();
+    for (const Pair& pair : pairs_) {
+      at_ = pair.item;
+      if (pair.result == Equality::kStopped) {
+        Fault(L"{} was not compared, because waiting was given up.", {pair.name});
+      } else if (pair.result != Equality::kEqual) {
+        Fault(pair.result == Equality::kDifferent ? L"{} differs from its source{}"
+                                                  : L"{} could not be compared{}",
+              {pair.name, pair.Cause()});
+      }
+    }
+  }
+
+  const std::vector<Copy>& copies_;
   const Comparison comparison_;
   const Tick& tick_;
   Progress& progress_;
+  std::size_t at_ = 0;  // the item that is looked at
+  std::vector<Faults> faults_{copies_.size()};
+  std::vector<Pair> pairs_;
   Folders folders_;
-  ContentComparer comparer_;
   // What file items bring, and the folders above: full paths in upper case.
   std::unordered_set<std::wstring> brought_;
 };
@@ -187,8 +234,7 @@ class Judge {
 
 void JudgeEndState(const std::vector<Copy>& copies, Comparison comparison, const Tick& tick,
                    Progress& progress, std::vector<Item>& items) {
-  Judge judge(copies, comparison, tick, progress);
-  for (std::size_t i = 0; i < items.size(); ++i) judge.JudgeItem(copies[i], items[i]);
+  Judge(copies, comparison, tick, progress).JudgeItems(items);
 }
 
 }  // namespace uaclient

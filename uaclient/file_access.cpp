@@ -2,8 +2,14 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
+#include <future>
+#include <memory>
+#include <vector>
 
 #include "uaclient/path.h"
 #include "uaclient/words.h"
@@ -39,8 +45,8 @@ Handle OpenPatiently(const std::wstring& path) {
 }
 
 // Fills the buffer unless the file ends before.
-bool ReadChunk(const Handle& file, std::vector<char>& buffer, DWORD& length) {
-  return ReadFile(file.get(), buffer.data(), kChunk, &length, nullptr) != FALSE;
+bool ReadChunk(const Handle& file, const std::unique_ptr<char[]>& buffer, DWORD& length) {
+  return ReadFile(file.get(), buffer.get(), kChunk, &length, nullptr) != FALSE;
 }
 
 }  // namespace
@@ -61,10 +67,9 @@ std::wstring DeletionFault(const std::wstring& fullPath) {
   return written || GetLastError() != ERROR_SHARING_VIOLATION ? fault : Fault(written, true);
 }
 
-Equality ContentComparer::Compare(const std::wstring& first, const std::wstring& second,
-                                  const Tick& tick) {
-  first_.resize(kChunk);
-  second_.resize(kChunk);
+Equality Compare(const std::wstring& first, const std::wstring& second, const Tick& tick) {
+  thread_local const std::unique_ptr<char[]> firstChunk(new char[kChunk]);
+  thread_local const std::unique_ptr<char[]> secondChunk(new char[kChunk]);
   const Handle firstFile = OpenPatiently(first);
   const Handle secondFile = OpenPatiently(second);
   if (!firstFile || !secondFile) return Equality::kNotRead;
@@ -72,15 +77,34 @@ Equality ContentComparer::Compare(const std::wstring& first, const std::wstring&
     if (tick && !tick()) return Equality::kStopped;
     DWORD firstLength = 0;
     DWORD secondLength = 0;
-    if (!ReadChunk(firstFile, first_, firstLength) ||
-        !ReadChunk(secondFile, second_, secondLength)) {
+    if (!ReadChunk(firstFile, firstChunk, firstLength) ||
+        !ReadChunk(secondFile, secondChunk, secondLength)) {
       return Equality::kNotRead;
     }
     if (firstLength != secondLength ||
-        std::memcmp(first_.data(), second_.data(), firstLength) != 0) {
+        std::memcmp(firstChunk.get(), secondChunk.get(), firstLength) != 0) {
       return Equality::kDifferent;
     }
     if (firstLength < kChunk) return Equality::kEqual;
+  }
+}
+
+void InParallel(std::size_t count, const std::function<void(std::size_t)>& work, const Tick& tick) {
+  constexpr std::size_t kThreads = 4;
+  std::atomic<std::size_t> next{0};
+  const auto workOn = [&] {
+    for (std::size_t i = next++; i < count; i = next++) work(i);
+  };
+  std::vector<std::future<void>> threads;
+  const std::shared_ptr<void> end(nullptr, [&](void*) { next = count; });  // then they are joined
+  while (threads.size() < std::min(kThreads, count)) {
+    threads.push_back(std::async(std::launch::async, workOn));
+  }
+  for (std::future<void>& thread : threads) {
+    while (thread.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready) {
+      if (tick && !tick()) next = count;
+    }
+    thread.get();
   }
 }
 

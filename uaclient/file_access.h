@@ -6,7 +6,6 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "uaclient/win32.h"
 
@@ -18,20 +17,19 @@ std::wstring ReadingFault(const std::wstring& fullPath);
 std::wstring OverwritingFault(const std::wstring& fullPath);
 std::wstring DeletionFault(const std::wstring& fullPath);
 
-// Called between the steps of what takes long; returns false to end it.
+// Called now and then while something takes long; returns false to end it.
 using Tick = std::function<bool()>;
 
-enum class Equality { kEqual, kDifferent, kNotRead, kStopped };
+enum class Equality { kStopped, kEqual, kDifferent, kNotRead };
 
-class ContentComparer {
- public:
-  // Every byte of two files.
-  Equality Compare(const std::wstring& first, const std::wstring& second, const Tick& tick = {});
+// Compares every byte of two files.
+Equality Compare(const std::wstring& first, const std::wstring& second, const Tick& tick = {});
 
- private:
-  std::vector<char> first_;
-  std::vector<char> second_;
-};
+// Calls work(i) for each number below `count`, in threads of its own, several at a time: to open a
+// file takes mostly waiting. Calls `tick` in the caller's thread meanwhile; once that returns false
+// or throws, no further work begins.
+void InParallel(std::size_t count, const std::function<void(std::size_t)>& work,
+                const Tick& tick = {});
 
 struct WholeFile {
   Handle handle;
