@@ -65,11 +65,6 @@ class Surveyor {
                                   {}});
     }
     if (!operations_.empty()) work_.list = FormatOperationList(operations_);
-    work_.result.items.resize(items_.size());
-    for (std::size_t i = 0; i < items_.size(); ++i) {
-      work_.result.items[i].source = items_[i].source;
-      work_.result.items[i].destination = items_[i].destination;
-    }
     work_.copies = std::move(items_);
     return std::move(work_);
   }

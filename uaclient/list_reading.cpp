@@ -155,7 +155,6 @@ void ReadList(const std::wstring& file, const Options& options, Work& work) {
   CheckOrder(items, found);
   Work surveyed = SurveyItems(items, *operations, found, options);
   found.report.steps = std::move(surveyed.result.report.steps);
-  work.result.items = std::move(surveyed.result.items);
   work.copies = std::move(surveyed.copies);
   work.claims = std::move(surveyed.claims);
 }

@@ -80,7 +80,8 @@ std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::
            L"it.";
   }
   full = Plain(SystemsFullPath(path));
-  if (_wcsicmp(full.c_str(), Plain(path).c_str()) == 0) return {};
+  if (CompareStringOrdinal(full.c_str(), -1, Plain(path).c_str(), -1, TRUE) == CSTR_EQUAL)
+    return {};
   const std::wstring read = std::exchange(full, FullPath(path));
   return Quoted(path) + L" is what Windows reads as " + Quoted(read) +
          L". Write that, or use another name.";

@@ -52,7 +52,13 @@ void LeaveToHelper(std::unique_ptr<Traces> traces) {
 // One run of the helper, from the check's report to what became of every item.
 class HelperRun {
  public:
-  HelperRun(Work work, const Options& options) : work_(std::move(work)), options_(options) {}
+  HelperRun(Work work, const Options& options) : work_(std::move(work)), options_(options) {
+    for (const Copy& copy : work_.copies) {
+      Item& item = work_.result.items.emplace_back();
+      item.source = copy.source;
+      item.destination = copy.destination;
+    }
+  }
   ~HelperRun() {
     const bool goesOn = traces_ && traces_->helper.Get() != nullptr && !traces_->helper.HasEnded(0);
     if (goesOn) LeaveToHelper(std::move(traces_));

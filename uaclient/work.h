@@ -32,8 +32,8 @@ struct Copy {
 };
 
 struct Work {
-  Result result;                // the check's report, and the items as far as they are known
-  std::vector<Copy> copies;     // one for each item; none for a job
+  Result result;                // the check's report, and the item of a job
+  std::vector<Copy> copies;     // one for each item, unless it is a job
   std::vector<Claimed> claims;  // what the copies read, write and delete
 
   // What the helper is given. Where there is a list, the task file is one that names it.

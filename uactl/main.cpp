@@ -6,6 +6,7 @@
 #include <atomic>
 #include <exception>
 #include <sstream>
+#include <utility>
 
 #include "corekit/text.h"
 #include "uactl/arguments.h"
@@ -58,9 +59,9 @@ Outcome Carry(const Arguments& arguments) {
   const auto run = [&](const auto& task) { return Run(task, options); };
   if (arguments.onlyCheck) return OutcomeOf(std::visit(check, arguments.task), ofTaskFile);
   SetConsoleCtrlHandler(OnConsoleEvent, TRUE);
-  const Result result = std::visit(run, arguments.task);
+  Result result = std::visit(run, arguments.task);
   ShowStatus({});
-  return OutcomeOf(result, ofTaskFile);
+  return OutcomeOf(std::move(result), ofTaskFile);
 }
 
 int Tell(const Outcome& outcome, bool asJson) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "corekit/text.h"
 #include "uaclient/win32.h"
@@ -75,11 +76,11 @@ Lines RunText(const Result& result) {
 
 }  // namespace
 
-Outcome OutcomeOf(const Result& result, bool ofTaskFile) {
+Outcome OutcomeOf(Result result, bool ofTaskFile) {
   const auto status = static_cast<std::size_t>(result.status);
   // The argument was right; what is wrong stands in the file.
   const bool isFileWrong = result.status == Status::kInvalid && ofTaskFile && result.report.exists;
-  return {isFileWrong ? 1 : kExitCodes[status], kStatuses[status], false, result};
+  return {isFileWrong ? 1 : kExitCodes[status], kStatuses[status], false, std::move(result)};
 }
 
 Outcome Failure(Status status, const std::wstring& reason) {
@@ -87,19 +88,19 @@ Outcome Failure(Status status, const std::wstring& reason) {
   result.status = status;
   result.reason = reason;
   result.report.findings = {{Severity::kError, reason, {}}};
-  return OutcomeOf(result, false);
+  return OutcomeOf(std::move(result), false);
 }
 
-Outcome OutcomeOf(const Report& report, bool ofTaskFile) {
+Outcome OutcomeOf(Report report, bool ofTaskFile) {
   const Finding* const refusal = FirstRefusal(report);
   const bool fails = ofTaskFile ? report.helperFails || !report.exists : refusal != nullptr;
   const bool isClean = report.findings.empty() && !report.leavesOut;
-  Result result;
-  result.report = report;
-  if (refusal != nullptr) result.reason = refusal->text;
-  if (fails) return {2, "fails", true, result};
-  if (isClean) return {0, "clean", true, result};
-  return {ofTaskFile ? 1 : 0, "suspicious", true, result};
+  Outcome outcome = fails     ? Outcome{2, "fails", true, {}}
+                    : isClean ? Outcome{0, "clean", true, {}}
+                              : Outcome{ofTaskFile ? 1 : 0, "suspicious", true, {}};
+  if (refusal != nullptr) outcome.result.reason = refusal->text;
+  outcome.result.report = std::move(report);
+  return outcome;
 }
 
 Lines AsText(const Outcome& outcome) {

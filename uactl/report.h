@@ -21,13 +21,13 @@ struct Outcome {
 };
 
 // Of a run.
-Outcome OutcomeOf(const uaclient::Result& result, bool ofTaskFile);
+Outcome OutcomeOf(uaclient::Result result, bool ofTaskFile);
 
 // Of a command that did not get as far as a report, as if a run had ended with this status.
 Outcome Failure(uaclient::Status status, const std::wstring& reason);
 
 // Of what is not to be started: "check" of a task file, or --dry-run.
-Outcome OutcomeOf(const uaclient::Report& report, bool ofTaskFile);
+Outcome OutcomeOf(uaclient::Report report, bool ofTaskFile);
 
 struct Lines {
   std::wstring output;  // for standard output, whole lines
