@@ -509,7 +509,8 @@ TEST_F(Client, SchedulesAndUnschedules) {
 class Copies : public Client {
  protected:
   Work SurveyOf(CopyItem::Kind kind, const std::string& from, const std::string& to) const {
-    return SurveyCopies({{kind, At(from).wstring(), At(to).wstring()}}, Origin::kPlan, options_);
+    return SurveyCopies({{kind, At(from).wstring(), At(to).wstring(), false, {}, {}}},
+                        Origin::kPlan, options_);
   }
   void Copy(const std::string& from, const std::string& to) const {
     CopyFileW(At(from).c_str(), At(to).c_str(), FALSE);

@@ -556,7 +556,7 @@ Work SurveyCopies(std::vector<Copy> copies, Origin origin, const Options& option
 Work WorkOf(const CopyPlan& plan, const Options& options, Hold) {
   std::vector<Copy> copies;
   for (const CopyItem& item : plan.Items()) {
-    copies.push_back({item.kind, item.source.wstring(), item.destination.wstring()});
+    copies.push_back({item.kind, item.source.wstring(), item.destination.wstring(), false, {}, {}});
   }
   Work work = SurveyCopies(std::move(copies), Origin::kPlan, options);
   if (work.copies.empty()) {

@@ -202,7 +202,12 @@ class Judge {
     const auto showProgress = [&] {
       progress_.files = files;
       progress_.bytes = bytes;
-      return goesOn = tick_();
+      try {
+        return goesOn = tick_();
+      } catch (...) {
+        goesOn = false;  // or a large file would be compared to its end
+        throw;
+      }
     };
     InParallel(pairs_.size(), compare, showProgress);
     showProgress();

@@ -119,7 +119,11 @@ Work SurveyItems(const Items& items, const std::vector<Operation>& operations, F
     const auto& [source, destination, isFolder] = operations[lines.size()];
     lines.push_back(line);
     copies.push_back({isFolder ? CopyItem::Kind::kReplaceFolder : CopyItem::Kind::kFile,
-                      pathIn(source), pathIn(destination)});
+                      pathIn(source),
+                      pathIn(destination),
+                      false,
+                      {},
+                      {}});
   }
   Work work = SurveyCopies(std::move(copies), Origin::kList, options);
   for (const Finding& finding : work.result.report.findings) {

@@ -27,8 +27,8 @@ struct Copy {
 
   // What its survey finds out.
   bool isUsable = false;  // or nothing can come of it
-  std::vector<Target> targets = {};
-  std::wstring lastDeleted = {};  // the path of the file that goes last
+  std::vector<Target> targets;
+  std::wstring lastDeleted;  // the path of the file that goes last
 };
 
 struct Work {
