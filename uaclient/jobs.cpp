@@ -75,8 +75,9 @@ std::wstring QuotedArgument(const std::wstring& argument) {
 // From which a program takes exactly these arguments.
 std::wstring CommandLine(const std::vector<std::wstring>& arguments) {
   std::wstring line;
-  for (const std::wstring& argument : arguments)
+  for (const std::wstring& argument : arguments) {
     line += (line.empty() ? L"" : L" ") + QuotedArgument(argument);
+  }
   return line;
 }
 
@@ -149,7 +150,7 @@ std::wstring JobNameFault(const std::wstring& what, const std::wstring& name) {
 std::wstring ProgramFault(const std::wstring& what, const std::wstring& program) {
   const std::wstring path = Expanded(program);
   std::wstring full;
-  const std::wstring fault = PathFault(path, what, full);
+  std::wstring fault = PathFault(path, what, full);
   if (!fault.empty()) return fault;
   if (IsFolder(path)) return Fault(what, path, L"is a folder. Write the program's path.");
   if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES) return {};

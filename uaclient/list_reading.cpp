@@ -33,7 +33,7 @@ std::vector<std::size_t> ItemLines(const char* text) {
   bool inRoot = false;
   bool inTask = false;
   NodeScanner scanner(text);
-  for (XmlNode node; scanner.Next(node) && !(inTask && node.depth < 3);) {
+  for (XmlNode node; scanner.Next(node) && (!inTask || node.depth >= 3);) {
     line += static_cast<std::size_t>(std::count(counted, node.start, '\n'));
     counted = node.start;
     if (node.depth == 1) inRoot = node.name == kRootElement;
@@ -47,19 +47,22 @@ void CheckAttributes(const ptree& attributes, std::size_t line, FileFindings& fo
   const auto& names = OperationFieldNames();
   for (const ptree::value_type& attribute : attributes) {
     const auto isIt = [&](const auto& name) { return name.second == attribute.first; };
-    if (std::none_of(names.begin(), names.end(), isIt))
+    if (std::none_of(names.begin(), names.end(), isIt)) {
       found.Warn(line, L"{} is not read. An item has \"key\", \"src\", \"dec\" and \"type\".",
                  {ShownUtf8(attribute.first)});
+    }
   }
   for (const auto& [field, name] : names) {
-    if (attributes.count(name) == 0)
+    if (attributes.count(name) == 0) {
       found.Warn(line, L"The item has no {}, so the helper takes {} for it. Write it.",
                  {ShownUtf8(name), ShownUtf8(kMissingField)});
+    }
   }
   const std::string type = attributes.get(names.at(kTypeField), std::string(kFileType));
-  if (type != kFolderType && type != kFileType)
+  if (type != kFolderType && type != kFileType) {
     found.Warn(line, L"The type {} means a file. Write \"dir\" or \"file\", in lower case.",
                {ShownUtf8(type)});
+  }
 }
 
 // What makes the helper refuse the whole list, and what to do about it; null when nothing does.
@@ -101,9 +104,10 @@ void CheckOrder(const Items& items, FileFindings& found) {
   std::string before;
   for (const auto& [key, line] : items) {
     const bool areNumbers = (before + key).find_first_not_of("0123456789") == std::string::npos;
-    if (areNumbers && !key.empty() && before.size() > key.size() && before[0] != '0')
+    if (areNumbers && !key.empty() && before.size() > key.size() && before[0] != '0') {
       return found.Warn(line, L"The key {} comes after {}, as text. Use keys of equal length.",
                         {ShownUtf8(key), ShownUtf8(before)});
+    }
     before = key;
   }
 }
@@ -114,7 +118,9 @@ Work SurveyItems(const Items& items, const std::vector<Operation>& operations, F
   std::vector<Copy> copies;
   std::vector<std::size_t> lines;
   // Both end at a NUL, like what the helper makes of them.
-  const auto pathIn = [](const std::string& text) { return Utf8ToWide(text.c_str()); };
+  const auto pathIn = [](const std::string& text) {
+    return Utf8ToWide(text.substr(0, text.find('\0')));
+  };
   for (const auto& [key, line] : items) {
     const auto& [source, destination, isFolder] = operations[lines.size()];
     lines.push_back(line);
@@ -137,17 +143,20 @@ Work SurveyItems(const Items& items, const std::vector<Operation>& operations, F
 void ReadList(const std::wstring& file, const Options& options, Work& work) {
   const std::string& text = work.list;
   FileFindings found{file, work.result.report};
-  if (text.find('\0') != std::string::npos)
+  if (text.find('\0') != std::string::npos) {
     found.Warn(1, L"The list is in UTF-16 or holds NUL bytes, where it ends. Save it as UTF-8.");
+  }
   XMLParse store;
   DocumentError why;
-  if (!ParseDocument(text.c_str(), store.GetTree(), &why))
+  if (!ParseDocument(text.c_str(), store.GetTree(), &why)) {
     return found.Fail(why.line, L"The helper cannot read this: {}. Close all elements and quotes.",
                       {Utf8ToWide(why.message)});
+  }
   const ptree& document = store.GetTree();
   const auto list = document.get_child_optional(kOperationListPath);
-  if (!list)
+  if (!list) {
     return found.Fail(0, L"There is no \"task\" in a \"root\". Write <root><task>…</task></root>.");
+  }
   if (document.count(kRootElement) + document.get_child(kRootElement).count(kTaskElement) > 2) {
     found.report.leavesOut = true;
     found.Warn(0, L"Only the first \"task\" in the first \"root\" is read. Put all items there.");

@@ -65,9 +65,10 @@ class TaskReader {
     const auto type = Number(kType);
     if (type == Task::kType) return ReadJob();
     if (type == UACTaskFileOp::kType) return ReadListPath(options);
-    if (Must(kType, !hasSection_, Severity::kError, L"0 for a job or 1 for a list of copies"))
+    if (Must(kType, !hasSection_, Severity::kError, L"0 for a job or 1 for a list of copies")) {
       found_.Fail(0, L"There is no section \"[Task]\"{}. Write it so, above the keys.",
                   {sections_.empty() ? L"" : L", but " + ShownBytes(sections_)});
+    }
   }
 
  private:
@@ -92,8 +93,9 @@ class TaskReader {
     const auto& [line, value] = Get(param);
     const std::wstring is = line == 0 ? L"missing" : value.empty() ? L"empty" : ShownBytes(value);
     std::wstring text = ShownBytes(KeyOf(param)) + L" is " + is;
-    if (severity != Severity::kError && !work_.result.report.helperFails)
+    if (severity != Severity::kError && !work_.result.report.helperFails) {
       text += L", so the helper only deletes the job " + Shown(name_);
+    }
     found_.Add(severity, line, text + L". Write " + wanted + L".");
     return false;
   }
@@ -127,8 +129,9 @@ class TaskReader {
     if (text.empty()) return {};
     if (!line.ended) return L"The last line has no line break, so the helper skips it. Add one.";
     const auto record = parser.Parse(text);
-    if (text.substr(0, 3) == "\xEF\xBB\xBF")
+    if (text.substr(0, 3) == "\xEF\xBB\xBF") {
       return L"The helper takes the byte-order mark for text. Save the file without it.";
+    }
     if (text.find('[') != std::string_view::npos) {
       const std::string header = "[" + std::string(record->Section) + "]";
       sections_ += (sections_.empty() ? "" : ", ") + header;
@@ -147,19 +150,23 @@ class TaskReader {
     const bool isComment = record.Commented != ' ';
     const std::wstring key = ShownBytes(record.Key);
     const auto known = entries_.find(std::string(record.Key));
-    if (known == entries_.end())
+    if (known == entries_.end()) {
       return isComment ? L"" : key + L" is an unknown key. The helper reads " + knownKeys_ + L".";
+    }
     auto& [first, value] = known->second;
-    if (first != 0)
+    if (first != 0) {
       return key + L" is in line " + std::to_wstring(first) +
              L" already, which counts. Remove one.";
+    }
     first = line;
     value = record.Value;
     if (isComment) return key + L" is commented out but counts all the same. Remove the line.";
-    if (value.find_first_of(" \t") == 0)
+    if (value.find_first_of(" \t") == 0) {
       return key + L" has a blank behind the \"=\", which becomes part of the value. Remove it.";
-    if (SeemsUtf8(value))
+    }
+    if (SeemsUtf8(value)) {
       return key + L" is in UTF-8, which the helper does not read. Save the file in the code page.";
+    }
     return {};
   }
 
@@ -168,8 +175,9 @@ class TaskReader {
     job.job = name_ = Text(Task::kTaskName);
     job.isDeletion = isDeletion_ = Text(Task::kExeArguments).empty();
     found_.Warn(Line(Task::kTaskName), JobNameFault(L"\"task_name\"", name_));
-    for (const auto param : {Task::kTimeType, Task::kTimeWeekday, Task::kTimeMonthday})
+    for (const auto param : {Task::kTimeType, Task::kTimeWeekday, Task::kTimeMonthday}) {
       Must(param, Number(param).has_value(), Severity::kError, L"a number, also to delete a job");
+    }
     const bool changes = !work_.result.report.helperFails;
     const Step step = isDeletion_ ? ReadDeletion() : ReadRegistration();
     if (changes) work_.result.report.steps.push_back(step);
@@ -221,8 +229,9 @@ class TaskReader {
             : Shown(path) +
                   L" is relative, and the helper may be started elsewhere. Write the whole path.");
     WholeFile file = ReadWhole(path, GENERIC_READ, kShareAll);
-    if (!file.fault.empty())
+    if (!file.fault.empty()) {
       return found_.Fail(Line(kPath), L"The list {}{}", {Shown(path), file.fault});
+    }
     work_.list = std::move(file.bytes);
     ReadList(path, options, work_);
   }
