@@ -1,88 +1,15 @@
-// What the command shows in a console, read back from the screen, and the line that tells how far
-// it is.
+// What the command shows in a console: no text that drives it, and the line that tells how far it
+// is.
 #include "uactl/console.h"
 
 #include <gtest/gtest.h>
-#include <windows.h>
 
-#include <algorithm>
 #include <chrono>
 #include <string>
 
 #include "uactl/report.h"
 
 namespace {
-
-// A console's screen in the place of standard error.
-class Screen : public testing::Test {
- protected:
-  Screen() {
-    screen_ = NewScreen();
-    isOwnConsole_ = screen_ == INVALID_HANDLE_VALUE;
-    if (isOwnConsole_) {
-      FreeConsole();  // Wine's, which is none, where its programs have been started outside
-      AllocConsole();
-      screen_ = NewScreen();
-    }
-    EXPECT_NE(screen_, INVALID_HANDLE_VALUE) << "no console: error " << GetLastError();
-    SetStdHandle(STD_ERROR_HANDLE, screen_);
-  }
-  ~Screen() override {
-    SetStdHandle(STD_ERROR_HANDLE, errors_);
-    CloseHandle(screen_);
-    if (isOwnConsole_) FreeConsole();
-  }
-
-  static HANDLE NewScreen() {
-    return CreateConsoleScreenBuffer(GENERIC_READ | GENERIC_WRITE,
-                                     FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                     CONSOLE_TEXTMODE_BUFFER, nullptr);
-  }
-
-  CONSOLE_SCREEN_BUFFER_INFO Info() const {
-    CONSOLE_SCREEN_BUFFER_INFO info = {};
-    GetConsoleScreenBufferInfo(screen_, &info);
-    return info;
-  }
-  std::size_t Width() const {
-    const SMALL_RECT window = Info().srWindow;
-    return static_cast<std::size_t>(window.Right) - static_cast<std::size_t>(window.Left) + 1;
-  }
-  // The line that the cursor is in; "+" is the cursor, where something stands behind it.
-  std::wstring AtCursor() const {
-    const CONSOLE_SCREEN_BUFFER_INFO info = Info();
-    const auto cursor = static_cast<std::size_t>(info.dwCursorPosition.X);
-    std::wstring line(static_cast<std::size_t>(info.dwSize.X), L'\0');
-    DWORD read = 0;
-    ReadConsoleOutputCharacterW(screen_, line.data(), static_cast<DWORD>(line.size()),
-                                {0, info.dwCursorPosition.Y}, &read);
-    line.resize(std::max(cursor, line.find_last_not_of(L' ') + 1));
-    return line.size() > cursor ? line.insert(cursor, L"+") : line;
-  }
-
-  HANDLE errors_ = GetStdHandle(STD_ERROR_HANDLE);
-  HANDLE screen_ = nullptr;
-  bool isOwnConsole_ = false;
-};
-
-TEST_F(Screen, ShowsTextWhateverTheCodePage) {
-  Print(Stream::kErrors, L"é ł ж\n");
-  Print(Stream::kErrors, std::wstring(40000, L'x') + L"\nї");
-  EXPECT_EQ(AtCursor(), L"ї");
-}
-
-TEST_F(Screen, WritesTheStatusOverItself) {
-  Print(Stream::kErrors, L"before");
-  EXPECT_EQ(AtCursor(), L"before");
-  for (const wchar_t* text : {L"a longer text", L"short", L"\nsame", L"x"}) {
-    ShowStatus(text);
-    EXPECT_EQ(AtCursor(), L"+" + (text[0] == L'\n' ? L"\xFFFDsame" : std::wstring(text)));
-  }
-  ShowStatus(std::wstring(1000, L'-'));
-  EXPECT_EQ(AtCursor(), L"+" + std::wstring(Width() - 1, L'-'));
-  ShowStatus({});
-  EXPECT_EQ(AtCursor(), L"");
-}
 
 TEST(Line, HoldsNothingThatDrivesAConsole) {
   EXPECT_EQ(Line(L"\x1F\x7F\x9F\x2028\x202E\x2066\x2069"), std::wstring(7, L'\xFFFD') + L"\n");

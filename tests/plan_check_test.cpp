@@ -74,7 +74,6 @@ class PlanCheck : public testing::Test {
 TEST_F(PlanCheck, AddsToWhatIsThere) {
   WriteTree(folder_.Path(), TreeOf("f=1, s/a=1, s/d/b=22, old/a=333, old/y/z=4, e/"));
   Check({{"@s/>@old", {}},
-         {"@s/>@old/", {}},
          {"@s/>@new/deep/er,@f>@out/new/deep/f,@f>@new/deep/g", {}},
          {"@s/>@new,@f>@new/n/f", {}},
          {"@s/>@new,@e/>@new", {}},
@@ -126,8 +125,6 @@ TEST_F(PlanCheck, ReplacesWhatMayGo) {
          {"!@s/>C:/Windows/System32/x", {"E is in the Windows folder"}},
          {"!@s/>C:/Program Files", {"E would delete programs"}},
          {"!@s/>C:/Program Files/Common Files/", {"E which programs need"}},
-         {"!@s/>C:/ProgramData", {"E "}},
-         {"!@s/>C:/users", {"E "}},
          {"!@s/>" + user, {"E "}},
          {"!@s/>C:/users/somebody else", {"E a user's profile"}},
          {"!@s/>" + user + "/Documents", {"E which programs need"}},
@@ -142,10 +139,8 @@ TEST_F(PlanCheck, ReplacesWhatMayGo) {
 TEST_F(PlanCheck, KnowsPlacesByTheirFolders) {
   WriteTree(folder_.Path(), TreeOf("f=1, s/a=1, s/d/b=2, o/x=1, w/w/x=1"));
   Check({{"@s/>@S/new", {"E lies in the source"}},
-         {"@s/>@a,@f>@S/D/n", {"E lies in the source"}},
          {"@f>@o/y,@s/a>@O/Y", {"E written twice: another item copies"}},
          {"@s/>@o,@f>@O/A", {"E written twice"}},
-         {"@s/d/>@", {}},
          {"@w/>@", {"E it is the source"}},
          {"@f>@n,@f>@N/x", {"E written twice: another item"}}});
 }

@@ -44,11 +44,6 @@ Handle OpenPatiently(const std::wstring& path) {
   return file;
 }
 
-// Fills the buffer unless the file ends before.
-bool ReadChunk(const Handle& file, const std::unique_ptr<char[]>& buffer, DWORD& length) {
-  return ReadFile(file.get(), buffer.get(), kChunk, &length, nullptr) != FALSE;
-}
-
 }  // namespace
 
 std::wstring ReadingFault(const std::wstring& fullPath) {
@@ -68,24 +63,29 @@ std::wstring DeletionFault(const std::wstring& fullPath) {
 }
 
 Equality Compare(const std::wstring& first, const std::wstring& second, const Tick& tick) {
-  thread_local const std::unique_ptr<char[]> firstChunk(new char[kChunk]);
-  thread_local const std::unique_ptr<char[]> secondChunk(new char[kChunk]);
   const Handle firstFile = OpenPatiently(first);
   const Handle secondFile = OpenPatiently(second);
-  if (!firstFile || !secondFile) return Equality::kNotRead;
+  LARGE_INTEGER size = {};
+  if (!firstFile || !secondFile || !GetFileSizeEx(firstFile.get(), &size)) {
+    return Equality::kNotRead;
+  }
+  // Large enough for the whole of a small file, and to see its end.
+  const auto most = static_cast<DWORD>(std::min<LONGLONG>(size.QuadPart + 1, kChunk));
+  const std::unique_ptr<char[]> firstChunk(new char[most]);
+  const std::unique_ptr<char[]> secondChunk(new char[most]);
   for (;;) {
     if (tick && !tick()) return Equality::kStopped;
     DWORD firstLength = 0;
     DWORD secondLength = 0;
-    if (!ReadChunk(firstFile, firstChunk, firstLength) ||
-        !ReadChunk(secondFile, secondChunk, secondLength)) {
+    if (!ReadFile(firstFile.get(), firstChunk.get(), most, &firstLength, nullptr) ||
+        !ReadFile(secondFile.get(), secondChunk.get(), most, &secondLength, nullptr)) {
       return Equality::kNotRead;
     }
     if (firstLength != secondLength ||
         std::memcmp(firstChunk.get(), secondChunk.get(), firstLength) != 0) {
       return Equality::kDifferent;
     }
-    if (firstLength < kChunk) return Equality::kEqual;
+    if (firstLength < most) return Equality::kEqual;
   }
 }
 

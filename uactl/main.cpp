@@ -6,7 +6,6 @@
 #include <atomic>
 #include <exception>
 #include <sstream>
-#include <utility>
 
 #include "corekit/text.h"
 #include "uactl/arguments.h"

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
-#include <utility>
 
 #include "corekit/text.h"
 #include "uaclient/win32.h"
@@ -95,9 +94,8 @@ Outcome OutcomeOf(Report report, bool ofTaskFile) {
   const Finding* const refusal = FirstRefusal(report);
   const bool fails = ofTaskFile ? report.helperFails || !report.exists : refusal != nullptr;
   const bool isClean = report.findings.empty() && !report.leavesOut;
-  Outcome outcome = fails     ? Outcome{2, "fails", true, {}}
-                    : isClean ? Outcome{0, "clean", true, {}}
-                              : Outcome{ofTaskFile ? 1 : 0, "suspicious", true, {}};
+  const int code = fails ? 2 : isClean || !ofTaskFile ? 0 : 1;
+  Outcome outcome = {code, fails ? "fails" : isClean ? "clean" : "suspicious", true, {}};
   if (refusal != nullptr) outcome.result.reason = refusal->text;
   outcome.result.report = std::move(report);
   return outcome;
