@@ -170,8 +170,9 @@ TEST_F(PlanCheck, KnowsFoldersByTwoDriveLetters) {
 }
 
 TEST_F(PlanCheck, FollowsLinksAboveAndInSources) {
-  WriteTree(folder_.Path(), TreeOf("f=1, far/x=1, s/a=1, o/y=1, twice/z=1"));
-  if (!MakeFolderLink("../far", folder_ / "o/link") ||
+  WriteTree(folder_.Path(), TreeOf("f=1, far/x=1, s/a=1, o/y=1, twice/z=1, from/a=, to/in/b="));
+  if (!MakeFolderLink("../to/in", folder_ / "from/link") ||
+      !MakeFolderLink("../far", folder_ / "o/link") ||
       !MakeFolderLink("../far", folder_ / "s/link") ||
       !MakeFolderLink("../twice", folder_ / "far/link") || !MakeFolderLink("far", folder_ / "at")) {
     GTEST_SKIP() << "links cannot be made here";
@@ -184,6 +185,7 @@ TEST_F(PlanCheck, FollowsLinksAboveAndInSources) {
          {"@twice/>@o", {}},
          {"@far/>@s/link/new", {"E is or lies in the source"}},
          {"!@twice/>@o", {"W o\\link\" is a link in a folder that is replaced"}},
+         {"!@from/>@to", {"E to\" is or holds the source"}},
          {"!@twice/>@at", {"W is a link. It is removed"}}});
 }
 

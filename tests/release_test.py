@@ -57,8 +57,8 @@ run(*emulator, work / "package/consumer.exe", cwd=work)
 
 # What the package cannot serve it refuses in one sentence.
 (work / "CMakeLists.txt").write_text("cmake_minimum_required(VERSION 3.25)\nproject(other NONE)\nfind_package(uactask)\n")
-for options, reason in (((), "are for 64-bit Windows, and this build is for Linux"),
-                        (("-DCMAKE_SYSTEM_NAME=Windows",), "are for C++ by GNU, and the C++ compiler of this build is \"\".")):
+for options, reason in (((), "are for 64-bit Windows, but this build is for Linux"),
+                        (("-DCMAKE_SYSTEM_NAME=Windows",), "need the C++ compiler GNU, but this build uses \"\".")):
     shutil.rmtree(work / "other", ignore_errors=True)
     said = run(cmake, "-G", generator, "-S", work, "-B", work / "other", f"-DCMAKE_PREFIX_PATH={package}", *options,
                capture_output=True, text=True).stderr

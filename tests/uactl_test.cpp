@@ -148,7 +148,7 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"unschedule", "NAME"},
       {"unschedule a b", "\"b\""},
       {"daily N 24:00 P a", "\"24:00\""},
-      {"daily N 8:00 P a", "from 00:00 to 23:59"},
+      {"daily N 8:00 P a", "such as 08:30"},
       {"daily N -1:00 P a", "\"-1:00\""},
       {"weekly N 08:00 mon,,tue P a", "\"\" is not a weekday"},
       {"monthly N 08:00 0 P a", "\"0\""},

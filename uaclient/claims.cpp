@@ -64,6 +64,7 @@ bool Lives(DWORD id, std::uint64_t start) {
 }
 
 struct Claim {
+  std::wstring fault;  // why it cannot be read
   std::wstring helperFolder;
   DWORD process = 0;  // the last one of those that live
   std::vector<Claimed> places;
@@ -71,7 +72,9 @@ struct Claim {
 
 Claim ReadClaim(const std::wstring& file) {
   Claim claim;
-  std::wistringstream text(Utf8ToWide(ReadWhole(file, GENERIC_READ, kShareAll).bytes));
+  const WholeFile whole = ReadWhole(file, GENERIC_READ, kShareAll);
+  claim.fault = whole.fault;
+  std::wistringstream text(Utf8ToWide(whole.bytes));
   std::wstring line;
   std::getline(text, claim.helperFolder);
   std::getline(text, line);
@@ -125,7 +128,7 @@ void RunClaim::Prepare() { CreateDirectoryW(ClaimsFolder().c_str(), nullptr); }
 
 void RunClaim::Take(const std::vector<Claimed>& places, const std::wstring& helperFolder) {
   const std::wstring folder = ClaimsFolder();
-  const Handle lock = TakeLock();
+  const Handle lock = folder.empty() ? Handle() : TakeLock();
   if (!lock) {
     throw NotStarted{
         L"It is not known whether another run is at work there, because no file can be made in " +
@@ -138,6 +141,9 @@ void RunClaim::Take(const std::vector<Claimed>& places, const std::wstring& help
   });
   for (const std::wstring& file : files) {
     const Claim claim = ReadClaim(file);
+    if (!claim.fault.empty() && GetFileAttributesW(file.c_str()) != INVALID_FILE_ATTRIBUTES) {
+      throw NotStarted{L"Another run's file " + Quoted(file) + claim.fault + L" Try again."};
+    }
     if (claim.process == 0) {
       // Who could write such a file could not make this remove anything else.
       if (IsHelperFolder(claim.helperFolder)) RemoveHelperFolder(claim.helperFolder);
@@ -162,17 +168,18 @@ void RunClaim::AddHelper(HANDLE helper) { Rewrite(processes_ + TextOf(helper)); 
 
 void RunClaim::LeaveTo(HANDLE helper) { Rewrite(TextOf(helper)); }
 
-// Who reads it meanwhile must not find half of it.
 void RunClaim::Rewrite(const std::wstring& processes) {
-  const Handle lock = TakeLock();
   processes_ = processes;
   Write();
 }
 
+// Who reads it meanwhile must not find half of it.
 bool RunClaim::Write() const {
-  const Handle file(CreateFileW(file_.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-  return WriteAll(file, WideToUtf8(helperFolder_ + L"\n" + processes_ + places_));
+  const std::wstring next = file_ + L".new";
+  const bool isWritten = WriteAll(
+      Handle(CreateFileW(next.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr)),
+      WideToUtf8(helperFolder_ + L"\n" + processes_ + places_));
+  return isWritten && MoveFileExW(next.c_str(), file_.c_str(), MOVEFILE_REPLACE_EXISTING);
 }
 
 }  // namespace uaclient

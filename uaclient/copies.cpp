@@ -78,7 +78,8 @@ class Surveyor {
     const Entry* to = nullptr;
     Spot fromSpot;
     Spot toSpot;
-    bool goesFirst = false;  // what is at the destination: another item replaces a folder above it
+    std::vector<Spot> links;  // where those in the source lead
+    bool goesFirst = false;   // what is at the destination: another item replaces a folder above it
     bool hasFailed = false;
     std::size_t findings = 0;
     std::size_t overwritten = 0;
@@ -108,6 +109,7 @@ class Surveyor {
   bool Doubt(const wchar_t* text, Parts parts) { return Add(Severity::kWarning, text, parts); }
   // The item, or a part of it, does not arrive.
   bool Fail(const wchar_t* text, Parts parts) {
+    if (details_[at_].step.deletes) return Harm(text, parts);  // and the old content would be gone
     return Add(isPlan_ ? Severity::kError : Severity::kWarning, text, parts, true);
   }
   // It destroys what nobody asked to destroy, or what it destroys cannot be told.
@@ -116,8 +118,9 @@ class Surveyor {
   }
   bool Add(Severity severity, const wchar_t* text, Parts parts, bool hasFailed = false) {
     Details& item = details_[at_];
+    const bool isFirst = hasFailed && !item.hasFailed;
     item.hasFailed |= hasFailed;
-    if (++item.findings <= kMaxFindings || severity == Severity::kHarmful) {
+    if (++item.findings <= kMaxFindings || severity == Severity::kHarmful || isFirst) {
       report_.findings.push_back({severity, Filled(text, parts), {}, 0, at_});
     } else if (item.findings == kMaxFindings + 1) {
       report_.findings.push_back(
@@ -185,7 +188,13 @@ class Surveyor {
     item.goesFirst = !Copies(Kind::kReplaceFolder) && FindUpwards(replaced_, item.toSpot);
     Claim(item.fromSpot, false);
     Claim(item.toSpot, true);
-    if (!CheckSource(item) || !CheckDestination(item)) return;
+    if (!CheckSource(item)) {
+      // The elevated helper may see it, and would then delete what is there.
+      const bool deletes = Copies(Kind::kReplaceFolder) && item.to != nullptr && !item.to->isLink;
+      if (deletes) CheckIsNotKept(item);
+      return;
+    }
+    if (!CheckDestination(item)) return;
     if (Copies(Kind::kReplaceFolder)) return ReplaceFolder(item);
     const bool isFile = Copies(Kind::kFile);
     MakeFolders(isFile ? ParentOf(copy.destination) : copy.destination,
@@ -236,7 +245,7 @@ class Surveyor {
   }
 
   // The tree, or the file alone.
-  std::vector<TreeEntry> ListSource(const Details& item) {
+  std::vector<TreeEntry> ListSource(Details& item) {
     const std::wstring& source = items_[at_].source;
     TreeListing tree;
     if (!Copies(Kind::kFile)) {
@@ -257,6 +266,7 @@ class Surveyor {
       if (!entry.isLink || Copies(Kind::kFile)) continue;
       const Spot spot = {&folders_.At(Below(source, entry.path)), {}};
       sources_.try_emplace(spot.Key(), at_);
+      item.links.push_back(spot);
       Claim(spot, false);
     }
     return std::move(tree.entries);
@@ -472,8 +482,11 @@ class Surveyor {
           {Destination(), DestinationOf(*other)});
       break;
     }
-    for (const IndexByKey* others : {&replaced_, &gone_}) {
-      const auto other = FindUpwards(*others, item.fromSpot);
+    std::vector<Spot> read = item.links;
+    read.push_back(item.fromSpot);
+    for (const Spot& from : read) {
+      auto other = FindUpwards(replaced_, from);
+      if (!other) other = FindUpwards(gone_, from);
       if (!other) continue;
       const std::wstring lost = Source();
       Select(*other);

@@ -44,6 +44,8 @@ class Faults {
   void Add(const wchar_t* text, std::initializer_list<std::wstring> parts) {
     if (++count_ <= kNamedFaults) text_ += (text_.empty() ? L"" : L" ") + Filled(text, parts);
   }
+  // Whether one more would be named; to find out its cause takes long.
+  bool NamesMore() const { return count_ < kNamedFaults; }
   std::wstring Text() const {
     if (count_ <= kNamedFaults) return text_;
     return text_ + L" And " + std::to_wstring(count_ - kNamedFaults) + L" more.";
@@ -63,8 +65,6 @@ struct Pair {
   std::uint64_t size;
   bool hasChanged;  // the source, since the check
   Equality result = Equality::kStopped;
-
-  std::wstring Cause() const { return hasChanged ? kChanged : LikelyCause(source, destination); }
 };
 
 class Judge {
@@ -77,8 +77,9 @@ class Judge {
     progress_.current.clear();
     for (const Copy& item : copies) {
       if (item.kind != Kind::kFile || !item.isUsable) continue;
-      std::wstring path = item.destination;
-      while (brought_.insert(UpperCase(path)).second && !IsRoot(path)) path = ParentOf(path);
+      const Spot spot = folders_.FileAt(item.destination);
+      brought_.insert(spot.Key());
+      brought_.insert(spot.folder->keys.begin(), spot.folder->keys.end());
     }
   }
 
@@ -98,6 +99,12 @@ class Judge {
   using Parts = std::initializer_list<std::wstring>;
 
   void Fault(const wchar_t* text, Parts parts) { faults_[at_].Add(text, parts); }
+  void Fault(const wchar_t* text, const Pair& pair) {
+    const bool isNamed = faults_[at_].NamesMore();
+    Fault(text, {pair.name, pair.hasChanged ? kChanged
+                            : isNamed       ? LikelyCause(pair.source, pair.destination)
+                                            : L""});
+  }
 
   void JudgeItem(const Copy& item) {
     if (!item.isUsable) {
@@ -164,10 +171,12 @@ class Judge {
     const TreeListing there = ListTree(destination, Links::kNotFollowed);
     JudgeListing(destination, there);
     for (const TreeEntry& entry : there.entries) {
-      if (expected.count(UpperCase(entry.path)) != 0 ||
-          brought_.count(UpperCase(Below(destination, entry.path))) != 0) {
-        continue;
-      }
+      if (expected.count(UpperCase(entry.path)) != 0) continue;
+      const std::wstring path = Below(destination, entry.path);
+      const bool isBrought =
+          !brought_.empty() && brought_.count(entry.isFolder ? folders_.At(path).keys[0]
+                                                             : folders_.FileAt(path).Key()) != 0;
+      if (isBrought) continue;
       Fault(L"{} is not in the source: it could not be deleted, or another program put it there.",
             {Quoted(entry.path)});
     }
@@ -178,7 +187,7 @@ class Judge {
     const Entry* const there = folders_.Find(destination);
     const bool hasChanged = before == nullptr || !(before->state == now);
     const Pair pair = {at_, name, source, destination, now.size, hasChanged};
-    if (there == nullptr || there->isFolder) return Fault(L"{} is missing{}", {name, pair.Cause()});
+    if (there == nullptr || there->isFolder) return Fault(L"{} is missing{}", pair);
     if (comparison_ == Comparison::kSizeAndTime && !hasChanged && !before->lookedDone &&
         there->state.Matches(now)) {
       ++progress_.files;
@@ -218,7 +227,7 @@ class Judge {
       } else if (pair.result != Equality::kEqual) {
         Fault(pair.result == Equality::kDifferent ? L"{} differs from its source{}"
                                                   : L"{} could not be compared{}",
-              {pair.name, pair.Cause()});
+              pair);
       }
     }
   }
@@ -231,7 +240,7 @@ class Judge {
   std::vector<Faults> faults_{copies_.size()};
   std::vector<Pair> pairs_;
   Folders folders_;
-  // What file items bring, and the folders above: full paths in upper case.
+  // Keys of what file items bring, and of the folders above.
   std::unordered_set<std::wstring> brought_;
 };
 

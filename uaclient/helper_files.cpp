@@ -127,6 +127,7 @@ void HelperFiles::CreateFolder() {
   held_.emplace_back(CreateFileW(folder_.c_str(), FILE_LIST_DIRECTORY,
                                  FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
                                  FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  if (!held_.back()) throw NotStarted{begin + SystemMessage(GetLastError())};
   readable_ = folder_;
   if (!HelperCanUse(readable_)) {
     wchar_t brief[MAX_PATH] = {};

@@ -46,8 +46,10 @@ bool IsStartBoundary(const std::string& text) {
   std::sscanf(text.c_str(), "%4hu-%2hu-%2huT%2hu:%2hu:%2hu%n", &time.wYear, &time.wMonth,
               &time.wDay, &time.wHour, &time.wMinute, &time.wSecond, &size);
   const std::string zone = text.substr(static_cast<std::size_t>(size));
+  int zoneSize = 0;
+  std::sscanf(zone.c_str(), "%*1[+-]%*2u:%*2u%n", &zoneSize);
   return size == 19 && SystemTimeToFileTime(&time, &ignored) &&
-         (zone.empty() || zone == "Z" || zone.size() == 6);
+         (zone.empty() || zone == "Z" || (zoneSize == 6 && zone.size() == 6));
 }
 
 // Goes through a task file by the helper's own parser.
@@ -146,10 +148,13 @@ class TaskReader {
   }
 
   std::wstring ReadEntry(std::size_t line, const IniRecord& record) {
-    if (record.Section != kTaskSection) return {};
     const bool isComment = record.Commented != ' ';
     const std::wstring key = ShownBytes(record.Key);
     const auto known = entries_.find(std::string(record.Key));
+    if (record.Section != kTaskSection) {
+      if (isComment || known == entries_.end()) return {};
+      return key + L" is not in the section \"[Task]\", so the helper skips it. Move it there.";
+    }
     if (known == entries_.end()) {
       return isComment ? L"" : key + L" is an unknown key. The helper reads " + knownKeys_ + L".";
     }

@@ -42,6 +42,11 @@ class Lister {
       tree_.faults.push_back({path, GetLastError()});
       return;
     }
+    constexpr std::size_t kDeepest = 1024;  // no copy comes as far, and the stack ends somewhere
+    if (path.size() > kDeepest) {
+      tree_.faults.push_back({path, ERROR_FILENAME_EXCED_RANGE});
+      return;
+    }
     tree_.entries.push_back({entry, path});
     if (entry.isFolder && (follows || !entry.isLink)) {
       List(path + L'\\', behindLink || entry.isLink);

@@ -114,7 +114,7 @@ void ReadTime(const std::wstring& time, Job& job) {
   job.hour = hasForm ? Number(time.substr(0, 2), 0, 23) : -1;
   job.minute = hasForm ? Number(time.substr(3), 0, 59) : -1;
   if (job.hour >= 0 && job.minute >= 0) return;
-  Refuse(time, L"is not a time from 00:00 to 23:59. Put quotes around a NAME that holds blanks.");
+  Refuse(time, L"is not a time such as 08:30. Put quotes around a NAME that holds blanks.");
 }
 
 std::uint32_t Weekday(const std::wstring& day) {

@@ -29,6 +29,7 @@ std::size_t Width(Stream stream) {
 }  // namespace
 
 void Print(Stream stream, const std::wstring& text) {
+  if (text.empty()) return;  // at a pipe's other end nothing looks like its end
   const HANDLE handle = HandleOf(stream);
   const std::string bytes = WideToUtf8(text);
   DWORD written = 0;

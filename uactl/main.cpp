@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <exception>
 #include <sstream>
 
@@ -73,6 +74,7 @@ int Tell(const Outcome& outcome, bool asJson) {
 }  // namespace
 
 int wmain(int argumentCount, wchar_t* words[]) {
+  std::set_terminate([] { std::_Exit(1); });  // abort ends with 3, which means something else
   // No DLL that lies beside the program or in the current directory may be loaded.
   SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
   // A drive without a disk is an error like others, not a dialog.
