@@ -229,10 +229,10 @@ struct Result {
 // until the helper has ended, or waiting is given up, and everything is compared.
 //
 // The helper's files lie meanwhile in a new folder below the one that the environment variable TMP
-// names, which only this user, administrators and the system can open. A run claims its sources and
-// destinations; another one that meets them is not started until the helper has ended, whoever
-// waits for it. After kStillRunning the files go when the helper has ended, if this process lives
-// that long, and at this user's next run otherwise.
+// names. Only this user, administrators and the system can open it, where its file system keeps
+// access lists. A run claims its sources and destinations; another one that meets them is not
+// started until the helper has ended, whoever waits for it. After kStillRunning the files go when
+// the helper has ended, if this process lives that long, and at this user's next run otherwise.
 //
 // An existing task file is read once and held while the helper works with a copy of it: what was
 // checked is what runs.
