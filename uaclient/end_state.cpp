@@ -28,6 +28,7 @@ constexpr wchar_t kChanged[] =
 
 // What keeps a file from being copied, as far as it shows afterwards.
 std::wstring LikelyCause(const std::wstring& source, const std::wstring& destination) {
+  if (IsFolder(source)) return L".";
   std::wstring fault = ReadingFault(source);
   if (!fault.empty()) return L": the source" + fault;
   WIN32_FIND_DATAW there = {};
@@ -108,67 +109,42 @@ class Judge {
 
   void JudgeItem(const Copy& item) {
     if (!item.isUsable) {
-      Fault(L"Its source or its destination is no path that could be looked at.", {});
-    } else if (item.kind == Kind::kFile) {
-      JudgeFile(item);
-    } else {
-      JudgeFolder(item);
+      return Fault(L"Its source or its destination is no path that could be looked at.", {});
     }
-  }
+    const Entry* const from = folders_.Find(item.source);
+    if (from == nullptr || from->error != 0)
+      return Fault(L"The source cannot be seen any more.", {});
+    const TreeListing now = ListTree(item.source, *from, Links::kFollowedOnce);
+    JudgeListing(item.source, now);
+    if (item.kind == Kind::kReplaceFolder) JudgeLeftovers(item.destination, now);
 
-  void JudgeFile(const Copy& item) {
-    FileState now;
-    if (!ReadFileState(item.source, now)) {
-      return Fault(L"The source cannot be seen any more: {}", {SystemMessage(GetLastError())});
-    }
-    JudgeTarget(L"It", item.source, item.destination, now,
-                item.targets.empty() ? nullptr : &item.targets[0]);
-  }
-
-  void JudgeFolder(const Copy& item) {
-    const std::wstring& source = item.source;
-    const std::wstring& destination = item.destination;
-    if (!IsFolder(destination)) {
-      return Fault(GetLastError() == ERROR_ACCESS_DENIED
-                       ? L"The folder is not visible to this user, so it could not be compared."
-                       : L"The folder is missing.",
-                   {});
-    }
     std::unordered_map<std::wstring, const Target*> before;  // by paths in upper case
     for (const Target& target : item.targets) before.emplace(UpperCase(target.path), &target);
-    const TreeListing now = ListTree(source, Links::kFollowedOnce);
-    JudgeListing(source, now);
-    if (item.kind == Kind::kReplaceFolder) JudgeLeftovers(destination, now);
     for (const TreeEntry& entry : now.entries) {
       const auto was = before.find(UpperCase(entry.path));
-      const Target* const target = was == before.end() ? nullptr : was->second;
+      JudgeEntry(item, entry, was == before.end() ? nullptr : was->second);
       if (was != before.end()) before.erase(was);
-      const std::wstring path = Below(destination, entry.path);
-      if (!entry.isFolder) {
-        JudgeTarget(Quoted(entry.path), Below(source, entry.path), path, entry.state, target);
-      } else if (const Entry* const there = folders_.Find(path);
-                 there == nullptr || !there->isFolder || there->isLink) {
-        Fault(L"The folder {} is missing{}", {Quoted(entry.path), target ? L"." : kChanged});
-      }
     }
     for (const auto& [path, target] : before) {
       Fault(L"{} is no longer in the source{}", {Quoted(target->path), kChanged});
     }
   }
 
-  void JudgeListing(const std::wstring& folder, const TreeListing& tree) {
+  void JudgeListing(const std::wstring& root, const TreeListing& tree) {
     for (const TreeListing::Fault& fault : tree.faults) {
       Fault(fault.error == 0 ? L"{} is a link behind a link, which is not followed."
                              : L"{} cannot be listed: {}",
-            {Quoted(Below(folder, fault.path)), SystemMessage(fault.error)});
+            {Quoted(Below(root, fault.path)), SystemMessage(fault.error)});
     }
   }
 
   // What could not be deleted, and what has come since.
   void JudgeLeftovers(const std::wstring& destination, const TreeListing& source) {
+    const Entry* const root = folders_.Find(destination);
+    if (root == nullptr || !root->isFolder) return;
     std::unordered_set<std::wstring> expected;
     for (const TreeEntry& entry : source.entries) expected.insert(UpperCase(entry.path));
-    const TreeListing there = ListTree(destination, Links::kNotFollowed);
+    const TreeListing there = ListTree(destination, *root, Links::kNotFollowed);
     JudgeListing(destination, there);
     for (const TreeEntry& entry : there.entries) {
       if (expected.count(UpperCase(entry.path)) != 0) continue;
@@ -182,16 +158,28 @@ class Judge {
     }
   }
 
-  void JudgeTarget(const std::wstring& name, const std::wstring& source,
-                   const std::wstring& destination, const FileState& now, const Target* before) {
-    const Entry* const there = folders_.Find(destination);
-    const bool hasChanged = before == nullptr || !(before->state == now);
-    const Pair pair = {at_, name, source, destination, now.size, hasChanged};
-    if (there == nullptr || there->isFolder) return Fault(L"{} is missing{}", pair);
-    if (comparison_ == Comparison::kSizeAndTime && !hasChanged && !before->lookedDone &&
-        there->state.Matches(now)) {
+  void JudgeEntry(const Copy& item, const TreeEntry& now, const Target* before) {
+    const std::wstring name = (now.isFolder ? L"The folder " : L"") + Quoted(now.path);
+    const Pair pair = {at_,
+                       !now.path.empty() ? name
+                       : now.isFolder    ? L"The folder"
+                                         : L"It",
+                       Below(item.source, now.path),
+                       Below(item.destination, now.path),
+                       now.state.size,
+                       before == nullptr || !(before->state == now.state)};
+    const Entry* const there = folders_.Find(pair.destination);
+    if (there != nullptr && there->error != 0) {
+      return Fault(L"{} is not visible to this user, so it could not be compared.", {pair.name});
+    }
+    if (there == nullptr || there->isFolder != now.isFolder || (there->isFolder && there->isLink)) {
+      return Fault(L"{} is missing{}", pair);
+    }
+    if (now.isFolder) return;
+    if (comparison_ == Comparison::kSizeAndTime && !pair.hasChanged && !before->lookedDone &&
+        there->state.Matches(now.state)) {
       ++progress_.files;
-      progress_.bytes += now.size;
+      progress_.bytes += now.state.size;
     } else {
       pairs_.push_back(pair);
     }

@@ -64,7 +64,9 @@ std::wstring KeptFolders::WhyKept(const Folder& folder) const {
                                   : L" holds " + Quoted(kept->path);
   }
   if (folder.IsInOrIs(*windows_)) return L" is in the Windows folder";
-  return folder.keys[1] == profiles_->keys[0] ? L" is a user's profile" : L"";
+  if (folder.keys[1] == profiles_->keys[0]) return L" is a user's profile";
+  if (folder.error == 0) return {};
+  return L" cannot be looked up (error " + std::to_wstring(folder.error) + L")";
 }
 
 }  // namespace uaclient
