@@ -1,7 +1,5 @@
 #include "uaclient/copies.h"
 
-#include <windows.h>
-
 #include <algorithm>
 #include <initializer_list>
 #include <map>

@@ -1,7 +1,5 @@
 #include "uaclient/end_state.h"
 
-#include <windows.h>
-
 #include <atomic>
 #include <cstdint>
 #include <initializer_list>

@@ -6,7 +6,6 @@
 #include <memory>
 #include <utility>
 
-#include "corekit/text.h"
 #include "uaclient/claims.h"
 #include "uaclient/copy_progress.h"
 #include "uaclient/end_state.h"
