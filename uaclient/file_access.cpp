@@ -19,52 +19,49 @@ namespace {
 
 constexpr DWORD kReadWrite = FILE_SHARE_READ | FILE_SHARE_WRITE;
 constexpr DWORD kChunk = 512 * 1024;
+constexpr wchar_t kIsInUse[] = L" is in use by another program. Close it first.";
 
-Handle Open(const std::wstring& fullPath, DWORD rights, DWORD share) {
-  return Handle(CreateFileW(Verbatim(fullPath).c_str(), rights, share, nullptr, OPEN_EXISTING,
-                            FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-}
-
-std::wstring Fault(const Handle& file, bool needsElevation) {
-  const DWORD error = file ? ERROR_SUCCESS : GetLastError();
-  if (error == ERROR_SUCCESS) return {};
-  if (error == ERROR_ACCESS_DENIED && needsElevation && !IsElevated()) return {};
-  return error == ERROR_SHARING_VIOLATION ? L" is in use by another program. Close it first."
-                                          : L" cannot be opened: " + SystemMessage(error);
-}
-
-// A virus scanner holds a new file for a moment.
-Handle OpenPatiently(const std::wstring& path) {
-  constexpr int kAttempts = 20;
-  Handle file = Open(path, GENERIC_READ, kShareAll);
-  for (int i = 1; !file && GetLastError() == ERROR_SHARING_VIOLATION && i < kAttempts; ++i) {
-    Sleep(25);
-    file = Open(path, GENERIC_READ, kShareAll);
-  }
-  return file;
+std::wstring Fault(const std::wstring& fullPath, DWORD access, DWORD share) {
+  if (Open(Verbatim(fullPath), access, share)) return {};
+  const DWORD error = GetLastError();
+  if (error == ERROR_ACCESS_DENIED && access != GENERIC_READ && !IsElevated()) return {};
+  if (error == ERROR_SHARING_VIOLATION) return kIsInUse;
+  return L" cannot be opened: " + SystemMessage(error);
 }
 
 }  // namespace
 
 std::wstring ReadingFault(const std::wstring& fullPath) {
-  return Fault(Open(fullPath, GENERIC_READ, kReadWrite), false);
+  return Fault(fullPath, GENERIC_READ, kReadWrite);
 }
 
 std::wstring OverwritingFault(const std::wstring& fullPath) {
-  return Fault(Open(fullPath, GENERIC_WRITE, kShareAll), true);
+  return Fault(fullPath, GENERIC_WRITE, kShareAll);
 }
 
 // A running program could be deleted from its folder, but would keep its place in it. It shows when
 // it is opened for writing.
 std::wstring DeletionFault(const std::wstring& fullPath) {
-  const std::wstring fault = Fault(Open(fullPath, DELETE, kReadWrite), true);
-  const Handle written = Open(fullPath, GENERIC_WRITE, kShareAll);
-  return written || GetLastError() != ERROR_SHARING_VIOLATION ? fault : Fault(written, true);
+  if (OverwritingFault(fullPath) == kIsInUse) return kIsInUse;
+  return Fault(fullPath, DELETE, kReadWrite);
+}
+
+Handle OpenPatiently(const std::wstring& path, DWORD access, DWORD share, DWORD creation,
+                     int retries) {
+  Handle file = Open(path, access, share, creation);
+  for (; !file && GetLastError() == ERROR_SHARING_VIOLATION && retries > 0; --retries) {
+    Sleep(20);
+    file = Open(path, access, share, creation);
+  }
+  return file;
 }
 
 Equality Compare(const std::wstring& first, const std::wstring& second, const Tick& tick) {
-  const Handle firstFile = OpenPatiently(first);
-  const Handle secondFile = OpenPatiently(second);
+  const auto open = [](const std::wstring& fullPath) {  // a virus scanner holds a new file a moment
+    return OpenPatiently(Verbatim(fullPath), GENERIC_READ, kShareAll, OPEN_EXISTING, 25);
+  };
+  const Handle firstFile = open(first);
+  const Handle secondFile = open(second);
   LARGE_INTEGER size = {};
   if (!firstFile || !secondFile || !GetFileSizeEx(firstFile.get(), &size)) {
     return Equality::kNotRead;
@@ -109,12 +106,8 @@ void InParallel(std::size_t count, const std::function<void(std::size_t)>& work,
 }
 
 WholeFile ReadWhole(const std::wstring& path, DWORD access, DWORD share) {
-  // Whoever waits behind the name of a pipe must not act as this user.
-  constexpr DWORD kFlags =
-      FILE_FLAG_SEQUENTIAL_SCAN | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
   WholeFile file;
-  file.handle =
-      Handle(CreateFileW(path.c_str(), access, share, nullptr, OPEN_EXISTING, kFlags, nullptr));
+  file.handle = Open(path, access, share);
   const DWORD error = GetLastError();
   LARGE_INTEGER size = {};
   DWORD count = 0;

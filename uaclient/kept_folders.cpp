@@ -47,12 +47,9 @@ KeptFolders::KeptFolders(Folders& folders, const Options& options) {
     if ((drives & 1) != 0 && GetDriveTypeW(root.c_str()) != DRIVE_REMOTE) paths.push_back(root);
   }
   for (const std::wstring& path : paths) {
-    const std::wstring full = FullPath(path);
-    if (!full.empty()) kept_.push_back(&folders.At(full));
+    if (!path.empty()) kept_.push_back(&folders.At(path));
   }
-  wchar_t windows[MAX_PATH] = {};
-  GetSystemWindowsDirectoryW(windows, MAX_PATH);
-  windows_ = &folders.At(FullPath(windows));
+  windows_ = &folders.At(KnownFolder(FOLDERID_Windows));
   profiles_ = &folders.At(KnownFolder(FOLDERID_UserProfiles));
 }
 

@@ -1,17 +1,14 @@
 #include "uaclient/path.h"
 
 #include <algorithm>
-#include <cwchar>
 #include <utility>
 
+#include "corekit/text.h"
 #include "uaclient/win32.h"
 #include "uaclient/words.h"
 
 namespace uaclient {
 namespace {
-
-// Far longer than what the helper can reach.
-constexpr DWORD kMaxUnits = 1024;
 
 bool IsSeparator(wchar_t c) { return c == L'\\' || c == L'/'; }
 
@@ -40,15 +37,16 @@ std::wstring Plain(std::wstring path) {
 }
 
 std::wstring SystemsFullPath(const std::wstring& path) {
-  wchar_t full[kMaxUnits];
-  const DWORD length = GetFullPathNameW(path.c_str(), kMaxUnits, full, nullptr);
-  return length < kMaxUnits ? std::wstring(full, length) : std::wstring();
+  return TextFrom([&](wchar_t* text, DWORD size) {
+    return GetFullPathNameW(path.c_str(), size, text, nullptr);
+  });
 }
 
-// `\\?\C:\x` and `\\?\UNC\server\share` as they are usually written.
-std::wstring WithoutPrefix(const std::wstring& path) {
-  if (path.rfind(L"\\\\?\\UNC\\", 0) == 0) return L"\\" + path.substr(7);
-  return path.rfind(L"\\\\?\\", 0) == 0 ? path.substr(4) : path;
+// `\\?\C:\x` and `\\?\UNC\server\share` as they are usually written; L"" for what is no full path.
+std::wstring Usual(std::wstring path) {
+  if (path.rfind(L"\\\\?\\UNC\\", 0) == 0) path.erase(1, 6);
+  if (path.rfind(L"\\\\?\\", 0) == 0) path.erase(0, 4);
+  return IsAbsolute(path) ? Plain(path) : std::wstring();
 }
 
 }  // namespace
@@ -58,12 +56,9 @@ bool IsAbsolute(const std::wstring& path) {
 }
 
 bool ListCarries(const std::wstring& text) {
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const bool isPair = i + 1 < text.size() && IS_SURROGATE_PAIR(text[i], text[i + 1]);
-    if (text[i] < L' ' || (!isPair && text[i] >= 0xD800 && text[i] <= 0xDFFF)) return false;
-    i += isPair ? 1 : 0;
-  }
-  return true;
+  const bool hasControls =
+      std::any_of(text.begin(), text.end(), [](wchar_t c) { return c < L' '; });
+  return !hasControls && Utf8ToWide(WideToUtf8(text)) == text;
 }
 
 std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::wstring& full) {
@@ -80,17 +75,15 @@ std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::
            L"it.";
   }
   full = Plain(SystemsFullPath(path));
-  if (CompareStringOrdinal(full.c_str(), -1, Plain(path).c_str(), -1, TRUE) == CSTR_EQUAL)
+  if (CompareStringOrdinal(full.c_str(), -1, Plain(path).c_str(), -1, TRUE) == CSTR_EQUAL) {
     return {};
+  }
   const std::wstring read = std::exchange(full, FullPath(path));
   return Quoted(path) + L" is what Windows reads as " + Quoted(read) +
          L". Write that, or use another name.";
 }
 
-std::wstring FullPath(const std::wstring& path) {
-  const std::wstring full = WithoutPrefix(SystemsFullPath(path));
-  return IsAbsolute(full) ? Plain(full) : std::wstring();
-}
+std::wstring FullPath(const std::wstring& path) { return Usual(SystemsFullPath(path)); }
 
 bool IsRoot(const std::wstring& fullPath) { return fullPath.size() <= RootSize(fullPath); }
 
@@ -118,10 +111,9 @@ std::wstring Verbatim(const std::wstring& fullPath) {
 }
 
 std::wstring FinalPath(HANDLE file) {
-  wchar_t text[kMaxUnits];
-  const DWORD length = GetFinalPathNameByHandleW(file, text, kMaxUnits, VOLUME_NAME_DOS);
-  const std::wstring path = length < kMaxUnits ? WithoutPrefix({text, length}) : std::wstring();
-  return IsAbsolute(path) ? Plain(path) : std::wstring();
+  return Usual(TextFrom([&](wchar_t* text, DWORD size) {
+    return GetFinalPathNameByHandleW(file, text, size, VOLUME_NAME_DOS);
+  }));
 }
 
 std::wstring DriveFault(const std::wstring& fullPath) {
@@ -133,18 +125,14 @@ std::wstring DriveFault(const std::wstring& fullPath) {
 
   wchar_t device[MAX_PATH] = {};
   QueryDosDeviceW(drive.c_str(), device, MAX_PATH);
-  const bool isSubstituted = std::wcsncmp(device, L"\\??\\", 4) == 0;
+  const bool isSubstituted = std::wstring(device).rfind(L"\\??\\", 0) == 0;
   if (!isSubstituted && type != DRIVE_REMOTE) return {};
-  const Handle root(CreateFileW((drive + L"\\").c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-  const std::wstring real = root ? FinalPath(root.get()) : std::wstring();
-  const bool isKnown = !real.empty() && real.compare(0, 2, drive) != 0;
+  std::wstring real =
+      isSubstituted ? Usual(L"\\\\?\\" + std::wstring(device + 4)) : FinalPath(Open(drive + L"\\", 0).get());
+  if (real.empty()) real = L"\\\\server\\share";
   return L"The drive " + drive +
          L" is mapped for this user only, and the elevated helper does not see it. Write " +
-         (isKnown         ? Quoted(Below(real, fullPath.substr(3)))
-          : isSubstituted ? Quoted(device + 4)
-                          : std::wstring(L"\\\\server\\share and what follows")) +
-         L" instead.";
+         Quoted(Below(real, fullPath.substr(3))) + L" instead.";
 }
 
 }  // namespace uaclient

@@ -43,7 +43,6 @@ void CALLBACK RemoveTraces(PTP_CALLBACK_INSTANCE, void* context, PTP_WAIT wait, 
 // They go when the helper has ended, if this process lives that long.
 void LeaveToHelper(std::unique_ptr<Traces> traces) {
   Traces* const left = traces.release();
-  left->claim.LeaveTo(left->helper.Get());
   const PTP_WAIT wait = CreateThreadpoolWait(RemoveTraces, left, nullptr);
   if (wait != nullptr) SetThreadpoolWait(wait, left->helper.Get(), nullptr);
 }

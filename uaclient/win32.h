@@ -29,6 +29,20 @@ class Handle : public std::unique_ptr<std::remove_pointer_t<HANDLE>, HandleClose
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
+// Opens a file or a folder. Whoever waits behind the name of a pipe cannot act as this user.
+Handle Open(const std::wstring& path, DWORD access, DWORD share = kShareAll,
+            DWORD creation = OPEN_EXISTING);
+
+// What call(buffer, size) writes, when it returns the length. L"" when it fails, and for a text of
+// 1024 units, far longer than what the helper can reach.
+template <typename Call>
+std::wstring TextFrom(Call call) {
+  constexpr DWORD kSize = 1024;
+  wchar_t text[kSize];
+  const DWORD length = call(text, kSize);
+  return length < kSize ? std::wstring(text, length) : std::wstring();
+}
+
 // Whether a folder is there, links to folders included.
 bool IsFolder(const std::wstring& path);
 
