@@ -9,7 +9,6 @@
 #include <random>
 #include <utility>
 
-#include "uaclient/code_page.h"
 #include "uaclient/file_access.h"
 #include "uaclient/path.h"
 #include "uaclient/words.h"
