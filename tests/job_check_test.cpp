@@ -24,7 +24,7 @@ TEST(JobCheck, NamesEachMistakeOnce) {
   } kCases[] = {
       {[](Job& job) { job.hour = 23, job.minute = 59; }, "", "daily at 23:59"},
       {[](Job& job) { job.hour = 24; }, "between 00:00 and 23:59"},
-      {[](Job& job) { job.name = L""; }, "name is empty"},
+      {[](Job& job) { job.name = L""; }, "name, \"\", holds"},
       {[](Job& job) { job.name = L" a"; }, "\" a\", holds"},
       {[](Job& job) { job.name = L"a/b"; }, "\"a/b\", holds"},
       {[](Job& job) { job.name = L"a\\b"; }, "", "registers the job \"a\\b\": starts"},

@@ -6,7 +6,6 @@
 #include <iterator>
 #include <random>
 
-#include "uaclient/code_page.h"
 #include "uaclient/file_access.h"
 #include "uaclient/path.h"
 #include "uaclient/words.h"

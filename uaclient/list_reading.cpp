@@ -8,7 +8,6 @@
 
 #include "corekit/text.h"
 #include "uaclient/copies.h"
-#include "uaclient/findings.h"
 #include "uaclient/win32.h"
 #include "uactask/operation_list.h"
 #include "xmlstore/document.h"
@@ -21,7 +20,6 @@ namespace {
 using boost::property_tree::ptree;
 
 constexpr char kAttributes[] = "<xmlattr>";
-constexpr char kComment[] = "<xmlcomment>";
 
 std::wstring ShownUtf8(const std::string& text) { return Shown(Utf8ToWide(text)); }
 
@@ -45,32 +43,20 @@ std::vector<std::size_t> ItemLines(const char* text) {
 
 void CheckAttributes(const ptree& attributes, std::size_t line, FileFindings& found) {
   const auto& names = OperationFieldNames();
-  for (const ptree::value_type& attribute : attributes) {
-    const auto isIt = [&](const auto& name) { return name.second == attribute.first; };
-    if (std::none_of(names.begin(), names.end(), isIt)) {
-      found.Warn(line, L"{} is not read. An item has \"key\", \"src\", \"dec\" and \"type\".",
-                 {ShownUtf8(attribute.first)});
-    }
-  }
-  for (const auto& [field, name] : names) {
-    if (attributes.count(name) == 0) {
-      found.Warn(line, L"The item has no {}, so the helper takes {} for it. Write it.",
-                 {ShownUtf8(name), ShownUtf8(kMissingField)});
-    }
+  const auto isThere = [&](const auto& field) { return attributes.count(field.second) != 0; };
+  if (attributes.size() != names.size() || !std::all_of(names.begin(), names.end(), isThere)) {
+    std::wstring present;
+    for (const auto& attribute : attributes) present += L" " + ShownUtf8(attribute.first);
+    found.Warn(line,
+               L"The item has the attributes{}, but the helper reads \"key\", \"src\", \"dec\" and "
+               L"\"type\". It takes {} for one that is missing.",
+               {present, ShownUtf8(kMissingField)});
   }
   const std::string type = attributes.get(names.at(kTypeField), std::string(kFileType));
   if (type != kFolderType && type != kFileType) {
     found.Warn(line, L"The type {} means a file. Write \"dir\" or \"file\", in lower case.",
                {ShownUtf8(type)});
   }
-}
-
-// What makes the helper refuse the whole list, and what to do about it; null when nothing does.
-const wchar_t* Refusal(const std::string& name, const ptree& element) {
-  return name == kComment                      ? L"a comment in \"task\". Move it out."
-         : name.find('.') != std::string::npos ? L"a dot in an element's name. Write \"item\"."
-         : element.count(kAttributes) == 0     ? L"an element without attributes. Remove it."
-                                               : nullptr;
 }
 
 // The lines of the items that count, by key.
@@ -82,14 +68,17 @@ Items ReadElements(const ptree& list, const std::vector<std::size_t>& lines, Fil
   for (const auto& [name, element] : list) {
     if (name == kAttributes) continue;
     const std::size_t line = next == lines.end() ? 0 : *next++;
-    if (const wchar_t* const refused = Refusal(name, element)) {
-      found.Fail(line, L"The helper refuses a list with {}", {refused});
+    const auto attributes = element.get_child_optional(kAttributes);
+    if (!attributes || name.find('.') != std::string::npos) {
+      found.Fail(line,
+                 L"{} is a comment, has no attributes, or has a dot in its name, so the helper "
+                 L"refuses the list. Rename or remove it.",
+                 {ShownUtf8(name)});
       continue;
     }
-    const ptree& attributes = element.get_child(kAttributes);
-    CheckAttributes(attributes, line, found);
+    CheckAttributes(*attributes, line, found);
     const std::string key =
-        attributes.get(OperationFieldNames().at(kKeyField), std::string(kMissingField));
+        attributes->get(OperationFieldNames().at(kKeyField), std::string(kMissingField));
     const auto [first, isNew] = items.try_emplace(key, line);
     if (isNew) continue;
     found.report.leavesOut = true;
@@ -113,44 +102,39 @@ void CheckOrder(const Items& items, FileFindings& found) {
 }
 
 // `operations` are in the order of the keys, as the items are.
-Work SurveyItems(const Items& items, const std::vector<Operation>& operations, FileFindings& found,
-                 const Options& options) {
+void SurveyItems(const Items& items, const std::vector<Operation>& operations,
+                 const Options& options, Work& work, FileFindings& found) {
   std::vector<Copy> copies;
   std::vector<std::size_t> lines;
-  // Both end at a NUL, like what the helper makes of them.
-  const auto pathIn = [](const std::string& text) {
-    return Utf8ToWide(text.substr(0, text.find('\0')));
-  };
   for (const auto& [key, line] : items) {
-    const auto& [source, destination, isFolder] = operations[lines.size()];
+    const Operation& operation = operations[lines.size()];
     lines.push_back(line);
-    copies.push_back({isFolder ? CopyItem::Kind::kReplaceFolder : CopyItem::Kind::kFile,
-                      pathIn(source),
-                      pathIn(destination),
-                      false,
-                      {},
-                      {}});
+    Copy& copy = copies.emplace_back();
+    if (operation.isFolder) copy.kind = CopyItem::Kind::kReplaceFolder;
+    copy.source = Utf8ToWide(operation.source);
+    copy.destination = Utf8ToWide(operation.destination);
   }
-  Work work = SurveyCopies(std::move(copies), Origin::kList, options);
-  for (const Finding& finding : work.result.report.findings) {
+  Work surveyed = SurveyCopies(std::move(copies), Origin::kList, options);
+  for (const Finding& finding : surveyed.result.report.findings) {
     found.Add(finding.severity, lines[finding.item], finding.text);
   }
-  return work;
+  found.report.steps = std::move(surveyed.result.report.steps);
+  work.copies = std::move(surveyed.copies);
+  work.claims = std::move(surveyed.claims);
 }
 
 }  // namespace
 
 void ReadList(const std::wstring& file, const Options& options, Work& work) {
-  const std::string& text = work.list;
+  const char* const text = work.list.c_str();  // like the helper's, it ends at a NUL
   FileFindings found{file, work.result.report};
-  if (text.find('\0') != std::string::npos) {
-    found.Warn(1, L"The list is in UTF-16 or holds NUL bytes, where it ends. Save it as UTF-8.");
-  }
   XMLParse store;
   DocumentError why;
-  if (!ParseDocument(text.c_str(), store.GetTree(), &why)) {
-    return found.Fail(why.line, L"The helper cannot read this: {}. Close all elements and quotes.",
-                      {Utf8ToWide(why.message)});
+  if (!ParseDocument(text, store.GetTree(), &why)) {
+    return found.Fail(
+        why.line,
+        L"The helper cannot read this: {}. Close all elements and quotes, and save it as UTF-8.",
+        {Utf8ToWide(why.message)});
   }
   const ptree& document = store.GetTree();
   const auto list = document.get_child_optional(kOperationListPath);
@@ -161,15 +145,12 @@ void ReadList(const std::wstring& file, const Options& options, Work& work) {
     found.report.leavesOut = true;
     found.Warn(0, L"Only the first \"task\" in the first \"root\" is read. Put all items there.");
   }
-  const Items items = ReadElements(*list, ItemLines(text.c_str()), found);
+  const Items items = ReadElements(*list, ItemLines(text), found);
   const auto operations = ReadOperationList(store);
   if (!operations) return;  // because of what has been named
   if (items.empty()) found.Warn(0, L"The list is empty, so nothing is copied. Add an item.");
   CheckOrder(items, found);
-  Work surveyed = SurveyItems(items, *operations, found, options);
-  found.report.steps = std::move(surveyed.result.report.steps);
-  work.copies = std::move(surveyed.copies);
-  work.claims = std::move(surveyed.claims);
+  SurveyItems(items, *operations, options, work, found);
 }
 
 }  // namespace uaclient

@@ -8,9 +8,7 @@
 
 #include "corekit/text.h"
 #include "inifile/ini_parser.h"
-#include "uaclient/code_page.h"
 #include "uaclient/file_access.h"
-#include "uaclient/findings.h"
 #include "uaclient/jobs.h"
 #include "uaclient/list_reading.h"
 #include "uaclient/path.h"
@@ -32,24 +30,17 @@ std::string KeyOf(std::int32_t param) {
 
 std::wstring ShownBytes(std::string_view text) { return Shown(FromHelper(std::string(text))); }
 
-// Whether text in the code page was meant as UTF-8.
-bool SeemsUtf8(const std::string& bytes) {
-  const std::wstring text = Utf8ToWide(bytes);
-  return !text.empty() && text.size() != bytes.size() && text != FromHelper(bytes);
-}
-
 // 2026-01-31T08:00:00 and, perhaps, Z or an offset such as +01:00.
 bool IsStartBoundary(const std::string& text) {
   SYSTEMTIME time = {};
   FILETIME ignored;
   int size = 0;
-  std::sscanf(text.c_str(), "%4hu-%2hu-%2huT%2hu:%2hu:%2hu%n", &time.wYear, &time.wMonth,
-              &time.wDay, &time.wHour, &time.wMinute, &time.wSecond, &size);
-  const std::string zone = text.substr(static_cast<std::size_t>(size));
-  int zoneSize = 0;
-  std::sscanf(zone.c_str(), "%*1[+-]%*2u:%*2u%n", &zoneSize);
-  return size == 19 && SystemTimeToFileTime(&time, &ignored) &&
-         (zone.empty() || zone == "Z" || (zoneSize == 6 && zone.size() == 6));
+  int sizeWithOffset = 0;
+  std::sscanf(text.c_str(), "%4hu-%2hu-%2huT%2hu:%2hu:%2hu%n%*1[+-]%*2u:%*2u%n", &time.wYear,
+              &time.wMonth, &time.wDay, &time.wHour, &time.wMinute, &time.wSecond, &size,
+              &sizeWithOffset);
+  if (size != 19 || !SystemTimeToFileTime(&time, &ignored)) return false;
+  return text.size() == 19 || text.substr(19) == "Z" || (text.size() == 25 && sizeWithOffset == 25);
 }
 
 // Goes through a task file by the helper's own parser.
@@ -63,11 +54,16 @@ class TaskReader {
   }
 
   void Read(const Options& options) {
-    if (!ReadLines()) return;
+    try {
+      ReadLines();
+    } catch (const std::out_of_range&) {
+      return found_.Fail(line_, L"A line with \"[\" is a header. Add its \"]\", or leave it out.");
+    }
     const auto type = Number(kType);
     if (type == Task::kType) return ReadJob();
     if (type == UACTaskFileOp::kType) return ReadListPath(options);
-    if (Must(kType, !hasSection_, Severity::kError, L"0 for a job or 1 for a list of copies")) {
+    const bool hasSection = sections_.find("[Task]") != std::string::npos;
+    if (Must(kType, !hasSection, Severity::kError, L"0 for a job or 1 for a list of copies")) {
       found_.Fail(0, L"There is no section \"[Task]\"{}. Write it so, above the keys.",
                   {sections_.empty() ? L"" : L", but " + ShownBytes(sections_)});
     }
@@ -95,147 +91,130 @@ class TaskReader {
     const auto& [line, value] = Get(param);
     const std::wstring is = line == 0 ? L"missing" : value.empty() ? L"empty" : ShownBytes(value);
     std::wstring text = ShownBytes(KeyOf(param)) + L" is " + is;
-    if (severity != Severity::kError && !work_.result.report.helperFails) {
-      text += L", so the helper only deletes the job " + Shown(name_);
-    }
+    if (severity != Severity::kError) text += L", so the helper only deletes the job";
     found_.Add(severity, line, text + L". Write " + wanted + L".");
     return false;
   }
 
-  // False when the helper cannot read the file.
-  bool ReadLines() {
+  // Throws std::out_of_range where the helper cannot read the file.
+  void ReadLines() {
     constexpr std::size_t kMaxNamed = 100;  // with so many odd lines it is no task file
     if (work_.task.find('\0') != std::string::npos) {
       found_.Warn(1, L"The file is in UTF-16 or holds NUL bytes. Save it in the code page.");
       oddLines_ = kMaxNamed;
     }
-    IniParser parser;
-    std::size_t number = 0;
-    try {
-      ForEachIniLine(IniText(work_.task), [&](const IniLine& line) {
-        number = line.number;
-        const std::wstring odd = ReadLine(line, parser);
-        if (!odd.empty() && ++oddLines_ <= kMaxNamed) found_.Add(Severity::kWarning, number, odd);
-      });
-      if (oddLines_ > kMaxNamed) found_.Warn(0, L"Further odd lines are not named.");
-      return true;
-    } catch (const std::out_of_range&) {
-      found_.Fail(number, L"A line with \"[\" is a header. Add its \"]\", or leave the \"[\" out.");
-      return false;
-    }
+    ForEachIniLine(IniText(work_.task), [&](const IniLine& line) {
+      line_ = line.number;
+      const std::wstring odd = ReadLine(line);
+      if (!odd.empty() && ++oddLines_ <= kMaxNamed) found_.Warn(line_, odd);
+    });
+    if (oddLines_ > kMaxNamed) found_.Warn(0, L"Further odd lines are not named.");
   }
 
   // What is odd about the line; L"" when nothing is.
-  std::wstring ReadLine(const IniLine& line, IniParser& parser) {
+  std::wstring ReadLine(const IniLine& line) {
     const std::string_view text = Trimmed(line.text, kIniBlanks, 0);
     if (text.empty()) return {};
     if (!line.ended) return L"The last line has no line break, so the helper skips it. Add one.";
-    const auto record = parser.Parse(text);
+    const auto record = parser_.Parse(text);
     if (text.substr(0, 3) == "\xEF\xBB\xBF") {
       return L"The helper takes the byte-order mark for text. Save the file without it.";
     }
     if (text.find('[') != std::string_view::npos) {
       const std::string header = "[" + std::string(record->Section) + "]";
       sections_ += (sections_.empty() ? "" : ", ") + header;
-      hasSection_ |= record->Section == kTaskSection;
       if (text[0] == '[') return {};
-      return Filled(L"A \"[\" makes the whole line a section's header, here {}. Leave it out.",
-                    {ShownBytes(header)});
+      return L"A \"[\" makes the whole line a section's header, here " + ShownBytes(header) +
+             L". Leave it out.";
     }
-    if (record && !record->Key.empty()) return ReadEntry(line.number, *record);
+    if (record && !record->Key.empty()) return ReadEntry(*record);
     if (IsIniCommentSign(text[0])) return {};
     return ShownBytes(text) + L" is no section, key or comment, so the helper skips it. Remove it.";
   }
 
-  std::wstring ReadEntry(std::size_t line, const IniRecord& record) {
-    const bool isComment = record.Commented != ' ';
+  std::wstring ReadEntry(const IniRecord& record) {
     const std::wstring key = ShownBytes(record.Key);
-    const auto known = entries_.find(std::string(record.Key));
-    if (record.Section != kTaskSection) {
-      if (isComment || known == entries_.end()) return {};
-      return key + L" is not in the section \"[Task]\", so the helper skips it. Move it there.";
+    const auto entry = entries_.find(std::string(record.Key));
+    const bool isComment = record.Commented != ' ';
+    const bool isInTask = record.Section == kTaskSection;
+    const bool isKnown = entry != entries_.end();
+    if (!isInTask || !isKnown) {
+      if (isComment || (!isInTask && !isKnown)) return {};
+      return key + L" is an unknown key here. In \"[Task]\" the helper reads " + knownKeys_ + L".";
     }
-    if (known == entries_.end()) {
-      return isComment ? L"" : key + L" is an unknown key. The helper reads " + knownKeys_ + L".";
-    }
-    auto& [first, value] = known->second;
+    auto& [first, value] = entry->second;
     if (first != 0) {
       return key + L" is in line " + std::to_wstring(first) +
              L" already, which counts. Remove one.";
     }
-    first = line;
+    first = line_;
     value = record.Value;
     if (isComment) return key + L" is commented out but counts all the same. Remove the line.";
     if (value.find_first_of(" \t") == 0) {
       return key + L" has a blank behind the \"=\", which becomes part of the value. Remove it.";
     }
-    if (SeemsUtf8(value)) {
-      return key + L" is in UTF-8, which the helper does not read. Save the file in the code page.";
-    }
-    return {};
+    const std::wstring asUtf8 = Utf8ToWide(value);
+    if (asUtf8.empty() || asUtf8 == FromHelper(value)) return {};
+    return key + L" is in UTF-8, which the helper does not read. Save the file in the code page.";
   }
 
   void ReadJob() {
     Item& job = work_.result.items.emplace_back();
-    job.job = name_ = Text(Task::kTaskName);
-    job.isDeletion = isDeletion_ = Text(Task::kExeArguments).empty();
-    found_.Warn(Line(Task::kTaskName), JobNameFault(L"\"task_name\"", name_));
+    job.job = Text(Task::kTaskName);
+    job.isDeletion = Text(Task::kExeArguments).empty();
+    found_.Warn(Line(Task::kTaskName), JobNameFault(L"\"task_name\"", job.job));
+    bool isRead = true;
     for (const auto param : {Task::kTimeType, Task::kTimeWeekday, Task::kTimeMonthday}) {
-      Must(param, Number(param).has_value(), Severity::kError, L"a number, also to delete a job");
+      isRead &= Must(param, Number(param).has_value(), Severity::kError,
+                     L"a number, also to delete a job");
     }
-    const bool changes = !work_.result.report.helperFails;
-    const Step step = isDeletion_ ? ReadDeletion() : ReadRegistration();
-    if (changes) work_.result.report.steps.push_back(step);
+    if (!isRead) return;  // the helper fails before it does anything
+    work_.result.report.steps.push_back(job.isDeletion ? ReadDeletion(job.job)
+                                                       : ReadRegistration(job.job));
   }
 
   // It is meant when the key is there, no program is, and no line is odd that may have been the
   // arguments.
-  Step ReadDeletion() {
+  Step ReadDeletion(const std::wstring& name) {
     const bool isEmpty = Line(Task::kExeArguments) != 0 && Text(Task::kExePath).empty();
     const bool isJob = Line(Task::kExePath) + Line(Task::kRuntime) + Line(Task::kAuthorName) != 0;
     Must(Task::kExeArguments, isEmpty && oddLines_ == 0,
          isJob || oddLines_ != 0 ? Severity::kHarmful : Severity::kWarning,
          L"an argument or, if that is meant, \"exe_arguments=\" and no \"exe_path\"");
-    return DeletionStep(name_);
+    return DeletionStep(name);
   }
 
-  Step ReadRegistration() {
+  Step ReadRegistration(const std::wstring& name) {
     const std::wstring program = Text(Task::kExePath);
-    const std::int32_t kind = Number(Task::kTimeType).value_or(Task::kDaily);
-    const std::int32_t week = Number(Task::kTimeWeekday).value_or(1);
-    const std::int32_t month = Number(Task::kTimeMonthday).value_or(1);
+    const std::int32_t kind = *Number(Task::kTimeType);
+    const auto days = kind == Task::kWeekly ? Task::kTimeWeekday : Task::kTimeMonthday;
+    const std::wstring rhythm = Rhythm(kind, static_cast<std::uint32_t>(*Number(days)));
     found_.Warn(Line(Task::kExePath), ProgramFault(L"\"exe_path\"", program));
     bool isGood = Must(Task::kTimeType, kind >= Task::kDaily && kind <= Task::kMonthly,
                        Severity::kError, L"2 (daily), 3 (weekly) or 4 (monthly)");
-    isGood &= Must(Task::kTimeWeekday, kind != Task::kWeekly || (week > 0 && week < 0x80),
-                   Severity::kHarmful, L"a sum of days, 1 for Sunday up to 64 for Saturday");
-    isGood &= Must(Task::kTimeMonthday, kind != Task::kMonthly || month > 0, Severity::kHarmful,
-                   L"a sum of days, 1 for day 1, 2 for day 2, 4 for day 3 and so on");
+    isGood &= Must(days, !isGood || !rhythm.empty(), Severity::kHarmful,
+                   L"a sum of days, 1 for Sunday up to 64 for Saturday, or 1 for day 1, 2 for day "
+                   L"2, 4 for day 3 and so on");
     isGood &= Must(Task::kRuntime, IsStartBoundary(Get(Task::kRuntime).value), Severity::kHarmful,
                    L"a date and time such as 2026-01-31T08:00:00");
-    if (isGood) {
-      const auto days = static_cast<std::uint32_t>(kind == Task::kWeekly ? week : month);
-      const std::wstring when = Rhythm(kind, days) + L" from " + Text(Task::kRuntime) + L" on";
-      return RegistrationStep(name_, program, Text(Task::kExeArguments), when);
-    }
-    Step step = DeletionStep(name_);
-    step.text += L" and registers none";
-    return step;
+    if (!isGood) return DeletionStep(name, L" and registers none");
+    return RegistrationStep(name, program, Text(Task::kExeArguments),
+                            rhythm + L" from " + Text(Task::kRuntime) + L" on");
   }
 
   void ReadListPath(const Options& options) {
-    constexpr std::int32_t kPath = UACTaskFileOp::kXmlPath;
-    const std::wstring path = Text(kPath);
-    if (!Must(kPath, !path.empty(), Severity::kError, L"the list's whole path")) return;
-    found_.Add(
-        Severity::kHarmful, Line(kPath),
-        IsAbsolute(path)
-            ? DriveFault(FullPath(path))
-            : Shown(path) +
-                  L" is relative, and the helper may be started elsewhere. Write the whole path.");
+    const std::size_t line = Line(UACTaskFileOp::kXmlPath);
+    const std::wstring path = Text(UACTaskFileOp::kXmlPath);
+    if (!Must(UACTaskFileOp::kXmlPath, !path.empty(), Severity::kError, L"the list's whole path")) {
+      return;
+    }
+    std::wstring full;
+    const std::wstring fault = PathFault(path, {}, full);
+    found_.Add(full.empty() ? Severity::kHarmful : Severity::kWarning, line, fault);
+    found_.Add(Severity::kHarmful, line, DriveFault(full));
     WholeFile file = ReadWhole(path, GENERIC_READ, kShareAll);
     if (!file.fault.empty()) {
-      return found_.Fail(Line(kPath), L"The list {}{}", {Shown(path), file.fault});
+      return found_.Fail(line, L"The list {}{}", {Shown(path), file.fault});
     }
     work_.list = std::move(file.bytes);
     ReadList(path, options, work_);
@@ -243,12 +222,11 @@ class TaskReader {
 
   FileFindings& found_;
   Work& work_;
-  std::wstring name_;  // of the job
-  bool isDeletion_ = false;
+  IniParser parser_;
+  std::size_t line_ = 0;
   std::map<std::string, Entry> entries_;  // one for each key that the helper knows
   std::wstring knownKeys_;
-  std::string sections_;  // all headers
-  bool hasSection_ = false;
+  std::string sections_;      // all headers
   std::size_t oddLines_ = 0;  // that are not what they seem
 };
 
@@ -272,10 +250,12 @@ Work WorkOf(const TaskFile& task, const Options& options, Hold hold) {
     found.Add(Severity::kHarmful, 0, DriveFault(FullPath(path)));
     TaskReader(found, work).Read(options);
   }
-  const auto isBefore = [&](const Finding& left, const Finding& right) {
-    return left.file == right.file ? left.line < right.line : left.file == path;
+  const auto place = [&](const Finding& finding) {
+    return std::pair(finding.file != path, finding.line);
   };
-  std::stable_sort(report.findings.begin(), report.findings.end(), isBefore);
+  std::stable_sort(
+      report.findings.begin(), report.findings.end(),
+      [&](const Finding& left, const Finding& right) { return place(left) < place(right); });
   return work;
 }
 
