@@ -223,10 +223,7 @@ class Surveyor {
     const std::wstring& source = items_[at_].source;
     TreeListing tree = ListTree(source, *item.from, Links::kFollowedOnce);
     for (const TreeListing::Fault& fault : tree.faults) {
-      Fail(fault.error == 0 ? L"{} is a link behind a link, which is not followed. Put the files "
-                              L"themselves into the source."
-                            : L"{} cannot be read: {}",
-           {Quoted(Below(source, fault.path)), SystemMessage(fault.error)});
+      Fail(L"{}", {InWords(fault, source)});
     }
     if (Copies(Kind::kReplaceFolder)) CheckFiles(source, tree.entries, ReadingFault, L"");
     for (const TreeEntry& entry : tree.entries) {
@@ -289,8 +286,7 @@ class Surveyor {
     }
     for (const TreeListing::Fault& fault : gone.faults) {
       if (fault.error == ERROR_ACCESS_DENIED && !IsElevated()) continue;  // elevation is for this
-      Fail(L"{} cannot be listed, and so not deleted: {}",
-           {Quoted(Below(destination, fault.path)), SystemMessage(fault.error)});
+      Fail(L"{}", {InWords(fault, destination)});
     }
   }
 

@@ -1,5 +1,6 @@
 #include "uaclient/end_state.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <initializer_list>
@@ -37,24 +38,6 @@ std::wstring LikelyCause(const std::wstring& source, const std::wstring& destina
                        : L": it" + fault;
 }
 
-// An item's faults as one text: the first ones in words, the others counted.
-class Faults {
- public:
-  void Add(const wchar_t* text, std::initializer_list<std::wstring> parts) {
-    if (++count_ <= kNamedFaults) text_ += (text_.empty() ? L"" : L" ") + Filled(text, parts);
-  }
-  // Whether one more would be named; to find out its cause takes long.
-  bool NamesMore() const { return count_ < kNamedFaults; }
-  std::wstring Text() const {
-    if (count_ <= kNamedFaults) return text_;
-    return text_ + L" And " + std::to_wstring(count_ - kNamedFaults) + L" more.";
-  }
-
- private:
-  std::size_t count_ = 0;
-  std::wstring text_;
-};
-
 // A file whose content is compared with its source's.
 struct Pair {
   std::size_t item;
@@ -86,20 +69,26 @@ class Judge {
     for (at_ = 0; at_ < copies_.size(); ++at_) JudgeItem(copies_[at_]);
     ComparePairs();
     for (std::size_t i = 0; i < copies_.size(); ++i) {
-      items[i].reason = faults_[i].Text();
-      items[i].done = items[i].reason.empty();
-      if (!items[i].done && !copies_[i].lastDeleted.empty()) {
-        items[i].reason += L" The folder's old content is gone.";
+      const std::vector<std::wstring>& faults = faults_[i];
+      items[i].done = faults.empty();
+      if (faults.empty()) continue;
+      std::wstring& reason = items[i].reason = faults[0];
+      for (std::size_t k = 1; k < std::min(faults.size(), kNamedFaults); ++k) {
+        reason += L" " + faults[k];
       }
+      if (faults.size() > kNamedFaults) {
+        reason += L" And " + std::to_wstring(faults.size() - kNamedFaults) + L" more.";
+      }
+      if (!copies_[i].lastDeleted.empty()) reason += L" The folder's old content is gone.";
     }
   }
 
  private:
   using Parts = std::initializer_list<std::wstring>;
 
-  void Fault(const wchar_t* text, Parts parts) { faults_[at_].Add(text, parts); }
+  void Fault(const wchar_t* text, Parts parts) { faults_[at_].push_back(Filled(text, parts)); }
   void Fault(const wchar_t* text, const Pair& pair) {
-    const bool isNamed = faults_[at_].NamesMore();
+    const bool isNamed = faults_[at_].size() < kNamedFaults;  // to find a cause takes long
     Fault(text, {pair.name, pair.hasChanged ? kChanged
                             : isNamed       ? LikelyCause(pair.source, pair.destination)
                                             : L""});
@@ -129,11 +118,7 @@ class Judge {
   }
 
   void JudgeListing(const std::wstring& root, const TreeListing& tree) {
-    for (const TreeListing::Fault& fault : tree.faults) {
-      Fault(fault.error == 0 ? L"{} is a link behind a link, which is not followed."
-                             : L"{} cannot be listed: {}",
-            {Quoted(Below(root, fault.path)), SystemMessage(fault.error)});
-    }
+    for (const TreeListing::Fault& fault : tree.faults) Fault(L"{}", {InWords(fault, root)});
   }
 
   // What could not be deleted, and what has come since.
@@ -222,8 +207,8 @@ class Judge {
   const Comparison comparison_;
   const Tick& tick_;
   Progress& progress_;
-  std::size_t at_ = 0;  // the item that is looked at
-  std::vector<Faults> faults_{copies_.size()};
+  std::size_t at_ = 0;                                             // the item that is looked at
+  std::vector<std::vector<std::wstring>> faults_{copies_.size()};  // by item
   std::vector<Pair> pairs_;
   Folders folders_;
   // Keys of what file items bring, and of the folders above.

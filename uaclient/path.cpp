@@ -127,8 +127,8 @@ std::wstring DriveFault(const std::wstring& fullPath) {
   QueryDosDeviceW(drive.c_str(), device, MAX_PATH);
   const bool isSubstituted = std::wstring(device).rfind(L"\\??\\", 0) == 0;
   if (!isSubstituted && type != DRIVE_REMOTE) return {};
-  std::wstring real =
-      isSubstituted ? Usual(L"\\\\?\\" + std::wstring(device + 4)) : FinalPath(Open(drive + L"\\", 0).get());
+  std::wstring real = isSubstituted ? Usual(L"\\\\?\\" + std::wstring(device + 4))
+                                    : FinalPath(Open(drive + L"\\", 0).get());
   if (real.empty()) real = L"\\\\server\\share";
   return L"The drive " + drive +
          L" is mapped for this user only, and the elevated helper does not see it. Write " +

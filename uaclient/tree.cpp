@@ -3,6 +3,7 @@
 #include "fileop/tree_walk.h"
 #include "uaclient/path.h"
 #include "uaclient/win32.h"
+#include "uaclient/words.h"
 
 namespace uaclient {
 namespace {
@@ -79,6 +80,13 @@ TreeListing ListTree(const std::wstring& fullPath, const Entry& root, Links link
   TreeListing tree;
   Lister(fullPath, links, tree).Add({}, root, false);
   return tree;
+}
+
+std::wstring InWords(const TreeListing::Fault& fault, const std::wstring& root) {
+  return Filled(fault.error == 0
+                    ? L"{} is a link behind a link. Put the files themselves into the source."
+                    : L"{} cannot be listed: {}",
+                {Quoted(Below(root, fault.path)), SystemMessage(fault.error)});
 }
 
 // Only links have to be opened, which takes longer.

@@ -55,6 +55,9 @@ struct TreeListing {
   std::vector<Fault> faults;       // what could not be listed or followed
 };
 
+// What is to be said of what could not be listed below this root.
+std::wstring InWords(const TreeListing::Fault& fault, const std::wstring& root);
+
 // How links are treated: in a source the first one on a way down from the root is followed, and
 // counts as what it leads to; in a destination none is.
 enum class Links { kFollowedOnce, kNotFollowed };
