@@ -111,16 +111,16 @@ TEST_F(PlanCheck, ReplacesWhatMayGo) {
          {"!@s/>@old,@f>@old/a", {"E would be written twice"}},
          {"!@s/>@old,@f>@old/D", {"E written twice: another item"}},
          {"!@s/>@old,@s/d/>@old/y", {"E where another item copies to"}},
-         {"!@s/d/>@s", {"E is or holds the source"}},
+         {"!@s/d/>@s", {"E which is deleted first"}},
          {"!@s/>@s/new", {"E lies in the source"}},
-         {"!@s/>@s", {"E is or lies in the source", "E is or holds the source"}},
+         {"!@s/>@s", {"E is or lies in the source", "E which is deleted first"}},
          {"!@s/>@old/y,@s/>@OLD", {"E where another item copies to"}},
          {"!@s/>@old,!@f/>@old", {"E is a file, but", "E where another item copies to"}},
-         {"!@old/>@s,@s/d/>@new", {"E s\\d\", which would be deleted"}},
+         {"!@old/>@s,@s/d/>@new", {"E s\\d\" is or lies in"}},
          {"!@s/>@inuse", {"E x\" is to be deleted, but is in use"}},
          {"!@used/>@new", {"E x\" is in use"}},
          {"!@s/>@running", {"E x.exe\" is to be deleted, but is in use"}},
-         {"!@s/>C:/", {"E whole drive", "E holds the source"}},
+         {"!@s/>C:/", {"E whole drive", "E which is deleted first"}},
          {"!@s/>C:/Windows/System32/x", {"E is in the Windows folder"}},
          {"!@s/>C:/Program Files", {"E could delete programs"}},
          {"!@s/>C:/Program Files/Common Files/", {"E which programs need"}},
@@ -158,9 +158,9 @@ TEST_F(PlanCheck, KnowsFoldersByTwoDriveLetters) {
     return Replaced(Replaced(items, "1:", first), "2:", second);
   };
   std::vector<Case> cases = {{"1:s/>2:s", {"E is or lies in the source"}},
-                             {"!1:s/>2:s", {"E is or lies in", "E is or holds"}},
-                             {"!2:s/d/>1:s", {"E is or holds the source"}},
-                             {"!1:s/>2:", {"E a user's profile", "E is or holds the source"}},
+                             {"!1:s/>2:s", {"E is or lies in", "E deleted first"}},
+                             {"!2:s/d/>1:s", {"E which is deleted first"}},
+                             {"!1:s/>2:", {"E a user's profile", "E which is deleted first"}},
                              {"1:f>2:n,2:s/a>1:N", {"E written twice"}}};
   for (Case& one : cases) one.items = both(one.items);
   Check(cases);
@@ -183,7 +183,7 @@ TEST_F(PlanCheck, FollowsLinksAboveAndInSources) {
          {"@twice/>@o", {}},
          {"@far/>@s/link/new", {"E is or lies in the source"}},
          {"!@twice/>@o", {"W o\\link\" is a link in a folder that is replaced"}},
-         {"!@from/>@to", {"E to\" is or holds the source"}},
+         {"!@from/>@to", {"E which is deleted first"}},
          {"!@twice/>@at", {"W is a link. It is removed"}}});
 }
 

@@ -53,11 +53,8 @@ class Surveyor {
         report_.findings.begin(), report_.findings.end(),
         [](const Finding& left, const Finding& right) { return left.item < right.item; });
     if (operations_.size() > kMaxOperations) {
-      report_.findings.push_back({Severity::kError,
-                                  L"The plan has " + std::to_wstring(operations_.size()) +
-                                      L" files and folders, but one run takes up to 200000. Split "
-                                      L"it into several.",
-                                  {}});
+      report_.findings.push_back(
+          {Severity::kError, L"The plan has more than 200000 files and folders. Split it.", {}});
     }
     if (!operations_.empty()) work_.list = FormatOperationList(operations_);
     work_.copies = std::move(items_);
@@ -173,8 +170,8 @@ class Surveyor {
     if (!CheckSource(item) || !CheckDestination(item)) return;
     if (replaces) {
       ReplaceFolder(item);
-    } else {
-      MakeFolders(ParentOf(copy.destination), ParentOf(copy.source));
+    } else if (!MakeFolders(ParentOf(copy.destination), ParentOf(copy.source))) {
+      return;
     }
     for (const TreeEntry& entry : ListSource(item)) AddTarget(item, entry);
   }
@@ -282,7 +279,20 @@ class Surveyor {
     const TreeListing gone = ListTree(destination, *item.to, Links::kNotFollowed);
     CheckFiles(destination, gone.entries, DeletionFault, L" is to be deleted, but");
     for (const TreeEntry& entry : gone.entries) {
-      CheckDeletion(item, Below(destination, entry.path), entry);
+      const std::wstring path = Below(destination, entry.path);
+      // The helper lists a folder by its path, a separator and a pattern of one character.
+      CheckLength(path, kMaxFilePath - (entry.isFolder ? 2 : 0));
+      if (entry.isLink) {
+        Doubt(L"{} is a link in a folder that is replaced. What it leads to stays.",
+              {Quoted(path)});
+      } else if (entry.isFolder) {
+        deleted_.insert_or_assign(folders_.At(path).keys[0], at_);
+      } else {
+        ++item.step.deletedFiles;
+        item.step.deletedBytes += entry.state.size;
+        item.freedBytes += entry.state.size;
+        items_[at_].lastDeleted = path;
+      }
     }
     for (const TreeListing::Fault& fault : gone.faults) {
       if (fault.error == ERROR_ACCESS_DENIED && !IsElevated()) continue;  // elevation is for this
@@ -290,33 +300,15 @@ class Surveyor {
     }
   }
 
-  void CheckDeletion(Details& item, const std::wstring& path, const TreeEntry& entry) {
-    // The helper lists a folder by its path, a separator and a pattern of one character.
-    CheckLength(path, kMaxFilePath - (entry.isFolder ? 2 : 0));
-    if (entry.isLink) {
-      Doubt(
-          L"{} is a link in a folder that is replaced. The link goes, and what it leads to stays.",
-          {Quoted(path)});
-    } else if (entry.isFolder) {
-      deleted_.insert_or_assign(folders_.At(path).keys[0], at_);
-    } else {
-      ++item.step.deletedFiles;
-      item.step.deletedBytes += entry.state.size;
-      item.freedBytes += entry.state.size;
-      items_[at_].lastDeleted = path;
-    }
-  }
-
   // Has the helper make the folder and what is missing above it, as far as it is not there when the
   // item's turn comes. `like` is any folder that exists.
-  void MakeFolders(const std::wstring& folder, const std::wstring& like) {
+  bool MakeFolders(const std::wstring& folder, const std::wstring& like) {
     std::vector<std::wstring> missing;
     for (std::wstring path = folder; !IsRoot(path); path = ParentOf(path)) {
       const Folder& there = folders_.At(path);
       if (there.isFile && !details_[at_].goesFirst) {
-        Fail(L"{}, above the destination {}, is a file. Choose another destination.",
-             {Quoted(path), Destination()});
-        return;
+        return Fail(L"{}, above the destination {}, is a file. Choose another destination.",
+                    {Quoted(path), Destination()});
       }
       const auto brought = brought_.find(there.keys[0]);
       if (brought != brought_.end() && brought->second.isFolder) break;
@@ -324,13 +316,14 @@ class Surveyor {
       missing.push_back(path);
     }
     if (!isPlan_ && missing.size() > 1) {
-      Fail(L"More than one folder above {} is missing, and the helper makes only one. Make them.",
-           {Destination()});
-      return;
+      return Fail(
+          L"More than one folder above {} is missing, and the helper makes only one. Make them.",
+          {Destination()});
     }
     for (auto path = missing.rbegin(); path != missing.rend(); ++path) {
       if (Bring(folders_.At(*path).keys[0], *path, true)) MakeFolder(*path, like);
     }
+    return true;
   }
 
   // The helper makes the folder above what it is to write. That a folder cannot be copied as a file
@@ -426,12 +419,8 @@ class Surveyor {
     for (const Spot& from : item.read) {
       other = FindUpwards(deleted_, from);
       if (!other) continue;
-      const std::wstring lost = Source();
-      Select(*other);
-      Harm(
-          L"The destination {} is or holds the source {}, which would be deleted. Choose another "
-          L"destination.",
-          {Destination(), lost});
+      Harm(L"The source {} is or lies in {}, which is deleted first. Choose another destination.",
+           {Source(), DestinationOf(*other)});
       return;
     }
   }
@@ -462,19 +451,17 @@ class Surveyor {
     step.source = items_[at_].source;
     step.destination = items_[at_].destination;
     const std::wstring what = Own() + (L" " + Source());
-    const std::wstring deletion = step.deletes
-                                      ? L" after deleting what is there (" +
-                                            InWords(step.deletedFiles, step.deletedBytes) + L")"
-                                      : L"";
-    step.text = item.hasFailed
-                    ? Filled(L"would not copy the {} to {}, or not all of it (see above){}",
-                             {what, Destination(), deletion})
-                    : Filled(L"{} the {} ({}) to {}{}{}",
-                             {Copies(Kind::kFolder) ? L"adds" : L"copies", what,
-                              InWords(step.files, step.bytes), Destination(), deletion,
-                              item.overwritten == 0
-                                  ? L""
-                                  : L", over " + FilesInWords(item.overwritten) + L" there"});
+    step.text =
+        item.hasFailed
+            ? Filled(L"would not copy the {} to {}, or not all of it (see above)",
+                     {what, Destination()})
+            : Filled(L"{} the {} ({}) to {}", {Copies(Kind::kFolder) ? L"adds" : L"copies", what,
+                                               InWords(step.files, step.bytes), Destination()});
+    if (step.deletes) {
+      step.text +=
+          L" after deleting what is there (" + InWords(step.deletedFiles, step.deletedBytes) + L")";
+    }
+    if (item.overwritten != 0) step.text += L", over " + FilesInWords(item.overwritten) + L" there";
     return std::move(step);
   }
 

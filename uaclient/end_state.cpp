@@ -95,12 +95,12 @@ class Judge {
   }
 
   void JudgeItem(const Copy& item) {
-    if (!item.isUsable) {
-      return Fault(L"Its source or its destination is no path that could be looked at.", {});
+    const Entry* const from = item.isUsable ? folders_.Find(item.source) : nullptr;
+    if (from == nullptr || from->error != 0) {
+      return Fault(item.isUsable ? L"The source cannot be seen any more."
+                                 : L"Its source or destination is no path that could be looked at.",
+                   {});
     }
-    const Entry* const from = folders_.Find(item.source);
-    if (from == nullptr || from->error != 0)
-      return Fault(L"The source cannot be seen any more.", {});
     const TreeListing now = ListTree(item.source, *from, Links::kFollowedOnce);
     JudgeListing(item.source, now);
     if (item.kind == Kind::kReplaceFolder) JudgeLeftovers(item.destination, now);

@@ -153,11 +153,9 @@ class HelperRun {
     if (code == kHelperSucceeded) return Status::kDone;
     wchar_t number[16];
     std::swprintf(number, std::size(number), code < 256 ? L"%lu" : L"0x%08lX", code);
-    work_.result.reason =
-        code == kHelperFailed ? L"The helper gave up (exit code 1)."
-        : code == kHelperFoundNoTaskFile
-            ? L"The helper did not find its task file (exit code 2)."
-            : L"The helper ended abnormally, with exit code " + std::wstring(number) + L".";
+    work_.result.reason = code == kHelperFailed ? L"The helper gave up (exit code 1)."
+                                                : L"The helper ended abnormally, with exit code " +
+                                                      std::wstring(number) + L".";
     return Status::kFailed;
   }
 
