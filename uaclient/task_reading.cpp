@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <boost/lexical_cast/try_lexical_convert.hpp>
 #include <cstdio>
 #include <map>
@@ -46,12 +47,7 @@ bool IsStartBoundary(const std::string& text) {
 // Goes through a task file by the helper's own parser.
 class TaskReader {
  public:
-  TaskReader(FileFindings& found, Work& work) : found_(found), work_(work) {
-    for (std::int32_t param = kType; param <= UACTaskFileOp::kXmlPath; ++param) {
-      entries_[KeyOf(param)];
-      knownKeys_ += (param == kType ? L"" : L", ") + ShownBytes(KeyOf(param));
-    }
-  }
+  TaskReader(FileFindings& found, Work& work) : found_(found), work_(work) {}
 
   void Read(const Options& options) {
     try {
@@ -76,10 +72,10 @@ class TaskReader {
     std::string value;
   };
 
-  const Entry& Get(std::int32_t param) const { return entries_.at(KeyOf(param)); }
-  std::size_t Line(std::int32_t param) const { return Get(param).line; }
-  std::wstring Text(std::int32_t param) const { return FromHelper(Get(param).value); }
-  std::optional<std::int32_t> Number(std::int32_t param) const {
+  const Entry& Get(std::int32_t param) { return entries_[KeyOf(param)]; }
+  std::size_t Line(std::int32_t param) { return Get(param).line; }
+  std::wstring Text(std::int32_t param) { return FromHelper(Get(param).value); }
+  std::optional<std::int32_t> Number(std::int32_t param) {
     std::int32_t number = 0;
     const bool isNumber = boost::conversion::try_lexical_convert(Get(param).value, number);
     return isNumber ? std::optional(number) : std::nullopt;
@@ -134,15 +130,17 @@ class TaskReader {
 
   std::wstring ReadEntry(const IniRecord& record) {
     const std::wstring key = ShownBytes(record.Key);
-    const auto entry = entries_.find(std::string(record.Key));
     const bool isComment = record.Commented != ' ';
     const bool isInTask = record.Section == kTaskSection;
-    const bool isKnown = entry != entries_.end();
+    const bool isKnown =
+        record.Key == kTypeKey || std::count(kParamKeys.begin(), kParamKeys.end(), record.Key) != 0;
     if (!isInTask || !isKnown) {
       if (isComment || (!isInTask && !isKnown)) return {};
-      return key + L" is an unknown key here. In \"[Task]\" the helper reads " + knownKeys_ + L".";
+      std::wstring known = ShownBytes(kTypeKey);
+      for (const char* param : kParamKeys) known += L", " + ShownBytes(param);
+      return key + L" is an unknown key here. In \"[Task]\" the helper reads " + known + L".";
     }
-    auto& [first, value] = entry->second;
+    auto& [first, value] = entries_[std::string(record.Key)];
     if (first != 0) {
       return key + L" is in line " + std::to_wstring(first) +
              L" already, which counts. Remove one.";
@@ -163,12 +161,10 @@ class TaskReader {
     job.job = Text(Task::kTaskName);
     job.isDeletion = Text(Task::kExeArguments).empty();
     found_.Warn(Line(Task::kTaskName), JobNameFault(L"\"task_name\"", job.job));
-    bool isRead = true;
     for (const auto param : {Task::kTimeType, Task::kTimeWeekday, Task::kTimeMonthday}) {
-      isRead &= Must(param, Number(param).has_value(), Severity::kError,
-                     L"a number, also to delete a job");
+      Must(param, Number(param).has_value(), Severity::kError, L"a number, also to delete a job");
     }
-    if (!isRead) return;  // the helper fails before it does anything
+    if (found_.report.helperFails) return;  // before it does anything
     work_.result.report.steps.push_back(job.isDeletion ? ReadDeletion(job.job)
                                                        : ReadRegistration(job.job));
   }
@@ -203,18 +199,16 @@ class TaskReader {
   }
 
   void ReadListPath(const Options& options) {
-    const std::size_t line = Line(UACTaskFileOp::kXmlPath);
-    const std::wstring path = Text(UACTaskFileOp::kXmlPath);
-    if (!Must(UACTaskFileOp::kXmlPath, !path.empty(), Severity::kError, L"the list's whole path")) {
-      return;
-    }
+    constexpr std::int32_t kPath = UACTaskFileOp::kXmlPath;
+    const std::wstring path = Text(kPath);
+    if (!Must(kPath, !path.empty(), Severity::kError, L"the list's whole path")) return;
     std::wstring full;
     const std::wstring fault = PathFault(path, {}, full);
-    found_.Add(full.empty() ? Severity::kHarmful : Severity::kWarning, line, fault);
-    found_.Add(Severity::kHarmful, line, DriveFault(full));
+    found_.Add(full.empty() ? Severity::kHarmful : Severity::kWarning, Line(kPath), fault);
+    found_.Add(Severity::kHarmful, Line(kPath), DriveFault(full));
     WholeFile file = ReadWhole(path, GENERIC_READ, kShareAll);
     if (!file.fault.empty()) {
-      return found_.Fail(line, L"The list {}{}", {Shown(path), file.fault});
+      return found_.Fail(Line(kPath), L"The list {}{}", {Shown(path), file.fault});
     }
     work_.list = std::move(file.bytes);
     ReadList(path, options, work_);
@@ -224,10 +218,9 @@ class TaskReader {
   Work& work_;
   IniParser parser_;
   std::size_t line_ = 0;
-  std::map<std::string, Entry> entries_;  // one for each key that the helper knows
-  std::wstring knownKeys_;
-  std::string sections_;      // all headers
-  std::size_t oddLines_ = 0;  // that are not what they seem
+  std::map<std::string, Entry> entries_;  // by key
+  std::string sections_;                  // all headers
+  std::size_t oddLines_ = 0;              // that are not what they seem
 };
 
 }  // namespace
@@ -250,12 +243,10 @@ Work WorkOf(const TaskFile& task, const Options& options, Hold hold) {
     found.Add(Severity::kHarmful, 0, DriveFault(FullPath(path)));
     TaskReader(found, work).Read(options);
   }
-  const auto place = [&](const Finding& finding) {
-    return std::pair(finding.file != path, finding.line);
+  const auto isBefore = [&](const Finding& left, const Finding& right) {
+    return std::pair(left.file != path, left.line) < std::pair(right.file != path, right.line);
   };
-  std::stable_sort(
-      report.findings.begin(), report.findings.end(),
-      [&](const Finding& left, const Finding& right) { return place(left) < place(right); });
+  std::stable_sort(report.findings.begin(), report.findings.end(), isBefore);
   return work;
 }
 
