@@ -181,7 +181,6 @@ Step DeletionStep(const std::wstring& name, const wchar_t* remark) {
 
 Work WorkOf(const Job& job, const Options&, Hold) {
   const std::wstring program = job.program.wstring();
-  const std::wstring programFault = ProgramFault(kProgram, program);
   const std::wstring arguments = CommandLine(job.arguments);
   const std::wstring rhythm = Rhythm(KindOf(job), job.days);
   const bool isTime = job.hour >= 0 && job.hour < 24 && job.minute >= 0 && job.minute < 60;
@@ -191,13 +190,10 @@ Work WorkOf(const Job& job, const Options&, Hold) {
       job, RegistrationStep(job.name, program, arguments, rhythm + time),
       {JobNameFault(kName, job.name), TextFault(L"The author", job.author),
        isTime ? L"" : L"The time must be between 00:00 and 23:59.",
-       rhythm.empty() ? L"Name one day or more, by the lowest 7 bits (weekly) or 31 (monthly)."
-                      : L"",
-       programFault.empty() ? CommandFault(kProgram, program) : programFault,
+       rhythm.empty() ? L"Name its days by the lowest 7 bits (weekly) or 31 (monthly)." : L"",
+       ProgramFault(kProgram, program), CommandFault(kProgram, program),
        CommandFault(L"The command line", arguments),
-       job.arguments.empty()
-           ? L"There are no arguments, so the helper would delete the job. Give one. \"\" counts."
-           : L""});
+       arguments.empty() ? L"Give an argument: without one the helper deletes the job." : L""});
 }
 
 Work WorkOf(const JobRemoval& removal, const Options&, Hold) {

@@ -1,26 +1,187 @@
+#include <algorithm>
 #include <boost/lexical_cast/try_lexical_convert.hpp>
+#include <boost/property_tree/ptree.hpp>
 #include <cstdio>
+#include <initializer_list>
 #include <map>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "corekit/text.h"
 #include "inifile/ini_parser.h"
+#include "uaclient/copies.h"
 #include "uaclient/file_access.h"
 #include "uaclient/jobs.h"
-#include "uaclient/list_reading.h"
 #include "uaclient/path.h"
-#include "uaclient/work.h"
+#include "uaclient/words.h"
+#include "uactask/operation_list.h"
 #include "uactask/task_file.h"
 #include "uactask/task_file_op.h"
 #include "uactask/task_scheduler.h"
+#include "xmlstore/document.h"
+#include "xmlstore/nesting.h"
+#include "xmlstore/xml_parse.h"
 
 namespace uaclient {
 namespace {
 
+using boost::property_tree::ptree;
 using Task = UACTaskScheduler;
+
+// What is found in a file, on its way into the report.
+struct FileFindings {
+  using Parts = std::initializer_list<std::wstring>;
+
+  // Line 0 means no line; an empty text is no finding. The helper fails because of an error.
+  void Add(Severity severity, std::size_t line, std::wstring text) {
+    if (text.empty()) return;
+    report.helperFails |= severity == Severity::kError;
+    report.findings.push_back({severity, std::move(text), file, line});
+  }
+  void Warn(std::size_t line, const std::wstring& text, Parts parts = {}) {
+    Add(Severity::kWarning, line, Filled(text, parts));
+  }
+  void Fail(std::size_t line, const std::wstring& text, Parts parts = {}) {
+    Add(Severity::kError, line, Filled(text, parts));
+  }
+
+  std::wstring file;
+  Report& report;
+};
+
+constexpr char kAttributes[] = "<xmlattr>";
+
+std::wstring ShownUtf8(const std::string& text) { return Shown(Utf8ToWide(text)); }
+
+// The lines in which the elements and comments of the first "task" of the first "root" begin.
+std::vector<std::size_t> ItemLines(const char* text) {
+  std::vector<std::size_t> lines;
+  const char* counted = text;
+  std::size_t line = 1;
+  bool inRoot = false;
+  bool inTask = false;
+  NodeScanner scanner(text);
+  for (XmlNode node; scanner.Next(node) && (!inTask || node.depth >= 3);) {
+    line += static_cast<std::size_t>(std::count(counted, node.start, '\n'));
+    counted = node.start;
+    if (node.depth == 1) inRoot = node.name == kRootElement;
+    if (node.depth == 2) inTask = inRoot && node.name == kTaskElement;
+    if (node.depth == 3 && inTask) lines.push_back(line);
+  }
+  return lines;
+}
+
+void CheckAttributes(const ptree& attributes, std::size_t line, FileFindings& found) {
+  const auto& names = OperationFieldNames();
+  const auto isThere = [&](const auto& field) { return attributes.count(field.second) != 0; };
+  if (attributes.size() != names.size() || !std::all_of(names.begin(), names.end(), isThere)) {
+    std::wstring present;
+    for (const auto& attribute : attributes) present += L" " + ShownUtf8(attribute.first);
+    found.Warn(line,
+               L"The item has the attributes{}, but the helper reads \"key\", \"src\", \"dec\" and "
+               L"\"type\". It takes {} for one that is missing.",
+               {present, ShownUtf8(kMissingField)});
+  }
+  const std::string type = attributes.get(names.at(kTypeField), std::string(kFileType));
+  if (type != kFolderType && type != kFileType) {
+    found.Warn(line, L"The type {} means a file. Write \"dir\" or \"file\", in lower case.",
+               {ShownUtf8(type)});
+  }
+}
+
+// The lines of the items that count, by key.
+using Items = std::map<std::string, std::size_t>;
+
+Items ReadElements(const ptree& list, const std::vector<std::size_t>& lines, FileFindings& found) {
+  Items items;
+  auto next = lines.begin();
+  for (const auto& [name, element] : list) {
+    if (name == kAttributes) continue;
+    const std::size_t line = next == lines.end() ? 0 : *next++;
+    const auto attributes = element.get_child_optional(kAttributes);
+    if (!attributes || name.find('.') != std::string::npos) {
+      found.Fail(line,
+                 L"{} is a comment, has no attributes, or has a dot in its name, so the helper "
+                 L"refuses the list. Rename or remove it.",
+                 {ShownUtf8(name)});
+      continue;
+    }
+    CheckAttributes(*attributes, line, found);
+    const std::string key =
+        attributes->get(OperationFieldNames().at(kKeyField), std::string(kMissingField));
+    const auto [first, isNew] = items.try_emplace(key, line);
+    if (isNew) continue;
+    found.report.leavesOut = true;
+    found.Warn(line, L"The key {} is in line {} already, so this item is left out. Change it.",
+               {ShownUtf8(key), std::to_wstring(first->second)});
+  }
+  return items;
+}
+
+// Of keys that look like numbers a larger one should not come first.
+void CheckOrder(const Items& items, FileFindings& found) {
+  std::string before;
+  for (const auto& [key, line] : items) {
+    const bool areNumbers = (before + key).find_first_not_of("0123456789") == std::string::npos;
+    if (areNumbers && !key.empty() && before.size() > key.size() && before[0] != '0') {
+      return found.Warn(line, L"The key {} comes after {}, as text. Use keys of equal length.",
+                        {ShownUtf8(key), ShownUtf8(before)});
+    }
+    before = key;
+  }
+}
+
+// `operations` are in the order of the keys, as the items are.
+void SurveyItems(const Items& items, const std::vector<Operation>& operations,
+                 const Options& options, Work& work, FileFindings& found) {
+  std::vector<Copy> copies;
+  std::vector<std::size_t> lines;
+  for (const auto& [key, line] : items) {
+    const Operation& operation = operations[lines.size()];
+    lines.push_back(line);
+    Copy& copy = copies.emplace_back();
+    if (operation.isFolder) copy.kind = CopyItem::Kind::kReplaceFolder;
+    copy.source = Utf8ToWide(operation.source);
+    copy.destination = Utf8ToWide(operation.destination);
+  }
+  Work surveyed = SurveyCopies(std::move(copies), Origin::kList, options);
+  for (const Finding& finding : surveyed.result.report.findings) {
+    found.Add(finding.severity, lines[finding.item], finding.text);
+  }
+  found.report.steps = std::move(surveyed.result.report.steps);
+  work.copies = std::move(surveyed.copies);
+  work.claims = std::move(surveyed.claims);
+}
+
+// Reads the list in `work`, which stands in this file, and adds to the work.
+void ReadList(const std::wstring& file, const Options& options, Work& work) {
+  const char* const text = work.list.c_str();  // like the helper's, it ends at a NUL
+  FileFindings found{file, work.result.report};
+  XMLParse store;
+  DocumentError why;
+  if (!ParseDocument(text, store.GetTree(), &why)) {
+    return found.Fail(why.line, L"The helper cannot read this: {}. Write well-formed XML in UTF-8.",
+                      {Utf8ToWide(why.message)});
+  }
+  const ptree& document = store.GetTree();
+  const auto list = document.get_child_optional(kOperationListPath);
+  if (!list) {
+    return found.Fail(0, L"There is no \"task\" in a \"root\". Write <root><task>…</task></root>.");
+  }
+  if (document.count(kRootElement) + document.get_child(kRootElement).count(kTaskElement) > 2) {
+    found.report.leavesOut = true;
+    found.Warn(0, L"Only the first \"task\" in the first \"root\" is read. Put all items there.");
+  }
+  const Items items = ReadElements(*list, ItemLines(text), found);
+  const auto operations = ReadOperationList(store);
+  if (!operations) return;  // because of what has been named
+  if (items.empty()) found.Warn(0, L"The list is empty, so nothing is copied. Add an item.");
+  CheckOrder(items, found);
+  SurveyItems(items, *operations, options, work, found);
+}
 
 constexpr std::int32_t kType = -1;  // beside the parameters
 
@@ -46,12 +207,7 @@ bool IsStartBoundary(const std::string& text) {
 // Goes through a task file by the helper's own parser.
 class TaskReader {
  public:
-  TaskReader(FileFindings& found, Work& work) : found_(found), work_(work) {
-    for (std::int32_t param = kType; param <= UACTaskFileOp::kXmlPath; ++param) {
-      entries_[KeyOf(param)];
-      knownKeys_ += (param == kType ? L"" : L", ") + ShownBytes(KeyOf(param));
-    }
-  }
+  TaskReader(FileFindings& found, Work& work) : found_(found), work_(work) {}
 
   void Read(const Options& options) {
     try {
@@ -76,16 +232,16 @@ class TaskReader {
     std::string value;
   };
 
-  const Entry& Get(std::int32_t param) const { return entries_.at(KeyOf(param)); }
-  std::size_t Line(std::int32_t param) const { return Get(param).line; }
-  std::wstring Text(std::int32_t param) const { return FromHelper(Get(param).value); }
-  std::optional<std::int32_t> Number(std::int32_t param) const {
+  const Entry& Get(std::int32_t param) { return entries_[KeyOf(param)]; }
+  std::size_t Line(std::int32_t param) { return Get(param).line; }
+  std::wstring Text(std::int32_t param) { return FromHelper(Get(param).value); }
+  std::optional<std::int32_t> Number(std::int32_t param) {
     std::int32_t number = 0;
     const bool isNumber = boost::conversion::try_lexical_convert(Get(param).value, number);
     return isNumber ? std::optional(number) : std::nullopt;
   }
 
-  // Names a value that is not right. It deletes the job unless the helper fails ahead of that.
+  // Names a value that is not right. Because of one that is no error the job is deleted.
   bool Must(std::int32_t param, bool isRight, Severity severity, const wchar_t* wanted) {
     if (isRight) return true;
     const auto& [line, value] = Get(param);
@@ -98,7 +254,7 @@ class TaskReader {
 
   // Throws std::out_of_range where the helper cannot read the file.
   void ReadLines() {
-    constexpr std::size_t kMaxNamed = 100;  // with so many odd lines it is no task file
+    constexpr std::size_t kMaxNamed = 20;  // with so many odd lines it is no task file
     if (work_.task.find('\0') != std::string::npos) {
       found_.Warn(1, L"The file is in UTF-16 or holds NUL bytes. Save it in the code page.");
       oddLines_ = kMaxNamed;
@@ -134,18 +290,19 @@ class TaskReader {
 
   std::wstring ReadEntry(const IniRecord& record) {
     const std::wstring key = ShownBytes(record.Key);
-    const auto entry = entries_.find(std::string(record.Key));
     const bool isComment = record.Commented != ' ';
     const bool isInTask = record.Section == kTaskSection;
-    const bool isKnown = entry != entries_.end();
+    const bool isKnown =
+        record.Key == kTypeKey || std::count(kParamKeys.begin(), kParamKeys.end(), record.Key) != 0;
     if (!isInTask || !isKnown) {
       if (isComment || (!isInTask && !isKnown)) return {};
-      return key + L" is an unknown key here. In \"[Task]\" the helper reads " + knownKeys_ + L".";
+      std::wstring known = ShownBytes(kTypeKey);
+      for (const char* param : kParamKeys) known += L", " + ShownBytes(param);
+      return key + L" is an unknown key here. In \"[Task]\" the helper reads " + known + L".";
     }
-    auto& [first, value] = entry->second;
+    auto& [first, value] = entries_[std::string(record.Key)];
     if (first != 0) {
-      return key + L" is in line " + std::to_wstring(first) +
-             L" already, which counts. Remove one.";
+      return key + L" is in line " + std::to_wstring(first) + L" too, which counts. Remove one.";
     }
     first = line_;
     value = record.Value;
@@ -163,12 +320,10 @@ class TaskReader {
     job.job = Text(Task::kTaskName);
     job.isDeletion = Text(Task::kExeArguments).empty();
     found_.Warn(Line(Task::kTaskName), JobNameFault(L"\"task_name\"", job.job));
-    bool isRead = true;
     for (const auto param : {Task::kTimeType, Task::kTimeWeekday, Task::kTimeMonthday}) {
-      isRead &= Must(param, Number(param).has_value(), Severity::kError,
-                     L"a number, also to delete a job");
+      Must(param, Number(param).has_value(), Severity::kError, L"a number, also to delete a job");
     }
-    if (!isRead) return;  // the helper fails before it does anything
+    if (found_.report.helperFails) return;  // before it does anything
     work_.result.report.steps.push_back(job.isDeletion ? ReadDeletion(job.job)
                                                        : ReadRegistration(job.job));
   }
@@ -193,8 +348,7 @@ class TaskReader {
     bool isGood = Must(Task::kTimeType, kind >= Task::kDaily && kind <= Task::kMonthly,
                        Severity::kError, L"2 (daily), 3 (weekly) or 4 (monthly)");
     isGood &= Must(days, !isGood || !rhythm.empty(), Severity::kHarmful,
-                   L"a sum of days, 1 for Sunday up to 64 for Saturday, or 1 for day 1, 2 for day "
-                   L"2, 4 for day 3 and so on");
+                   L"a sum of days: 1 for Sunday or day 1, 2 for Monday or day 2, 4 and so on");
     isGood &= Must(Task::kRuntime, IsStartBoundary(Get(Task::kRuntime).value), Severity::kHarmful,
                    L"a date and time such as 2026-01-31T08:00:00");
     if (!isGood) return DeletionStep(name, L" and registers none");
@@ -203,18 +357,16 @@ class TaskReader {
   }
 
   void ReadListPath(const Options& options) {
-    const std::size_t line = Line(UACTaskFileOp::kXmlPath);
-    const std::wstring path = Text(UACTaskFileOp::kXmlPath);
-    if (!Must(UACTaskFileOp::kXmlPath, !path.empty(), Severity::kError, L"the list's whole path")) {
-      return;
-    }
+    constexpr std::int32_t kPath = UACTaskFileOp::kXmlPath;
+    const std::wstring path = Text(kPath);
+    if (!Must(kPath, !path.empty(), Severity::kError, L"the list's whole path")) return;
     std::wstring full;
     const std::wstring fault = PathFault(path, {}, full);
-    found_.Add(full.empty() ? Severity::kHarmful : Severity::kWarning, line, fault);
-    found_.Add(Severity::kHarmful, line, DriveFault(full));
+    found_.Add(full.empty() ? Severity::kHarmful : Severity::kWarning, Line(kPath), fault);
+    found_.Add(Severity::kHarmful, Line(kPath), DriveFault(full));
     WholeFile file = ReadWhole(path, GENERIC_READ, kShareAll);
     if (!file.fault.empty()) {
-      return found_.Fail(line, L"The list {}{}", {Shown(path), file.fault});
+      return found_.Fail(Line(kPath), L"The list {}{}", {Shown(path), file.fault});
     }
     work_.list = std::move(file.bytes);
     ReadList(path, options, work_);
@@ -224,10 +376,9 @@ class TaskReader {
   Work& work_;
   IniParser parser_;
   std::size_t line_ = 0;
-  std::map<std::string, Entry> entries_;  // one for each key that the helper knows
-  std::wstring knownKeys_;
-  std::string sections_;      // all headers
-  std::size_t oddLines_ = 0;  // that are not what they seem
+  std::map<std::string, Entry> entries_;  // by key
+  std::string sections_;                  // all headers
+  std::size_t oddLines_ = 0;              // that are not what they seem
 };
 
 }  // namespace
@@ -250,12 +401,10 @@ Work WorkOf(const TaskFile& task, const Options& options, Hold hold) {
     found.Add(Severity::kHarmful, 0, DriveFault(FullPath(path)));
     TaskReader(found, work).Read(options);
   }
-  const auto place = [&](const Finding& finding) {
-    return std::pair(finding.file != path, finding.line);
+  const auto isBefore = [&](const Finding& left, const Finding& right) {
+    return std::pair(left.file != path, left.line) < std::pair(right.file != path, right.line);
   };
-  std::stable_sort(
-      report.findings.begin(), report.findings.end(),
-      [&](const Finding& left, const Finding& right) { return place(left) < place(right); });
+  std::stable_sort(report.findings.begin(), report.findings.end(), isBefore);
   return work;
 }
 

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "corekit/text.h"
+#include "uaclient/win32.h"
 
 namespace uaclient {
 namespace {
@@ -72,12 +73,10 @@ std::wstring SystemMessage(DWORD error) {
   return message.empty() ? L"Error " + number + L"." : message + L" (error " + number + L").";
 }
 
-std::string ForHelper(const std::wstring& text) {
-  return corekit::WideToCodePage(text, SystemCodePage());
-}
+std::string ForHelper(const std::wstring& text) { return WideToCodePage(text, SystemCodePage()); }
 
 std::wstring FromHelper(const std::string& bytes) {
-  return corekit::CodePageToWide(bytes, SystemCodePage());
+  return CodePageToWide(bytes, SystemCodePage());
 }
 
 bool HelperReads(const std::wstring& text) { return FromHelper(ForHelper(text)) == text; }
