@@ -31,7 +31,9 @@ std::wstring ClaimsFolder() {
 }
 
 std::wstring Record(wchar_t kind, const std::wstring& first, const std::wstring& second) {
-  return std::wstring(1, kind) + L"|" + first + L"|" + second + L"\n";
+  std::wstring record = std::wstring(1, kind) + L"|" + first + L"|" + second;
+  std::replace(record.begin(), record.end(), L'\n', L'?');  // in a path of somebody's list
+  return record + L"\n";
 }
 
 // "0" where that cannot be read.

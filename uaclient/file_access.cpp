@@ -6,7 +6,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <cstring>
 #include <future>
 #include <memory>
 #include <vector>
@@ -68,21 +67,20 @@ Equality Compare(const std::wstring& first, const std::wstring& second, const Ti
   }
   // Large enough for the whole of a small file, and to see its end.
   const auto most = static_cast<DWORD>(std::min<LONGLONG>(size.QuadPart + 1, kChunk));
-  const std::unique_ptr<char[]> firstChunk(new char[most]);
-  const std::unique_ptr<char[]> secondChunk(new char[most]);
+  std::string firstChunk;
+  std::string secondChunk;
+  const auto read = [most](const Handle& file, std::string& chunk) {
+    DWORD length = 0;
+    chunk.resize(most);
+    const bool isRead = ReadFile(file.get(), chunk.data(), most, &length, nullptr) != FALSE;
+    chunk.resize(length);
+    return isRead;
+  };
   for (;;) {
     if (tick && !tick()) return Equality::kStopped;
-    DWORD firstLength = 0;
-    DWORD secondLength = 0;
-    if (!ReadFile(firstFile.get(), firstChunk.get(), most, &firstLength, nullptr) ||
-        !ReadFile(secondFile.get(), secondChunk.get(), most, &secondLength, nullptr)) {
-      return Equality::kNotRead;
-    }
-    if (firstLength != secondLength ||
-        std::memcmp(firstChunk.get(), secondChunk.get(), firstLength) != 0) {
-      return Equality::kDifferent;
-    }
-    if (firstLength < most) return Equality::kEqual;
+    if (!read(firstFile, firstChunk) || !read(secondFile, secondChunk)) return Equality::kNotRead;
+    if (firstChunk != secondChunk) return Equality::kDifferent;
+    if (firstChunk.size() < most) return Equality::kEqual;
   }
 }
 
@@ -92,11 +90,9 @@ void InParallel(std::size_t count, const std::function<void(std::size_t)>& work,
   const auto workOn = [&] {
     for (std::size_t i = next++; i < count; i = next++) work(i);
   };
-  std::vector<std::future<void>> threads;
+  std::vector<std::future<void>> threads(std::min(kThreads, count));
   const std::shared_ptr<void> end(nullptr, [&](void*) { next = count; });  // then they are joined
-  while (threads.size() < std::min(kThreads, count)) {
-    threads.push_back(std::async(std::launch::async, workOn));
-  }
+  for (std::future<void>& thread : threads) thread = std::async(std::launch::async, workOn);
   for (std::future<void>& thread : threads) {
     while (thread.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready) {
       if (tick && !tick()) next = count;

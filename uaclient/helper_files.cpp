@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
 #include <random>
 
 #include "uaclient/file_access.h"
@@ -15,10 +16,6 @@
 namespace uaclient {
 namespace {
 
-struct LocalMemory {
-  void operator()(void* memory) const { LocalFree(memory); }
-};
-
 constexpr wchar_t kTaskName[] = L"\\task.ini";
 constexpr wchar_t kListName[] = L"\\list.xml";
 
@@ -27,12 +24,10 @@ const std::wstring kPrefix = L"uactask-";
 constexpr wchar_t kDigits[] = L"0123456789abcdef";
 constexpr std::size_t kNumberOfDigits = 32;
 
-// Leaves space for the folder and the files in it within the 259 units that a path may have.
-constexpr std::size_t kMaxTempUnits = 200;
-
-// Both as the value of a task file and as the name of one.
-bool HelperCanUse(const std::wstring& path) {
-  return HelperReads(path) && FitsTaskFile(ForHelper(path));
+// Both as the value of a task file and as the name of one, with space for the folder and the files
+// in it within the 259 units that a path may have.
+bool HelperCanUse(const std::wstring& temp) {
+  return temp.size() <= 200 && HelperReads(temp) && FitsTaskFile(ForHelper(temp));
 }
 
 [[noreturn]] void FailToMake(const std::wstring& path) {
@@ -41,9 +36,7 @@ bool HelperCanUse(const std::wstring& path) {
 }
 
 // A security descriptor for a folder and all in it. Null when the system fails.
-using Access = std::unique_ptr<void, LocalMemory>;
-
-Access OwnAccessOnly() {
+std::shared_ptr<void> OwnAccessOnly() {
   alignas(TOKEN_USER) char user[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
   DWORD size = sizeof user;
   wchar_t* sid = nullptr;
@@ -51,13 +44,13 @@ Access OwnAccessOnly() {
       !ConvertSidToStringSidW(reinterpret_cast<const TOKEN_USER*>(user)->User.Sid, &sid)) {
     return nullptr;
   }
-  const std::unique_ptr<wchar_t, LocalMemory> owner(sid);
+  const std::shared_ptr<void> freed(sid, LocalFree);
   const std::wstring list =
       std::wstring(L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FA;;;") + sid + L")";
   void* descriptor = nullptr;
   ConvertStringSecurityDescriptorToSecurityDescriptorW(list.c_str(), SDDL_REVISION_1, &descriptor,
                                                        nullptr);
-  return Access(descriptor);
+  return {descriptor, LocalFree};
 }
 
 }  // namespace
@@ -91,16 +84,13 @@ HelperFiles::HelperFiles() {
     return GetShortPathNameW(temp.c_str(), text, size);
   });
   const std::wstring fault =
-      !IsFolder(temp)               ? L"That is not the full path of a folder that exists."
-      : temp.size() > kMaxTempUnits ? L"That is longer than 200 characters."
+      !IsFolder(temp) ? L"That is not the full path of a folder that exists."
       : !HelperCanUse(folder_)
-          ? L"The system's code page lacks characters of it, or it holds a \"[\"."
+          ? L"That has more than 200 characters, or a \"[\", or one that the code page lacks."
           : DriveFault(temp);
   if (!fault.empty()) {
-    throw NotStarted{
-        L"The helper's files go into the folder that the environment variable TMP "
-        L"names: " +
-        Quoted(temp) + L". " + fault + L" Set TMP to another folder."};
+    throw NotStarted{L"TMP names the folder for the helper's files, " + Quoted(temp) + L". " +
+                     fault + L" Set TMP to another folder."};
   }
   folder_ = WithSeparator(folder_) + kPrefix;
   std::random_device random;
@@ -114,7 +104,7 @@ HelperFiles::~HelperFiles() {
 }
 
 void HelperFiles::Create(const std::string& task, const std::string& list) {
-  const Access access = OwnAccessOnly();
+  const std::shared_ptr<void> access = OwnAccessOnly();
   SECURITY_ATTRIBUTES attributes = {sizeof attributes, access.get(), FALSE};
   if (!access || !CreateDirectoryW(folder_.c_str(), &attributes)) FailToMake(folder_);
   held_.push_back(Open(folder_, FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE));

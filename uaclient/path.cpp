@@ -1,7 +1,6 @@
 #include "uaclient/path.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "corekit/text.h"
 #include "uaclient/win32.h"
@@ -11,11 +10,6 @@ namespace uaclient {
 namespace {
 
 bool IsSeparator(wchar_t c) { return c == L'\\' || c == L'/'; }
-
-bool HasDrive(const std::wstring& path) {
-  return path.size() > 1 && path[1] == L':' &&
-         ((path[0] >= L'a' && path[0] <= L'z') || (path[0] >= L'A' && path[0] <= L'Z'));
-}
 
 bool IsNetworkPath(const std::wstring& path) {
   return path.size() > 2 && IsSeparator(path[0]) && IsSeparator(path[1]) && !IsSeparator(path[2]) &&
@@ -36,12 +30,6 @@ std::wstring Plain(std::wstring path) {
   return path;
 }
 
-std::wstring SystemsFullPath(const std::wstring& path) {
-  return TextFrom([&](wchar_t* text, DWORD size) {
-    return GetFullPathNameW(path.c_str(), size, text, nullptr);
-  });
-}
-
 // `\\?\C:\x` and `\\?\UNC\server\share` as they are usually written; L"" for what is no full path.
 std::wstring Usual(std::wstring path) {
   if (path.rfind(L"\\\\?\\UNC\\", 0) == 0) path.erase(1, 6);
@@ -52,7 +40,10 @@ std::wstring Usual(std::wstring path) {
 }  // namespace
 
 bool IsAbsolute(const std::wstring& path) {
-  return IsNetworkPath(path) || (HasDrive(path) && path.size() > 2 && IsSeparator(path[2]));
+  const bool hasDrive =
+      path.size() > 2 && path[1] == L':' && IsSeparator(path[2]) &&
+      ((path[0] >= L'a' && path[0] <= L'z') || (path[0] >= L'A' && path[0] <= L'Z'));
+  return hasDrive || IsNetworkPath(path);
 }
 
 bool ListCarries(const std::wstring& text) {
@@ -74,16 +65,17 @@ std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::
            L" holds one of < > : \" | ? *, a control character or half of a surrogate pair. Rename "
            L"it.";
   }
-  full = Plain(SystemsFullPath(path));
-  if (CompareStringOrdinal(full.c_str(), -1, Plain(path).c_str(), -1, TRUE) == CSTR_EQUAL) {
-    return {};
-  }
-  const std::wstring read = std::exchange(full, FullPath(path));
-  return Quoted(path) + L" is what Windows reads as " + Quoted(read) +
+  full = FullPath(path);
+  if (full == Plain(path)) return {};
+  return Quoted(path) + L" is what Windows reads as " + Quoted(full) +
          L". Write that, or use another name.";
 }
 
-std::wstring FullPath(const std::wstring& path) { return Usual(SystemsFullPath(path)); }
+std::wstring FullPath(const std::wstring& path) {
+  return Usual(TextFrom([&](wchar_t* text, DWORD size) {
+    return GetFullPathNameW(path.c_str(), size, text, nullptr);
+  }));
+}
 
 bool IsRoot(const std::wstring& fullPath) { return fullPath.size() <= RootSize(fullPath); }
 
@@ -117,7 +109,7 @@ std::wstring FinalPath(HANDLE file) {
 }
 
 std::wstring DriveFault(const std::wstring& fullPath) {
-  if (!HasDrive(fullPath)) return {};
+  if (fullPath.find(L':') != 1) return {};
   const std::wstring drive = fullPath.substr(0, 2);
   const UINT type = GetDriveTypeW((drive + L"\\").c_str());
   if (type == DRIVE_NO_ROOT_DIR) return L"There is no drive " + drive + L". Write one that exists.";
