@@ -291,7 +291,7 @@ class Surveyor {
         ++item.step.deletedFiles;
         item.step.deletedBytes += entry.state.size;
         item.freedBytes += entry.state.size;
-        items_[at_].lastDeleted = path;
+        items_[at_].losesFiles = true;
       }
     }
     for (const TreeListing::Fault& fault : gone.faults) {
@@ -492,7 +492,7 @@ Work SurveyCopies(std::vector<Copy> copies, Origin origin, const Options& option
 Work WorkOf(const CopyPlan& plan, const Options& options, Hold) {
   std::vector<Copy> copies;
   for (const CopyItem& item : plan.Items()) {
-    copies.push_back({item.kind, item.source.wstring(), item.destination.wstring(), false, {}, {}});
+    copies.push_back({item.kind, item.source.wstring(), item.destination.wstring(), {}});
   }
   Work work = SurveyCopies(std::move(copies), Origin::kPlan, options);
   if (work.copies.empty()) {

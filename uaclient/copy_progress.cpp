@@ -24,15 +24,9 @@ std::wstring CopyProgress::Stage::Destination() const {
 }
 
 // Whether the helper is done with it: it sets a copy's time when the content is there. What looked
-// done before the start has changed only in a folder that was emptied, and that is seen by the file
-// that goes last: it is away for most of the copying.
+// done before the start does not tell.
 bool CopyProgress::IsComplete(const Stage& stage) {
-  const std::wstring& last = stage.item->lastDeleted;
-  if (last.empty() && stage.target->lookedDone) return false;
-  if (!last.empty() && emptied_.count(stage.item) == 0) {
-    if (GetFileAttributesW(last.c_str()) != INVALID_FILE_ATTRIBUTES) return false;
-    emptied_.insert(stage.item);
-  }
+  if (stage.target->lookedDone) return false;
   FileState now;
   return stage.target->isFolder
              ? IsFolder(stage.Destination())
@@ -40,14 +34,15 @@ bool CopyProgress::IsComplete(const Stage& stage) {
 }
 
 void CopyProgress::Advance(std::uint64_t bytesWritten) {
-  // What cannot be copied is never complete, nor is seen to be what looked done before; that the
-  // helper is past it shows at what comes later.
+  // What cannot be copied is never complete; that the helper is past it shows at what comes later.
   for (std::size_t before = stages_.size(); at_ != before;) {
     before = at_;
     for (std::size_t step = 1; before + step <= stages_.size(); step *= 2) {
       if (IsComplete(stages_[before + step - 1])) at_ = before + step;
     }
   }
+  // Where it has written more than what comes before a target, it is there at least.
+  while (at_ + 1 < stages_.size() && stages_[at_ + 1].bytes < bytesWritten) ++at_;
   if (at_ == stages_.size()) {
     progress_.files = progress_.allFiles;
     progress_.bytes = progress_.allBytes;

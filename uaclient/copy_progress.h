@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -32,11 +31,10 @@ class CopyProgress {
     std::wstring Destination() const;
   };
 
-  bool IsComplete(const Stage& stage);
+  static bool IsComplete(const Stage& stage);
 
   std::vector<Stage> stages_;
-  std::set<const Copy*> emptied_;  // replaced folders whose old content has gone
-  std::size_t at_ = 0;             // where the helper is
+  std::size_t at_ = 0;  // where the helper is
   Progress& progress_;
 };
 

@@ -79,7 +79,7 @@ class Judge {
       if (faults.size() > kNamedFaults) {
         reason += L" And " + std::to_wstring(faults.size() - kNamedFaults) + L" more.";
       }
-      if (!copies_[i].lastDeleted.empty()) reason += L" The folder's old content is gone.";
+      if (copies_[i].losesFiles) reason += L" The folder's old content is gone.";
     }
   }
 

@@ -40,13 +40,6 @@ void CALLBACK RemoveTraces(PTP_CALLBACK_INSTANCE, void* context, PTP_WAIT wait, 
   CloseThreadpoolWait(wait);
 }
 
-// They go when the helper has ended, if this process lives that long.
-void LeaveToHelper(std::unique_ptr<Traces> traces) {
-  Traces* const left = traces.release();
-  const PTP_WAIT wait = CreateThreadpoolWait(RemoveTraces, left, nullptr);
-  if (wait != nullptr) SetThreadpoolWait(wait, left->helper.Get(), nullptr);
-}
-
 // One run of the helper, from the check's report to what became of every item.
 class HelperRun {
  public:
@@ -58,8 +51,11 @@ class HelperRun {
     }
   }
   ~HelperRun() {
-    const bool goesOn = traces_ && traces_->helper.Get() != nullptr && !traces_->helper.HasEnded(0);
-    if (goesOn) LeaveToHelper(std::move(traces_));
+    if (!traces_ || traces_->helper.Get() == nullptr || traces_->helper.HasEnded(0)) return;
+    // They go when the helper has ended, if this process lives that long.
+    Traces* const left = traces_.release();
+    const PTP_WAIT wait = CreateThreadpoolWait(RemoveTraces, left, nullptr);
+    if (wait != nullptr) SetThreadpoolWait(wait, left->helper.Get(), nullptr);
   }
   HelperRun(const HelperRun&) = delete;
   HelperRun& operator=(const HelperRun&) = delete;
@@ -199,13 +195,10 @@ class HelperRun {
       result.status = Status::kIncomplete;
       result.reason = std::wstring(L"The helper reports success, but the job is ") +
                       (item.isDeletion ? L"still" : L"not") + L" there.";
-    } else if (now == JobState::kUnknown && !item.isDeletion) {
+    } else if (now == JobState::kUnknown && !(item.isDeletion && jobBefore_ == JobState::kThere)) {
       item.reason =
           L"The helper reports success, but this user cannot see the job. If another account "
-          L"confirmed the elevation, the job is that account's, and starts only while it is "
-          L"logged on.";
-    } else if (now == JobState::kUnknown && jobBefore_ != JobState::kThere) {
-      item.reason = L"The helper reports success, but this user could not see the job before.";
+          L"confirmed the elevation, it is that account's job.";
     }
   }
 

@@ -26,9 +26,9 @@ struct Copy {
   std::wstring destination;
 
   // What its survey finds out.
-  bool isUsable = false;  // or nothing can come of it
   std::vector<Target> targets;
-  std::wstring lastDeleted;  // the path of the file that goes last
+  bool isUsable = false;    // or nothing can come of it
+  bool losesFiles = false;  // those at the destination
 };
 
 struct Work {
