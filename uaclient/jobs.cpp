@@ -98,7 +98,7 @@ std::string TaskOf(const Job& job) {
                                       {Task::kTimeMonthday, days}});
 }
 
-Work WorkOn(const Job& job, const Step& step, std::initializer_list<std::wstring> faults) {
+Work WorkOn(const Job& job, const Step& step, Parts faults) {
   Work work;
   for (const std::wstring& fault : faults) {
     if (!fault.empty()) work.result.report.findings.push_back({Severity::kError, fault, {}});
@@ -144,7 +144,7 @@ std::wstring JobNameFault(const std::wstring& what, const std::wstring& name) {
 std::wstring ProgramFault(const std::wstring& what, const std::wstring& program) {
   const std::wstring path = Expanded(program);
   std::wstring full;
-  const std::wstring fault = PathFault(path, what, full);
+  std::wstring fault = PathFault(path, what, full);
   if (!fault.empty()) return fault;
   if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES && !IsFolder(path)) return {};
   return Fault(what, path,

@@ -15,7 +15,7 @@ std::wstring JobNameFault(const std::wstring& what, const std::wstring& name);
 // Whether the scheduler would find the program.
 std::wstring ProgramFault(const std::wstring& what, const std::wstring& program);
 
-// How often a job of this trigger kind starts, in words; L"" unless it is on days that there are.
+// How often a job of this trigger kind starts, in words; L"" when `days` are none of its days.
 std::wstring Rhythm(std::int32_t kind, std::uint32_t days);
 
 Step RegistrationStep(const std::wstring& name, const std::wstring& program,

@@ -2,7 +2,6 @@
 #include <boost/lexical_cast/try_lexical_convert.hpp>
 #include <boost/property_tree/ptree.hpp>
 #include <cstdio>
-#include <initializer_list>
 #include <map>
 #include <optional>
 #include <stdexcept>
@@ -33,8 +32,6 @@ using Task = UACTaskScheduler;
 
 // What is found in a file, on its way into the report.
 struct FileFindings {
-  using Parts = std::initializer_list<std::wstring>;
-
   // Line 0 means no line; an empty text is no finding. The helper fails because of an error.
   void Add(Severity severity, std::size_t line, std::wstring text) {
     if (text.empty()) return;

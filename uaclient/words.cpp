@@ -22,7 +22,7 @@ unsigned SystemCodePage() {
 
 }  // namespace
 
-std::wstring Filled(std::wstring text, std::initializer_list<std::wstring> parts) {
+std::wstring Filled(std::wstring text, Parts parts) {
   std::size_t at = 0;
   for (const std::wstring& part : parts) {
     at = text.find(L"{}", at);

@@ -10,8 +10,10 @@
 
 namespace uaclient {
 
+using Parts = std::initializer_list<std::wstring>;
+
 // The text with each "{}" replaced by the next part; parts that are left over are not needed.
-std::wstring Filled(std::wstring text, std::initializer_list<std::wstring> parts);
+std::wstring Filled(std::wstring text, Parts parts);
 
 std::wstring Quoted(const std::wstring& text);
 
