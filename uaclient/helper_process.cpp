@@ -15,16 +15,6 @@
 namespace uaclient {
 namespace {
 
-// What other threads send to this thread's windows is answered meanwhile, also where nobody fetches
-// its messages: the elevation prompt belongs to one of them, and would wait for this thread.
-void WaitAndAnswer(HANDLE handle) {
-  while (MsgWaitForMultipleObjects(1, &handle, FALSE, INFINITE, QS_SENDMESSAGE) ==
-         WAIT_OBJECT_0 + 1) {
-    MSG message;
-    PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
-  }
-}
-
 // It changes the process's current directory for a moment, so one at a time.
 std::mutex shellMutex;
 
@@ -73,7 +63,14 @@ DWORD HelperProcess::StartByShell(const std::wstring& program, const std::wstrin
     if (SUCCEEDED(com)) CoUninitialize();
     SetEvent(ended.get());
   });
-  WaitAndAnswer(ended.get());
+  // What other threads send to this thread's windows is answered meanwhile, also where nobody
+  // fetches its messages: the elevation prompt belongs to one of them, and would wait for this
+  // thread.
+  const HANDLE end = ended.get();
+  while (MsgWaitForMultipleObjects(1, &end, FALSE, INFINITE, QS_SENDMESSAGE) == WAIT_OBJECT_0 + 1) {
+    MSG message;
+    PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
+  }
   shell.join();
   process_ = Handle(start.hProcess);
   return error == ERROR_SUCCESS && !process_ ? ERROR_INVALID_HANDLE : error;
