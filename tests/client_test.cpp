@@ -6,7 +6,6 @@
 #include <aclapi.h>
 #include <objbase.h>
 #include <sddl.h>
-#include <tlhelp32.h>
 
 #include <fstream>
 #include <future>
@@ -232,7 +231,7 @@ TEST_F(Client, CarriesOutManyItemsInTheirOrderAndShowsHowFarItIs) {
   EXPECT_EQ(arrived, 1000U) << "the last report is of what has arrived";
 }
 
-// A program in the helper's place that does nothing until it is killed.
+// A program in the helper's place that does nothing until it is told to end.
 class HangingHelper : public Client {
  protected:
   HangingHelper() {
@@ -240,22 +239,19 @@ class HangingHelper : public Client {
     WriteFileBytes(folder_ / "a", "a");
     plan_.File(At("a"), At("b"));
   }
-  static bool KillHelper() {
-    const Handle all(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
-    PROCESSENTRY32W entry = {};
-    entry.dwSize = sizeof entry;
-    bool killed = false;
-    for (BOOL more = Process32FirstW(all.get(), &entry); more;
-         more = Process32NextW(all.get(), &entry)) {
-      if (_wcsicmp(entry.szExeFile, L"hanging_helper.exe") != 0 ||
-          entry.th32ParentProcessID != GetCurrentProcessId()) {
-        continue;
-      }
-      const Handle helper(OpenProcess(PROCESS_TERMINATE, FALSE, entry.th32ProcessID));
-      killed = TerminateProcess(helper.get(), 0xC0000005) != FALSE;
+  void EndHelper() const {
+    for (const auto& folder : std::filesystem::directory_iterator(tempPath_)) {
+      std::ofstream(folder.path() / L"task.ini.end");
     }
-    return killed;
   }
+  // Nothing but the lock is left beside the claims.
+  void AwaitNoClaims() const {
+    using Iterator = std::filesystem::directory_iterator;
+    for (int i = 0; i < 500 && std::distance(Iterator(claims_), Iterator()) > 1; ++i) Sleep(20);
+  }
+
+  const std::filesystem::path claims_ =
+      std::filesystem::path(KnownFolder(FOLDERID_LocalAppData)) / L"uactask";
 };
 
 // Its files go when it has ended. Meanwhile nobody else is let into its places, whoever waits.
@@ -278,13 +274,15 @@ TEST_F(HangingHelper, IsLeftToItself) {
       EXPECT_THAT(WideToUtf8(refused.reason), HasSubstr("Another run is at work there"));
     }
     EXPECT_EQ(uaclient::Run(apart).status, Status::kDone);
-    EXPECT_TRUE(KillHelper());
+    EndHelper();
+    AwaitNoClaims();
   }
   options_.progress = [](const Progress& now) {
     return now.elapsed.count() == 0 ? true : throw std::runtime_error("enough");
   };
   EXPECT_THROW(uaclient::Run(plan_, options_), std::runtime_error);
-  EXPECT_TRUE(KillHelper());
+  EndHelper();
+  AwaitNoClaims();
   EXPECT_EQ(uaclient::Run(other).status, Status::kDone) << "the claim has gone with the helper";
 }
 
@@ -303,9 +301,10 @@ std::wstring AccessOf(std::wstring folder) {
 
 // Meanwhile nobody can put other files in the place of those that it has been given, and nobody
 // else can read them.
-TEST_F(HangingHelper, IsKilled) {
-  options_.progress = [this](const Progress& now) {
-    if (now.comparing || now.elapsed.count() == 0) return true;
+TEST_F(HangingHelper, EndsAbnormally) {
+  bool hasEnded = false;
+  options_.progress = [&](const Progress& now) {
+    if (hasEnded || now.elapsed.count() == 0) return true;
     for (const auto& folder : std::filesystem::directory_iterator(tempPath_)) {
       EXPECT_FALSE(MoveFileW(folder.path().c_str(), (tempPath_ / L"other").c_str()));
       EXPECT_FALSE(std::ofstream(folder.path() / L"list.xml"));
@@ -313,7 +312,8 @@ TEST_F(HangingHelper, IsKilled) {
       EXPECT_TRUE(std::regex_match(AccessOf(folder.path().wstring()), ownOnly))
           << AccessOf(folder.path().wstring());
     }
-    return KillHelper();
+    EndHelper();
+    return hasEnded = true;
   };
   EXPECT_THAT(RunPlan(Status::kFailed), ElementsAre(HasSubstr("It is missing")));
   EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("ended abnormally, with exit code 0xC0000005"));
@@ -328,8 +328,7 @@ TEST_F(HangingHelper, IsKilled) {
   };
   const std::filesystem::path left = leave(L"uactask-" + std::wstring(32, L'a'));
   const std::filesystem::path own = leave(L"uactask-demo");
-  const std::filesystem::path claim =
-      std::filesystem::path(KnownFolder(FOLDERID_LocalAppData)) / L"uactask" / L"test.claim";
+  const std::filesystem::path claim = claims_ / L"test.claim";
   for (const std::filesystem::path& folder : {left, own}) {
     std::ofstream(claim, std::ios::binary)
         << "h|" << WideToUtf8(folder.wstring()) << "|\np|4294967295|1\n";

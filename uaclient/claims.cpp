@@ -129,9 +129,8 @@ void RunClaim::Take(const std::vector<Claimed>& places, const std::wstring& help
   const std::wstring folder = ClaimsFolder();
   // One run of this user at a time reads and writes here, in whatever session and with whatever
   // rights: the file is open for one process alone.
-  const Handle lock = folder.empty()
-                          ? Handle()
-                          : OpenPatiently(folder + L"\\lock", GENERIC_WRITE, 0, OPEN_ALWAYS, 500);
+  const Handle lock =
+      folder.empty() ? Handle() : Open(folder + L"\\lock", GENERIC_WRITE, 0, OPEN_ALWAYS, 500);
   if (!lock) {
     throw NotStarted{
         L"It is not known whether another run is at work there, because no file can be made in " +

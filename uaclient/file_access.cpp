@@ -45,19 +45,9 @@ std::wstring DeletionFault(const std::wstring& fullPath) {
   return Fault(fullPath, DELETE, kReadWrite);
 }
 
-Handle OpenPatiently(const std::wstring& path, DWORD access, DWORD share, DWORD creation,
-                     int retries) {
-  Handle file = Open(path, access, share, creation);
-  for (; !file && GetLastError() == ERROR_SHARING_VIOLATION && retries > 0; --retries) {
-    Sleep(20);
-    file = Open(path, access, share, creation);
-  }
-  return file;
-}
-
 Equality Compare(const std::wstring& first, const std::wstring& second, const Tick& tick) {
   const auto open = [](const std::wstring& fullPath) {  // a virus scanner holds a new file a moment
-    return OpenPatiently(Verbatim(fullPath), GENERIC_READ, kShareAll, OPEN_EXISTING, 25);
+    return Open(Verbatim(fullPath), GENERIC_READ, kShareAll, OPEN_EXISTING, 25);
   };
   const Handle firstFile = open(first);
   const Handle secondFile = open(second);

@@ -15,43 +15,12 @@
 namespace uaclient {
 namespace {
 
-// What other threads send to this thread's windows is answered meanwhile, also where nobody fetches
-// its messages: the elevation prompt belongs to one of them, and would wait for this thread.
-void WaitAndAnswer(HANDLE handle) {
-  while (MsgWaitForMultipleObjects(1, &handle, FALSE, INFINITE, QS_SENDMESSAGE) ==
-         WAIT_OBJECT_0 + 1) {
-    MSG message;
-    PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
-  }
-}
-
 // It changes the process's current directory for a moment, so one at a time.
 std::mutex shellMutex;
 
-}  // namespace
-
-BOOL(*ShellExecuteForHelper)
-(SHELLEXECUTEINFOW*) = [](SHELLEXECUTEINFOW* start) { return ShellExecuteExW(start); };
-
-void HelperProcess::Start(const std::wstring& program, const std::wstring& taskFile, void* owner) {
-  std::wstring fault = DriveFault(program);
-  if (fault.empty()) {
-    const DWORD error =
-        IsElevated() ? StartDirectly(program, taskFile) : StartByShell(program, taskFile, owner);
-    if (error == ERROR_SUCCESS) return;
-    if (error == ERROR_CANCELLED) {
-      throw NotStarted{L"The elevation was refused. Nothing was done.", Status::kRefused};
-    }
-    fault = SystemMessage(error);
-    if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) {
-      fault += L" Put it beside the calling program, or write its path into the options.";
-    }
-  }
-  throw NotStarted{L"The helper " + Quoted(program) + L" could not be started: " + fault};
-}
-
-DWORD HelperProcess::StartByShell(const std::wstring& program, const std::wstring& taskFile,
-                                  void* owner) {
+// Both give 0, or the system's error.
+DWORD StartByShell(const std::wstring& program, const std::wstring& taskFile, void* owner,
+                   Handle& process) {
   const std::wstring parameters = Quoted(taskFile);
   const std::wstring directory = ParentOf(program);
   SHELLEXECUTEINFOW start = {};
@@ -73,17 +42,25 @@ DWORD HelperProcess::StartByShell(const std::wstring& program, const std::wstrin
     if (SUCCEEDED(com)) CoUninitialize();
     SetEvent(ended.get());
   });
-  WaitAndAnswer(ended.get());
+  // What other threads send to this thread's windows is answered meanwhile, also where nobody
+  // fetches its messages: the elevation prompt belongs to one of them, and would wait for this
+  // thread.
+  const HANDLE end = ended.get();
+  while (MsgWaitForMultipleObjects(1, &end, FALSE, INFINITE, QS_SENDMESSAGE) == WAIT_OBJECT_0 + 1) {
+    MSG message;
+    PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE | PM_QS_SENDMESSAGE);
+  }
   shell.join();
-  process_ = Handle(start.hProcess);
-  return error == ERROR_SUCCESS && !process_ ? ERROR_INVALID_HANDLE : error;
+  process = Handle(start.hProcess);
+  return error == ERROR_SUCCESS && !process ? ERROR_INVALID_HANDLE : error;
 }
 
-DWORD HelperProcess::StartDirectly(const std::wstring& program, const std::wstring& taskFile) {
+DWORD StartDirectly(const std::wstring& program, const std::wstring& taskFile, Handle& process,
+                    Handle& output) {
   HANDLE reader = nullptr;
   HANDLE writer = nullptr;
   if (!CreatePipe(&reader, &writer, nullptr, 0)) return GetLastError();
-  output_ = Handle(reader);
+  output = Handle(reader);
   const Handle helpersEnd(writer);
 
   // It inherits this one handle, whatever else the application holds or other threads start.
@@ -103,15 +80,37 @@ DWORD HelperProcess::StartDirectly(const std::wstring& program, const std::wstri
 
   // Without a console, which would cost it a process of its own.
   std::wstring command = Quoted(program) + L" " + Quoted(taskFile);
-  PROCESS_INFORMATION process = {};
+  PROCESS_INFORMATION started = {};
   const bool isStarted = CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, TRUE,
                                         DETACHED_PROCESS | EXTENDED_STARTUPINFO_PRESENT, nullptr,
-                                        ParentOf(program).c_str(), &startup.StartupInfo, &process);
+                                        ParentOf(program).c_str(), &startup.StartupInfo, &started);
   const DWORD error = isStarted ? ERROR_SUCCESS : GetLastError();
   DeleteProcThreadAttributeList(list);
-  process_ = Handle(process.hProcess);
-  const Handle thread(process.hThread);
+  process = Handle(started.hProcess);
+  const Handle thread(started.hThread);
   return error;
+}
+
+}  // namespace
+
+BOOL(*ShellExecuteForHelper)
+(SHELLEXECUTEINFOW*) = [](SHELLEXECUTEINFOW* start) { return ShellExecuteExW(start); };
+
+void HelperProcess::Start(const std::wstring& program, const std::wstring& taskFile, void* owner) {
+  std::wstring fault = DriveFault(program);
+  if (fault.empty()) {
+    const DWORD error = IsElevated() ? StartDirectly(program, taskFile, process_, output_)
+                                     : StartByShell(program, taskFile, owner, process_);
+    if (error == ERROR_SUCCESS) return;
+    if (error == ERROR_CANCELLED) {
+      throw NotStarted{L"The elevation was refused. Nothing was done.", Status::kRefused};
+    }
+    fault = SystemMessage(error);
+    if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) {
+      fault += L" Put it beside the calling program, or write its path into the options.";
+    }
+  }
+  throw NotStarted{L"The helper " + Quoted(program) + L" could not be started: " + fault};
 }
 
 DWORD HelperProcess::ExitCode() const {

@@ -36,10 +36,6 @@ class HelperProcess {
   std::wstring Output() const;
 
  private:
-  // 0, or the system's error.
-  DWORD StartDirectly(const std::wstring& program, const std::wstring& taskFile);
-  DWORD StartByShell(const std::wstring& program, const std::wstring& taskFile, void* owner);
-
   Handle process_;
   Handle output_;
 };

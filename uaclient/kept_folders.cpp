@@ -49,7 +49,8 @@ KeptFolders::KeptFolders(Folders& folders, const Options& options) {
   for (const std::wstring& path : paths) {
     if (!path.empty()) kept_.push_back(&folders.At(path));
   }
-  windows_ = &folders.At(KnownFolder(FOLDERID_Windows));
+  windows_ = &folders.At(
+      TextFrom([](wchar_t* text, DWORD size) { return GetSystemWindowsDirectoryW(text, size); }));
   profiles_ = &folders.At(KnownFolder(FOLDERID_UserProfiles));
 }
 

@@ -29,12 +29,17 @@ class Handle : public std::unique_ptr<std::remove_pointer_t<HANDLE>, HandleClose
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-// Opens a file or a folder. Whoever waits behind the name of a pipe cannot act as this user.
+// Opens a file or a folder. Tries again after 20 ms, at most so many times, while another program
+// holds it. Whoever waits behind the name of a pipe cannot act as this user.
 inline Handle Open(const std::wstring& path, DWORD access, DWORD share = kShareAll,
-                   DWORD creation = OPEN_EXISTING) {
+                   DWORD creation = OPEN_EXISTING, int retries = 0) {
   constexpr DWORD kFlags = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_SEQUENTIAL_SCAN |
                            SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
-  return Handle(CreateFileW(path.c_str(), access, share, nullptr, creation, kFlags, nullptr));
+  for (;;) {
+    Handle opened(CreateFileW(path.c_str(), access, share, nullptr, creation, kFlags, nullptr));
+    if (opened || GetLastError() != ERROR_SHARING_VIOLATION || retries-- == 0) return opened;
+    Sleep(20);
+  }
 }
 
 // Whether a folder is there, links to folders included.
