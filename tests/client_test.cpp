@@ -500,8 +500,10 @@ TEST_F(Client, SchedulesAndUnschedules) {
 class Copies : public Client {
  protected:
   Work SurveyOf(CopyItem::Kind kind, const std::string& from, const std::string& to) const {
-    return SurveyCopies({{kind, At(from).wstring(), At(to).wstring(), {}}}, Origin::kPlan,
-                        options_);
+    Work work;
+    work.copies.push_back({kind, At(from).wstring(), At(to).wstring(), {}});
+    SurveyCopies(work, Origin::kPlan, options_);
+    return work;
   }
   void Copy(const std::string& from, const std::string& to) const {
     CopyFileW(At(from).c_str(), At(to).c_str(), FALSE);

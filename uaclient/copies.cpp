@@ -36,13 +36,10 @@ std::wstring InWords(std::uint64_t files, std::uint64_t bytes) {
 
 class Surveyor {
  public:
-  Surveyor(std::vector<Copy> items, Origin origin, const Options& options)
-      : items_(std::move(items)),
-        isPlan_(origin == Origin::kPlan),
-        options_(options),
-        details_(items_.size()) {}
+  Surveyor(Work& work, Origin origin, const Options& options)
+      : work_(work), isPlan_(origin == Origin::kPlan), options_(options) {}
 
-  Work Make() {
+  void Survey() {
     const std::vector<std::size_t> order = HelpersOrder(items_);
     for (const std::size_t i : order) Locate(Select(i));
     for (const std::size_t i : order) AddItem(Select(i));
@@ -57,13 +54,9 @@ class Surveyor {
           {Severity::kError, L"The plan has more than 200000 files and folders. Split it.", {}});
     }
     if (!operations_.empty()) work_.list = FormatOperationList(operations_);
-    work_.copies = std::move(items_);
-    return std::move(work_);
   }
 
  private:
-  using Parts = std::initializer_list<std::wstring>;
-
   // What is found out about an item.
   struct Details {
     const Entry* from = nullptr;  // what is there
@@ -243,7 +236,7 @@ class Surveyor {
   void CheckFiles(const std::wstring& folder, const std::vector<TreeEntry>& entries,
                   std::wstring (*faultOf)(const std::wstring&), const wchar_t* what) {
     std::vector<std::wstring> faults(entries.size());
-    InParallel(entries.size(), [&](std::size_t i) {
+    InParallel(entries.size(), [&](std::size_t i, const Tick&) {
       const bool isFile = !entries[i].isFolder && (faultOf == ReadingFault || !entries[i].isLink);
       if (isFile) faults[i] = faultOf(Below(folder, entries[i].path));
     });
@@ -465,10 +458,12 @@ class Surveyor {
     return std::move(step);
   }
 
-  std::vector<Copy> items_;
+  Work& work_;
+  std::vector<Copy>& items_ = work_.copies;
+  Report& report_ = work_.result.report;
   const bool isPlan_;
   const Options& options_;
-  std::vector<Details> details_;
+  std::vector<Details> details_{items_.size()};
   std::size_t at_ = 0;  // the item that is looked at
   Folders folders_;
   std::optional<KeptFolders> kept_;
@@ -479,22 +474,20 @@ class Surveyor {
   std::unordered_map<std::wstring, Brought> brought_;
   std::map<std::wstring, std::int64_t> freeSpaces_;  // by drive or share
   std::vector<Operation> operations_;
-  Work work_;
-  Report& report_ = work_.result.report;
 };
 
 }  // namespace
 
-Work SurveyCopies(std::vector<Copy> copies, Origin origin, const Options& options) {
-  return Surveyor(std::move(copies), origin, options).Make();
+void SurveyCopies(Work& work, Origin origin, const Options& options) {
+  Surveyor(work, origin, options).Survey();
 }
 
 Work WorkOf(const CopyPlan& plan, const Options& options, Hold) {
-  std::vector<Copy> copies;
+  Work work;
   for (const CopyItem& item : plan.Items()) {
-    copies.push_back({item.kind, item.source.wstring(), item.destination.wstring(), {}});
+    work.copies.push_back({item.kind, item.source.wstring(), item.destination.wstring(), {}});
   }
-  Work work = SurveyCopies(std::move(copies), Origin::kPlan, options);
+  SurveyCopies(work, Origin::kPlan, options);
   if (work.copies.empty()) {
     work.result.report.findings = {
         {Severity::kError, L"The plan is empty. Add a file or a folder.", {}}};

@@ -2,8 +2,6 @@
 // wrong with it. Plans and operation lists have this in common; each tree is listed once.
 #pragma once
 
-#include <vector>
-
 #include "uaclient/work.h"
 
 namespace uaclient {
@@ -12,8 +10,8 @@ namespace uaclient {
 // a warning there. A plan is refused for it, and gets a list.
 enum class Origin { kPlan, kList };
 
-// The copies of a list are files and replaced folders only. Findings are in the order of the
-// copies, steps in the helper's.
-Work SurveyCopies(std::vector<Copy> copies, Origin origin, const Options& options);
+// Adds what the work's copies would do. Those of a list are files and replaced folders only.
+// Findings are in the order of the copies, steps in the helper's.
+void SurveyCopies(Work& work, Origin origin, const Options& options);
 
 }  // namespace uaclient

@@ -84,8 +84,6 @@ class Judge {
   }
 
  private:
-  using Parts = std::initializer_list<std::wstring>;
-
   void Fault(const wchar_t* text, Parts parts) { faults_[at_].push_back(Filled(text, parts)); }
   void Fault(const wchar_t* text, const Pair& pair) {
     const bool isNamed = faults_[at_].size() < kNamedFaults;  // to find a cause takes long
@@ -171,10 +169,9 @@ class Judge {
   void ComparePairs() {
     std::atomic<std::uint64_t> files{progress_.files};
     std::atomic<std::uint64_t> bytes{progress_.bytes};
-    std::atomic<bool> goesOn{true};
-    const auto compare = [&](std::size_t i) {
+    const auto compare = [&](std::size_t i, const Tick& tick) {
       Pair& pair = pairs_[i];
-      pair.result = Compare(pair.source, pair.destination, [&] { return goesOn.load(); });
+      pair.result = Compare(pair.source, pair.destination, tick);
       if (pair.result != Equality::kEqual) return;
       ++files;
       bytes += pair.size;
@@ -182,12 +179,7 @@ class Judge {
     const auto showProgress = [&] {
       progress_.files = files;
       progress_.bytes = bytes;
-      try {
-        return goesOn = tick_();
-      } catch (...) {
-        goesOn = false;  // or a large file would be compared to its end
-        throw;
-      }
+      return tick_();
     };
     InParallel(pairs_.size(), compare, showProgress);
     showProgress();

@@ -74,18 +74,22 @@ Equality Compare(const std::wstring& first, const std::wstring& second, const Ti
   }
 }
 
-void InParallel(std::size_t count, const std::function<void(std::size_t)>& work, const Tick& tick) {
+void InParallel(std::size_t count, const std::function<void(std::size_t, const Tick&)>& work,
+                const Tick& tick) {
   constexpr std::size_t kThreads = 4;
   std::atomic<std::size_t> next{0};
+  std::atomic<bool> isStopped{false};
+  const Tick goesOn = [&] { return !isStopped; };
   const auto workOn = [&] {
-    for (std::size_t i = next++; i < count; i = next++) work(i);
+    for (std::size_t i = next++; i < count && !isStopped; i = next++) work(i, goesOn);
   };
   std::vector<std::future<void>> threads(std::min(kThreads, count));
-  const std::shared_ptr<void> end(nullptr, [&](void*) { next = count; });  // then they are joined
+  const std::shared_ptr<void> end(nullptr,
+                                  [&](void*) { isStopped = true; });  // then they are joined
   for (std::future<void>& thread : threads) thread = std::async(std::launch::async, workOn);
   for (std::future<void>& thread : threads) {
     while (thread.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready) {
-      if (tick && !tick()) next = count;
+      if (tick && !tick()) isStopped = true;
     }
     thread.get();
   }

@@ -25,10 +25,10 @@ enum class Equality { kStopped, kEqual, kDifferent, kNotRead };
 // Compares every byte of two files.
 Equality Compare(const std::wstring& first, const std::wstring& second, const Tick& tick = {});
 
-// Calls work(i) for each number below `count`, in threads of its own, several at a time: to open a
-// file takes mostly waiting. Calls `tick` in the caller's thread meanwhile; once that returns false
-// or throws, no further work begins.
-void InParallel(std::size_t count, const std::function<void(std::size_t)>& work,
+// Calls work(i, goesOn) for each number below `count`, in threads of its own, several at a time: to
+// open a file takes mostly waiting. Calls `tick` in the caller's thread meanwhile; once that
+// returns false or throws, no further work begins and goesOn() is false.
+void InParallel(std::size_t count, const std::function<void(std::size_t, const Tick&)>& work,
                 const Tick& tick = {});
 
 struct WholeFile {

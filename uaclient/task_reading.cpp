@@ -134,23 +134,21 @@ void CheckOrder(const Items& items, FileFindings& found) {
 // `operations` are in the order of the keys, as the items are.
 void SurveyItems(const Items& items, const std::vector<Operation>& operations,
                  const Options& options, Work& work, FileFindings& found) {
-  std::vector<Copy> copies;
   std::vector<std::size_t> lines;
   for (const auto& [key, line] : items) {
     const Operation& operation = operations[lines.size()];
     lines.push_back(line);
-    Copy& copy = copies.emplace_back();
+    Copy& copy = work.copies.emplace_back();
     if (operation.isFolder) copy.kind = CopyItem::Kind::kReplaceFolder;
     copy.source = Utf8ToWide(operation.source);
     copy.destination = Utf8ToWide(operation.destination);
   }
-  Work surveyed = SurveyCopies(std::move(copies), Origin::kList, options);
-  for (const Finding& finding : surveyed.result.report.findings) {
-    found.Add(finding.severity, lines[finding.item], finding.text);
+  SurveyCopies(work, Origin::kList, options);
+  for (Finding& finding : found.report.findings) {
+    if (finding.item == Finding::kNoItem) continue;
+    finding.file = found.file;
+    finding.line = lines[std::exchange(finding.item, Finding::kNoItem)];
   }
-  found.report.steps = std::move(surveyed.result.report.steps);
-  work.copies = std::move(surveyed.copies);
-  work.claims = std::move(surveyed.claims);
 }
 
 // Reads the list in `work`, which stands in this file, and adds to the work.
