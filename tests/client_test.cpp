@@ -241,7 +241,7 @@ class HangingHelper : public Client {
   }
   void EndHelper() const {
     for (const auto& folder : std::filesystem::directory_iterator(tempPath_)) {
-      std::ofstream(folder.path() / L"task.ini.end");
+      std::ofstream(folder.path() / L"task.ini.end") << "x";
     }
   }
   // Nothing but the lock is left beside the claims.

@@ -46,6 +46,7 @@ bool IsAbsolute(const std::wstring& path) {
   return hasDrive || IsNetworkPath(path);
 }
 
+// Half of a surrogate pair does not come back from UTF-8.
 bool ListCarries(const std::wstring& text) {
   const bool hasControls =
       std::any_of(text.begin(), text.end(), [](wchar_t c) { return c < L' '; });
