@@ -23,7 +23,7 @@ class IFileOperator {
   // merged into. A missing separator at the end of either path is added. Always true.
   //
   // The item fails with nothing touched when
-  // - the source cannot be listed;
+  // - the source cannot be listed or is an empty drive;
   // - the destination is empty, not UTF-8, a drive without a separator, or ends in a name of dots
   //   and blanks only ("..", "C:/x/.");
   // - the destination is or holds the source, by whatever path, where the file system numbers its

@@ -57,7 +57,8 @@ bool CopyFileTo(const char* source, const char* destination, std::int32_t failIf
 // Copies the contents of directory `source` into the existing directory `destination`, with
 // subdirectories when `noRecursion` is 0. Both paths must end in a separator, because names are
 // appended to them as they stand. Returns true when the last subdirectory and all files after it
-// were copied, and for an empty source; false when the source cannot be listed to its end.
+// were copied, and for an empty source; false when the source cannot be listed to its end or is an
+// empty drive.
 //
 // These entries are skipped and count as failed:
 // - entries whose path would be longer than 259 UTF-16 units;

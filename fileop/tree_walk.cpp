@@ -163,7 +163,7 @@ bool CopySubdirectory(const Folder& source, const Folder& destination, const wch
 
   Source from(fromPath.text);
   const Folder to(toPath.text);
-  if (!from.IsOpen() || to.IsLink()) return false;
+  if (!from.folder.IsHeld() || to.IsLink()) return false;
   // Links behind links can multiply the tree without end.
   if (from.folder.IsLink() && mode.behindLink) return false;
   mode.behindLink = mode.behindLink || from.folder.IsLink();
@@ -229,7 +229,7 @@ bool RemoveFolder(Folder folder, std::int32_t mode, Remove removeItself) {
   bool result = false;
   {
     Listing entries(folder.Path());
-    if (!entries.IsOpen()) return false;
+    if (!entries.IsOpen() && !entries.IsComplete()) return false;
     result = RemoveEntries(folder, entries, mode);
   }
   folder.LetGo();
@@ -301,7 +301,6 @@ const WIN32_FIND_DATAW* Listing::Next() {
   return nullptr;
 }
 
-// On an empty drive nothing is found, not even ".".
 bool Listing::IsComplete() const {
   return error_ == ERROR_NO_MORE_FILES || (!IsOpen() && error_ == ERROR_FILE_NOT_FOUND);
 }

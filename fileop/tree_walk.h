@@ -51,13 +51,14 @@ class Listing {
  public:
   explicit Listing(const std::wstring& folder);
 
-  // False when the folder cannot be listed by this path.
+  // False when the folder cannot be listed by this path, and for an empty drive: nothing is found
+  // there, not even ".".
   bool IsOpen() const { return find_ != nullptr; }
 
   // The next entry except "." and "..", valid until the next call; null after the last one.
   const WIN32_FIND_DATAW* Next();
 
-  // After the last entry: false when an error has ended the listing early.
+  // After the last entry: false when an error has ended the listing early. True for an empty drive.
   bool IsComplete() const;
 
  private:
@@ -71,7 +72,8 @@ class Listing {
   DWORD error_ = ERROR_SUCCESS;
 };
 
-// A folder to copy from: held open, with its entries.
+// A folder to copy from: held open, with its entries. Not open where nothing is found, because an
+// empty drive is more likely a mistake than a source.
 struct Source {
   explicit Source(const std::wstring& path) : folder(path), entries(path) {}
   bool IsOpen() const { return folder.IsHeld() && entries.IsOpen(); }

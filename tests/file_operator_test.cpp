@@ -88,12 +88,17 @@ TEST_F(FileOperatorTest, ReplacesTheDestinationAndTouchesNoSiblings) {
 TEST_F(FileOperatorTest, ReplacesWhatIsOnADrive) {
   WriteTree(folder_ / "drive/", TreeOf("old=x, s/old=y"));
   const TestDrive drive(folder_ / "drive");
-  // Somebody stands in the folder, so that it cannot be removed any more than a drive.
   const std::filesystem::path start = std::filesystem::current_path();
-  std::filesystem::current_path(folder_ / "drive");
-  EXPECT_TRUE(Copy("../from/", drive.Name() + "/"));
-  std::filesystem::current_path(start);
-  EXPECT_EQ(ReadTree(folder_ / "drive/"), ReadTree(folder_ / "from/"));
+  for (const char* is : {"filled", "empty"}) {
+    // Somebody stands in the folder, so that it cannot be removed any more than a drive.
+    std::filesystem::current_path(folder_ / "drive");
+    EXPECT_TRUE(Copy("../from/", drive.Name() + "/")) << is;
+    EXPECT_EQ(ReadTree("./"), ReadTree("../from/")) << is;
+    RemoveTreeForSure("./");
+    std::filesystem::current_path(start);
+  }
+  EXPECT_FALSE(Copy(drive.Name() + "/", folder_ / "from/"));
+  EXPECT_FALSE(ReadTree(folder_ / "from/").empty()) << "an empty drive is no source";
 }
 
 // The current folder and the one above it are among what could be emptied.

@@ -28,7 +28,11 @@ class Lister {
       Add(below + data.cFileName, EntryOf(data), behindLink);
       return true;
     });
-    if (error != 0) tree_.faults.push_back({below.substr(0, below.size() - !below.empty()), error});
+    // On an empty drive nothing is found, not even ".". As a source the helper refuses it.
+    const bool isEmpty =
+        error == ERROR_FILE_NOT_FOUND && (links_ == Links::kNotFollowed || !below.empty());
+    if (error != 0 && !isEmpty)
+      tree_.faults.push_back({below.substr(0, below.size() - !below.empty()), error});
   }
 
  private:
