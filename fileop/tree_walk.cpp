@@ -113,7 +113,16 @@ std::optional<std::tuple<DWORD, DWORD, DWORD>> IdentityOf(HANDLE folder) {
   return std::make_tuple(info.dwVolumeSerialNumber, info.nFileIndexHigh, info.nFileIndexLow);
 }
 
-// The folder's full path, with a separator at its end; "" when there is none.
+// Both give the folder's full path, with a separator at its end: as it was given, and with all
+// links above it resolved. The latter is "" on a volume that has no drive letter and is mounted
+// nowhere.
+std::wstring FullPath(const std::wstring& folder) {
+  const DWORD size = GetFullPathNameW(folder.c_str(), 0, nullptr, nullptr);
+  std::wstring path(size, L'\0');
+  path.resize(GetFullPathNameW(folder.c_str(), size, path.data(), nullptr));
+  return path;
+}
+
 std::wstring FinalPath(HANDLE folder) {
   const DWORD size = GetFinalPathNameByHandleW(folder, nullptr, 0, FILE_NAME_OPENED);
   std::wstring path(size, L'\0');
@@ -306,14 +315,15 @@ bool Listing::IsComplete() const {
 }
 
 bool LiesIn(const std::wstring& folder, const Folder& outer) {
+  if (!outer.IsHeld()) return true;
   const auto wanted = IdentityOf(outer.Held());
   if (!wanted) return false;
   const auto open = [](const std::wstring& path, DWORD flags) {
     return OpenFolder(path, FILE_READ_ATTRIBUTES, kForEverybody, flags);
   };
-  for (const DWORD flags : {kTheLink, kItsTarget}) {
+  for (const std::wstring& path : {FullPath(folder), FinalPath(open(folder, kTheLink).get()),
+                                   FinalPath(open(folder, kItsTarget).get())}) {
     // Compares the folder and every one above it.
-    const std::wstring path = FinalPath(open(folder, flags).get());
     for (std::size_t end = path.size(); end > 1; end = path.find_last_of(L'\\', end - 2) + 1) {
       if (IdentityOf(open(path.substr(0, end), kItsTarget).get()) == wanted) return true;
     }

@@ -82,8 +82,10 @@ struct Source {
   Listing entries;
 };
 
-// Whether the folder is `outer` or lies in it, by whatever path, where the file system numbers its
-// folders. A link counts both where it stands and where it leads.
+// Whether the folder is `outer` or lies in it, by whatever path. A link counts both where it stands
+// and where it leads. True also when `outer` is not held, because nothing can be found out then;
+// false where the file system does not number its folders. On a volume that has no drive letter and
+// is mounted nowhere, only the folders that the path names are compared.
 bool LiesIn(const std::wstring& folder, const Folder& outer);
 
 // Does what CopyDirectoryTree describes. If the destination is not held, every entry fails.

@@ -104,6 +104,8 @@ TEST_F(FileOperatorTest, ReplacesWhatIsOnADrive) {
 // The current folder and the one above it are among what could be emptied.
 TEST_F(FileOperatorTest, FolderCopiesThatFailTouchNothing) {
   WriteTree(folder_.Path(), TreeOf("to/here/kept=k, other/kept=k, drive/in/kept=k"));
+  MakeFolderLink("to/here", folder_ / "link");
+  MakeFolderLink("../../from", folder_ / "to/here/link");
   const Tree before = folder_.Contents();
   const TestDrive drive(folder_ / "drive");
   const std::filesystem::path start = std::filesystem::current_path();
@@ -139,7 +141,9 @@ TEST_F(FileOperatorTest, FolderCopiesThatFailTouchNothing) {
       {from, "../../from"},
       {from, Verbatim("from")},
       {"../../from/2/", from},
-      {"../../drive/in/", drive.Name() + "/"}};
+      {"../../drive/in/", drive.Name() + "/"},
+      {"../../link/", "../../to/"},
+      {"link/", "../../to/"}};
   for (const auto& [source, destination] : cases) {
     std::filesystem::current_path(folder_ / "to/here");
     EXPECT_FALSE(Copy(source, destination)) << source << " to " << destination;
