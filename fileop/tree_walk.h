@@ -21,8 +21,9 @@ struct HandleCloser {
 using Handle = std::unique_ptr<void, HandleCloser>;
 
 // A folder that is held open, so that nobody can rename, remove or replace it. Others can still
-// list it, and create and delete entries in it. On NTFS, whoever may write its attributes can turn
-// it into a junction while it is empty: its path then leads elsewhere, but its handle does not.
+// list it, and create and delete entries in it. On NTFS, whoever may add files to it or write its
+// attributes can turn it into a junction while it is empty: its path then leads elsewhere, but its
+// handle does not.
 class Folder {
  public:
   // Where a link stands, the link itself is held.
