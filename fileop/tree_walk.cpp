@@ -2,6 +2,7 @@
 
 #include <winternl.h>
 
+#include <algorithm>
 #include <cwchar>
 #include <optional>
 #include <tuple>
@@ -73,17 +74,20 @@ Handle OpenIn(const Folder& folder, const wchar_t* name, DWORD access, DWORD sha
 }
 
 // Asks for the tag only where there is one, because FAT does not support the query.
-bool IsLinkWith(DWORD attributes, HANDLE handle) {
-  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return false;
+Link LinkWith(DWORD attributes, HANDLE handle) {
+  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return Link::kNo;
   FILE_ATTRIBUTE_TAG_INFO info = {};
-  return handle == nullptr ||
-         !GetFileInformationByHandleEx(handle, FileAttributeTagInfo, &info, sizeof info) ||
-         IsLinkTag(attributes, info.ReparseTag);
+  if (handle == nullptr ||
+      !GetFileInformationByHandleEx(handle, FileAttributeTagInfo, &info, sizeof info)) {
+    return Link::kMaybe;
+  }
+  return IsLinkTag(attributes, info.ReparseTag) ? Link::kYes : Link::kNo;
 }
 
-bool IsLinkHandle(HANDLE handle) {
+Link LinkHeldBy(HANDLE handle) {
   BY_HANDLE_FILE_INFORMATION info;
-  return !GetFileInformationByHandle(handle, &info) || IsLinkWith(info.dwFileAttributes, handle);
+  if (!GetFileInformationByHandle(handle, &info)) return Link::kMaybe;
+  return LinkWith(info.dwFileAttributes, handle);
 }
 
 // A drive keeps its separator: without it the path would mean the drive's current directory.
@@ -92,17 +96,17 @@ std::wstring WithoutSeparator(const std::wstring& path) {
   return end == std::wstring::npos || path[end] == L':' ? path : path.substr(0, end + 1);
 }
 
-// Whether a link stands at the path, which may end in a separator. True also when that cannot be
-// found out, unless nothing is there.
-bool IsLinkPath(const std::wstring& path) {
+// Whether a link stands at the path, which may end in a separator. None where nothing is there.
+Link LinkAt(const std::wstring& path) {
   const std::wstring bare = WithoutSeparator(path);
   const DWORD attributes = GetFileAttributesW(bare.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) {
     const DWORD error = GetLastError();
-    return error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND;
+    const bool isMissing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+    return isMissing ? Link::kNo : Link::kMaybe;
   }
-  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return false;
-  return IsLinkWith(attributes, OpenFolder(bare, FILE_READ_ATTRIBUTES, kForEverybody).get());
+  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return Link::kNo;
+  return LinkWith(attributes, OpenFolder(bare, FILE_READ_ATTRIBUTES, kForEverybody).get());
 }
 
 // What tells a folder from all others while it exists. None where the file system has no numbers.
@@ -153,7 +157,7 @@ bool CopyOneFile(const Folder& source, const Folder& destination, bool wasEmpty,
   if (!from.usable || !to.usable) return false;
   // A link would lead the copy out of the destination. In a folder that was empty, whatever is
   // there now came later and is not replaced.
-  if (!wasEmpty && IsLinkPath(to.text)) return false;
+  if (!wasEmpty && LinkAt(to.text) != Link::kNo) return false;
   return CopyFileW(from.text, to.text, wasEmpty) != FALSE;
 }
 
@@ -233,7 +237,7 @@ bool RemoveFolder(Folder folder, std::int32_t mode, Remove removeItself) {
   if (folder.IsLink()) {
     // Only the link goes. Deleting through it would leave the tree.
     folder.LetGo();
-    return !RemovesDirectories(mode) || removeItself();
+    return RemovesDirectories(mode) ? removeItself() : folder.IsLinkForSure();
   }
   bool result = false;
   {
@@ -278,12 +282,12 @@ bool IsLinkTag(DWORD attributes, DWORD tag) {
 Folder::Folder(const std::wstring& path)
     : path_(path),
       hold_(OpenFolder(path, kHoldAccess, kHoldSharing)),
-      isLink_(IsHeld() && (IsLinkHandle(Held()) || IsLinkPath(path))) {}
+      link_(IsHeld() ? std::max(LinkHeldBy(Held()), LinkAt(path)) : Link::kNo) {}
 
 Folder::Folder(const Folder& parent, const wchar_t* name, const std::wstring& path)
     : path_(path),
       hold_(OpenIn(parent, name, kHoldAccess, kHoldSharing, FILE_DIRECTORY_FILE)),
-      isLink_(IsHeld() && (IsLinkHandle(Held()) || IsLinkPath(path))) {}
+      link_(IsHeld() ? std::max(LinkHeldBy(Held()), LinkAt(path)) : Link::kNo) {}
 
 Listing::Listing(const std::wstring& folder) {
   EntryPath pattern(L"%s%s", folder, L"*.*");

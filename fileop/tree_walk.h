@@ -15,6 +15,9 @@ namespace fileop {
 // counts as a link, because Wine reports links so.
 bool IsLinkTag(DWORD attributes, DWORD tag);
 
+// Whether a link stands somewhere. It may, where that cannot be found out.
+enum class Link { kNo, kMaybe, kYes };
+
 struct HandleCloser {
   void operator()(HANDLE handle) const { CloseHandle(handle); }
 };
@@ -34,8 +37,9 @@ class Folder {
 
   bool IsHeld() const { return hold_ != nullptr; }
 
-  // True also when a held folder may be a link.
-  bool IsLink() const { return isLink_; }
+  // What may be a link is treated as one.
+  bool IsLink() const { return link_ != Link::kNo; }
+  bool IsLinkForSure() const { return link_ == Link::kYes; }
 
   const std::wstring& Path() const { return path_; }
   HANDLE Held() const { return hold_.get(); }
@@ -44,7 +48,7 @@ class Folder {
  private:
   std::wstring path_;
   Handle hold_;
-  bool isLink_;
+  Link link_;
 };
 
 // Lists a folder's entries by its path.
