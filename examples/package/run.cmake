@@ -49,6 +49,14 @@ endfunction()
 
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --config ${CONFIG} --prefix ${WORK}/prefix
   COMMAND_ERROR_IS_FATAL ANY)
+# Each header that is installed compiles in this project.
+file(STRINGS ${CMAKE_CURRENT_LIST_DIR}/consumer.cpp included REGEX "^#include \".*/")
+list(TRANSFORM included REPLACE "^#include \"(.*)\"$" "\\1")
+file(GLOB_RECURSE installed RELATIVE ${WORK}/prefix/include/uactask ${WORK}/prefix/include/uactask/*)
+list(SORT included)
+if(NOT installed STREQUAL included)
+  message(FATAL_ERROR "installed: ${installed}\nincluded: ${included}")
+endif()
 use(package installed ${CONFIG})
 file(REMOVE_RECURSE ${WORK}/prefix)
 # Both use the same folder, so that nothing is compiled twice. Cross-compiled, they build the helper alone, without
