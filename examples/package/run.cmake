@@ -57,7 +57,11 @@ list(SORT included)
 if(NOT installed STREQUAL included)
   message(FATAL_ERROR "installed: ${installed}\nincluded: ${included}")
 endif()
+if(TOOLCHAIN)
+  set(ENV{CXXFLAGS} "-O2 -D_FORTIFY_SOURCE=2 -fstack-protector-strong") # as hardened applications are compiled
+endif()
 use(package installed ${CONFIG})
+unset(ENV{CXXFLAGS})
 file(REMOVE_RECURSE ${WORK}/prefix)
 # Both use the same folder, so that nothing is compiled twice. Cross-compiled, they build the helper alone, without
 # optimisation: the client has been compiled and linked into a program before.
