@@ -332,7 +332,7 @@ TEST_F(HangingHelper, IsKilled) {
       std::filesystem::path(KnownFolder(FOLDERID_LocalAppData)) / L"uactask" / L"test.claim";
   for (const std::filesystem::path& folder : {left, own}) {
     std::ofstream(claim, std::ios::binary)
-        << WideToUtf8(folder.wstring()) << "\n4294967295 1 0 0\n";
+        << "h|" << WideToUtf8(folder.wstring()) << "|\np|4294967295|1\n";
     options_ = {};
     RunPlan(Status::kDone);
     EXPECT_FALSE(std::filesystem::exists(claim));
@@ -372,14 +372,6 @@ TEST_F(Client, AsksForElevation) {
   });
   RunPlan(Status::kRefused);
   EXPECT_EQ(WideToUtf8(result_.reason), "The elevation was refused. Nothing was done.");
-  CopyFileW((std::filesystem::path(OwnFolder()) / L"uactask.exe").c_str(), At("h.exe").c_str(),
-            TRUE);
-  if (std::ofstream(At("h.exe:Zone.Identifier")) << "[ZoneTransfer]\n") {
-    options_.helper = At("h.exe");
-    RunPlan(Status::kRefused);
-    EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("was downloaded"));
-    options_.helper.clear();
-  }
   ShellExecuteForHelper = shellExecute;
   if (!ElevationPrompts()) {  // the way of the shell, with an owner and without
     for (void* owner : {static_cast<HWND>(nullptr), GetDesktopWindow()}) {

@@ -329,6 +329,7 @@ TEST_F(Uactl, StopsWaitingButSaysThatTheHelperGoesOn) {
                    {"copy", "--timeout", timeout, folder_ / "a", folder_ / "b"}, interrupt);
     EXPECT_EQ(result.exitCode, 4U) << timeout;
     EXPECT_THAT(result.errors, HasSubstr("goes on"));
+    EXPECT_THAT(Refusal({"copy", folder_ / "a", folder_ / "b"}, 1), HasSubstr("Another run is at"));
     // Without them it ends.
     for (const auto& left : std::filesystem::directory_iterator(tempPath_)) {
       std::filesystem::remove_all(left);

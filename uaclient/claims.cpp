@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cwchar>
 #include <sstream>
 
 #include "corekit/text.h"
@@ -14,82 +15,80 @@
 #include "uaclient/places.h"
 #include "uaclient/words.h"
 
-// A claim's file, in UTF-8:
+// A claim's file, in UTF-8, one record a line:
 //
-//   C:\Users\me\AppData\Local\Temp\uactask-…   the folder of the helper's files
-//   1234 133… 5678 133…                        ids and start times (0 where not known) of the run's
-//                                              process and, once it is started, of the helper's
-//   w|C:\out\skins|                            written ("r": read), a folder with all in it
-//   w|C:\out|player.ini                        a file in a folder
+//   h|C:\Users\me\AppData\Local\Temp\uactask-…|   the folder of the helper's files
+//   p|1234|133…           id and start time of the run's process
+//   r|C:\new\skins|       read: a folder with all in it
+//   w|C:\out|player.ini   written: a file in a folder
+//   p|5678|133…           the helper, once it is started
 namespace uaclient {
 namespace {
-
-constexpr wchar_t kSuffix[] = L".claim";
 
 std::wstring ClaimsFolder() {
   const std::wstring folder = KnownFolder(FOLDERID_LocalAppData);
   return folder.empty() ? folder : folder + L"\\uactask";
 }
 
-// Held by one run of this user at a time, in whatever session and with whatever rights: a file that
-// is open for one process alone. Empty when it does not come free.
-Handle TakeLock() {
-  const std::wstring file = ClaimsFolder() + L"\\lock";
-  for (int attempt = 0; attempt < 500; ++attempt) {
-    Handle lock(CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS,
-                            FILE_FLAG_DELETE_ON_CLOSE, nullptr));
-    if (lock || GetLastError() == ERROR_PATH_NOT_FOUND) return lock;
-    Sleep(20);
-  }
-  return Handle();
+std::wstring Record(wchar_t kind, const std::wstring& first, const std::wstring& second) {
+  std::wstring record = std::wstring(1, kind) + L"|" + first + L"|" + second;
+  std::replace(record.begin(), record.end(), L'\n', L'?');  // in a path of somebody's list
+  return record + L"\n";
 }
 
-std::uint64_t StartOf(HANDLE process) {
+// "0" where that cannot be read.
+std::wstring StartOf(HANDLE process) {
   FILETIME start = {};
   FILETIME other;
   GetProcessTimes(process, &start, &other, &other, &other);
-  return std::uint64_t{start.dwHighDateTime} << 32 | start.dwLowDateTime;
+  return std::to_wstring(std::uint64_t{start.dwHighDateTime} << 32 | start.dwLowDateTime);
 }
 
-std::wstring TextOf(HANDLE process) {
-  return std::to_wstring(GetProcessId(process)) + L" " + std::to_wstring(StartOf(process)) + L" ";
+std::wstring RecordOf(HANDLE process) {
+  return Record(L'p', std::to_wstring(GetProcessId(process)), StartOf(process));
 }
 
-bool Lives(DWORD id, std::uint64_t start) {
-  const Handle now(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, id));
-  if (!now) return GetLastError() != ERROR_INVALID_PARAMETER;
-  const std::uint64_t startNow = StartOf(now.get());
-  return WaitForSingleObject(now.get(), 0) != WAIT_OBJECT_0 &&
-         (start == 0 || startNow == 0 || start == startNow);
+bool Lives(DWORD id, const std::wstring& start) {
+  const Handle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, id));
+  if (!process) return GetLastError() != ERROR_INVALID_PARAMETER;
+  const std::wstring startNow = StartOf(process.get());
+  return WaitForSingleObject(process.get(), 0) != WAIT_OBJECT_0 &&
+         (start == L"0" || startNow == L"0" || start == startNow);
 }
 
-struct Claim {
-  std::wstring fault;  // why it cannot be read
-  std::wstring helperFolder;
-  DWORD process = 0;  // the last one of those that live
-  std::vector<Claimed> places;
-};
-
-Claim ReadClaim(const std::wstring& file) {
-  Claim claim;
+// Why a run at these places has to wait for the one with this claim; L"" when it need not. Removes
+// a claim that holds no longer, with its helper's files.
+std::wstring WhyWait(const std::wstring& file, const std::vector<Claimed>& places) {
   const WholeFile whole = ReadWhole(file, GENERIC_READ, kShareAll);
-  claim.fault = whole.fault;
+  if (!whole.fault.empty()) {
+    const bool hasGone = GetFileAttributesW(file.c_str()) == INVALID_FILE_ATTRIBUTES;
+    return hasGone ? L"" : L"Another run's file " + Quoted(file) + whole.fault + L" Try again.";
+  }
+  std::vector<Claimed> claimed;
+  std::wstring helperFolder;
+  std::wstring living;
   std::wistringstream text(Utf8ToWide(whole.bytes));
-  std::wstring line;
-  std::getline(text, claim.helperFolder);
-  std::getline(text, line);
-  std::wistringstream processes(line);
-  std::uint64_t start = 0;
-  for (DWORD id = 0; processes >> id >> start;) {
-    if (Lives(id, start)) claim.process = id;
+  for (std::wstring line; std::getline(text, line);) {
+    std::wistringstream record(line);
+    std::wstring kind;
+    std::wstring first;
+    std::wstring second;
+    std::getline(std::getline(std::getline(record, kind, L'|'), first, L'|'), second);
+    if (kind == L"h") {
+      helperFolder = first;
+    } else if (kind == L"p") {
+      if (Lives(std::wcstoul(first.c_str(), nullptr, 10), second)) living = first;
+    } else if (const std::wstring folder = FullPath(first); !folder.empty()) {
+      claimed.push_back({kind == L"w", folder, second});
+    }
   }
-  while (std::getline(text, line)) {
-    const std::size_t end = line.rfind(L'|');
-    if (end == std::wstring::npos || end < 2) continue;
-    const std::wstring folder = FullPath(line.substr(2, end - 2));
-    if (!folder.empty()) claim.places.push_back({line[0] == L'w', folder, line.substr(end + 1)});
+  if (living.empty()) {
+    RemoveHelperFolder(helperFolder);
+    DeleteFileW(file.c_str());
+  } else if (Meet(places, claimed)) {
+    return L"Another run is at work there (process " + living + L"). Wait until it has ended.";
   }
-  return claim;
+  return {};
 }
 
 // Whether one of them is, or lies in, what the others need.
@@ -97,15 +96,15 @@ bool AnyIn(const std::vector<Claimed>& ones, const std::vector<Claimed>& others,
   const auto spotOf = [&](const Claimed& place) {
     return Spot{&folders.At(place.folder), UpperCase(place.file)};
   };
-  IndexByKey written;
-  IndexByKey all;
+  enum : std::size_t { kRead, kWritten };
+  IndexByKey needed;
   for (const Claimed& other : others) {
-    const std::wstring key = spotOf(other).Key();
-    all.emplace(key, 0);
-    if (other.isWritten) written.emplace(key, 0);
+    std::size_t& need = needed[spotOf(other).Key()];
+    if (other.isWritten) need = kWritten;
   }
   return std::any_of(ones.begin(), ones.end(), [&](const Claimed& one) {
-    return FindUpwards(one.isWritten ? all : written, spotOf(one)).has_value();
+    return one.isWritten ? FindUpwards(needed, spotOf(one)).has_value()
+                         : FindUpwards(needed, spotOf(one), kRead).has_value();
   });
 }
 
@@ -128,58 +127,35 @@ void RunClaim::Prepare() { CreateDirectoryW(ClaimsFolder().c_str(), nullptr); }
 
 void RunClaim::Take(const std::vector<Claimed>& places, const std::wstring& helperFolder) {
   const std::wstring folder = ClaimsFolder();
-  const Handle lock = folder.empty() ? Handle() : TakeLock();
+  // One run of this user at a time reads and writes here, in whatever session and with whatever
+  // rights: the file is open for one process alone.
+  const Handle lock = folder.empty()
+                          ? Handle()
+                          : OpenPatiently(folder + L"\\lock", GENERIC_WRITE, 0, OPEN_ALWAYS, 500);
   if (!lock) {
     throw NotStarted{
         L"It is not known whether another run is at work there, because no file can be made in " +
         Quoted(folder) + L". Try again."};
   }
-  std::vector<std::wstring> files;
-  ForEachEntry(folder + L"\\*" + kSuffix, [&](const WIN32_FIND_DATAW& entry) {
-    files.push_back(folder + L"\\" + entry.cFileName);
-    return true;
+  std::wstring why;
+  ForEachEntry(folder + L"\\*.claim", [&](const WIN32_FIND_DATAW& entry) {
+    why = WhyWait(folder + L"\\" + entry.cFileName, places);
+    return why.empty();
   });
-  for (const std::wstring& file : files) {
-    const Claim claim = ReadClaim(file);
-    if (!claim.fault.empty() && GetFileAttributesW(file.c_str()) != INVALID_FILE_ATTRIBUTES) {
-      throw NotStarted{L"Another run's file " + Quoted(file) + claim.fault + L" Try again."};
-    }
-    if (claim.process == 0) {
-      // Who could write such a file could not make this remove anything else.
-      if (IsHelperFolder(claim.helperFolder)) RemoveHelperFolder(claim.helperFolder);
-      DeleteFileW(file.c_str());
-    } else if (Meet(places, claim.places)) {
-      throw NotStarted{L"Another run is at work there (process " + std::to_wstring(claim.process) +
-                       L"). Wait until it has ended."};
-    }
-  }
-  file_ = folder + L"\\" + NameOf(helperFolder) + kSuffix;
-  helperFolder_ = helperFolder;
-  processes_ = TextOf(GetCurrentProcess());
+  if (!why.empty()) throw NotStarted{why};
+
+  std::wstring text = Record(L'h', helperFolder, L"") + RecordOf(GetCurrentProcess());
   for (const Claimed& place : places) {
-    places_ += (place.isWritten ? L"\nw|" : L"\nr|") + place.folder + L"|" + place.file;
+    text += Record(place.isWritten ? L'w' : L'r', place.folder, place.file);
   }
-  if (Write()) return;
+  file_ = folder + L"\\" + NameOf(helperFolder) + L".claim";
+  if (WriteAll(Open(file_, GENERIC_WRITE, FILE_SHARE_READ, CREATE_NEW), WideToUtf8(text))) return;
   throw NotStarted{L"The file " + Quoted(file_) + L" cannot be written: " +
                    SystemMessage(GetLastError())};
 }
 
-void RunClaim::AddHelper(HANDLE helper) { Rewrite(processes_ + TextOf(helper)); }
-
-void RunClaim::LeaveTo(HANDLE helper) { Rewrite(TextOf(helper)); }
-
-void RunClaim::Rewrite(const std::wstring& processes) {
-  processes_ = processes;
-  Write();
-}
-
-// Who reads it meanwhile must not find half of it.
-bool RunClaim::Write() const {
-  const std::wstring next = file_ + L".new";
-  const bool isWritten = WriteAll(
-      Handle(CreateFileW(next.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr)),
-      WideToUtf8(helperFolder_ + L"\n" + processes_ + places_));
-  return isWritten && MoveFileExW(next.c_str(), file_.c_str(), MOVEFILE_REPLACE_EXISTING);
+void RunClaim::AddHelper(HANDLE helper) {
+  WriteAll(Open(file_, FILE_APPEND_DATA), WideToUtf8(RecordOf(helper)));
 }
 
 }  // namespace uaclient

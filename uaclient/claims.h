@@ -37,17 +37,8 @@ class RunClaim {
   // From now on the claim is the helper's as well.
   void AddHelper(HANDLE helper);
 
-  // And now the helper's alone, because this process goes on with something else.
-  void LeaveTo(HANDLE helper);
-
  private:
-  bool Write() const;
-  void Rewrite(const std::wstring& processes);
-
   std::wstring file_;  // empty: nothing is claimed
-  std::wstring helperFolder_;
-  std::wstring processes_;  // as the file has them
-  std::wstring places_;     // and the others
 };
 
 }  // namespace uaclient

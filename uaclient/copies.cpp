@@ -1,7 +1,5 @@
 #include "uaclient/copies.h"
 
-#include <windows.h>
-
 #include <algorithm>
 #include <initializer_list>
 #include <map>
@@ -30,10 +28,7 @@ static_assert(static_cast<int>(Step::Kind::kReplaceFolder) ==
 
 constexpr std::size_t kMaxOperations = 200'000;
 
-constexpr std::int64_t kUnlimited = INT64_MAX;
-
-// So many findings on one item tell what is the matter with it.
-constexpr std::size_t kMaxFindings = 20;
+constexpr std::int64_t kUnlimited = INT64_MAX / 2;
 
 std::wstring InWords(std::uint64_t files, std::uint64_t bytes) {
   return FilesInWords(files) + L", " + BytesInWords(bytes);
@@ -58,11 +53,8 @@ class Surveyor {
         report_.findings.begin(), report_.findings.end(),
         [](const Finding& left, const Finding& right) { return left.item < right.item; });
     if (operations_.size() > kMaxOperations) {
-      report_.findings.push_back({Severity::kError,
-                                  L"The plan has " + std::to_wstring(operations_.size()) +
-                                      L" files and folders, but one run takes up to 200000. Split "
-                                      L"it into several.",
-                                  {}});
+      report_.findings.push_back(
+          {Severity::kError, L"The plan has more than 200000 files and folders. Split it.", {}});
     }
     if (!operations_.empty()) work_.list = FormatOperationList(operations_);
     work_.copies = std::move(items_);
@@ -76,24 +68,17 @@ class Surveyor {
   struct Details {
     const Entry* from = nullptr;  // what is there
     const Entry* to = nullptr;
-    Spot fromSpot;
+    std::vector<Spot> read;  // the source, and where links in it lead
     Spot toSpot;
-    std::vector<Spot> links;  // where those in the source lead
-    bool goesFirst = false;   // what is at the destination: another item replaces a folder above it
+    bool goesFirst = false;  // what is at the destination: another item replaces a folder above it
     bool hasFailed = false;
-    std::size_t findings = 0;
     std::size_t overwritten = 0;
-    std::uint64_t overwrittenBytes = 0;
+    std::uint64_t freedBytes = 0;  // by overwriting and deleting
     Step step;
   };
   struct Brought {
     std::size_t item = 0;
     bool isFolder = false;
-  };
-  // Of a drive or share.
-  struct Space {
-    std::int64_t free = 0;
-    std::int64_t taken = 0;
   };
 
   Details& Select(std::size_t item) { return details_[at_ = item]; }
@@ -117,15 +102,8 @@ class Surveyor {
     return Add(isPlan_ ? Severity::kError : Severity::kHarmful, text, parts, true);
   }
   bool Add(Severity severity, const wchar_t* text, Parts parts, bool hasFailed = false) {
-    Details& item = details_[at_];
-    const bool isFirst = hasFailed && !item.hasFailed;
-    item.hasFailed |= hasFailed;
-    if (++item.findings <= kMaxFindings || severity == Severity::kHarmful || isFirst) {
-      report_.findings.push_back({severity, Filled(text, parts), {}, 0, at_});
-    } else if (item.findings == kMaxFindings + 1) {
-      report_.findings.push_back(
-          {Severity::kWarning, L"There are more findings for " + Source() + L".", {}, 0, at_});
-    }
+    details_[at_].hasFailed |= hasFailed;
+    report_.findings.push_back({severity, Filled(text, parts), {}, 0, at_});
     return !hasFailed;
   }
 
@@ -137,7 +115,7 @@ class Surveyor {
         CheckPath(copy.source, isPlan_ ? L"The source" : L"\"src\", read as UTF-8,");
     const std::wstring destination =
         CheckPath(copy.destination, isPlan_ ? L"The destination" : L"\"dec\", read as UTF-8,");
-    copy.isUsable = !source.empty() && !destination.empty();
+    copy.isUsable = !source.empty() && !destination.empty() && !(isPlan_ && item.hasFailed);
     if (!copy.isUsable) return;
     copy.source = source;
     copy.destination = destination;
@@ -146,10 +124,10 @@ class Surveyor {
     // A link in the place of the source is followed. One at the destination is not: it is replaced,
     // or refused.
     const bool isFile = Copies(Kind::kFile);
-    item.fromSpot = SpotOf(source, isFile && (item.from == nullptr || !item.from->isLink));
+    item.read.push_back(SpotOf(source, isFile && (item.from == nullptr || !item.from->isLink)));
     item.toSpot = SpotOf(destination, isFile || (item.to != nullptr && item.to->isLink));
-    sources_.try_emplace(item.fromSpot.Key(), at_);
-    if (Copies(Kind::kReplaceFolder)) replaced_.try_emplace(item.toSpot.Key(), at_);
+    sources_.try_emplace(item.read[0].Key(), at_);
+    if (Copies(Kind::kReplaceFolder)) deleted_.try_emplace(item.toSpot.Key(), at_);
     if (Copies(Kind::kFolder)) added_.try_emplace(item.toSpot.Key(), at_);
   }
 
@@ -157,20 +135,18 @@ class Surveyor {
     return isFile ? folders_.FileAt(fullPath) : Spot{&folders_.At(fullPath), {}};
   }
 
-  // The full path; L"" when there is none to go on with. What is odd in a list the helper tries.
+  // The full path; L"" when there is none. What is odd in a list the helper tries.
   std::wstring CheckPath(const std::wstring& path, const wchar_t* name) {
     std::wstring full;
     const std::wstring fault = PathFault(path, name, full);
-    if (!fault.empty()) {
-      !path.empty() && full.empty() ? Harm(L"{}", {fault}) : Fail(L"{}", {fault});
-      if (isPlan_) return {};
-    }
-    if (full.empty()) return {};
+    if (!fault.empty()) !path.empty() && full.empty() ? Harm(L"{}", {fault}) : Fail(L"{}", {fault});
+    if (full.empty()) return full;
     CheckDrive(path, full);
-    if (!Copies(Kind::kFile) || (path.back() != L'\\' && path.back() != L'/')) return full;
-    Fail(L"{} ends like a folder, but the item copies a file. Write the file's name.",
-         {Quoted(path)});
-    return isPlan_ ? std::wstring() : full;
+    if (Copies(Kind::kFile) && (path.back() == L'\\' || path.back() == L'/')) {
+      Fail(L"{} ends like a folder, but the item copies a file. Write the file's name.",
+           {Quoted(path)});
+    }
+    return full;
   }
 
   // What is wrong with a drive is said once.
@@ -185,23 +161,19 @@ class Surveyor {
   void AddItem(Details& item) {
     const Copy& copy = items_[at_];
     if (!copy.isUsable) return;
-    item.goesFirst = !Copies(Kind::kReplaceFolder) && FindUpwards(replaced_, item.toSpot);
-    Claim(item.fromSpot, false);
+    item.goesFirst = !Copies(Kind::kReplaceFolder) && FindUpwards(deleted_, item.toSpot);
+    Claim(item.read[0], false);
     Claim(item.toSpot, true);
-    if (!CheckSource(item)) {
-      // The elevated helper may see it, and would then delete what is there.
-      const bool deletes = Copies(Kind::kReplaceFolder) && item.to != nullptr && !item.to->isLink;
-      if (deletes) CheckIsNotKept(item);
+    // Before it looks at the source: what this user does not see, the elevated helper may.
+    const bool replaces = Copies(Kind::kReplaceFolder);
+    if (replaces && !CheckIsNotKept(item)) return;
+    if (!CheckSource(item) || !CheckDestination(item)) return;
+    if (replaces) {
+      ReplaceFolder(item);
+    } else if (!MakeFolders(ParentOf(copy.destination), ParentOf(copy.source))) {
       return;
     }
-    if (!CheckDestination(item)) return;
-    if (Copies(Kind::kReplaceFolder)) return ReplaceFolder(item);
-    const bool isFile = Copies(Kind::kFile);
-    MakeFolders(isFile ? ParentOf(copy.destination) : copy.destination,
-                isFile ? ParentOf(copy.source) : copy.source);
-    for (const TreeEntry& entry : ListSource(item)) {
-      AddTarget(item, entry, folders_.Find(Below(copy.destination, entry.path)));
-    }
+    for (const TreeEntry& entry : ListSource(item)) AddTarget(item, entry);
   }
 
   void Claim(const Spot& spot, bool isWritten) {
@@ -244,51 +216,28 @@ class Surveyor {
                                                  : L"file"});
   }
 
-  // The tree, or the file alone.
   std::vector<TreeEntry> ListSource(Details& item) {
     const std::wstring& source = items_[at_].source;
-    TreeListing tree;
-    if (!Copies(Kind::kFile)) {
-      tree = ListTree(source, Links::kFollowedOnce);
-    } else {
-      tree.entries.push_back({*item.from, {}});
-      if (item.from->isLink && !ReadFileState(source, tree.entries[0].state)) {
-        tree.faults.push_back({{}, GetLastError()});
-      }
-    }
+    TreeListing tree = ListTree(source, *item.from, Links::kFollowedOnce);
     for (const TreeListing::Fault& fault : tree.faults) {
-      Fail(fault.error == 0 ? L"{} is a link behind a link, which is not followed. Put the files "
-                              L"themselves into the source."
-                            : L"{} cannot be read: {}",
-           {Quoted(Below(source, fault.path)), SystemMessage(fault.error)});
+      Fail(L"{}", {InWords(fault, source)});
     }
+    if (Copies(Kind::kReplaceFolder)) CheckFiles(source, tree.entries, ReadingFault, L"");
     for (const TreeEntry& entry : tree.entries) {
-      if (!entry.isLink || Copies(Kind::kFile)) continue;
+      if (!entry.isLink || entry.path.empty()) continue;
       const Spot spot = {&folders_.At(Below(source, entry.path)), {}};
       sources_.try_emplace(spot.Key(), at_);
-      item.links.push_back(spot);
+      item.read.push_back(spot);
       Claim(spot, false);
     }
     return std::move(tree.entries);
   }
 
   void ReplaceFolder(Details& item) {
-    const std::wstring& source = items_[at_].source;
-    const std::wstring& destination = items_[at_].destination;
-    const bool isLink = item.to != nullptr && item.to->isLink;
     item.step.deletes = item.to != nullptr;
-    if (!isLink && !CheckIsNotKept(item)) return;
     CheckTemporaryFolder(item);
-    std::unordered_map<std::wstring, Entry> old;
-    if (item.step.deletes && !isLink) old = ListWhatGoes(item);
-    Bring(item.toSpot.Key(), destination, true);
-    Operate(WithSeparator(source), destination + L"\\", true);
-    const std::vector<TreeEntry> entries = ListSource(item);
-    CheckFiles(source, entries, ReadingFault, L"");
-    for (const TreeEntry& entry : entries) {
-      const auto there = old.find(UpperCase(entry.path));
-      AddTarget(item, entry, there == old.end() ? nullptr : &there->second);
-    }
+    if (item.step.deletes && !item.to->isLink) ListWhatGoes(item);
+    Operate(WithSeparator(items_[at_].source), items_[at_].destination + L"\\", true);
   }
 
   void CheckFiles(const std::wstring& folder, const std::vector<TreeEntry>& entries,
@@ -305,93 +254,82 @@ class Surveyor {
   }
 
   bool CheckIsNotKept(const Details& item) {
-    const Folder& folder = *item.toSpot.folder;
+    if (item.to != nullptr && item.to->isLink) return true;  // it goes alone
     if (!kept_) kept_.emplace(folders_, options_);
-    const std::wstring why = kept_->WhyKept(folder);
-    if (!why.empty()) {
-      return Harm(
-          L"The destination {}{}. Replacing it would delete programs or user data. Choose a folder "
-          L"that holds only what you copy.",
-          {Destination(), why});
-    }
-    if (folder.error == 0) return true;
-    return Harm(L"It is not known where the destination {} leads. Choose another one. {}",
-                {Destination(), SystemMessage(folder.error)});
+    const std::wstring why = kept_->WhyKept(*item.toSpot.folder);
+    return why.empty() ||
+           Harm(
+               L"The destination {}{}. Replacing it could delete programs or user data. Choose a "
+               L"folder that holds only what you copy.",
+               {Destination(), why});
   }
 
   // While the helper works its own files are there, and it would copy them along.
   void CheckTemporaryFolder(const Details& item) {
     const std::wstring temp = TempFolder();
-    if (temp.empty() || !isPlan_ || !folders_.At(temp).IsInOrIs(*item.fromSpot.folder)) return;
+    if (temp.empty() || !isPlan_ || !folders_.At(temp).IsInOrIs(*item.read[0].folder)) return;
     Fail(
         L"The source {} holds the folder for temporary files, {}, where the helper's own files lie "
         L"meanwhile. Copy it without replacing, or set TMP to another folder.",
         {Source(), Quoted(temp)});
   }
 
-  // By paths below the destination, in upper case.
-  std::unordered_map<std::wstring, Entry> ListWhatGoes(Details& item) {
-    std::unordered_map<std::wstring, Entry> entries;
+  void ListWhatGoes(Details& item) {
     const std::wstring& destination = items_[at_].destination;
-    const TreeListing gone = ListTree(destination, Links::kNotFollowed);
+    const TreeListing gone = ListTree(destination, *item.to, Links::kNotFollowed);
     CheckFiles(destination, gone.entries, DeletionFault, L" is to be deleted, but");
     for (const TreeEntry& entry : gone.entries) {
-      CheckDeletion(item, Below(destination, entry.path), entry);
-      entries.emplace(UpperCase(entry.path), entry);
+      const std::wstring path = Below(destination, entry.path);
+      // The helper lists a folder by its path, a separator and a pattern of one character.
+      CheckLength(path, kMaxFilePath - (entry.isFolder ? 2 : 0));
+      if (entry.isLink) {
+        Doubt(L"{} is a link in a folder that is replaced. What it leads to stays.",
+              {Quoted(path)});
+      } else if (entry.isFolder) {
+        deleted_.insert_or_assign(folders_.At(path).keys[0], at_);
+      } else {
+        ++item.step.deletedFiles;
+        item.step.deletedBytes += entry.state.size;
+        item.freedBytes += entry.state.size;
+        items_[at_].lastDeleted = path;
+      }
     }
     for (const TreeListing::Fault& fault : gone.faults) {
       if (fault.error == ERROR_ACCESS_DENIED && !IsElevated()) continue;  // elevation is for this
-      Fail(L"{} cannot be listed, and so not deleted: {}",
-           {Quoted(Below(destination, fault.path)), SystemMessage(fault.error)});
-    }
-    return entries;
-  }
-
-  void CheckDeletion(Details& item, const std::wstring& path, const TreeEntry& entry) {
-    // The helper lists a folder by its path, a separator and a pattern of one character.
-    if (path.size() > kMaxFilePath - (entry.isFolder ? 2 : 0)) {
-      Fail(L"{} is too long to be deleted. Remove it first.", {Quoted(path)});
-    }
-    if (entry.isLink) {
-      Doubt(
-          L"{} is a link in a folder that is replaced. The link goes, and what it leads to stays.",
-          {Quoted(path)});
-    } else if (entry.isFolder) {
-      gone_.try_emplace(folders_.At(path).keys[0], at_);
-    } else {
-      ++item.step.deletedFiles;
-      item.step.deletedBytes += entry.state.size;
-      items_[at_].lastDeleted = path;
+      Fail(L"{}", {InWords(fault, destination)});
     }
   }
 
   // Has the helper make the folder and what is missing above it, as far as it is not there when the
   // item's turn comes. `like` is any folder that exists.
-  void MakeFolders(const std::wstring& folder, const std::wstring& like) {
+  bool MakeFolders(const std::wstring& folder, const std::wstring& like) {
     std::vector<std::wstring> missing;
     for (std::wstring path = folder; !IsRoot(path); path = ParentOf(path)) {
       const Folder& there = folders_.At(path);
       if (there.isFile && !details_[at_].goesFirst) {
-        Fail(L"{}, above the destination {}, is a file. Choose another destination.",
-             {Quoted(path), Destination()});
-        return;
+        return Fail(L"{}, above the destination {}, is a file. Choose another destination.",
+                    {Quoted(path), Destination()});
       }
-      if (replaced_.count(there.keys[0]) != 0) break;
-      if (there.exists && !FindUpwards(replaced_, {&there, {}})) break;
+      const auto brought = brought_.find(there.keys[0]);
+      if (brought != brought_.end() && brought->second.isFolder) break;
+      if (there.exists && !FindUpwards(deleted_, {&there, {}})) break;
       missing.push_back(path);
     }
     if (!isPlan_ && missing.size() > 1) {
-      Fail(L"More than one folder above {} is missing, and the helper makes only one. Make them.",
-           {Destination()});
-      return;
+      return Fail(
+          L"More than one folder above {} is missing, and the helper makes only one. Make them.",
+          {Destination()});
     }
-    for (auto path = missing.rbegin(); path != missing.rend(); ++path) MakeFolder(*path, like);
+    for (auto path = missing.rbegin(); path != missing.rend(); ++path) {
+      if (Bring(folders_.At(*path).keys[0], *path, true)) MakeFolder(*path, like);
+    }
+    return true;
   }
 
   // The helper makes the folder above what it is to write. That a folder cannot be copied as a file
   // does not matter then: the item counts because the folder is there.
   void MakeFolder(const std::wstring& folder, const std::wstring& like) {
-    if (Bring(folders_.At(folder).keys[0], folder, true)) Operate(like, folder + L"\\", false);
+    Operate(like, folder + L"\\", false);
   }
 
   void Operate(const std::wstring& source, const std::wstring& destination, bool isFolder) {
@@ -399,8 +337,7 @@ class Surveyor {
     operations_.push_back({WideToUtf8(source), WideToUtf8(destination), isFolder});
   }
 
-  // `there` is what is at the destination now.
-  void AddTarget(Details& item, const TreeEntry& entry, const Entry* there) {
+  void AddTarget(Details& item, const TreeEntry& entry) {
     Copy& copy = items_[at_];
     const std::wstring source = Below(copy.source, entry.path);
     const std::wstring destination = Below(copy.destination, entry.path);
@@ -408,17 +345,24 @@ class Surveyor {
       Fail(L"{} has a name that Windows reads as another one. Rename it.", {Quoted(source)});
       return;
     }
-    if (!CheckLength(source, false)) return;
+    if (!CheckLength(source, kMaxFilePath)) return;
+    const bool isRoot = entry.path.empty();
+    const Entry* const there = isRoot ? item.to : folders_.Find(destination);
     const bool replaces = Copies(Kind::kReplaceFolder);
     const bool stays = there != nullptr && !replaces && !item.goesFirst;
     if (stays && IsInTheWay(destination, *there, entry.isFolder)) return;
     const bool looksDone = there != nullptr && there->state.Matches(entry.state);
     copy.targets.push_back({entry.path, entry.isFolder, entry.state, looksDone});
+    const std::wstring key = (isRoot ? item.toSpot : SpotOf(destination, !entry.isFolder)).Key();
+    if (const auto read = sources_.find(key); read != sources_.end() && !isRoot) {
+      Harm(L"{} would be written, but it is the source {}. Choose another destination.",
+           {Quoted(destination), SourceOf(read->second)});
+      return;
+    }
+    const bool isNew = Bring(key, destination, entry.isFolder);
     if (!entry.isFolder) {
       AddFile(item, source, destination, entry, stays ? there : nullptr);
-    } else if (replaces || there != nullptr) {
-      Bring(folders_.At(destination).keys[0], destination, true);
-    } else {
+    } else if (isNew && !replaces && there == nullptr) {
       MakeFolder(destination, source);
     }
   }
@@ -427,10 +371,9 @@ class Surveyor {
                const Entry& entry, const Entry* overwritten) {
     ++item.step.files;
     item.step.bytes += entry.state.size;
-    Bring(folders_.FileAt(destination).Key(), destination, false);
     if (overwritten != nullptr) {
       ++item.overwritten;
-      item.overwrittenBytes += overwritten->state.size;
+      item.freedBytes += overwritten->state.size;
     }
     if (overwritten != nullptr && overwritten->IsProtected()) {
       // One that is what it should be is left out.
@@ -440,23 +383,16 @@ class Surveyor {
     if (!Copies(Kind::kReplaceFolder)) Operate(source, destination, false);
   }
 
-  bool CheckLength(const std::wstring& path, bool isMadeFolder) {
-    if (path.size() <= (isMadeFolder ? kMaxFolderPath : kMaxFilePath)) return true;
-    return Fail(
-        L"{} is too long: a file's path may have 259 characters, a folder's 247. Use shorter "
-        L"paths.",
-        {Quoted(path)});
+  bool CheckLength(const std::wstring& path, std::size_t longest) {
+    if (path.size() <= longest) return true;
+    return Fail(L"{} is longer than the {} characters that Windows takes here. Use shorter paths.",
+                {Quoted(path), std::to_wstring(longest)});
   }
 
   // Notes what comes to a place. False when that is noted already, or nothing may come there.
   bool Bring(const std::wstring& key, const std::wstring& path, bool isFolder) {
-    const auto source = sources_.find(key);
-    if (source != sources_.end()) {
-      return Harm(L"{} would be written, but it is the source {}. Choose another destination.",
-                  {Quoted(path), SourceOf(source->second)});
-    }
     const auto [other, isNew] = brought_.try_emplace(key, Brought{at_, isFolder});
-    if (isNew) return CheckLength(path, isFolder);
+    if (isNew) return CheckLength(path, isFolder ? kMaxFolderPath : kMaxFilePath);
     const Brought& first = other->second;
     if (isFolder && first.isFolder && (first.item != at_ || Copies(Kind::kFile))) return false;
     return Harm(first.item == at_ ? L"{} would be written twice: in the source, two names differ "
@@ -472,52 +408,42 @@ class Surveyor {
       Harm(L"The destination {} is or lies in the source {}. Choose another destination.",
            {Destination(), SourceOf(*source)});
     }
-    const bool replaces = Copies(Kind::kReplaceFolder);
-    for (const IndexByKey* others : {&replaced_, &gone_, replaces ? &added_ : &replaced_}) {
-      const auto other = FindUpwards(*others, item.toSpot, at_);
-      if (!other || Copies(Kind::kFile)) continue;
+    auto other = FindUpwards(deleted_, item.toSpot, at_);
+    if (!other && Copies(Kind::kReplaceFolder)) other = FindUpwards(added_, item.toSpot, at_);
+    if (other && !Copies(Kind::kFile)) {
       Harm(
           L"The destination {} is or lies in {}, where another item copies to. Choose another "
           L"destination.",
           {Destination(), DestinationOf(*other)});
-      break;
     }
-    std::vector<Spot> read = item.links;
-    read.push_back(item.fromSpot);
-    for (const Spot& from : read) {
-      auto other = FindUpwards(replaced_, from);
-      if (!other) other = FindUpwards(gone_, from);
+    for (const Spot& from : item.read) {
+      other = FindUpwards(deleted_, from);
       if (!other) continue;
-      const std::wstring lost = Source();
-      Select(*other);
-      Harm(
-          L"The destination {} is or holds the source {}, which would be deleted. Choose another "
-          L"destination.",
-          {Destination(), lost});
+      Harm(L"The source {} is or lies in {}, which is deleted first. Choose another destination.",
+           {Source(), DestinationOf(*other)});
       return;
     }
   }
 
-  // In the helper's order. What is said of a drive once is not repeated.
+  // In the helper's order. What is said of a drive or share once is not repeated.
   void CheckSpace(const Details& item) {
     if (item.toSpot.folder == nullptr) return;
     const std::wstring root = RootOf(item.toSpot.folder->path);
-    const auto [known, isNew] = spaces_.try_emplace(root);
-    Space& space = known->second;
-    ULARGE_INTEGER free = {};
-    if (isNew) {
-      const bool isTold = GetDiskFreeSpaceExW(WithSeparator(root).c_str(), &free, nullptr, nullptr);
-      space.free = isTold ? static_cast<std::int64_t>(free.QuadPart) : kUnlimited;
+    const auto [drive, isNew] = freeSpaces_.try_emplace(root, kUnlimited);
+    std::int64_t& free = drive->second;
+    ULARGE_INTEGER now = {};
+    if (isNew && GetDiskFreeSpaceExW(WithSeparator(root).c_str(), &now, nullptr, nullptr)) {
+      free = static_cast<std::int64_t>(now.QuadPart);
     }
-    space.taken +=
-        static_cast<std::int64_t>(item.step.bytes - item.overwrittenBytes - item.step.deletedBytes);
-    if (space.taken <= space.free) return;
+    free -= static_cast<std::int64_t>(item.step.bytes - item.freedBytes);
+    if (free >= 0) return;
+    const std::wstring lack = BytesInWords(static_cast<std::uint64_t>(-free));
     constexpr wchar_t kText[] =
-        L"The destination {} does not fit on {}, where {} are free. Free some, or choose another "
-        L"place.";
-    const Parts parts = {Destination(), root, BytesInWords(static_cast<std::uint64_t>(space.free))};
-    Copies(Kind::kReplaceFolder) ? Fail(kText, parts) : Doubt(kText, parts);
-    space.free = kUnlimited;
+        L"The destination {} does not fit on {}: {} more are needed. Free some space, or "
+        L"choose another place.";
+    Copies(Kind::kReplaceFolder) ? Fail(kText, {Destination(), root, lack})
+                                 : Doubt(kText, {Destination(), root, lack});
+    free = kUnlimited;
   }
 
   Step StepOf(Details& item) const {
@@ -525,19 +451,17 @@ class Surveyor {
     step.source = items_[at_].source;
     step.destination = items_[at_].destination;
     const std::wstring what = Own() + (L" " + Source());
-    const std::wstring deletion = step.deletes
-                                      ? L" after deleting what is there (" +
-                                            InWords(step.deletedFiles, step.deletedBytes) + L")"
-                                      : L"";
-    step.text = item.hasFailed
-                    ? Filled(L"would not copy the {} to {}, or not all of it (see above){}",
-                             {what, Destination(), deletion})
-                    : Filled(L"{} the {} ({}) to {}{}{}",
-                             {Copies(Kind::kFolder) ? L"adds" : L"copies", what,
-                              InWords(step.files, step.bytes), Destination(), deletion,
-                              item.overwritten == 0
-                                  ? L""
-                                  : L", over " + FilesInWords(item.overwritten) + L" there"});
+    step.text =
+        item.hasFailed
+            ? Filled(L"would not copy the {} to {}, or not all of it (see above)",
+                     {what, Destination()})
+            : Filled(L"{} the {} ({}) to {}", {Copies(Kind::kFolder) ? L"adds" : L"copies", what,
+                                               InWords(step.files, step.bytes), Destination()});
+    if (step.deletes) {
+      step.text +=
+          L" after deleting what is there (" + InWords(step.deletedFiles, step.deletedBytes) + L")";
+    }
+    if (item.overwritten != 0) step.text += L", over " + FilesInWords(item.overwritten) + L" there";
     return std::move(step);
   }
 
@@ -550,11 +474,10 @@ class Surveyor {
   std::optional<KeptFolders> kept_;
   std::map<wchar_t, std::wstring> driveFaults_;
   IndexByKey sources_;
-  IndexByKey replaced_;  // destinations that are replaced
-  IndexByKey gone_;      // the folders in them
-  IndexByKey added_;     // folders that are added to
+  IndexByKey deleted_;  // folders that are replaced, and those in them
+  IndexByKey added_;    // folders that are added to
   std::unordered_map<std::wstring, Brought> brought_;
-  std::map<std::wstring, Space> spaces_;  // by drive or share
+  std::map<std::wstring, std::int64_t> freeSpaces_;  // by drive or share
   std::vector<Operation> operations_;
   Work work_;
   Report& report_ = work_.result.report;

@@ -1,7 +1,5 @@
 #include "uaclient/copy_progress.h"
 
-#include <windows.h>
-
 #include <algorithm>
 
 #include "uaclient/path.h"

@@ -1,7 +1,6 @@
 #include "uaclient/end_state.h"
 
-#include <windows.h>
-
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <initializer_list>
@@ -28,6 +27,7 @@ constexpr wchar_t kChanged[] =
 
 // What keeps a file from being copied, as far as it shows afterwards.
 std::wstring LikelyCause(const std::wstring& source, const std::wstring& destination) {
+  if (IsFolder(source)) return L".";
   std::wstring fault = ReadingFault(source);
   if (!fault.empty()) return L": the source" + fault;
   WIN32_FIND_DATAW there = {};
@@ -37,24 +37,6 @@ std::wstring LikelyCause(const std::wstring& source, const std::wstring& destina
   return fault.empty() ? L": it could not be replaced. Look at its attributes and its access list."
                        : L": it" + fault;
 }
-
-// An item's faults as one text: the first ones in words, the others counted.
-class Faults {
- public:
-  void Add(const wchar_t* text, std::initializer_list<std::wstring> parts) {
-    if (++count_ <= kNamedFaults) text_ += (text_.empty() ? L"" : L" ") + Filled(text, parts);
-  }
-  // Whether one more would be named; to find out its cause takes long.
-  bool NamesMore() const { return count_ < kNamedFaults; }
-  std::wstring Text() const {
-    if (count_ <= kNamedFaults) return text_;
-    return text_ + L" And " + std::to_wstring(count_ - kNamedFaults) + L" more.";
-  }
-
- private:
-  std::size_t count_ = 0;
-  std::wstring text_;
-};
 
 // A file whose content is compared with its source's.
 struct Pair {
@@ -87,88 +69,65 @@ class Judge {
     for (at_ = 0; at_ < copies_.size(); ++at_) JudgeItem(copies_[at_]);
     ComparePairs();
     for (std::size_t i = 0; i < copies_.size(); ++i) {
-      items[i].reason = faults_[i].Text();
-      items[i].done = items[i].reason.empty();
-      if (!items[i].done && !copies_[i].lastDeleted.empty()) {
-        items[i].reason += L" The folder's old content is gone.";
+      const std::vector<std::wstring>& faults = faults_[i];
+      items[i].done = faults.empty();
+      if (faults.empty()) continue;
+      std::wstring& reason = items[i].reason = faults[0];
+      for (std::size_t k = 1; k < std::min(faults.size(), kNamedFaults); ++k) {
+        reason += L" " + faults[k];
       }
+      if (faults.size() > kNamedFaults) {
+        reason += L" And " + std::to_wstring(faults.size() - kNamedFaults) + L" more.";
+      }
+      if (!copies_[i].lastDeleted.empty()) reason += L" The folder's old content is gone.";
     }
   }
 
  private:
   using Parts = std::initializer_list<std::wstring>;
 
-  void Fault(const wchar_t* text, Parts parts) { faults_[at_].Add(text, parts); }
+  void Fault(const wchar_t* text, Parts parts) { faults_[at_].push_back(Filled(text, parts)); }
   void Fault(const wchar_t* text, const Pair& pair) {
-    const bool isNamed = faults_[at_].NamesMore();
+    const bool isNamed = faults_[at_].size() < kNamedFaults;  // to find a cause takes long
     Fault(text, {pair.name, pair.hasChanged ? kChanged
                             : isNamed       ? LikelyCause(pair.source, pair.destination)
                                             : L""});
   }
 
   void JudgeItem(const Copy& item) {
-    if (!item.isUsable) {
-      Fault(L"Its source or its destination is no path that could be looked at.", {});
-    } else if (item.kind == Kind::kFile) {
-      JudgeFile(item);
-    } else {
-      JudgeFolder(item);
-    }
-  }
-
-  void JudgeFile(const Copy& item) {
-    FileState now;
-    if (!ReadFileState(item.source, now)) {
-      return Fault(L"The source cannot be seen any more: {}", {SystemMessage(GetLastError())});
-    }
-    JudgeTarget(L"It", item.source, item.destination, now,
-                item.targets.empty() ? nullptr : &item.targets[0]);
-  }
-
-  void JudgeFolder(const Copy& item) {
-    const std::wstring& source = item.source;
-    const std::wstring& destination = item.destination;
-    if (!IsFolder(destination)) {
-      return Fault(GetLastError() == ERROR_ACCESS_DENIED
-                       ? L"The folder is not visible to this user, so it could not be compared."
-                       : L"The folder is missing.",
+    const Entry* const from = item.isUsable ? folders_.Find(item.source) : nullptr;
+    if (from == nullptr || from->error != 0) {
+      return Fault(item.isUsable ? L"The source cannot be seen any more."
+                                 : L"Its source or destination is no path that could be looked at.",
                    {});
     }
+    const TreeListing now = ListTree(item.source, *from, Links::kFollowedOnce);
+    JudgeListing(item.source, now);
+    if (item.kind == Kind::kReplaceFolder) JudgeLeftovers(item.destination, now);
+
     std::unordered_map<std::wstring, const Target*> before;  // by paths in upper case
     for (const Target& target : item.targets) before.emplace(UpperCase(target.path), &target);
-    const TreeListing now = ListTree(source, Links::kFollowedOnce);
-    JudgeListing(source, now);
-    if (item.kind == Kind::kReplaceFolder) JudgeLeftovers(destination, now);
     for (const TreeEntry& entry : now.entries) {
       const auto was = before.find(UpperCase(entry.path));
-      const Target* const target = was == before.end() ? nullptr : was->second;
+      JudgeEntry(item, entry, was == before.end() ? nullptr : was->second);
       if (was != before.end()) before.erase(was);
-      const std::wstring path = Below(destination, entry.path);
-      if (!entry.isFolder) {
-        JudgeTarget(Quoted(entry.path), Below(source, entry.path), path, entry.state, target);
-      } else if (const Entry* const there = folders_.Find(path);
-                 there == nullptr || !there->isFolder || there->isLink) {
-        Fault(L"The folder {} is missing{}", {Quoted(entry.path), target ? L"." : kChanged});
-      }
     }
     for (const auto& [path, target] : before) {
       Fault(L"{} is no longer in the source{}", {Quoted(target->path), kChanged});
     }
   }
 
-  void JudgeListing(const std::wstring& folder, const TreeListing& tree) {
-    for (const TreeListing::Fault& fault : tree.faults) {
-      Fault(fault.error == 0 ? L"{} is a link behind a link, which is not followed."
-                             : L"{} cannot be listed: {}",
-            {Quoted(Below(folder, fault.path)), SystemMessage(fault.error)});
-    }
+  void JudgeListing(const std::wstring& root, const TreeListing& tree) {
+    for (const TreeListing::Fault& fault : tree.faults) Fault(L"{}", {InWords(fault, root)});
   }
 
   // What could not be deleted, and what has come since.
   void JudgeLeftovers(const std::wstring& destination, const TreeListing& source) {
+    const Entry* const root = folders_.Find(destination);
+    if (root == nullptr || !root->isFolder) return;
     std::unordered_set<std::wstring> expected;
     for (const TreeEntry& entry : source.entries) expected.insert(UpperCase(entry.path));
-    const TreeListing there = ListTree(destination, Links::kNotFollowed);
+    const TreeListing there = ListTree(destination, *root, Links::kNotFollowed);
     JudgeListing(destination, there);
     for (const TreeEntry& entry : there.entries) {
       if (expected.count(UpperCase(entry.path)) != 0) continue;
@@ -182,16 +141,28 @@ class Judge {
     }
   }
 
-  void JudgeTarget(const std::wstring& name, const std::wstring& source,
-                   const std::wstring& destination, const FileState& now, const Target* before) {
-    const Entry* const there = folders_.Find(destination);
-    const bool hasChanged = before == nullptr || !(before->state == now);
-    const Pair pair = {at_, name, source, destination, now.size, hasChanged};
-    if (there == nullptr || there->isFolder) return Fault(L"{} is missing{}", pair);
-    if (comparison_ == Comparison::kSizeAndTime && !hasChanged && !before->lookedDone &&
-        there->state.Matches(now)) {
+  void JudgeEntry(const Copy& item, const TreeEntry& now, const Target* before) {
+    const std::wstring name = (now.isFolder ? L"The folder " : L"") + Quoted(now.path);
+    const Pair pair = {at_,
+                       !now.path.empty() ? name
+                       : now.isFolder    ? L"The folder"
+                                         : L"It",
+                       Below(item.source, now.path),
+                       Below(item.destination, now.path),
+                       now.state.size,
+                       before == nullptr || !(before->state == now.state)};
+    const Entry* const there = folders_.Find(pair.destination);
+    if (there != nullptr && there->error != 0) {
+      return Fault(L"{} is not visible to this user, so it could not be compared.", {pair.name});
+    }
+    if (there == nullptr || there->isFolder != now.isFolder || (there->isFolder && there->isLink)) {
+      return Fault(L"{} is missing{}", pair);
+    }
+    if (now.isFolder) return;
+    if (comparison_ == Comparison::kSizeAndTime && !pair.hasChanged && !before->lookedDone &&
+        there->state.Matches(now.state)) {
       ++progress_.files;
-      progress_.bytes += now.size;
+      progress_.bytes += now.state.size;
     } else {
       pairs_.push_back(pair);
     }
@@ -236,8 +207,8 @@ class Judge {
   const Comparison comparison_;
   const Tick& tick_;
   Progress& progress_;
-  std::size_t at_ = 0;  // the item that is looked at
-  std::vector<Faults> faults_{copies_.size()};
+  std::size_t at_ = 0;                                             // the item that is looked at
+  std::vector<std::vector<std::wstring>> faults_{copies_.size()};  // by item
   std::vector<Pair> pairs_;
   Folders folders_;
   // Keys of what file items bring, and of the folders above.

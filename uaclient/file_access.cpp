@@ -6,7 +6,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <cstring>
 #include <future>
 #include <memory>
 #include <vector>
@@ -19,73 +18,69 @@ namespace {
 
 constexpr DWORD kReadWrite = FILE_SHARE_READ | FILE_SHARE_WRITE;
 constexpr DWORD kChunk = 512 * 1024;
+constexpr wchar_t kIsInUse[] = L" is in use by another program. Close it first.";
 
-Handle Open(const std::wstring& fullPath, DWORD rights, DWORD share) {
-  return Handle(CreateFileW(Verbatim(fullPath).c_str(), rights, share, nullptr, OPEN_EXISTING,
-                            FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-}
-
-std::wstring Fault(const Handle& file, bool needsElevation) {
-  const DWORD error = file ? ERROR_SUCCESS : GetLastError();
-  if (error == ERROR_SUCCESS) return {};
-  if (error == ERROR_ACCESS_DENIED && needsElevation && !IsElevated()) return {};
-  return error == ERROR_SHARING_VIOLATION ? L" is in use by another program. Close it first."
-                                          : L" cannot be opened: " + SystemMessage(error);
-}
-
-// A virus scanner holds a new file for a moment.
-Handle OpenPatiently(const std::wstring& path) {
-  constexpr int kAttempts = 20;
-  Handle file = Open(path, GENERIC_READ, kShareAll);
-  for (int i = 1; !file && GetLastError() == ERROR_SHARING_VIOLATION && i < kAttempts; ++i) {
-    Sleep(25);
-    file = Open(path, GENERIC_READ, kShareAll);
-  }
-  return file;
+std::wstring Fault(const std::wstring& fullPath, DWORD access, DWORD share) {
+  if (Open(Verbatim(fullPath), access, share)) return {};
+  const DWORD error = GetLastError();
+  if (error == ERROR_ACCESS_DENIED && access != GENERIC_READ && !IsElevated()) return {};
+  if (error == ERROR_SHARING_VIOLATION) return kIsInUse;
+  return L" cannot be opened: " + SystemMessage(error);
 }
 
 }  // namespace
 
 std::wstring ReadingFault(const std::wstring& fullPath) {
-  return Fault(Open(fullPath, GENERIC_READ, kReadWrite), false);
+  return Fault(fullPath, GENERIC_READ, kReadWrite);
 }
 
 std::wstring OverwritingFault(const std::wstring& fullPath) {
-  return Fault(Open(fullPath, GENERIC_WRITE, kShareAll), true);
+  return Fault(fullPath, GENERIC_WRITE, kShareAll);
 }
 
 // A running program could be deleted from its folder, but would keep its place in it. It shows when
 // it is opened for writing.
 std::wstring DeletionFault(const std::wstring& fullPath) {
-  const std::wstring fault = Fault(Open(fullPath, DELETE, kReadWrite), true);
-  const Handle written = Open(fullPath, GENERIC_WRITE, kShareAll);
-  return written || GetLastError() != ERROR_SHARING_VIOLATION ? fault : Fault(written, true);
+  if (OverwritingFault(fullPath) == kIsInUse) return kIsInUse;
+  return Fault(fullPath, DELETE, kReadWrite);
+}
+
+Handle OpenPatiently(const std::wstring& path, DWORD access, DWORD share, DWORD creation,
+                     int retries) {
+  Handle file = Open(path, access, share, creation);
+  for (; !file && GetLastError() == ERROR_SHARING_VIOLATION && retries > 0; --retries) {
+    Sleep(20);
+    file = Open(path, access, share, creation);
+  }
+  return file;
 }
 
 Equality Compare(const std::wstring& first, const std::wstring& second, const Tick& tick) {
-  const Handle firstFile = OpenPatiently(first);
-  const Handle secondFile = OpenPatiently(second);
+  const auto open = [](const std::wstring& fullPath) {  // a virus scanner holds a new file a moment
+    return OpenPatiently(Verbatim(fullPath), GENERIC_READ, kShareAll, OPEN_EXISTING, 25);
+  };
+  const Handle firstFile = open(first);
+  const Handle secondFile = open(second);
   LARGE_INTEGER size = {};
   if (!firstFile || !secondFile || !GetFileSizeEx(firstFile.get(), &size)) {
     return Equality::kNotRead;
   }
   // Large enough for the whole of a small file, and to see its end.
   const auto most = static_cast<DWORD>(std::min<LONGLONG>(size.QuadPart + 1, kChunk));
-  const std::unique_ptr<char[]> firstChunk(new char[most]);
-  const std::unique_ptr<char[]> secondChunk(new char[most]);
+  std::string firstChunk;
+  std::string secondChunk;
+  const auto read = [most](const Handle& file, std::string& chunk) {
+    DWORD length = 0;
+    chunk.resize(most);
+    const bool isRead = ReadFile(file.get(), chunk.data(), most, &length, nullptr) != FALSE;
+    chunk.resize(length);
+    return isRead;
+  };
   for (;;) {
     if (tick && !tick()) return Equality::kStopped;
-    DWORD firstLength = 0;
-    DWORD secondLength = 0;
-    if (!ReadFile(firstFile.get(), firstChunk.get(), most, &firstLength, nullptr) ||
-        !ReadFile(secondFile.get(), secondChunk.get(), most, &secondLength, nullptr)) {
-      return Equality::kNotRead;
-    }
-    if (firstLength != secondLength ||
-        std::memcmp(firstChunk.get(), secondChunk.get(), firstLength) != 0) {
-      return Equality::kDifferent;
-    }
-    if (firstLength < most) return Equality::kEqual;
+    if (!read(firstFile, firstChunk) || !read(secondFile, secondChunk)) return Equality::kNotRead;
+    if (firstChunk != secondChunk) return Equality::kDifferent;
+    if (firstChunk.size() < most) return Equality::kEqual;
   }
 }
 
@@ -95,11 +90,9 @@ void InParallel(std::size_t count, const std::function<void(std::size_t)>& work,
   const auto workOn = [&] {
     for (std::size_t i = next++; i < count; i = next++) work(i);
   };
-  std::vector<std::future<void>> threads;
+  std::vector<std::future<void>> threads(std::min(kThreads, count));
   const std::shared_ptr<void> end(nullptr, [&](void*) { next = count; });  // then they are joined
-  while (threads.size() < std::min(kThreads, count)) {
-    threads.push_back(std::async(std::launch::async, workOn));
-  }
+  for (std::future<void>& thread : threads) thread = std::async(std::launch::async, workOn);
   for (std::future<void>& thread : threads) {
     while (thread.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready) {
       if (tick && !tick()) next = count;
@@ -109,12 +102,8 @@ void InParallel(std::size_t count, const std::function<void(std::size_t)>& work,
 }
 
 WholeFile ReadWhole(const std::wstring& path, DWORD access, DWORD share) {
-  // Whoever waits behind the name of a pipe must not act as this user.
-  constexpr DWORD kFlags =
-      FILE_FLAG_SEQUENTIAL_SCAN | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
   WholeFile file;
-  file.handle =
-      Handle(CreateFileW(path.c_str(), access, share, nullptr, OPEN_EXISTING, kFlags, nullptr));
+  file.handle = Open(path, access, share);
   const DWORD error = GetLastError();
   LARGE_INTEGER size = {};
   DWORD count = 0;

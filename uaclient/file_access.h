@@ -17,6 +17,10 @@ std::wstring ReadingFault(const std::wstring& fullPath);
 std::wstring OverwritingFault(const std::wstring& fullPath);
 std::wstring DeletionFault(const std::wstring& fullPath);
 
+// Tries again after 20 ms, at most so many times, while another program holds the file.
+Handle OpenPatiently(const std::wstring& path, DWORD access, DWORD share, DWORD creation,
+                     int retries);
+
 // Called now and then while something takes long; returns false to end it.
 using Tick = std::function<bool()>;
 

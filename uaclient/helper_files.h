@@ -18,10 +18,8 @@ struct NotStarted {
 // The folder that the environment variable TMP names, as a full path; L"" where it names none.
 std::wstring TempFolder();
 
-// Whether a folder has a name such as this program gives to the one for the helper's files.
-bool IsHelperFolder(const std::wstring& path);
-
-// Removes the folder with the files that are put into it, and nothing else.
+// Removes the folder with the files that are put into it, and nothing else; not even that where the
+// folder's name is none that this program gives.
 void RemoveHelperFolder(const std::wstring& path);
 
 // The folder is open to this user, administrators and the system alone: who can change these files
@@ -34,22 +32,19 @@ class HelperFiles {
   HelperFiles(const HelperFiles&) = delete;
   HelperFiles& operator=(const HelperFiles&) = delete;
 
-  // Where they lie, for people.
+  // Where they lie, in characters that the ANSI code page has.
   const std::wstring& Folder() const { return folder_; }
 
   // Writes the list and a task file that names it, or without a list the task file as it is given.
   // Throws NotStarted.
   void Create(const std::string& task, const std::string& list);
 
-  // The name by which the helper finds the task file, in characters that the ANSI code page has.
   std::wstring TaskPath() const;
 
  private:
-  void CreateFolder();
   void Write(const wchar_t* name, const std::string& bytes, DWORD share);
 
   std::wstring folder_;
-  std::wstring readable_;  // the same folder by a name that the code page has
   // Open to the end: nobody can rename or replace the folder, nor write into the files.
   std::vector<Handle> held_;
 };

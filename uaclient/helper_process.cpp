@@ -2,6 +2,7 @@
 
 #include <objbase.h>
 
+#include <algorithm>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -14,14 +15,9 @@
 namespace uaclient {
 namespace {
 
-// Waits as a thread with a window must, also where nobody fetches its messages: what other threads
-// send to its windows is answered, so that the elevation prompt, which belongs to one of them,
-// cannot wait for this thread while it waits for the prompt.
-void WaitAndAnswer(HANDLE handle, bool hasWindow) {
-  if (!hasWindow) {
-    WaitForSingleObject(handle, INFINITE);
-    return;
-  }
+// What other threads send to this thread's windows is answered meanwhile, also where nobody fetches
+// its messages: the elevation prompt belongs to one of them, and would wait for this thread.
+void WaitAndAnswer(HANDLE handle) {
   while (MsgWaitForMultipleObjects(1, &handle, FALSE, INFINITE, QS_SENDMESSAGE) ==
          WAIT_OBJECT_0 + 1) {
     MSG message;
@@ -32,43 +28,26 @@ void WaitAndAnswer(HANDLE handle, bool hasWindow) {
 // It changes the process's current directory for a moment, so one at a time.
 std::mutex shellMutex;
 
-// What to do about an error of the start; L"" where the system's message has to do.
-std::wstring Advice(DWORD error, const std::wstring& program) {
-  const bool isDownloaded =
-      GetFileAttributesW((program + L":Zone.Identifier").c_str()) != INVALID_FILE_ATTRIBUTES;
-  switch (error) {
-    case ERROR_FILE_NOT_FOUND:
-    case ERROR_PATH_NOT_FOUND:
-      return L" Put it beside the calling program, or write its path into the options.";
-    case ERROR_ACCESS_DISABLED_BY_POLICY:
-    case ERROR_DS_REFERRAL:  // only signed programs may be elevated
-      return L" A policy of this computer does not allow it. Ask its administrator.";
-    case ERROR_CANCELLED:
-      if (!isDownloaded) return {};
-      return L" The helper " + Quoted(program) +
-             L" was downloaded, and Windows may have refused it for that reason. To allow it, "
-             L"choose Unblock in the file's properties.";
-    default:
-      return {};
-  }
-}
-
 }  // namespace
 
 BOOL(*ShellExecuteForHelper)
 (SHELLEXECUTEINFOW*) = [](SHELLEXECUTEINFOW* start) { return ShellExecuteExW(start); };
 
 void HelperProcess::Start(const std::wstring& program, const std::wstring& taskFile, void* owner) {
-  const std::wstring failed = L"The helper " + Quoted(program) + L" could not be started: ";
-  if (const std::wstring fault = DriveFault(program); !fault.empty()) {
-    throw NotStarted{failed + fault};
+  std::wstring fault = DriveFault(program);
+  if (fault.empty()) {
+    const DWORD error =
+        IsElevated() ? StartDirectly(program, taskFile) : StartByShell(program, taskFile, owner);
+    if (error == ERROR_SUCCESS) return;
+    if (error == ERROR_CANCELLED) {
+      throw NotStarted{L"The elevation was refused. Nothing was done.", Status::kRefused};
+    }
+    fault = SystemMessage(error);
+    if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) {
+      fault += L" Put it beside the calling program, or write its path into the options.";
+    }
   }
-  const DWORD error =
-      IsElevated() ? StartDirectly(program, taskFile) : StartByShell(program, taskFile, owner);
-  if (error == ERROR_SUCCESS) return;
-  const std::wstring advice = Advice(error, program);
-  if (error != ERROR_CANCELLED) throw NotStarted{failed + SystemMessage(error) + advice};
-  throw NotStarted{L"The elevation was refused. Nothing was done." + advice, Status::kRefused};
+  throw NotStarted{L"The helper " + Quoted(program) + L" could not be started: " + fault};
 }
 
 DWORD HelperProcess::StartByShell(const std::wstring& program, const std::wstring& taskFile,
@@ -94,22 +73,21 @@ DWORD HelperProcess::StartByShell(const std::wstring& program, const std::wstrin
     if (SUCCEEDED(com)) CoUninitialize();
     SetEvent(ended.get());
   });
-  WaitAndAnswer(ended.get(), owner != nullptr);
+  WaitAndAnswer(ended.get());
   shell.join();
   process_ = Handle(start.hProcess);
   return error == ERROR_SUCCESS && !process_ ? ERROR_INVALID_HANDLE : error;
 }
 
 DWORD HelperProcess::StartDirectly(const std::wstring& program, const std::wstring& taskFile) {
-  SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
   HANDLE reader = nullptr;
   HANDLE writer = nullptr;
-  if (!CreatePipe(&reader, &writer, &inherit, 0)) return GetLastError();
+  if (!CreatePipe(&reader, &writer, nullptr, 0)) return GetLastError();
   output_ = Handle(reader);
-  Handle helpersEnd(writer);
-  SetHandleInformation(reader, HANDLE_FLAG_INHERIT, 0);
+  const Handle helpersEnd(writer);
 
   // It inherits this one handle, whatever else the application holds or other threads start.
+  SetHandleInformation(writer, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
   SIZE_T size = 0;
   InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
   std::vector<char> memory(size);
@@ -144,16 +122,10 @@ DWORD HelperProcess::ExitCode() const {
 
 std::wstring HelperProcess::Output() const {
   char text[4096];
-  DWORD available = 0;
   DWORD length = 0;
-  if (!output_ || !PeekNamedPipe(output_.get(), nullptr, 0, nullptr, &available, nullptr) ||
-      available == 0 || !ReadFile(output_.get(), text, sizeof text, &length, nullptr)) {
-    return {};
-  }
+  PeekNamedPipe(output_.get(), text, sizeof text, &length, nullptr, nullptr);
   std::wstring line = AnsiToWide(std::string(text, length));
-  for (wchar_t& c : line) {
-    if (c < L' ') c = L' ';
-  }
+  std::replace_if(line.begin(), line.end(), [](wchar_t c) { return c < L' '; }, L' ');
   line.resize(line.find_last_not_of(L" .") + 1);
   return line;
 }
@@ -164,9 +136,8 @@ std::uint64_t HelperProcess::BytesWritten() const {
 }
 
 std::wstring OwnFolder() {
-  std::wstring self(32768, L'\0');
-  self.resize(GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size())));
-  return ParentOf(self);
+  return ParentOf(
+      TextFrom([](wchar_t* text, DWORD size) { return GetModuleFileNameW(nullptr, text, size); }));
 }
 
 std::wstring HelperPath(const Options& options) {

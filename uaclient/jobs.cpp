@@ -6,13 +6,11 @@
 #include <taskschd.h>
 #include <wrl/client.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cwchar>
 #include <thread>
 #include <vector>
 
-#include "uaclient/code_page.h"
 #include "uaclient/path.h"
 #include "uaclient/win32.h"
 #include "uaclient/words.h"
@@ -89,16 +87,15 @@ std::string TaskOf(const Job& job) {
   char start[64];
   std::snprintf(start, std::size(start), "%04d-%02d-%02dT%02d:%02d:00", today.wYear, today.wMonth,
                 today.wDay, job.hour, job.minute);
-  const std::string days = std::to_string(job.days);
-  return FormatTaskFile(Task::kType,
-                        {{Task::kTaskName, ForHelper(job.name)},
-                         {Task::kExePath, ForHelper(job.program.wstring())},
-                         {Task::kExeArguments, ForHelper(CommandLine(job.arguments))},
-                         {Task::kRuntime, start},
-                         {Task::kAuthorName, ForHelper(job.author)},
-                         {Task::kTimeType, std::to_string(KindOf(job))},
-                         {Task::kTimeWeekday, KindOf(job) == Task::kWeekly ? days : "0"},
-                         {Task::kTimeMonthday, KindOf(job) == Task::kMonthly ? days : "0"}});
+  const std::string days = std::to_string(job.every == Job::Every::kDay ? 0 : job.days);
+  return FormatTaskFile(Task::kType, {{Task::kTaskName, ForHelper(job.name)},
+                                      {Task::kExePath, ForHelper(job.program.wstring())},
+                                      {Task::kExeArguments, ForHelper(CommandLine(job.arguments))},
+                                      {Task::kRuntime, start},
+                                      {Task::kAuthorName, ForHelper(job.author)},
+                                      {Task::kTimeType, std::to_string(KindOf(job))},
+                                      {Task::kTimeWeekday, days},
+                                      {Task::kTimeMonthday, days}});
 }
 
 Work WorkOn(const Job& job, const Step& step, std::initializer_list<std::wstring> faults) {
@@ -135,26 +132,23 @@ JobState LookUp(const std::wstring& name) {
 }  // namespace
 
 std::wstring JobNameFault(const std::wstring& what, const std::wstring& name) {
-  if (name.empty()) return what + L" is empty. Give the job a name.";
   const std::wstring path = L"\\" + name + L"\\";
-  const auto inPath = [&](const wchar_t* text) { return path.find(text) != std::wstring::npos; };
-  const auto parts = {L"\\\\", L"\\ ", L" \\", L".\\"};
-  if (name.find_first_of(L"/:*?\"<>|") == std::wstring::npos &&
-      std::none_of(parts.begin(), parts.end(), inPath))
-    return TextFault(what, name);
+  bool isOdd = name.find_first_of(L"/:*?\"<>|") != std::wstring::npos;
+  for (const auto* odd : {L"\\\\", L"\\ ", L" \\", L".\\"}) isOdd |= path.find(odd) != path.npos;
+  if (!isOdd) return TextFault(what, name);
   return Fault(what, name,
-               L"holds one of / : * ? \" < > |, or a part between \"\\\" that is empty, begins "
-               L"with a blank, or ends in a blank or a dot. Use another name.");
+               L"holds one of / : * ? \" < > |, or a part of it is empty, begins with a blank, or "
+               L"ends in a blank or a dot. Use another name.");
 }
 
 std::wstring ProgramFault(const std::wstring& what, const std::wstring& program) {
   const std::wstring path = Expanded(program);
   std::wstring full;
-  std::wstring fault = PathFault(path, what, full);
+  const std::wstring fault = PathFault(path, what, full);
   if (!fault.empty()) return fault;
-  if (IsFolder(path)) return Fault(what, path, L"is a folder. Write the program's path.");
-  if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES) return {};
-  return Fault(what, path, L"does not exist. Write its whole path, and the arguments apart.");
+  if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES && !IsFolder(path)) return {};
+  return Fault(what, path,
+               L"does not exist or is a folder. Write the whole path, and the arguments apart.");
 }
 
 std::wstring Rhythm(std::int32_t kind, std::uint32_t days) {
@@ -162,8 +156,10 @@ std::wstring Rhythm(std::int32_t kind, std::uint32_t days) {
                                           L"Thursday", L"Friday", L"Saturday"};
   if (kind == Task::kDaily) return L"daily";
   const bool isWeekly = kind == Task::kWeekly;
+  const std::size_t count = isWeekly ? std::size(kWeekdays) : 31;
+  if (days == 0 || days >> count != 0) return {};
   std::wstring text;
-  for (std::size_t day = 0; day < (isWeekly ? std::size(kWeekdays) : 31); ++day) {
+  for (std::size_t day = 0; day < count; ++day) {
     if ((days >> day & 1U) == 0) continue;
     text += (text.empty() ? L" " : L", ") + (isWeekly ? kWeekdays[day] : std::to_wstring(day + 1));
   }
@@ -172,40 +168,32 @@ std::wstring Rhythm(std::int32_t kind, std::uint32_t days) {
 
 Step RegistrationStep(const std::wstring& name, const std::wstring& program,
                       const std::wstring& arguments, const std::wstring& when) {
-  const JobState older = FindJob(name);
-  std::wstring text = Filled(L"registers the job {}: starts {} with the arguments {} {}",
-                             {Quoted(name), Quoted(program), Quoted(arguments), when});
-  if (older == JobState::kThere) text += L"; replaces the job of that name";
-  if (older == JobState::kUnknown) text += L"; in place of one of that name, if there is one";
+  const std::wstring text =
+      Filled(L"registers the job {}: starts {} with the arguments {} {}, replacing any older one",
+             {Quoted(name), Quoted(program), Quoted(arguments), when});
   return {Step::Kind::kRegisterJob, {}, {}, name, 0, 0, false, 0, 0, text};
 }
 
-Step DeletionStep(const std::wstring& name) {
-  return {
-      Step::Kind::kDeleteJob, {}, {}, name, 0, 0, true, 0, 0, L"deletes the job " + Quoted(name)};
+Step DeletionStep(const std::wstring& name, const wchar_t* remark) {
+  const std::wstring text = L"deletes the job " + Quoted(name) + remark;
+  return {Step::Kind::kDeleteJob, {}, {}, name, 0, 0, true, 0, 0, text};
 }
 
 Work WorkOf(const Job& job, const Options&, Hold) {
   const std::wstring program = job.program.wstring();
-  const std::wstring programFault = ProgramFault(kProgram, program);
   const std::wstring arguments = CommandLine(job.arguments);
+  const std::wstring rhythm = Rhythm(KindOf(job), job.days);
   const bool isTime = job.hour >= 0 && job.hour < 24 && job.minute >= 0 && job.minute < 60;
-  const std::int32_t kind = KindOf(job);
-  const unsigned allDays = kind == Task::kWeekly ? 7 : 31;
-  const bool hasDays = kind == Task::kDaily || (job.days != 0 && job.days >> allDays == 0);
   wchar_t time[32];
   std::swprintf(time, std::size(time), L" at %02d:%02d", job.hour, job.minute);
   return WorkOn(
-      job, RegistrationStep(job.name, program, arguments, Rhythm(kind, job.days) + time),
+      job, RegistrationStep(job.name, program, arguments, rhythm + time),
       {JobNameFault(kName, job.name), TextFault(L"The author", job.author),
        isTime ? L"" : L"The time must be between 00:00 and 23:59.",
-       hasDays ? L""
-               : L"Name at least one day, by the lowest " + std::to_wstring(allDays) + L" bits.",
-       programFault.empty() ? CommandFault(kProgram, program) : programFault,
+       rhythm.empty() ? L"Name its days by the lowest 7 bits (weekly) or 31 (monthly)." : L"",
+       ProgramFault(kProgram, program), CommandFault(kProgram, program),
        CommandFault(L"The command line", arguments),
-       job.arguments.empty()
-           ? L"There are no arguments, so the helper would delete the job. Give one. \"\" counts."
-           : L""});
+       arguments.empty() ? L"Give an argument: without one the helper deletes the job." : L""});
 }
 
 Work WorkOf(const JobRemoval& removal, const Options&, Hold) {

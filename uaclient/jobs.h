@@ -15,13 +15,12 @@ std::wstring JobNameFault(const std::wstring& what, const std::wstring& name);
 // Whether the scheduler would find the program.
 std::wstring ProgramFault(const std::wstring& what, const std::wstring& program);
 
-// How often a job of this trigger kind starts, in words.
+// How often a job of this trigger kind starts, in words; L"" unless it is on days that there are.
 std::wstring Rhythm(std::int32_t kind, std::uint32_t days);
 
-// Asks the scheduler for an older job of the name.
 Step RegistrationStep(const std::wstring& name, const std::wstring& program,
                       const std::wstring& arguments, const std::wstring& when);
-Step DeletionStep(const std::wstring& name);
+Step DeletionStep(const std::wstring& name, const wchar_t* remark = L"");
 
 enum class JobState { kThere, kNotThere, kUnknown };
 

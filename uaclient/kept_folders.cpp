@@ -47,12 +47,9 @@ KeptFolders::KeptFolders(Folders& folders, const Options& options) {
     if ((drives & 1) != 0 && GetDriveTypeW(root.c_str()) != DRIVE_REMOTE) paths.push_back(root);
   }
   for (const std::wstring& path : paths) {
-    const std::wstring full = FullPath(path);
-    if (!full.empty()) kept_.push_back(&folders.At(full));
+    if (!path.empty()) kept_.push_back(&folders.At(path));
   }
-  wchar_t windows[MAX_PATH] = {};
-  GetSystemWindowsDirectoryW(windows, MAX_PATH);
-  windows_ = &folders.At(FullPath(windows));
+  windows_ = &folders.At(KnownFolder(FOLDERID_Windows));
   profiles_ = &folders.At(KnownFolder(FOLDERID_UserProfiles));
 }
 
@@ -64,7 +61,9 @@ std::wstring KeptFolders::WhyKept(const Folder& folder) const {
                                   : L" holds " + Quoted(kept->path);
   }
   if (folder.IsInOrIs(*windows_)) return L" is in the Windows folder";
-  return folder.keys[1] == profiles_->keys[0] ? L" is a user's profile" : L"";
+  if (folder.keys[1] == profiles_->keys[0]) return L" is a user's profile";
+  if (folder.error == 0) return {};
+  return L" cannot be looked up (error " + std::to_wstring(folder.error) + L")";
 }
 
 }  // namespace uaclient

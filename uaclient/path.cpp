@@ -1,24 +1,15 @@
 #include "uaclient/path.h"
 
 #include <algorithm>
-#include <cwchar>
-#include <utility>
 
+#include "corekit/text.h"
 #include "uaclient/win32.h"
 #include "uaclient/words.h"
 
 namespace uaclient {
 namespace {
 
-// Far longer than what the helper can reach.
-constexpr DWORD kMaxUnits = 1024;
-
 bool IsSeparator(wchar_t c) { return c == L'\\' || c == L'/'; }
-
-bool HasDrive(const std::wstring& path) {
-  return path.size() > 1 && path[1] == L':' &&
-         ((path[0] >= L'a' && path[0] <= L'z') || (path[0] >= L'A' && path[0] <= L'Z'));
-}
 
 bool IsNetworkPath(const std::wstring& path) {
   return path.size() > 2 && IsSeparator(path[0]) && IsSeparator(path[1]) && !IsSeparator(path[2]) &&
@@ -39,31 +30,26 @@ std::wstring Plain(std::wstring path) {
   return path;
 }
 
-std::wstring SystemsFullPath(const std::wstring& path) {
-  wchar_t full[kMaxUnits];
-  const DWORD length = GetFullPathNameW(path.c_str(), kMaxUnits, full, nullptr);
-  return length < kMaxUnits ? std::wstring(full, length) : std::wstring();
-}
-
-// `\\?\C:\x` and `\\?\UNC\server\share` as they are usually written.
-std::wstring WithoutPrefix(const std::wstring& path) {
-  if (path.rfind(L"\\\\?\\UNC\\", 0) == 0) return L"\\" + path.substr(7);
-  return path.rfind(L"\\\\?\\", 0) == 0 ? path.substr(4) : path;
+// `\\?\C:\x` and `\\?\UNC\server\share` as they are usually written; L"" for what is no full path.
+std::wstring Usual(std::wstring path) {
+  if (path.rfind(L"\\\\?\\UNC\\", 0) == 0) path.erase(1, 6);
+  if (path.rfind(L"\\\\?\\", 0) == 0) path.erase(0, 4);
+  return IsAbsolute(path) ? Plain(path) : std::wstring();
 }
 
 }  // namespace
 
 bool IsAbsolute(const std::wstring& path) {
-  return IsNetworkPath(path) || (HasDrive(path) && path.size() > 2 && IsSeparator(path[2]));
+  const bool hasDrive =
+      path.size() > 2 && path[1] == L':' && IsSeparator(path[2]) &&
+      ((path[0] >= L'a' && path[0] <= L'z') || (path[0] >= L'A' && path[0] <= L'Z'));
+  return hasDrive || IsNetworkPath(path);
 }
 
 bool ListCarries(const std::wstring& text) {
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const bool isPair = i + 1 < text.size() && IS_SURROGATE_PAIR(text[i], text[i + 1]);
-    if (text[i] < L' ' || (!isPair && text[i] >= 0xD800 && text[i] <= 0xDFFF)) return false;
-    i += isPair ? 1 : 0;
-  }
-  return true;
+  const bool hasControls =
+      std::any_of(text.begin(), text.end(), [](wchar_t c) { return c < L' '; });
+  return !hasControls && Utf8ToWide(WideToUtf8(text)) == text;
 }
 
 std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::wstring& full) {
@@ -79,17 +65,16 @@ std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::
            L" holds one of < > : \" | ? *, a control character or half of a surrogate pair. Rename "
            L"it.";
   }
-  full = Plain(SystemsFullPath(path));
-  if (CompareStringOrdinal(full.c_str(), -1, Plain(path).c_str(), -1, TRUE) == CSTR_EQUAL)
-    return {};
-  const std::wstring read = std::exchange(full, FullPath(path));
-  return Quoted(path) + L" is what Windows reads as " + Quoted(read) +
+  full = FullPath(path);
+  if (full == Plain(path)) return {};
+  return Quoted(path) + L" is what Windows reads as " + Quoted(full) +
          L". Write that, or use another name.";
 }
 
 std::wstring FullPath(const std::wstring& path) {
-  const std::wstring full = WithoutPrefix(SystemsFullPath(path));
-  return IsAbsolute(full) ? Plain(full) : std::wstring();
+  return Usual(TextFrom([&](wchar_t* text, DWORD size) {
+    return GetFullPathNameW(path.c_str(), size, text, nullptr);
+  }));
 }
 
 bool IsRoot(const std::wstring& fullPath) { return fullPath.size() <= RootSize(fullPath); }
@@ -118,14 +103,13 @@ std::wstring Verbatim(const std::wstring& fullPath) {
 }
 
 std::wstring FinalPath(HANDLE file) {
-  wchar_t text[kMaxUnits];
-  const DWORD length = GetFinalPathNameByHandleW(file, text, kMaxUnits, VOLUME_NAME_DOS);
-  const std::wstring path = length < kMaxUnits ? WithoutPrefix({text, length}) : std::wstring();
-  return IsAbsolute(path) ? Plain(path) : std::wstring();
+  return Usual(TextFrom([&](wchar_t* text, DWORD size) {
+    return GetFinalPathNameByHandleW(file, text, size, VOLUME_NAME_DOS);
+  }));
 }
 
 std::wstring DriveFault(const std::wstring& fullPath) {
-  if (!HasDrive(fullPath)) return {};
+  if (fullPath.find(L':') != 1) return {};
   const std::wstring drive = fullPath.substr(0, 2);
   const UINT type = GetDriveTypeW((drive + L"\\").c_str());
   if (type == DRIVE_NO_ROOT_DIR) return L"There is no drive " + drive + L". Write one that exists.";
@@ -133,18 +117,14 @@ std::wstring DriveFault(const std::wstring& fullPath) {
 
   wchar_t device[MAX_PATH] = {};
   QueryDosDeviceW(drive.c_str(), device, MAX_PATH);
-  const bool isSubstituted = std::wcsncmp(device, L"\\??\\", 4) == 0;
+  const bool isSubstituted = std::wstring(device).rfind(L"\\??\\", 0) == 0;
   if (!isSubstituted && type != DRIVE_REMOTE) return {};
-  const Handle root(CreateFileW((drive + L"\\").c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-  const std::wstring real = root ? FinalPath(root.get()) : std::wstring();
-  const bool isKnown = !real.empty() && real.compare(0, 2, drive) != 0;
+  std::wstring real = isSubstituted ? Usual(L"\\\\?\\" + std::wstring(device + 4))
+                                    : FinalPath(Open(drive + L"\\", 0).get());
+  if (real.empty()) real = L"\\\\server\\share";
   return L"The drive " + drive +
          L" is mapped for this user only, and the elevated helper does not see it. Write " +
-         (isKnown         ? Quoted(Below(real, fullPath.substr(3)))
-          : isSubstituted ? Quoted(device + 4)
-                          : std::wstring(L"\\\\server\\share and what follows")) +
-         L" instead.";
+         Quoted(Below(real, fullPath.substr(3))) + L" instead.";
 }
 
 }  // namespace uaclient

@@ -37,15 +37,14 @@ bool Folder::IsInOrIs(const Folder& other) const {
 std::optional<std::size_t> FindUpwards(const IndexByKey& indexes, const Spot& spot,
                                        std::size_t passedOver) {
   if (indexes.empty() || spot.folder == nullptr) return std::nullopt;
-  const auto isThere = [&](IndexByKey::const_iterator found) {
+  auto found = indexes.end();
+  const auto isThere = [&](const std::wstring& key) {
+    found = indexes.find(key);
     return found != indexes.end() && found->second != passedOver;
   };
-  auto found = indexes.find(spot.Key());
-  for (auto key = spot.folder->keys.begin(); !isThere(found); ++key) {
-    if (key == spot.folder->keys.end()) return std::nullopt;
-    found = indexes.find(*key);
-  }
-  return found->second;
+  const std::vector<std::wstring>& above = spot.folder->keys;
+  const bool isFound = isThere(spot.Key()) || std::any_of(above.begin(), above.end(), isThere);
+  return isFound ? std::optional(found->second) : std::nullopt;
 }
 
 const Folder& Folders::At(const std::wstring& fullPath) {

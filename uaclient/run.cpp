@@ -6,7 +6,6 @@
 #include <memory>
 #include <utility>
 
-#include "corekit/text.h"
 #include "uaclient/claims.h"
 #include "uaclient/copy_progress.h"
 #include "uaclient/end_state.h"
@@ -44,7 +43,6 @@ void CALLBACK RemoveTraces(PTP_CALLBACK_INSTANCE, void* context, PTP_WAIT wait, 
 // They go when the helper has ended, if this process lives that long.
 void LeaveToHelper(std::unique_ptr<Traces> traces) {
   Traces* const left = traces.release();
-  left->claim.LeaveTo(left->helper.Get());
   const PTP_WAIT wait = CreateThreadpoolWait(RemoveTraces, left, nullptr);
   if (wait != nullptr) SetThreadpoolWait(wait, left->helper.Get(), nullptr);
 }
@@ -155,11 +153,9 @@ class HelperRun {
     if (code == kHelperSucceeded) return Status::kDone;
     wchar_t number[16];
     std::swprintf(number, std::size(number), code < 256 ? L"%lu" : L"0x%08lX", code);
-    work_.result.reason =
-        code == kHelperFailed ? L"The helper gave up (exit code 1)."
-        : code == kHelperFoundNoTaskFile
-            ? L"The helper did not find its task file (exit code 2)."
-            : L"The helper ended abnormally, with exit code " + std::wstring(number) + L".";
+    work_.result.reason = code == kHelperFailed ? L"The helper gave up (exit code 1)."
+                                                : L"The helper ended abnormally, with exit code " +
+                                                      std::wstring(number) + L".";
     return Status::kFailed;
   }
 

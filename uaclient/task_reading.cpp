@@ -1,28 +1,187 @@
+#include <algorithm>
 #include <boost/lexical_cast/try_lexical_convert.hpp>
+#include <boost/property_tree/ptree.hpp>
 #include <cstdio>
+#include <initializer_list>
 #include <map>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "corekit/text.h"
 #include "inifile/ini_parser.h"
-#include "uaclient/code_page.h"
+#include "uaclient/copies.h"
 #include "uaclient/file_access.h"
-#include "uaclient/findings.h"
 #include "uaclient/jobs.h"
-#include "uaclient/list_reading.h"
 #include "uaclient/path.h"
-#include "uaclient/work.h"
+#include "uaclient/words.h"
+#include "uactask/operation_list.h"
 #include "uactask/task_file.h"
 #include "uactask/task_file_op.h"
 #include "uactask/task_scheduler.h"
+#include "xmlstore/document.h"
+#include "xmlstore/nesting.h"
+#include "xmlstore/xml_parse.h"
 
 namespace uaclient {
 namespace {
 
+using boost::property_tree::ptree;
 using Task = UACTaskScheduler;
+
+// What is found in a file, on its way into the report.
+struct FileFindings {
+  using Parts = std::initializer_list<std::wstring>;
+
+  // Line 0 means no line; an empty text is no finding. The helper fails because of an error.
+  void Add(Severity severity, std::size_t line, std::wstring text) {
+    if (text.empty()) return;
+    report.helperFails |= severity == Severity::kError;
+    report.findings.push_back({severity, std::move(text), file, line});
+  }
+  void Warn(std::size_t line, const std::wstring& text, Parts parts = {}) {
+    Add(Severity::kWarning, line, Filled(text, parts));
+  }
+  void Fail(std::size_t line, const std::wstring& text, Parts parts = {}) {
+    Add(Severity::kError, line, Filled(text, parts));
+  }
+
+  std::wstring file;
+  Report& report;
+};
+
+constexpr char kAttributes[] = "<xmlattr>";
+
+std::wstring ShownUtf8(const std::string& text) { return Shown(Utf8ToWide(text)); }
+
+// The lines in which the elements and comments of the first "task" of the first "root" begin.
+std::vector<std::size_t> ItemLines(const char* text) {
+  std::vector<std::size_t> lines;
+  const char* counted = text;
+  std::size_t line = 1;
+  bool inRoot = false;
+  bool inTask = false;
+  NodeScanner scanner(text);
+  for (XmlNode node; scanner.Next(node) && (!inTask || node.depth >= 3);) {
+    line += static_cast<std::size_t>(std::count(counted, node.start, '\n'));
+    counted = node.start;
+    if (node.depth == 1) inRoot = node.name == kRootElement;
+    if (node.depth == 2) inTask = inRoot && node.name == kTaskElement;
+    if (node.depth == 3 && inTask) lines.push_back(line);
+  }
+  return lines;
+}
+
+void CheckAttributes(const ptree& attributes, std::size_t line, FileFindings& found) {
+  const auto& names = OperationFieldNames();
+  const auto isThere = [&](const auto& field) { return attributes.count(field.second) != 0; };
+  if (attributes.size() != names.size() || !std::all_of(names.begin(), names.end(), isThere)) {
+    std::wstring present;
+    for (const auto& attribute : attributes) present += L" " + ShownUtf8(attribute.first);
+    found.Warn(line,
+               L"The item has the attributes{}, but the helper reads \"key\", \"src\", \"dec\" and "
+               L"\"type\". It takes {} for one that is missing.",
+               {present, ShownUtf8(kMissingField)});
+  }
+  const std::string type = attributes.get(names.at(kTypeField), std::string(kFileType));
+  if (type != kFolderType && type != kFileType) {
+    found.Warn(line, L"The type {} means a file. Write \"dir\" or \"file\", in lower case.",
+               {ShownUtf8(type)});
+  }
+}
+
+// The lines of the items that count, by key.
+using Items = std::map<std::string, std::size_t>;
+
+Items ReadElements(const ptree& list, const std::vector<std::size_t>& lines, FileFindings& found) {
+  Items items;
+  auto next = lines.begin();
+  for (const auto& [name, element] : list) {
+    if (name == kAttributes) continue;
+    const std::size_t line = next == lines.end() ? 0 : *next++;
+    const auto attributes = element.get_child_optional(kAttributes);
+    if (!attributes || name.find('.') != std::string::npos) {
+      found.Fail(line,
+                 L"{} is a comment, has no attributes, or has a dot in its name, so the helper "
+                 L"refuses the list. Rename or remove it.",
+                 {ShownUtf8(name)});
+      continue;
+    }
+    CheckAttributes(*attributes, line, found);
+    const std::string key =
+        attributes->get(OperationFieldNames().at(kKeyField), std::string(kMissingField));
+    const auto [first, isNew] = items.try_emplace(key, line);
+    if (isNew) continue;
+    found.report.leavesOut = true;
+    found.Warn(line, L"The key {} is in line {} already, so this item is left out. Change it.",
+               {ShownUtf8(key), std::to_wstring(first->second)});
+  }
+  return items;
+}
+
+// Of keys that look like numbers a larger one should not come first.
+void CheckOrder(const Items& items, FileFindings& found) {
+  std::string before;
+  for (const auto& [key, line] : items) {
+    const bool areNumbers = (before + key).find_first_not_of("0123456789") == std::string::npos;
+    if (areNumbers && !key.empty() && before.size() > key.size() && before[0] != '0') {
+      return found.Warn(line, L"The key {} comes after {}, as text. Use keys of equal length.",
+                        {ShownUtf8(key), ShownUtf8(before)});
+    }
+    before = key;
+  }
+}
+
+// `operations` are in the order of the keys, as the items are.
+void SurveyItems(const Items& items, const std::vector<Operation>& operations,
+                 const Options& options, Work& work, FileFindings& found) {
+  std::vector<Copy> copies;
+  std::vector<std::size_t> lines;
+  for (const auto& [key, line] : items) {
+    const Operation& operation = operations[lines.size()];
+    lines.push_back(line);
+    Copy& copy = copies.emplace_back();
+    if (operation.isFolder) copy.kind = CopyItem::Kind::kReplaceFolder;
+    copy.source = Utf8ToWide(operation.source);
+    copy.destination = Utf8ToWide(operation.destination);
+  }
+  Work surveyed = SurveyCopies(std::move(copies), Origin::kList, options);
+  for (const Finding& finding : surveyed.result.report.findings) {
+    found.Add(finding.severity, lines[finding.item], finding.text);
+  }
+  found.report.steps = std::move(surveyed.result.report.steps);
+  work.copies = std::move(surveyed.copies);
+  work.claims = std::move(surveyed.claims);
+}
+
+// Reads the list in `work`, which stands in this file, and adds to the work.
+void ReadList(const std::wstring& file, const Options& options, Work& work) {
+  const char* const text = work.list.c_str();  // like the helper's, it ends at a NUL
+  FileFindings found{file, work.result.report};
+  XMLParse store;
+  DocumentError why;
+  if (!ParseDocument(text, store.GetTree(), &why)) {
+    return found.Fail(why.line, L"The helper cannot read this: {}. Write well-formed XML in UTF-8.",
+                      {Utf8ToWide(why.message)});
+  }
+  const ptree& document = store.GetTree();
+  const auto list = document.get_child_optional(kOperationListPath);
+  if (!list) {
+    return found.Fail(0, L"There is no \"task\" in a \"root\". Write <root><task>…</task></root>.");
+  }
+  if (document.count(kRootElement) + document.get_child(kRootElement).count(kTaskElement) > 2) {
+    found.report.leavesOut = true;
+    found.Warn(0, L"Only the first \"task\" in the first \"root\" is read. Put all items there.");
+  }
+  const Items items = ReadElements(*list, ItemLines(text), found);
+  const auto operations = ReadOperationList(store);
+  if (!operations) return;  // because of what has been named
+  if (items.empty()) found.Warn(0, L"The list is empty, so nothing is copied. Add an item.");
+  CheckOrder(items, found);
+  SurveyItems(items, *operations, options, work, found);
+}
 
 constexpr std::int32_t kType = -1;  // beside the parameters
 
@@ -32,42 +191,35 @@ std::string KeyOf(std::int32_t param) {
 
 std::wstring ShownBytes(std::string_view text) { return Shown(FromHelper(std::string(text))); }
 
-// Whether text in the code page was meant as UTF-8.
-bool SeemsUtf8(const std::string& bytes) {
-  const std::wstring text = Utf8ToWide(bytes);
-  return !text.empty() && text.size() != bytes.size() && text != FromHelper(bytes);
-}
-
 // 2026-01-31T08:00:00 and, perhaps, Z or an offset such as +01:00.
 bool IsStartBoundary(const std::string& text) {
   SYSTEMTIME time = {};
   FILETIME ignored;
   int size = 0;
-  std::sscanf(text.c_str(), "%4hu-%2hu-%2huT%2hu:%2hu:%2hu%n", &time.wYear, &time.wMonth,
-              &time.wDay, &time.wHour, &time.wMinute, &time.wSecond, &size);
-  const std::string zone = text.substr(static_cast<std::size_t>(size));
-  int zoneSize = 0;
-  std::sscanf(zone.c_str(), "%*1[+-]%*2u:%*2u%n", &zoneSize);
-  return size == 19 && SystemTimeToFileTime(&time, &ignored) &&
-         (zone.empty() || zone == "Z" || (zoneSize == 6 && zone.size() == 6));
+  int sizeWithOffset = 0;
+  std::sscanf(text.c_str(), "%4hu-%2hu-%2huT%2hu:%2hu:%2hu%n%*1[+-]%*2u:%*2u%n", &time.wYear,
+              &time.wMonth, &time.wDay, &time.wHour, &time.wMinute, &time.wSecond, &size,
+              &sizeWithOffset);
+  if (size != 19 || !SystemTimeToFileTime(&time, &ignored)) return false;
+  return text.size() == 19 || text.substr(19) == "Z" || (text.size() == 25 && sizeWithOffset == 25);
 }
 
 // Goes through a task file by the helper's own parser.
 class TaskReader {
  public:
-  TaskReader(FileFindings& found, Work& work) : found_(found), work_(work) {
-    for (std::int32_t param = kType; param <= UACTaskFileOp::kXmlPath; ++param) {
-      entries_[KeyOf(param)];
-      knownKeys_ += (param == kType ? L"" : L", ") + ShownBytes(KeyOf(param));
-    }
-  }
+  TaskReader(FileFindings& found, Work& work) : found_(found), work_(work) {}
 
   void Read(const Options& options) {
-    if (!ReadLines()) return;
+    try {
+      ReadLines();
+    } catch (const std::out_of_range&) {
+      return found_.Fail(line_, L"A line with \"[\" is a header. Add its \"]\", or leave it out.");
+    }
     const auto type = Number(kType);
     if (type == Task::kType) return ReadJob();
     if (type == UACTaskFileOp::kType) return ReadListPath(options);
-    if (Must(kType, !hasSection_, Severity::kError, L"0 for a job or 1 for a list of copies")) {
+    const bool hasSection = sections_.find("[Task]") != std::string::npos;
+    if (Must(kType, !hasSection, Severity::kError, L"0 for a job or 1 for a list of copies")) {
       found_.Fail(0, L"There is no section \"[Task]\"{}. Write it so, above the keys.",
                   {sections_.empty() ? L"" : L", but " + ShownBytes(sections_)});
     }
@@ -80,159 +232,138 @@ class TaskReader {
     std::string value;
   };
 
-  const Entry& Get(std::int32_t param) const { return entries_.at(KeyOf(param)); }
-  std::size_t Line(std::int32_t param) const { return Get(param).line; }
-  std::wstring Text(std::int32_t param) const { return FromHelper(Get(param).value); }
-  std::optional<std::int32_t> Number(std::int32_t param) const {
+  const Entry& Get(std::int32_t param) { return entries_[KeyOf(param)]; }
+  std::size_t Line(std::int32_t param) { return Get(param).line; }
+  std::wstring Text(std::int32_t param) { return FromHelper(Get(param).value); }
+  std::optional<std::int32_t> Number(std::int32_t param) {
     std::int32_t number = 0;
     const bool isNumber = boost::conversion::try_lexical_convert(Get(param).value, number);
     return isNumber ? std::optional(number) : std::nullopt;
   }
 
-  // Names a value that is not right. It deletes the job unless the helper fails ahead of that.
+  // Names a value that is not right. Because of one that is no error the job is deleted.
   bool Must(std::int32_t param, bool isRight, Severity severity, const wchar_t* wanted) {
     if (isRight) return true;
     const auto& [line, value] = Get(param);
     const std::wstring is = line == 0 ? L"missing" : value.empty() ? L"empty" : ShownBytes(value);
     std::wstring text = ShownBytes(KeyOf(param)) + L" is " + is;
-    if (severity != Severity::kError && !work_.result.report.helperFails) {
-      text += L", so the helper only deletes the job " + Shown(name_);
-    }
+    if (severity != Severity::kError) text += L", so the helper only deletes the job";
     found_.Add(severity, line, text + L". Write " + wanted + L".");
     return false;
   }
 
-  // False when the helper cannot read the file.
-  bool ReadLines() {
-    constexpr std::size_t kMaxNamed = 100;  // with so many odd lines it is no task file
+  // Throws std::out_of_range where the helper cannot read the file.
+  void ReadLines() {
+    constexpr std::size_t kMaxNamed = 20;  // with so many odd lines it is no task file
     if (work_.task.find('\0') != std::string::npos) {
       found_.Warn(1, L"The file is in UTF-16 or holds NUL bytes. Save it in the code page.");
       oddLines_ = kMaxNamed;
     }
-    IniParser parser;
-    std::size_t number = 0;
-    try {
-      ForEachIniLine(IniText(work_.task), [&](const IniLine& line) {
-        number = line.number;
-        const std::wstring odd = ReadLine(line, parser);
-        if (!odd.empty() && ++oddLines_ <= kMaxNamed) found_.Add(Severity::kWarning, number, odd);
-      });
-      if (oddLines_ > kMaxNamed) found_.Warn(0, L"Further odd lines are not named.");
-      return true;
-    } catch (const std::out_of_range&) {
-      found_.Fail(number, L"A line with \"[\" is a header. Add its \"]\", or leave the \"[\" out.");
-      return false;
-    }
+    ForEachIniLine(IniText(work_.task), [&](const IniLine& line) {
+      line_ = line.number;
+      const std::wstring odd = ReadLine(line);
+      if (!odd.empty() && ++oddLines_ <= kMaxNamed) found_.Warn(line_, odd);
+    });
+    if (oddLines_ > kMaxNamed) found_.Warn(0, L"Further odd lines are not named.");
   }
 
   // What is odd about the line; L"" when nothing is.
-  std::wstring ReadLine(const IniLine& line, IniParser& parser) {
+  std::wstring ReadLine(const IniLine& line) {
     const std::string_view text = Trimmed(line.text, kIniBlanks, 0);
     if (text.empty()) return {};
     if (!line.ended) return L"The last line has no line break, so the helper skips it. Add one.";
-    const auto record = parser.Parse(text);
+    const auto record = parser_.Parse(text);
     if (text.substr(0, 3) == "\xEF\xBB\xBF") {
       return L"The helper takes the byte-order mark for text. Save the file without it.";
     }
     if (text.find('[') != std::string_view::npos) {
       const std::string header = "[" + std::string(record->Section) + "]";
       sections_ += (sections_.empty() ? "" : ", ") + header;
-      hasSection_ |= record->Section == kTaskSection;
       if (text[0] == '[') return {};
-      return Filled(L"A \"[\" makes the whole line a section's header, here {}. Leave it out.",
-                    {ShownBytes(header)});
+      return L"A \"[\" makes the whole line a section's header, here " + ShownBytes(header) +
+             L". Leave it out.";
     }
-    if (record && !record->Key.empty()) return ReadEntry(line.number, *record);
+    if (record && !record->Key.empty()) return ReadEntry(*record);
     if (IsIniCommentSign(text[0])) return {};
     return ShownBytes(text) + L" is no section, key or comment, so the helper skips it. Remove it.";
   }
 
-  std::wstring ReadEntry(std::size_t line, const IniRecord& record) {
-    const bool isComment = record.Commented != ' ';
+  std::wstring ReadEntry(const IniRecord& record) {
     const std::wstring key = ShownBytes(record.Key);
-    const auto known = entries_.find(std::string(record.Key));
-    if (record.Section != kTaskSection) {
-      if (isComment || known == entries_.end()) return {};
-      return key + L" is not in the section \"[Task]\", so the helper skips it. Move it there.";
+    const bool isComment = record.Commented != ' ';
+    const bool isInTask = record.Section == kTaskSection;
+    const bool isKnown =
+        record.Key == kTypeKey || std::count(kParamKeys.begin(), kParamKeys.end(), record.Key) != 0;
+    if (!isInTask || !isKnown) {
+      if (isComment || (!isInTask && !isKnown)) return {};
+      std::wstring known = ShownBytes(kTypeKey);
+      for (const char* param : kParamKeys) known += L", " + ShownBytes(param);
+      return key + L" is an unknown key here. In \"[Task]\" the helper reads " + known + L".";
     }
-    if (known == entries_.end()) {
-      return isComment ? L"" : key + L" is an unknown key. The helper reads " + knownKeys_ + L".";
-    }
-    auto& [first, value] = known->second;
+    auto& [first, value] = entries_[std::string(record.Key)];
     if (first != 0) {
-      return key + L" is in line " + std::to_wstring(first) +
-             L" already, which counts. Remove one.";
+      return key + L" is in line " + std::to_wstring(first) + L" too, which counts. Remove one.";
     }
-    first = line;
+    first = line_;
     value = record.Value;
     if (isComment) return key + L" is commented out but counts all the same. Remove the line.";
     if (value.find_first_of(" \t") == 0) {
       return key + L" has a blank behind the \"=\", which becomes part of the value. Remove it.";
     }
-    if (SeemsUtf8(value)) {
-      return key + L" is in UTF-8, which the helper does not read. Save the file in the code page.";
-    }
-    return {};
+    const std::wstring asUtf8 = Utf8ToWide(value);
+    if (asUtf8.empty() || asUtf8 == FromHelper(value)) return {};
+    return key + L" is in UTF-8, which the helper does not read. Save the file in the code page.";
   }
 
   void ReadJob() {
     Item& job = work_.result.items.emplace_back();
-    job.job = name_ = Text(Task::kTaskName);
-    job.isDeletion = isDeletion_ = Text(Task::kExeArguments).empty();
-    found_.Warn(Line(Task::kTaskName), JobNameFault(L"\"task_name\"", name_));
+    job.job = Text(Task::kTaskName);
+    job.isDeletion = Text(Task::kExeArguments).empty();
+    found_.Warn(Line(Task::kTaskName), JobNameFault(L"\"task_name\"", job.job));
     for (const auto param : {Task::kTimeType, Task::kTimeWeekday, Task::kTimeMonthday}) {
       Must(param, Number(param).has_value(), Severity::kError, L"a number, also to delete a job");
     }
-    const bool changes = !work_.result.report.helperFails;
-    const Step step = isDeletion_ ? ReadDeletion() : ReadRegistration();
-    if (changes) work_.result.report.steps.push_back(step);
+    if (found_.report.helperFails) return;  // before it does anything
+    work_.result.report.steps.push_back(job.isDeletion ? ReadDeletion(job.job)
+                                                       : ReadRegistration(job.job));
   }
 
   // It is meant when the key is there, no program is, and no line is odd that may have been the
   // arguments.
-  Step ReadDeletion() {
+  Step ReadDeletion(const std::wstring& name) {
     const bool isEmpty = Line(Task::kExeArguments) != 0 && Text(Task::kExePath).empty();
     const bool isJob = Line(Task::kExePath) + Line(Task::kRuntime) + Line(Task::kAuthorName) != 0;
     Must(Task::kExeArguments, isEmpty && oddLines_ == 0,
          isJob || oddLines_ != 0 ? Severity::kHarmful : Severity::kWarning,
          L"an argument or, if that is meant, \"exe_arguments=\" and no \"exe_path\"");
-    return DeletionStep(name_);
+    return DeletionStep(name);
   }
 
-  Step ReadRegistration() {
+  Step ReadRegistration(const std::wstring& name) {
     const std::wstring program = Text(Task::kExePath);
-    const std::int32_t kind = Number(Task::kTimeType).value_or(Task::kDaily);
-    const std::int32_t week = Number(Task::kTimeWeekday).value_or(1);
-    const std::int32_t month = Number(Task::kTimeMonthday).value_or(1);
+    const std::int32_t kind = *Number(Task::kTimeType);
+    const auto days = kind == Task::kWeekly ? Task::kTimeWeekday : Task::kTimeMonthday;
+    const std::wstring rhythm = Rhythm(kind, static_cast<std::uint32_t>(*Number(days)));
     found_.Warn(Line(Task::kExePath), ProgramFault(L"\"exe_path\"", program));
     bool isGood = Must(Task::kTimeType, kind >= Task::kDaily && kind <= Task::kMonthly,
                        Severity::kError, L"2 (daily), 3 (weekly) or 4 (monthly)");
-    isGood &= Must(Task::kTimeWeekday, kind != Task::kWeekly || (week > 0 && week < 0x80),
-                   Severity::kHarmful, L"a sum of days, 1 for Sunday up to 64 for Saturday");
-    isGood &= Must(Task::kTimeMonthday, kind != Task::kMonthly || month > 0, Severity::kHarmful,
-                   L"a sum of days, 1 for day 1, 2 for day 2, 4 for day 3 and so on");
+    isGood &= Must(days, !isGood || !rhythm.empty(), Severity::kHarmful,
+                   L"a sum of days: 1 for Sunday or day 1, 2 for Monday or day 2, 4 and so on");
     isGood &= Must(Task::kRuntime, IsStartBoundary(Get(Task::kRuntime).value), Severity::kHarmful,
                    L"a date and time such as 2026-01-31T08:00:00");
-    if (isGood) {
-      const auto days = static_cast<std::uint32_t>(kind == Task::kWeekly ? week : month);
-      const std::wstring when = Rhythm(kind, days) + L" from " + Text(Task::kRuntime) + L" on";
-      return RegistrationStep(name_, program, Text(Task::kExeArguments), when);
-    }
-    Step step = DeletionStep(name_);
-    step.text += L" and registers none";
-    return step;
+    if (!isGood) return DeletionStep(name, L" and registers none");
+    return RegistrationStep(name, program, Text(Task::kExeArguments),
+                            rhythm + L" from " + Text(Task::kRuntime) + L" on");
   }
 
   void ReadListPath(const Options& options) {
     constexpr std::int32_t kPath = UACTaskFileOp::kXmlPath;
     const std::wstring path = Text(kPath);
     if (!Must(kPath, !path.empty(), Severity::kError, L"the list's whole path")) return;
-    found_.Add(
-        Severity::kHarmful, Line(kPath),
-        IsAbsolute(path)
-            ? DriveFault(FullPath(path))
-            : Shown(path) +
-                  L" is relative, and the helper may be started elsewhere. Write the whole path.");
+    std::wstring full;
+    const std::wstring fault = PathFault(path, {}, full);
+    found_.Add(full.empty() ? Severity::kHarmful : Severity::kWarning, Line(kPath), fault);
+    found_.Add(Severity::kHarmful, Line(kPath), DriveFault(full));
     WholeFile file = ReadWhole(path, GENERIC_READ, kShareAll);
     if (!file.fault.empty()) {
       return found_.Fail(Line(kPath), L"The list {}{}", {Shown(path), file.fault});
@@ -243,13 +374,11 @@ class TaskReader {
 
   FileFindings& found_;
   Work& work_;
-  std::wstring name_;  // of the job
-  bool isDeletion_ = false;
-  std::map<std::string, Entry> entries_;  // one for each key that the helper knows
-  std::wstring knownKeys_;
-  std::string sections_;  // all headers
-  bool hasSection_ = false;
-  std::size_t oddLines_ = 0;  // that are not what they seem
+  IniParser parser_;
+  std::size_t line_ = 0;
+  std::map<std::string, Entry> entries_;  // by key
+  std::string sections_;                  // all headers
+  std::size_t oddLines_ = 0;              // that are not what they seem
 };
 
 }  // namespace
@@ -273,7 +402,7 @@ Work WorkOf(const TaskFile& task, const Options& options, Hold hold) {
     TaskReader(found, work).Read(options);
   }
   const auto isBefore = [&](const Finding& left, const Finding& right) {
-    return left.file == right.file ? left.line < right.line : left.file == path;
+    return std::pair(left.file != path, left.line) < std::pair(right.file != path, right.line);
   };
   std::stable_sort(report.findings.begin(), report.findings.end(), isBefore);
   return work;

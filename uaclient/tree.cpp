@@ -3,6 +3,7 @@
 #include "fileop/tree_walk.h"
 #include "uaclient/path.h"
 #include "uaclient/win32.h"
+#include "uaclient/words.h"
 
 namespace uaclient {
 namespace {
@@ -20,29 +21,16 @@ FileState StateOf(const Data& data) {
 class Lister {
  public:
   Lister(const std::wstring& root, Links links, TreeListing& tree)
-      : root_(WithSeparator(Verbatim(root))), links_(links), tree_(tree) {}
+      : root_(Verbatim(root)), links_(links), tree_(tree) {}
 
-  // `below` is "" or ends in a separator.
-  void List(const std::wstring& below, bool behindLink) {
-    const DWORD error = ForEachEntry(root_ + below + L"*", [&](const WIN32_FIND_DATAW& data) {
-      Add(below + data.cFileName, EntryOf(data), behindLink);
-      return true;
-    });
-    // On an empty drive nothing is found, not even ".". As a source the helper refuses it.
-    const bool isEmpty =
-        error == ERROR_FILE_NOT_FOUND && (links_ == Links::kNotFollowed || !below.empty());
-    if (error != 0 && !isEmpty)
-      tree_.faults.push_back({below.substr(0, below.size() - !below.empty()), error});
-  }
-
- private:
   void Add(const std::wstring& path, Entry entry, bool behindLink) {
     const bool follows = links_ == Links::kFollowedOnce;
     if (follows && entry.isLink && behindLink) {
       tree_.faults.push_back({path, 0});
       return;
     }
-    if (follows && entry.isLink && !entry.isFolder && !ReadFileState(root_ + path, entry.state)) {
+    if (follows && entry.isLink && !entry.isFolder &&
+        !ReadFileState(Below(root_, path), entry.state)) {
       tree_.faults.push_back({path, GetLastError()});
       return;
     }
@@ -53,8 +41,21 @@ class Lister {
     }
     tree_.entries.push_back({entry, path});
     if (entry.isFolder && (follows || !entry.isLink)) {
-      List(path + L'\\', behindLink || entry.isLink);
+      List(path, behindLink || (entry.isLink && !path.empty()));
     }
+  }
+
+ private:
+  void List(const std::wstring& path, bool behindLink) {
+    const std::wstring pattern = WithSeparator(Below(root_, path)) + L"*";
+    const DWORD error = ForEachEntry(pattern, [&](const WIN32_FIND_DATAW& data) {
+      Add(path.empty() ? data.cFileName : path + L"\\" + data.cFileName, EntryOf(data), behindLink);
+      return true;
+    });
+    // On an empty drive nothing is found, not even ".". As a source the helper refuses it.
+    const bool isEmpty =
+        error == ERROR_FILE_NOT_FOUND && (links_ == Links::kNotFollowed || !path.empty());
+    if (error != 0 && !isEmpty) tree_.faults.push_back({path, error});
   }
 
   const std::wstring root_;
@@ -78,10 +79,17 @@ Entry EntryOf(const WIN32_FIND_DATAW& data) {
   return entry;
 }
 
-TreeListing ListTree(const std::wstring& fullPath, Links links) {
+TreeListing ListTree(const std::wstring& fullPath, const Entry& root, Links links) {
   TreeListing tree;
-  Lister(fullPath, links, tree).List({}, false);
+  Lister(fullPath, links, tree).Add({}, root, false);
   return tree;
+}
+
+std::wstring InWords(const TreeListing::Fault& fault, const std::wstring& root) {
+  return Filled(fault.error == 0
+                    ? L"{} is a link behind a link. Put the files themselves into the source."
+                    : L"{} cannot be listed: {}",
+                {Quoted(Below(root, fault.path)), SystemMessage(fault.error)});
 }
 
 // Only links have to be opened, which takes longer.

@@ -1,4 +1,4 @@
-// What lies in a folder, in the order in which the helper comes across it.
+// A file, or a folder with what lies in it, in the order in which the helper comes across it.
 #pragma once
 
 #include <windows.h>
@@ -43,23 +43,27 @@ constexpr wchar_t kIsProtected[] =
 Entry EntryOf(const WIN32_FIND_DATAW& data);
 
 struct TreeEntry : Entry {
-  std::wstring path;  // below the folder, with "\" between its parts
+  std::wstring path;  // below the root, with "\" between its parts; empty for the root itself
 };
 
 struct TreeListing {
   struct Fault {
-    std::wstring path;  // below the folder; empty for the folder itself
+    std::wstring path;  // like an entry's
     DWORD error = 0;    // 0 for a link behind a link
   };
-  std::vector<TreeEntry> entries;  // a folder ahead of what is in it
+  std::vector<TreeEntry> entries;  // the root, then a folder ahead of what is in it
   std::vector<Fault> faults;       // what could not be listed or followed
 };
 
-// How links are treated: in a source the first one on a way down is followed, and counts as what it
-// leads to; in a destination none is.
+// What is to be said of what could not be listed below this root.
+std::wstring InWords(const TreeListing::Fault& fault, const std::wstring& root);
+
+// How links are treated: in a source the first one on a way down from the root is followed, and
+// counts as what it leads to; in a destination none is.
 enum class Links { kFollowedOnce, kNotFollowed };
 
-TreeListing ListTree(const std::wstring& fullPath, Links links);
+// `root` is what stands at the path.
+TreeListing ListTree(const std::wstring& fullPath, const Entry& root, Links links);
 
 // The state of a file, links followed. False when nothing is there or it is a folder.
 bool ReadFileState(const std::wstring& fullPath, FileState& state);

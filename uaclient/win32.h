@@ -29,10 +29,36 @@ class Handle : public std::unique_ptr<std::remove_pointer_t<HANDLE>, HandleClose
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
+// Opens a file or a folder. Whoever waits behind the name of a pipe cannot act as this user.
+inline Handle Open(const std::wstring& path, DWORD access, DWORD share = kShareAll,
+                   DWORD creation = OPEN_EXISTING) {
+  constexpr DWORD kFlags = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_SEQUENTIAL_SCAN |
+                           SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
+  return Handle(CreateFileW(path.c_str(), access, share, nullptr, creation, kFlags, nullptr));
+}
+
 // Whether a folder is there, links to folders included.
-bool IsFolder(const std::wstring& path);
+inline bool IsFolder(const std::wstring& path) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+// What call(buffer, size) writes, when it returns the length. L"" when it fails, and for a text of
+// 1024 units, far longer than what the helper can reach.
+template <typename Call>
+std::wstring TextFrom(Call call) {
+  constexpr DWORD kSize = 1024;
+  wchar_t text[kSize];
+  const DWORD length = call(text, kSize);
+  return length < kSize ? std::wstring(text, length) : std::wstring();
+}
 
 // Whether this process is elevated already. A variable, so that a test can say what it is not.
-extern bool (*IsElevated)();
+inline bool (*IsElevated)() = [] {
+  TOKEN_ELEVATION elevation = {};
+  DWORD size = sizeof elevation;
+  GetTokenInformation(GetCurrentProcessToken(), TokenElevation, &elevation, size, &size);
+  return elevation.TokenIsElevated != 0;
+};
 
 }  // namespace uaclient

@@ -1,9 +1,26 @@
 #include "uaclient/words.h"
 
-#include <cstdio>
+#include <cwchar>
 #include <iterator>
 
+#include "corekit/text.h"
+#include "uaclient/win32.h"
+
 namespace uaclient {
+namespace {
+
+// Where the system keeps it: the locale's own code page is another one when the whole system has
+// been switched to UTF-8, and GetACP answers for this process.
+unsigned SystemCodePage() {
+  wchar_t number[16] = {};
+  DWORD size = sizeof number;
+  RegGetValueW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage", L"ACP",
+               RRF_RT_REG_SZ, nullptr, number, &size);
+  const auto codePage = static_cast<unsigned>(std::wcstoul(number, nullptr, 10));
+  return codePage != 0 ? codePage : GetACP();
+}
+
+}  // namespace
 
 std::wstring Filled(std::wstring text, std::initializer_list<std::wstring> parts) {
   std::size_t at = 0;
@@ -41,9 +58,8 @@ std::wstring BytesInWords(std::uint64_t bytes) {
 }
 
 std::wstring OneDecimal(double number) {
-  wchar_t text[64];
-  std::swprintf(text, std::size(text), L"%.1f", number);
-  return text;
+  const std::wstring text = std::to_wstring(number);  // with six of them
+  return text.substr(0, text.size() - 5);
 }
 
 std::wstring SystemMessage(DWORD error) {
@@ -53,8 +69,16 @@ std::wstring SystemMessage(DWORD error) {
       nullptr, error, 0, text, 512, nullptr);
   std::wstring message(text, length);
   message.resize(message.find_last_not_of(L" .\r\n") + 1);
-  return message + (message.empty() ? L"Error " : L" (error ") + std::to_wstring(error) +
-         (message.empty() ? L"." : L").");
+  const std::wstring number = std::to_wstring(error);
+  return message.empty() ? L"Error " + number + L"." : message + L" (error " + number + L").";
 }
+
+std::string ForHelper(const std::wstring& text) { return WideToCodePage(text, SystemCodePage()); }
+
+std::wstring FromHelper(const std::string& bytes) {
+  return CodePageToWide(bytes, SystemCodePage());
+}
+
+bool HelperReads(const std::wstring& text) { return FromHelper(ForHelper(text)) == text; }
 
 }  // namespace uaclient

@@ -1,4 +1,5 @@
-// How texts for people are put together, and amounts and system errors in words.
+// How texts for people are put together, amounts and system errors in words, and text as the helper
+// reads it.
 #pragma once
 
 #include <windows.h>
@@ -28,5 +29,13 @@ std::wstring OneDecimal(double number);
 
 // The system's own words for an error, with its number, ending in a full stop.
 std::wstring SystemMessage(DWORD error);
+
+// Text where the helper reads the ANSI code page: the system's, which an application whose manifest
+// chooses UTF-8 does not share.
+std::string ForHelper(const std::wstring& text);
+std::wstring FromHelper(const std::string& bytes);
+
+// Whether the helper reads the text as it is: the code page has all its characters.
+bool HelperReads(const std::wstring& text);
 
 }  // namespace uaclient
