@@ -37,24 +37,37 @@ class Stopwatch {
   LARGE_INTEGER start_;
 };
 
-// The loop that an application would write itself to copy a tree.
-bool CopyBare(const std::wstring& from, const std::wstring& to) {
+// Whether visit(name, isFolder) succeeds for every entry of the folder.
+template <typename Visit>
+bool ForEachEntry(const std::wstring& folder, Visit visit) {
   WIN32_FIND_DATAW entry;
-  const HANDLE find = FindFirstFileW((from + L"*").c_str(), &entry);
+  const HANDLE find = FindFirstFileW((folder + L"*").c_str(), &entry);
   if (find == INVALID_HANDLE_VALUE) return false;
-  CreateDirectoryW(to.c_str(), nullptr);
-  bool copied = true;
+  bool succeeded = true;
   do {
     const std::wstring name = entry.cFileName;
     if (name == L"." || name == L"..") continue;
-    if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-      copied &= CopyBare(from + name + L"/", to + name + L"/");
-    } else {
-      copied &= CopyFileW((from + name).c_str(), (to + name).c_str(), FALSE) != FALSE;
-    }
+    succeeded &= visit(name, (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0);
   } while (FindNextFileW(find, &entry));
   FindClose(find);
-  return copied;
+  return succeeded;
+}
+
+// The loops that an application would write itself to copy and to remove a tree.
+bool CopyBare(const std::wstring& from, const std::wstring& to) {
+  CreateDirectoryW(to.c_str(), nullptr);
+  return ForEachEntry(from, [&](const std::wstring& name, bool isFolder) {
+    return isFolder ? CopyBare(from + name + L"/", to + name + L"/")
+                    : CopyFileW((from + name).c_str(), (to + name).c_str(), FALSE) != FALSE;
+  });
+}
+
+bool RemoveBare(const std::wstring& folder) {
+  const bool removed = ForEachEntry(folder, [&](const std::wstring& name, bool isFolder) {
+    return isFolder ? RemoveBare(folder + name + L"/")
+                    : DeleteFileW((folder + name).c_str()) != FALSE;
+  });
+  return RemoveDirectoryW(folder.c_str()) && removed;
 }
 
 // Compares two trees file by file.
@@ -152,6 +165,9 @@ int main(int argumentCount, char* arguments[]) {
   const std::vector<std::string> words(arguments + 1, arguments + argumentCount);
   const std::string job = words.empty() ? "" : words[0];
   if (job == "copy" && words.size() == 3) return CopyBare(Widen(words[1]), Widen(words[2])) ? 0 : 1;
+  if (job == "replace" && words.size() == 3) {
+    return RemoveBare(Widen(words[2])) && CopyBare(Widen(words[1]), Widen(words[2])) ? 0 : 1;
+  }
   if (job == "compare" && words.size() == 3) {
     return CompareBare(Widen(words[1]), Widen(words[2])) ? 0 : 1;
   }
@@ -163,8 +179,7 @@ int main(int argumentCount, char* arguments[]) {
   if (job == "vectors" && words.size() == 2) return Vectors(std::stoul(words[1])) ? 0 : 1;
   if (job == "ini" && words.size() == 2) return SetIniValue(std::stoi(words[1])) ? 0 : 1;
   std::fprintf(stderr,
-               "bench copy FROM/ TO/ | compare FIRST SECOND | start PROGRAM ARGUMENT | read_xml "
-               "FILE | records FILE | "
-               "vectors N | ini N\n");
+               "bench copy FROM/ TO/ | replace FROM/ TO/ | compare FIRST SECOND | "
+               "start PROGRAM ARGUMENT | read_xml FILE | records FILE | vectors N | ini N\n");
   return 2;
 }

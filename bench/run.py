@@ -118,8 +118,9 @@ def write_task(folder):
         file.write("[Task]\ntype=1\nxml_path=list.xml\n")
 
 
-def helper_copy(folder):
+def helper_copy(folder, is_there=False):
     write_task(folder)
+    in_out(is_there, folder)
     return Run(program("uactask"), "task.ini")
 
 
@@ -164,9 +165,9 @@ def client_copy(folder, *options, is_there=False):
     return Run(program("uactl"), "copy", *options, folder, "out")
 
 
-def bare_copy(folder):
-    fresh("out")
-    return Run(program("bench"), "copy", folder + "/", "out/")
+def bare_copy(folder, is_there=False):
+    in_out(is_there, folder)
+    return Run(program("bench"), "replace" if is_there else "copy", folder + "/", "out/")
 
 
 def xcopy(folder):
@@ -186,6 +187,10 @@ for name, folders, files, size in (("small", 20, 100, 2048), ("large", 1, 4, 64 
         [Comparison(f"helper, {what}, {measure}", "helper", base, measure, "ms", limit, 1000)
          for measure in ("processor", "clock") for base, limit in (("bare loop", 1.05), ("xcopy", None))])
     if name == "small":
+        compare(
+            {"bare loop": lambda: bare_copy(name, is_there=True), "helper": lambda: helper_copy(name, is_there=True)},
+            [Comparison(f"helper, {what} onto as many, {measure}", "helper", "bare loop", measure, "ms", 1.05, 1000)
+             for measure in ("processor", "clock")])
         for is_there, onto in ((False, "onto nothing"), (True, "onto as many")):
             compare(
                 {"the same list": lambda: helper_list(name, is_there),

@@ -1,6 +1,7 @@
-// The stack protector's two symbols, for the MinGW build. GCC's own library takes the guard's value
-// from the system's cryptography, whose DLLs take as long to load as the rest of the helper's
-// start. This file takes it from the sources that MSVC's runtime uses.
+// The symbols of the stack protector and of checked copies, for the MinGW build. GCC's own library
+// has them in one file, so that programs that use either must find all of them here. It takes the
+// guard's value from the system's cryptography, whose DLLs take as long to load as the rest of the
+// helper's start. This file takes it from the sources that MSVC's runtime uses.
 
 #ifdef __MINGW32__
 
@@ -19,6 +20,10 @@ std::uintptr_t __stack_chk_guard = 0;
   TerminateProcess(GetCurrentProcess(), stackBufferOverrun);
   __builtin_unreachable();
 }
+
+// What _FORTIFY_SOURCE calls when a copy is larger than its destination.
+[[noreturn]] void __chk_fail();
+[[noreturn]] void __chk_fail() { __stack_chk_fail(); }
 }
 
 namespace {

@@ -23,11 +23,15 @@ class IFileOperator {
   // merged into. A missing separator at the end of either path is added. Always true.
   //
   // The item fails with nothing touched when
-  // - the source cannot be listed;
+  // - the source cannot be listed or is an empty drive;
   // - the destination is empty, not UTF-8, a drive without a separator, or ends in a name of dots
   //   and blanks only ("..", "C:/x/.");
-  // - the destination is or holds the source, by whatever path, where the file system numbers its
-  //   directories.
+  // - the destination exists but cannot be opened, such as while another program removes it;
+  // - the destination is or holds the source, by whatever path. This cannot be found out where the
+  //   file system does not number its directories. On a volume that has no drive letter and is
+  //   mounted nowhere, only the directories that the source's path names are compared.
+  // Links in the source are not among what is compared: one that leads into the destination leads
+  // to what has been deleted by the time it is followed.
   virtual bool AddDirectoryCopy(const char* source, const char* destination) = 0;
 
   // Empties the queue. Always true.

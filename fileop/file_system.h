@@ -57,7 +57,8 @@ bool CopyFileTo(const char* source, const char* destination, std::int32_t failIf
 // Copies the contents of directory `source` into the existing directory `destination`, with
 // subdirectories when `noRecursion` is 0. Both paths must end in a separator, because names are
 // appended to them as they stand. Returns true when the last subdirectory and all files after it
-// were copied, and for an empty source; false when the source cannot be listed to its end.
+// were copied, and for an empty source; false when the source cannot be listed to its end or is an
+// empty drive.
 //
 // These entries are skipped and count as failed:
 // - entries whose path would be longer than 259 UTF-16 units;
@@ -68,9 +69,9 @@ bool CopyFileTo(const char* source, const char* destination, std::int32_t failIf
 // - directories that another program has open to rename or remove them.
 //
 // Every directory stays open on both sides, from before it is checked until its walk ends, so that
-// nobody can rename, remove or replace it. One gap remains: on NTFS, whoever may write the
-// attributes of a destination directory can turn it into a junction while it is empty, and files
-// are then copied to wherever that leads.
+// nobody can rename, remove or replace it. One gap remains: on NTFS, whoever may add files to a
+// destination directory or write its attributes can turn it into a junction while it is empty, and
+// files are then copied to wherever that leads.
 bool CopyDirectoryTree(const char* source, const char* destination, std::int32_t noRecursion);
 
 // Empties the directory, whose path must end in a separator. Modes:
@@ -84,8 +85,8 @@ bool CopyDirectoryTree(const char* source, const char* destination, std::int32_t
 // of the last entry; false when the directory cannot be listed to its end.
 //
 // Every directory stays open while it is emptied, as in CopyDirectoryTree. Its entries are opened
-// by name relative to it and deleted through their handles, so nothing outside it is removed,
-// wherever its path leads meanwhile.
+// by name relative to it and deleted through their handles, so no entry of another directory goes,
+// wherever its path leads meanwhile. `directory` itself, emptied, is removed by its path.
 bool RemoveDirectoryTree(const char* directory, std::int32_t mode);
 
 // Splits the path into its last element and its parent, as boost::filesystem does. Both are "" for

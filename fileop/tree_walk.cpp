@@ -2,6 +2,7 @@
 
 #include <winternl.h>
 
+#include <algorithm>
 #include <cwchar>
 #include <optional>
 #include <tuple>
@@ -73,17 +74,20 @@ Handle OpenIn(const Folder& folder, const wchar_t* name, DWORD access, DWORD sha
 }
 
 // Asks for the tag only where there is one, because FAT does not support the query.
-bool IsLinkWith(DWORD attributes, HANDLE handle) {
-  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return false;
+Link LinkWith(DWORD attributes, HANDLE handle) {
+  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return Link::kNo;
   FILE_ATTRIBUTE_TAG_INFO info = {};
-  return handle == nullptr ||
-         !GetFileInformationByHandleEx(handle, FileAttributeTagInfo, &info, sizeof info) ||
-         IsLinkTag(attributes, info.ReparseTag);
+  if (handle == nullptr ||
+      !GetFileInformationByHandleEx(handle, FileAttributeTagInfo, &info, sizeof info)) {
+    return Link::kMaybe;
+  }
+  return IsLinkTag(attributes, info.ReparseTag) ? Link::kYes : Link::kNo;
 }
 
-bool IsLinkHandle(HANDLE handle) {
+Link LinkHeldBy(HANDLE handle) {
   BY_HANDLE_FILE_INFORMATION info;
-  return !GetFileInformationByHandle(handle, &info) || IsLinkWith(info.dwFileAttributes, handle);
+  if (!GetFileInformationByHandle(handle, &info)) return Link::kMaybe;
+  return LinkWith(info.dwFileAttributes, handle);
 }
 
 // A drive keeps its separator: without it the path would mean the drive's current directory.
@@ -92,17 +96,17 @@ std::wstring WithoutSeparator(const std::wstring& path) {
   return end == std::wstring::npos || path[end] == L':' ? path : path.substr(0, end + 1);
 }
 
-// Whether a link stands at the path, which may end in a separator. True also when that cannot be
-// found out, unless nothing is there.
-bool IsLinkPath(const std::wstring& path) {
+// Whether a link stands at the path, which may end in a separator. None where nothing is there.
+Link LinkAt(const std::wstring& path) {
   const std::wstring bare = WithoutSeparator(path);
   const DWORD attributes = GetFileAttributesW(bare.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) {
     const DWORD error = GetLastError();
-    return error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND;
+    const bool isMissing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+    return isMissing ? Link::kNo : Link::kMaybe;
   }
-  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return false;
-  return IsLinkWith(attributes, OpenFolder(bare, FILE_READ_ATTRIBUTES, kForEverybody).get());
+  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return Link::kNo;
+  return LinkWith(attributes, OpenFolder(bare, FILE_READ_ATTRIBUTES, kForEverybody).get());
 }
 
 // What tells a folder from all others while it exists. None where the file system has no numbers.
@@ -113,7 +117,16 @@ std::optional<std::tuple<DWORD, DWORD, DWORD>> IdentityOf(HANDLE folder) {
   return std::make_tuple(info.dwVolumeSerialNumber, info.nFileIndexHigh, info.nFileIndexLow);
 }
 
-// The folder's full path, with a separator at its end; "" when there is none.
+// Both give the folder's full path, with a separator at its end: as it was given, and with all
+// links above it resolved. The latter is "" on a volume that has no drive letter and is mounted
+// nowhere.
+std::wstring FullPath(const std::wstring& folder) {
+  const DWORD size = GetFullPathNameW(folder.c_str(), 0, nullptr, nullptr);
+  std::wstring path(size, L'\0');
+  path.resize(GetFullPathNameW(folder.c_str(), size, path.data(), nullptr));
+  return path;
+}
+
 std::wstring FinalPath(HANDLE folder) {
   const DWORD size = GetFinalPathNameByHandleW(folder, nullptr, 0, FILE_NAME_OPENED);
   std::wstring path(size, L'\0');
@@ -144,7 +157,7 @@ bool CopyOneFile(const Folder& source, const Folder& destination, bool wasEmpty,
   if (!from.usable || !to.usable) return false;
   // A link would lead the copy out of the destination. In a folder that was empty, whatever is
   // there now came later and is not replaced.
-  if (!wasEmpty && IsLinkPath(to.text)) return false;
+  if (!wasEmpty && LinkAt(to.text) != Link::kNo) return false;
   return CopyFileW(from.text, to.text, wasEmpty) != FALSE;
 }
 
@@ -163,7 +176,7 @@ bool CopySubdirectory(const Folder& source, const Folder& destination, const wch
 
   Source from(fromPath.text);
   const Folder to(toPath.text);
-  if (!from.IsOpen() || to.IsLink()) return false;
+  if (!from.folder.IsHeld() || to.IsLink()) return false;
   // Links behind links can multiply the tree without end.
   if (from.folder.IsLink() && mode.behindLink) return false;
   mode.behindLink = mode.behindLink || from.folder.IsLink();
@@ -224,12 +237,12 @@ bool RemoveFolder(Folder folder, std::int32_t mode, Remove removeItself) {
   if (folder.IsLink()) {
     // Only the link goes. Deleting through it would leave the tree.
     folder.LetGo();
-    return !RemovesDirectories(mode) || removeItself();
+    return RemovesDirectories(mode) ? removeItself() : folder.IsLinkForSure();
   }
   bool result = false;
   {
     Listing entries(folder.Path());
-    if (!entries.IsOpen()) return false;
+    if (!entries.IsOpen() && !entries.IsComplete()) return false;
     result = RemoveEntries(folder, entries, mode);
   }
   folder.LetGo();
@@ -269,12 +282,12 @@ bool IsLinkTag(DWORD attributes, DWORD tag) {
 Folder::Folder(const std::wstring& path)
     : path_(path),
       hold_(OpenFolder(path, kHoldAccess, kHoldSharing)),
-      isLink_(IsHeld() && (IsLinkHandle(Held()) || IsLinkPath(path))) {}
+      link_(IsHeld() ? std::max(LinkHeldBy(Held()), LinkAt(path)) : Link::kNo) {}
 
 Folder::Folder(const Folder& parent, const wchar_t* name, const std::wstring& path)
     : path_(path),
       hold_(OpenIn(parent, name, kHoldAccess, kHoldSharing, FILE_DIRECTORY_FILE)),
-      isLink_(IsHeld() && (IsLinkHandle(Held()) || IsLinkPath(path))) {}
+      link_(IsHeld() ? std::max(LinkHeldBy(Held()), LinkAt(path)) : Link::kNo) {}
 
 Listing::Listing(const std::wstring& folder) {
   EntryPath pattern(L"%s%s", folder, L"*.*");
@@ -301,20 +314,20 @@ const WIN32_FIND_DATAW* Listing::Next() {
   return nullptr;
 }
 
-// On an empty drive nothing is found, not even ".".
 bool Listing::IsComplete() const {
   return error_ == ERROR_NO_MORE_FILES || (!IsOpen() && error_ == ERROR_FILE_NOT_FOUND);
 }
 
 bool LiesIn(const std::wstring& folder, const Folder& outer) {
+  if (!outer.IsHeld()) return true;
   const auto wanted = IdentityOf(outer.Held());
   if (!wanted) return false;
   const auto open = [](const std::wstring& path, DWORD flags) {
     return OpenFolder(path, FILE_READ_ATTRIBUTES, kForEverybody, flags);
   };
-  for (const DWORD flags : {kTheLink, kItsTarget}) {
+  for (const std::wstring& path : {FullPath(folder), FinalPath(open(folder, kTheLink).get()),
+                                   FinalPath(open(folder, kItsTarget).get())}) {
     // Compares the folder and every one above it.
-    const std::wstring path = FinalPath(open(folder, flags).get());
     for (std::size_t end = path.size(); end > 1; end = path.find_last_of(L'\\', end - 2) + 1) {
       if (IdentityOf(open(path.substr(0, end), kItsTarget).get()) == wanted) return true;
     }

@@ -316,7 +316,7 @@ TEST_F(HangingHelper, EndsAbnormally) {
     return hasEnded = true;
   };
   EXPECT_THAT(RunPlan(Status::kFailed), ElementsAre(HasSubstr("It is missing")));
-  EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("ended abnormally, with exit code 0xC0000005"));
+  EXPECT_EQ(WideToUtf8(result_.reason), "The helper ended abnormally, with exit code 5.");
 
   // An application that has ended left these; what only looks like them is somebody's own.
   const auto leave = [&](const std::wstring& name) {

@@ -88,17 +88,24 @@ TEST_F(FileOperatorTest, ReplacesTheDestinationAndTouchesNoSiblings) {
 TEST_F(FileOperatorTest, ReplacesWhatIsOnADrive) {
   WriteTree(folder_ / "drive/", TreeOf("old=x, s/old=y"));
   const TestDrive drive(folder_ / "drive");
-  // Somebody stands in the folder, so that it cannot be removed any more than a drive.
   const std::filesystem::path start = std::filesystem::current_path();
-  std::filesystem::current_path(folder_ / "drive");
-  EXPECT_TRUE(Copy("../from/", drive.Name() + "/"));
-  std::filesystem::current_path(start);
-  EXPECT_EQ(ReadTree(folder_ / "drive/"), ReadTree(folder_ / "from/"));
+  for (const char* is : {"filled", "empty"}) {
+    // Somebody stands in the folder, so that it cannot be removed any more than a drive.
+    std::filesystem::current_path(folder_ / "drive");
+    EXPECT_TRUE(Copy("../from/", drive.Name() + "/")) << is;
+    EXPECT_EQ(ReadTree("./"), ReadTree("../from/")) << is;
+    RemoveTreeForSure("./");
+    std::filesystem::current_path(start);
+  }
+  EXPECT_FALSE(Copy(drive.Name() + "/", folder_ / "from/"));
+  EXPECT_FALSE(ReadTree(folder_ / "from/").empty()) << "an empty drive is no source";
 }
 
 // The current folder and the one above it are among what could be emptied.
 TEST_F(FileOperatorTest, FolderCopiesThatFailTouchNothing) {
   WriteTree(folder_.Path(), TreeOf("to/here/kept=k, other/kept=k, drive/in/kept=k"));
+  MakeFolderLink("to/here", folder_ / "link");
+  MakeFolderLink("../../from", folder_ / "to/here/link");
   const Tree before = folder_.Contents();
   const TestDrive drive(folder_ / "drive");
   const std::filesystem::path start = std::filesystem::current_path();
@@ -134,7 +141,9 @@ TEST_F(FileOperatorTest, FolderCopiesThatFailTouchNothing) {
       {from, "../../from"},
       {from, Verbatim("from")},
       {"../../from/2/", from},
-      {"../../drive/in/", drive.Name() + "/"}};
+      {"../../drive/in/", drive.Name() + "/"},
+      {"../../link/", "../../to/"},
+      {"link/", "../../to/"}};
   for (const auto& [source, destination] : cases) {
     std::filesystem::current_path(folder_ / "to/here");
     EXPECT_FALSE(Copy(source, destination)) << source << " to " << destination;

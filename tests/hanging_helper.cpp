@@ -1,6 +1,5 @@
 // Stands in the helper's place and does nothing, until its task file is gone, there is a file of
-// that name and ".end", or a minute is over. Then it ends as if it had crashed. Meanwhile there is
-// a file of its own name and ".runs".
+// that name and ".end", or a minute is over. Meanwhile there is a file of its own name and ".runs".
 #include <windows.h>
 
 #include <string>
@@ -14,5 +13,5 @@ int main(int, char* arguments[]) {
     if (DeleteFileA(end.c_str())) break;
     Sleep(50);
   }
-  return static_cast<int>(EXCEPTION_ACCESS_VIOLATION);
+  return ERROR_ACCESS_DENIED;  // which would be misread as the system's error
 }

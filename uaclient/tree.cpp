@@ -52,7 +52,10 @@ class Lister {
       Add(path.empty() ? data.cFileName : path + L"\\" + data.cFileName, EntryOf(data), behindLink);
       return true;
     });
-    if (error != 0) tree_.faults.push_back({path, error});
+    // On an empty drive nothing is found, not even ".". As a source the helper refuses it.
+    const bool isEmpty =
+        error == ERROR_FILE_NOT_FOUND && (links_ == Links::kNotFollowed || !path.empty());
+    if (error != 0 && !isEmpty) tree_.faults.push_back({path, error});
   }
 
   const std::wstring root_;

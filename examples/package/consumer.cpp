@@ -1,4 +1,5 @@
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -10,7 +11,11 @@
 #include "fileop/jfile.h"
 #include "inifile/ini_file.h"
 #include "uaclient/uaclient.h"
+#include "uactask/exit_codes.h"
+#include "uactask/operation_list.h"
+#include "uactask/task.h"
 #include "uactask/task_factory.h"
+#include "uactask/task_file.h"
 #include "uactask/task_file_op.h"
 #include "uactask/task_runner.h"
 #include "uactask/task_scheduler.h"
@@ -28,6 +33,8 @@ int main() {
   task.SetParams(params);
   const bool written = task.SaveTaskInfos("consumer.ini");
   const std::string author = corekit::CIniFile::GetValue("author_name", "Task", "consumer.ini");
+  char checked[8] = {};
+  std::memcpy(checked, author.c_str(), author.size());  // hardened builds check its size
 
   const std::filesystem::path here = std::filesystem::current_path();
   uaclient::CopyPlan plan;
@@ -37,5 +44,5 @@ int main() {
   boost::shared_ptr<IXMLParse> store;
   const bool removed =
       DeleteFileOrSchedule("consumer.ini") == 0 && DeleteFileOrSchedule("copy.ini") == 0;
-  return written && author == "4" && copied && removed && CreateXMLParse(store) == 0 ? 0 : 1;
+  return written && checked[0] == '4' && copied && removed && CreateXMLParse(store) == 0 ? 0 : 1;
 }

@@ -49,7 +49,19 @@ endfunction()
 
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --config ${CONFIG} --prefix ${WORK}/prefix
   COMMAND_ERROR_IS_FATAL ANY)
+# Each header that is installed compiles in this project.
+file(STRINGS ${CMAKE_CURRENT_LIST_DIR}/consumer.cpp included REGEX "^#include \".*/")
+list(TRANSFORM included REPLACE "^#include \"(.*)\"$" "\\1")
+file(GLOB_RECURSE installed RELATIVE ${WORK}/prefix/include/uactask ${WORK}/prefix/include/uactask/*)
+list(SORT included)
+if(NOT installed STREQUAL included)
+  message(FATAL_ERROR "installed: ${installed}\nincluded: ${included}")
+endif()
+if(TOOLCHAIN)
+  set(ENV{CXXFLAGS} "-O2 -D_FORTIFY_SOURCE=2 -fstack-protector-strong") # as hardened applications are compiled
+endif()
 use(package installed ${CONFIG})
+unset(ENV{CXXFLAGS})
 file(REMOVE_RECURSE ${WORK}/prefix)
 # Both use the same folder, so that nothing is compiled twice. Cross-compiled, they build the helper alone, without
 # optimisation: the client has been compiled and linked into a program before.
