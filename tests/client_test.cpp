@@ -136,7 +136,7 @@ TEST_F(Client, CopiesWhatHoldsItsTemporaryFolder) {
   EXPECT_EQ(ReadTree(folder_ / "backup/"), TreeOf("a=1, tmp/b=2"));
   plan_ = {};
   plan_.ReplaceFolder(At("profile"), At("backup"));
-  EXPECT_THAT(RunPlan(Status::kInvalid), ElementsAre(HasSubstr("holds the folder for temporary")));
+  EXPECT_THAT(RunPlan(Status::kInvalid), ElementsAre(HasSubstr("where the helper's files lie")));
 }
 
 TEST_F(Client, PutsItsFilesNowhereElse) {

@@ -109,7 +109,7 @@ TEST_F(PlanCheck, ReplacesWhatMayGo) {
          {"!@s/>@p/q/r,!@s/>@old/", {}},
          {"!@s/>@old,@f>@old/n,@f>@old/deep/er/n", {}},
          {"!@s/>@old,@f>@old/a", {"E would be written twice"}},
-         {"!@s/>@old,@f>@old/D", {"E written twice: another item"}},
+         {"!@s/>@old,@f>@old/D", {"E written twice: \""}},
          {"!@s/>@old,@s/d/>@old/y", {"E where another item copies to"}},
          {"!@s/d/>@s", {"E which is deleted first"}},
          {"!@s/>@s/new", {"E lies in the source"}},
@@ -138,10 +138,10 @@ TEST_F(PlanCheck, ReplacesWhatMayGo) {
 TEST_F(PlanCheck, KnowsPlacesByTheirFolders) {
   WriteTree(folder_.Path(), TreeOf("f=1, s/a=1, s/d/b=2, o/x=1, w/w/x=1"));
   Check({{"@s/>@S/new", {"E lies in the source"}},
-         {"@f>@o/y,@s/a>@O/Y", {"E written twice: another item copies"}},
+         {"@f>@o/y,@s/a>@O/Y", {"E written twice: \""}},
          {"@s/>@o,@f>@O/A", {"E written twice"}},
          {"@w/>@", {"E it is the source"}},
-         {"@f>@n,@f>@N/x", {"E written twice: another item"}}});
+         {"@f>@n,@f>@N/x", {"E written twice: \""}}});
 }
 
 // Wine's drive Z: has everything, its drive C: too.

@@ -188,8 +188,7 @@ class Surveyor {
     const bool replaces = Copies(Kind::kReplaceFolder);
     if (item.to == nullptr || item.goesFirst) return true;
     if (item.to->error != 0) {
-      constexpr wchar_t kText[] =
-          L"The destination {} is not visible to this user, so it could not be checked: {}";
+      constexpr wchar_t kText[] = L"The destination {} is not visible to this user: {}";
       const Parts parts = {Destination(), SystemMessage(item.to->error)};
       return replaces ? Harm(kText, parts) : Doubt(kText, parts);
     }
@@ -250,11 +249,10 @@ class Surveyor {
     if (item.to != nullptr && item.to->isLink) return true;  // it goes alone
     if (!kept_) kept_.emplace(folders_, options_);
     const std::wstring why = kept_->WhyKept(*item.toSpot.folder);
-    return why.empty() ||
-           Harm(
-               L"The destination {}{}. Replacing it could delete programs or user data. Choose a "
-               L"folder that holds only what you copy.",
-               {Destination(), why});
+    if (why.empty()) return true;
+    return Harm(
+        L"The destination {}{}. Replacing it could delete programs or data. Choose another.",
+        {Destination(), why});
   }
 
   // While the helper works its own files are there, and it would copy them along.
@@ -262,8 +260,8 @@ class Surveyor {
     const std::wstring temp = TempFolder();
     if (temp.empty() || !isPlan_ || !folders_.At(temp).IsInOrIs(*item.read[0].folder)) return;
     Fail(
-        L"The source {} holds the folder for temporary files, {}, where the helper's own files lie "
-        L"meanwhile. Copy it without replacing, or set TMP to another folder.",
+        L"The source {} holds {}, where the helper's files lie meanwhile. Set TMP to another "
+        L"folder.",
         {Source(), Quoted(temp)});
   }
 
@@ -309,9 +307,8 @@ class Surveyor {
       missing.push_back(path);
     }
     if (!isPlan_ && missing.size() > 1) {
-      return Fail(
-          L"More than one folder above {} is missing, and the helper makes only one. Make them.",
-          {Destination()});
+      return Fail(L"Folders above {} are missing, and the helper makes only one. Make them.",
+                  {Destination()});
     }
     for (auto path = missing.rbegin(); path != missing.rend(); ++path) {
       if (Bring(folders_.At(*path).keys[0], *path, true)) MakeFolder(*path, like);
@@ -345,7 +342,7 @@ class Surveyor {
     const bool stays = there != nullptr && !replaces && !item.goesFirst;
     if (stays && IsInTheWay(destination, *there, entry.isFolder)) return;
     const bool looksDone = there != nullptr && there->state.Matches(entry.state);
-    copy.targets.push_back({entry.path, entry.isFolder, entry.state, looksDone});
+    copy.targets.push_back({entry, looksDone});
     const std::wstring key = (isRoot ? item.toSpot : SpotOf(destination, !entry.isFolder)).Key();
     if (const auto read = sources_.find(key); read != sources_.end() && !isRoot) {
       Harm(L"{} would be written, but it is the source {}. Choose another destination.",
@@ -388,10 +385,9 @@ class Surveyor {
     if (isNew) return CheckLength(path, isFolder ? kMaxFolderPath : kMaxFilePath);
     const Brought& first = other->second;
     if (isFolder && first.isFolder && (first.item != at_ || Copies(Kind::kFile))) return false;
-    return Harm(first.item == at_ ? L"{} would be written twice: in the source, two names differ "
-                                    L"only in case. Rename one of them."
-                                  : L"{} would be written twice: another item copies {} there. "
-                                    L"Choose another destination.",
+    return Harm(first.item == at_
+                    ? L"{} would be written twice: names differ only in case. Rename one."
+                    : L"{} would be written twice: {} is copied there, too. Leave one out.",
                 {Quoted(path), SourceOf(first.item)});
   }
 
@@ -404,10 +400,8 @@ class Surveyor {
     auto other = FindUpwards(deleted_, item.toSpot, at_);
     if (!other && Copies(Kind::kReplaceFolder)) other = FindUpwards(added_, item.toSpot, at_);
     if (other && !Copies(Kind::kFile)) {
-      Harm(
-          L"The destination {} is or lies in {}, where another item copies to. Choose another "
-          L"destination.",
-          {Destination(), DestinationOf(*other)});
+      Harm(L"The destination {} is or lies in {}, where another item copies to. Choose another.",
+           {Destination(), DestinationOf(*other)});
     }
     for (const Spot& from : item.read) {
       other = FindUpwards(deleted_, from);
@@ -432,8 +426,7 @@ class Surveyor {
     if (free >= 0) return;
     const std::wstring lack = BytesInWords(static_cast<std::uint64_t>(-free));
     constexpr wchar_t kText[] =
-        L"The destination {} does not fit on {}: {} more are needed. Free some space, or "
-        L"choose another place.";
+        L"The destination {} does not fit on {}: {} more are needed. Free some space.";
     Copies(Kind::kReplaceFolder) ? Fail(kText, {Destination(), root, lack})
                                  : Doubt(kText, {Destination(), root, lack});
     free = kUnlimited;

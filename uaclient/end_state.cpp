@@ -22,8 +22,7 @@ using Kind = CopyItem::Kind;
 // How many of an item's faults its reason names.
 constexpr std::size_t kNamedFaults = 3;
 
-constexpr wchar_t kChanged[] =
-    L": the source has changed while the helper worked. Copy it again when it stays as it is.";
+constexpr wchar_t kChanged[] = L": the source has changed while the helper worked. Copy it again.";
 
 // What keeps a file from being copied, as far as it shows afterwards.
 std::wstring LikelyCause(const std::wstring& source, const std::wstring& destination) {

@@ -29,8 +29,6 @@ class HelperFiles {
   // Chooses a path in TempFolder() that nobody can foresee. Throws NotStarted when TMP does not do.
   HelperFiles();
   ~HelperFiles();
-  HelperFiles(const HelperFiles&) = delete;
-  HelperFiles& operator=(const HelperFiles&) = delete;
 
   // Where they lie, in characters that the ANSI code page has.
   const std::wstring& Folder() const { return folder_; }

@@ -36,9 +36,10 @@ std::wstring Fault(const std::wstring& what, const std::wstring& value, const wc
 
 std::wstring TextFault(const std::wstring& what, const std::wstring& text) {
   if (HelperReads(text) && FitsTaskFile(ForHelper(text))) return {};
-  return Fault(what, text,
-               L"holds a \"[\", a control character, a blank at its end or what the code page "
-               L"lacks, none of which a task file can carry. Leave it out.");
+  return Fault(
+      what, text,
+      L"holds a \"[\", a control character, a final blank or what the code page lacks. Leave "
+      L"it out: no task file can carry it.");
 }
 
 // Of text that the program is to find as it is. A variable is what stands between two "%".

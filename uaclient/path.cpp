@@ -57,14 +57,11 @@ std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::
   full.clear();
   if (path.empty()) return name + L" is empty. Write the whole path.";
   if (!IsAbsolute(path)) {
-    return Quoted(path) +
-           L" is relative, or a device's path. Write the whole path from a drive or share on: the "
-           L"helper may be started in another folder.";
+    return Quoted(path) + L" is relative, or a device's path. Write the whole path.";
   }
   if (path.find_first_of(L"<>:\"|?*", 2) != std::wstring::npos || !ListCarries(path)) {
     return Quoted(path) +
-           L" holds one of < > : \" | ? *, a control character or half of a surrogate pair. Rename "
-           L"it.";
+           L" holds one of < > : \" | ? *, a control character or invalid UTF-16. Rename it.";
   }
   full = FullPath(path);
   if (full == Plain(path)) return {};
@@ -124,7 +121,7 @@ std::wstring DriveFault(const std::wstring& fullPath) {
                                     : FinalPath(Open(drive + L"\\", 0).get());
   if (real.empty()) real = L"\\\\server\\share";
   return L"The drive " + drive +
-         L" is mapped for this user only, and the elevated helper does not see it. Write " +
+         L" is mapped for this user alone, and the helper does not see it. Write " +
          Quoted(Below(real, fullPath.substr(3))) + L" instead.";
 }
 

@@ -57,8 +57,6 @@ class HelperRun {
     const PTP_WAIT wait = CreateThreadpoolWait(RemoveTraces, left, nullptr);
     if (wait != nullptr) SetThreadpoolWait(wait, left->helper.Get(), nullptr);
   }
-  HelperRun(const HelperRun&) = delete;
-  HelperRun& operator=(const HelperRun&) = delete;
 
   Result Run() {
     Result& result = work_.result;
@@ -94,8 +92,8 @@ class HelperRun {
     start_ = Clock::now();  // what the user took to allow it does not count
     if (Wait()) return Verdict();
     work_.result.reason =
-        L"Waiting for the helper was given up. It is elevated and cannot be ended from here: it "
-        L"goes on, and its files in " +
+        L"Waiting was given up. The helper cannot be ended from here: it goes on, and its files "
+        L"in " +
         Quoted(traces_->files.Folder()) + L" are left to it.";
     return Status::kStillRunning;
   }
@@ -168,8 +166,8 @@ class HelperRun {
     const auto missing = std::count_if(result.items.begin(), result.items.end(),
                                        [](const Item& item) { return !item.done; });
     if (missing != 0) {
-      result.reason = std::to_wstring(missing) + L" of " + std::to_wstring(result.items.size()) +
-                      L" items did not arrive as they should.";
+      result.reason = Filled(L"{} of {} items did not arrive as they should.",
+                             {std::to_wstring(missing), std::to_wstring(result.items.size())});
     } else if (result.report.leavesOut) {
       result.reason = L"Not everything in the list was done: the helper leaves items out.";
     }
@@ -197,8 +195,8 @@ class HelperRun {
                       (item.isDeletion ? L"still" : L"not") + L" there.";
     } else if (now == JobState::kUnknown && !(item.isDeletion && jobBefore_ == JobState::kThere)) {
       item.reason =
-          L"The helper reports success, but this user cannot see the job. If another account "
-          L"confirmed the elevation, it is that account's job.";
+          L"The helper reports success, but this user cannot see the job: it may be another "
+          L"user's.";
     }
   }
 
@@ -211,9 +209,8 @@ class HelperRun {
     }
     std::wstring& reason = work_.result.reason;
     if (!reason.empty()) reason += L" ";
-    reason += L"The task file " + Quoted(FinalPath(work_.taskFile.get())) +
-              L" could not be deleted: " + SystemMessage(GetLastError()) +
-              L" Delete it, or it may be run again.";
+    reason += Filled(L"The task file {} could not be deleted: {} Delete it, or it may run again.",
+                     {Quoted(FinalPath(work_.taskFile.get())), SystemMessage(GetLastError())});
   }
 
   Work work_;

@@ -11,11 +11,8 @@
 
 namespace uaclient {
 
-// A file or folder that an item brings.
-struct Target {
-  std::wstring path;  // below the item's source and destination; empty for the item itself
-  bool isFolder = false;
-  FileState state;          // of the source
+// A file or folder that an item brings, as it is in the source.
+struct Target : TreeEntry {
   bool lookedDone = false;  // the destination looked like the finished copy before the start
 };
 
