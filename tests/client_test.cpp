@@ -81,7 +81,7 @@ class Client : public testing::Test {
   Tree temps_;
 };
 
-const Tree kTree = {{"empty/", ""}, {"sub/", ""}, {"sub/日本 😀.txt", "far"}, {"ü  a.txt", "near"}};
+const Tree kTree = TreeOf("empty/, sub/日本 😀.txt=far, ü  a.txt=near");
 
 // The task file's name reaches the helper through the code page, whatever the user's folder is.
 TEST_F(Client, CopiesWhateverTheTemporaryFolderIsCalled) {
@@ -95,7 +95,7 @@ TEST_F(Client, CopiesWhateverTheTemporaryFolderIsCalled) {
   plan_.Folder(At("from"), FullPath(folder_.Path()).wstring() + L"new/mixed\\deep");
   plan_.File(At("from/ü  a.txt"), At("old/brought/deep/日本"));
   plan_.File(At("from/ü  a.txt"), At("added/new/file"));
-  const Tree before = {{"gone/", ""}, {"gone/x", "x"}, {"ü  a.txt", "older"}, {"SUB/", ""}};
+  const Tree before = TreeOf("gone/x=x, ü  a.txt=older, SUB/");
   for (const std::string& temp : temps) {
     UseTemp(temp);
     for (const char* folder : {"new/", "old/", "added/"}) RemoveTreeForSure(folder_ / folder);
@@ -106,16 +106,11 @@ TEST_F(Client, CopiesWhateverTheTemporaryFolderIsCalled) {
     EXPECT_EQ(result_.bytes, 32U);
     EXPECT_EQ(ReadTree(folder_ / "new/mixed/deep/"), kTree);
     EXPECT_EQ(ReadFileBytes(folder_ / "file"), "far");
-    Tree replaced = kTree;
-    replaced["brought/deep/日本"] = replaced["brought/deep/"] = "near";
-    replaced["brought/"] = replaced["brought/deep/"] = "";
-    EXPECT_EQ(ReadTree(folder_ / "old/"), replaced);
+    EXPECT_EQ(ReadTree(folder_ / "old/"),
+              TreeOf("brought/deep/日本=near, empty/, sub/日本 😀.txt=far, ü  a.txt=near"));
     // Added to: nothing is gone, and a folder keeps its name's case.
-    Tree added = before;
-    added["empty/"] = added["new/"] = "";
-    added["SUB/日本 😀.txt"] = "far";
-    added["ü  a.txt"] = added["new/file"] = "near";
-    EXPECT_EQ(ReadTree(folder_ / "added/"), added);
+    EXPECT_EQ(ReadTree(folder_ / "added/"),
+              TreeOf("empty/, gone/x=x, new/file=near, SUB/日本 😀.txt=far, ü  a.txt=near"));
   }
 }
 
@@ -143,28 +138,18 @@ TEST_F(Client, CopiesWhatHoldsItsTemporaryFolder) {
 // The helper answers 0 for all of these.
 TEST_F(Client, NamesWhatDidNotArrive) {
   WriteTree(folder_.Path(), TreeOf("from/a=new, from/s/b=new, same=old, gone/a=a, z=z"));
-  CopyFileW(At("from/a").c_str(), At("same time").c_str(), FALSE);
   plan_.File(At("from/a"), At("same"));
-  plan_.File(At("from/a"), At("same time"));
   plan_.Folder(At("gone"), At("new"));
   plan_.File(At("z"), At("y"));
-  {
-    // Changed, with its time as it was.
-    const auto time = std::filesystem::last_write_time(At("same time"));
-    WriteFileBytes(folder_ / "same time", "bad");
-    std::filesystem::last_write_time(At("same time"), time);
-  }
   const FileLock unreadable(folder_ / "gone/a");
-  const FileLock locks[] = {FileLock(folder_ / "same", FILE_SHARE_READ),
-                            FileLock(folder_ / "same time", FILE_SHARE_READ)};
+  const FileLock lock(folder_ / "same", FILE_SHARE_READ);
   for (const Comparison comparison : {Comparison::kContent, Comparison::kSizeAndTime}) {
     options_.comparison = comparison;
     EXPECT_THAT(RunPlan(Status::kIncomplete),
                 ElementsAre(testing::AllOf(StartsWith("It differs from its source"),
                                            HasSubstr("it is in use by another program")),
-                            StartsWith("It differs from its source"),
                             HasSubstr("\"a\" is missing: the source is in use"), ""));
-    EXPECT_EQ(WideToUtf8(result_.reason), "3 of 4 items did not arrive as they should.");
+    EXPECT_EQ(WideToUtf8(result_.reason), "2 of 3 items did not arrive as they should.");
     EXPECT_EQ(result_.files, 1U);
     EXPECT_EQ(At("same"), result_.items[0].destination);
   }

@@ -6,6 +6,7 @@
 #include <winioctl.h>
 
 #include <algorithm>
+#include <boost/filesystem/directory.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <climits>
 #include <filesystem>
@@ -19,27 +20,6 @@ namespace {
 
 // The links made, which must go while what they lead to is still there.
 std::vector<std::string> folderLinks;
-
-void RemoveFolderLinksBelow(const std::string& folder) {
-  for (const std::string& link : folderLinks) {
-    if (link.rfind(folder, 0) != 0 || !PathExists(link.c_str())) continue;
-    RemoveDirectoryW(Utf8ToWide(link).c_str());
-    if (OnWine()) RunUnixProgram("rm -f " + link, [&] { return !PathExists(link.c_str()); });
-  }
-}
-
-template <typename Visit>
-void ForEachEntry(const std::string& folder, Visit visit) {
-  WIN32_FIND_DATAW entry;
-  const HANDLE find = FindFirstFileW(Utf8ToWide(folder + "*").c_str(), &entry);
-  if (find == INVALID_HANDLE_VALUE) return;
-  do {
-    const std::string name = WideToUtf8(entry.cFileName);
-    if (name == "." || name == "..") continue;
-    visit(name, entry.dwFileAttributes);
-  } while (FindNextFileW(find, &entry));
-  FindClose(find);
-}
 
 }  // namespace
 
@@ -114,31 +94,31 @@ void WriteTree(const std::string& folder, const Tree& tree) {
 
 Tree ReadTree(const std::string& folder) {
   Tree tree;
-  ForEachEntry(folder, [&](const std::string& name, DWORD attributes) {
+  boost::system::error_code noFolder;
+  for (const auto& entry : boost::filesystem::directory_iterator(Utf8ToWide(folder), noFolder)) {
+    const std::string name = WideToUtf8(entry.path().filename().wstring());
+    const DWORD attributes = GetFileAttributesW(entry.path().c_str());
     if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
       tree[name] = ReadFileBytes(folder + name);
-      return;
+      continue;
     }
     tree[name + "/"] = "";
-    if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) return;
+    if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) continue;
     for (const auto& [below, bytes] : ReadTree(folder + name + "/")) {
       tree[name + "/" + below] = bytes;
     }
-  });
+  }
   return tree;
 }
 
 void RemoveTreeForSure(const std::string& folder) {
-  RemoveFolderLinksBelow(folder);
-  ForEachEntry(folder, [&](const std::string& name, DWORD attributes) {
-    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-      RemoveTreeForSure(folder + name + "/");
-    } else {
-      SetFileAttributesW(Utf8ToWide(folder + name).c_str(), FILE_ATTRIBUTE_NORMAL);
-      DeleteFileW(Utf8ToWide(folder + name).c_str());
-    }
-  });
-  RemoveDirectoryW(Utf8ToWide(folder).c_str());
+  for (const std::string& link : folderLinks) {
+    if (link.rfind(folder, 0) != 0 || !PathExists(link.c_str())) continue;
+    RemoveDirectoryW(Utf8ToWide(link).c_str());
+    if (OnWine()) RunUnixProgram("rm -f " + link, [&] { return !PathExists(link.c_str()); });
+  }
+  boost::system::error_code stillInUse;
+  boost::filesystem::remove_all(Utf8ToWide(folder), stillInUse);
 }
 
 bool OnWine() {

@@ -25,7 +25,7 @@ using testing::StartsWith;
 using Json = nlohmann::json;
 using Strings = std::vector<std::string>;
 
-const Tree kTree = {{"empty/", ""}, {"sub/", ""}, {"sub/日本 😀.txt", "far"}, {"ü a.txt", "near"}};
+const Tree kTree = TreeOf("empty/, sub/日本 😀.txt=far, ü a.txt=near");
 const std::string kProgram = "C:\\windows\\system32\\cmd.exe";
 const std::string kJob = "uactask test uactl " + std::to_string(GetCurrentProcessId()) + " ü";
 
@@ -39,10 +39,10 @@ Strings Words(const std::string& line) {
   return words;
 }
 
-Arguments Read(const Strings& words) {
+std::vector<std::wstring> Wide(const Strings& words) {
   std::vector<std::wstring> wide;
   for (const std::string& word : words) wide.push_back(Utf8ToWide(word));
-  return ReadArguments(wide);
+  return wide;
 }
 
 std::string FullPath(const std::string& path) {
@@ -120,7 +120,8 @@ TEST_F(Uactl, ExplainsItself) {
     EXPECT_EQ(Says(0, {command, "--json", "/?"}), help);
     for (const std::string option : {"--replace", "--dry-run", "--fast", "--timeout", "--json"}) {
       const bool isKnown =
-          Read({command, option, "5"}).refusal.find(L"is not an option") == std::string::npos;
+          ReadArguments(Wide({command, option, "5"})).refusal.find(L"is not an option") ==
+          std::string::npos;
       EXPECT_EQ(isKnown, help.find("\n  " + option) != std::string::npos) << command << option;
     }
   }
@@ -194,8 +195,7 @@ TEST_F(Uactl, ReadsTimesDaysAndArguments) {
                {"weekly --timeout 5 N 23:59 sun,tues,thu,sat P", Every::kWeek, 1439, 85},
                {"monthly N 12:30 1,15,31 P", Every::kMonth, 750, 0x40004001}};
   for (const auto& c : cases) {
-    std::vector<std::wstring> words;
-    for (const std::string& word : Words(c.line)) words.push_back(Utf8ToWide(word));
+    std::vector<std::wstring> words = Wide(Words(c.line));
     // As they are: options of the program, and text that is no UTF-16.
     const std::vector<std::wstring> given = {L"--help", L"",      L"/?",    L"--",
                                              L"--json", L"a b\\", L"\"a\"", L"\xD83D"};
@@ -210,9 +210,9 @@ TEST_F(Uactl, ReadsTimesDaysAndArguments) {
     EXPECT_TRUE(job.every == c.every && job.hour * 60 + job.minute == c.minutes) << c.line;
     EXPECT_EQ(job.days, c.days) << c.line;
   }
-  const Arguments copy =
-      Read({"copy", kProgram, "Q:/none/./x", "C:/none/../windows/", "Q:/b", "--fast", kProgram,
-            "C:/windows", kProgram, "Q:\\new/", "--timeout", "86400", "--", ".", "--x"});
+  const Arguments copy = ReadArguments(
+      Wide({"copy", kProgram, "Q:/none/./x", "C:/none/../windows/", "Q:/b", "--fast", kProgram,
+            "C:/windows", kProgram, "Q:\\new/", "--timeout", "86400", "--", ".", "--x"}));
   const auto& items = std::get<uaclient::CopyPlan>(copy.task).Items();
   std::wstring destinations;
   for (const auto& item : items) destinations += item.destination.wstring() + L";";
