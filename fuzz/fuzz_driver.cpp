@@ -151,8 +151,9 @@ void FuzzIniFile() {
 // None of these has white space that loading would trim.
 const Strings kTexts = Split("x|x y|<|>|&|\"|'|\xE2\x82\xAC|1|&amp;|&#32;|\x0B|]]>|\xFF");
 const Strings kDecoys = Split(
-    "<!--</a>-->|<!--<a>-->|<![CDATA[</a>]]>|<?p </a>?>|<!X </a>|<b c='</a>'/>|<b c=\"'</a>\"/>|"
-    "<b/>|<!DOCTYPE x [</a>]>|<c\"></a>|<d>x</d>");
+    "<!--</a>-->|<!--><a>-->|<![CDATA[</a>]]>|<![CDATA[><a>]]>|<?p </a>?>|<?p ><a>?>|<!X </a>|<b/>|"
+    "<!DOCTYPE x [</a>]>|<!DOCTYPEx [><a></a>]>|<b c='</a>'/>|<b c=\"'</a>\"/>|<d\tc='>'\r/><b/>|"
+    "<c\"></a>|<d>x</d>|<d></d >|<d></>|<!DOCTYPE x <>");
 const Strings kMarkup = Split(
     "<a>|</a>|<b c='|'|\"|<b c=\"|/>|>|<!--|-->|]]>|<?p |?>|]|<!|x| "
     "|<c|=|/|&lt;|&#|;|<a\">|<|[|\n|\t|\r|"

@@ -141,7 +141,7 @@ TEST_F(RandomTaskFiles, OfCopies) {
 
 // Of the triggers the service under Wine knows the daily one alone.
 TEST_F(RandomTaskFiles, OfJobs) {
-  SKIP_UNLESS_ELEVATED("the Task Scheduler refuses jobs that replace others");
+  if (!IsElevated()) GTEST_SKIP() << "the Task Scheduler refuses jobs that replace others";
   const TestFolder folder;
   const std::string name = "uactask test " + std::to_string(GetCurrentProcessId()) + " check";
   const auto run = [&](bool isDeletion) {

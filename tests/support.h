@@ -72,8 +72,6 @@ bool LongPathsWork();
 // does; what they elevate runs without a prompt, but apart from them: its output and the
 // scheduler's jobs are not seen.
 bool IsElevated();
-#define SKIP_UNLESS_ELEVATED(reason) \
-  if (!IsElevated()) GTEST_SKIP() << "needs elevation: " << (reason)
 
 // Takes back what was left to the next restart: the deletion of a file with this in its path. False
 // when there is none.

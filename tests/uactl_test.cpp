@@ -326,7 +326,7 @@ TEST_F(Uactl, StopsWaitingButSaysThatTheHelperGoesOn) {
 }
 
 TEST_F(Uactl, SchedulesAndUnschedules) {
-  SKIP_UNLESS_ELEVATED("the scheduler's jobs");
+  if (!IsElevated()) GTEST_SKIP() << "the scheduler's jobs are not seen";
   const std::string job = "The job \"" + kJob + "\" was ";
   const Strings daily = {"daily", kJob, "08:00", kProgram, "/?", "--help", "--"};
   EXPECT_THAT(Says(0, daily), StartsWith(job + "registered.\n"));
