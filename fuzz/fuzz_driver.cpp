@@ -152,7 +152,7 @@ void FuzzIniFile() {
 const Strings kTexts = Split("x|x y|<|>|&|\"|'|\xE2\x82\xAC|1|&amp;|&#32;|\x0B|]]>|\xFF");
 const Strings kDecoys = Split(
     "<!--</a>-->|<!--><a>-->|<![CDATA[</a>]]>|<![CDATA[><a>]]>|<?p </a>?>|<?p ><a>?>|<!X </a>|<b/>|"
-    "<!DOCTYPE x [</a>]>|<!DOCTYPEx [><a></a>]>|<b c='</a>'/>|<b c=\"'</a>\"/>|<d\tc='>'\r/><b/>|"
+    "<!DOCTYPE x [</a>]>|<!DOCTYPEx [><a></a>]>|<b c='</a>'/>|<b c=\"'</a>\"/>|<d\tc = '>'\r/><b/>|"
     "<c\"></a>|<d>x</d>|<d></d >|<d></>|<!DOCTYPE x <>");
 const Strings kMarkup = Split(
     "<a>|</a>|<b c='|'|\"|<b c=\"|/>|>|<!--|-->|]]>|<?p |?>|]|<!|x| "

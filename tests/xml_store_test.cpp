@@ -358,13 +358,8 @@ TEST_F(XmlStore, ReadsVectorsUpToTheFirstFault) {
     On("<r><v><item key='1'/>" + fault + "<item key='2'/></v></r>");
     EXPECT_EQ(Read(&X::GetIntVector), "0: 1,") << fault;
   }
-  On("<r/>");
-  Expect(PutFloatVector("r.v", {1}), 0, "<r/>");
-  Expect(PutIntVector("r.v", {1}), 0, "<r/>");
-  Expect(PutStringVector("r.v", {"1"}), 0, "<r/>");
-  EXPECT_EQ(Read(&X::GetFloatVector), "0:");
+  Expect(On("<r/>").PutIntVector("r.v", {1}), 0, "<r/>");
   EXPECT_EQ(Read(&X::GetIntVector), "0:");
-  EXPECT_EQ(Read(&X::GetStringVector), "0:");
 }
 
 TEST_F(XmlStore, SetsVectorsEachInItsOwnWay) {
