@@ -17,6 +17,7 @@
 #include "inifile/ini_file.h"
 #include "inifile/ini_parser.h"
 #include "xmlstore/keyed_records.h"
+#include "xmlstore/nesting.h"
 #include "xmlstore/xml_parse.h"
 
 namespace {
@@ -150,10 +151,12 @@ void FuzzIniFile() {
 // None of these has white space that loading would trim.
 const Strings kTexts = Split("x|x y|<|>|&|\"|'|\xE2\x82\xAC|1|&amp;|&#32;|\x0B|]]>|\xFF");
 const Strings kDecoys = Split(
-    "<!--</a>-->|<!--<a>-->|<![CDATA[</a>]]>|<?p </a>?>|<!X </a>|<b c='</a>'/>|<b c=\"'</a>\"/>|"
-    "<b/>|<!DOCTYPE x [</a>]>|<c\"></a>|<d>x</d>");
+    "<!--</a>-->|<!--><a>-->|<![CDATA[</a>]]>|<![CDATA[><a>]]>|<?p </a>?>|<?p ><a>?>|<!X </a>|<b/>|"
+    "<!DOCTYPE x [</a>]>|<!DOCTYPEx [><a></a>]>|<b c='</a>'/>|<b c=\"'</a>\"/>|<d\tc = '>'\r/><b/>|"
+    "<c\"></a>|<d>x</d>|<d></d >|<d></>|<!DOCTYPE x <>");
 const Strings kMarkup = Split(
-    "<a>|</a>|<b c='|'|\"|<b c=\"|/>|>|<!--|-->|]]>|<?p |?>|]|<!|x| |<c|=|/|&lt;|&#|;|<a\">|<|[|\n|"
+    "<a>|</a>|<b c='|'|\"|<b c=\"|/>|>|<!--|-->|]]>|<?p |?>|]|<!|x| "
+    "|<c|=|/|&lt;|&#|;|<a\">|<|[|\n|\t|\r|"
     "<![CDATA[|<!DOCTYPE x [|<?xml |&#x41;|&#0;|\xEF\xBB\xBF|<b c=''>");
 
 std::string MakePath() { return "r." + Of(kNames) + (OneIn(2) ? "" : "." + Of(kNames)); }
@@ -217,7 +220,14 @@ void FuzzXmlText() {
   const auto parse = [&] {
     read_xml(stream, read, boost::property_tree::xml_parser::trim_whitespace);
   };
-  const bool good = !Throws<boost::property_tree::xml_parser_error>(parse) && Depth(read) <= 1000;
+  const bool wellFormed = !Throws<boost::property_tree::xml_parser_error>(parse);
+  const int depth = Depth(read);
+  const auto isDeeperThan = [&](int limit) {
+    return xmlstore::FindNestedDeeperThan(text.c_str(), limit) != nullptr;
+  };
+  Require(!wellFormed || (!isDeeperThan(depth) && (depth == 0 || isDeeperThan(depth - 1))),
+          "the guard sees just the depth that the reader meets");
+  const bool good = wellFormed && depth <= 1000;
   Require(loaded == good && (!good || tree == read), "what is well-formed loads");
 }
 
@@ -250,24 +260,11 @@ void FuzzRecords() {
 struct Target {
   const char* name;
   void (*fuzz)();
-  std::size_t share;  // of all runs
-  Number runs;
 };
 
-Target targets[] = {{"INI text", FuzzIniText, 80, 0},
-                    {"INI file", FuzzIniFile, 1, 0},
-                    {"XML text", FuzzXmlText, 80, 0},
-                    {"XML file", FuzzXmlFile, 1, 0},
-                    {"records", FuzzRecords, 38, 0}};
-
-Target& NextTarget() {
-  std::size_t at = Below(200);
-  for (Target& next : targets) {
-    if (at < next.share) return next;
-    at -= next.share;
-  }
-  return targets[0];
-}
+const Target kTextTargets[] = {
+    {"INI text", FuzzIniText}, {"XML text", FuzzXmlText}, {"records", FuzzRecords}};
+const Target kFileTargets[] = {{"INI file", FuzzIniFile}, {"XML file", FuzzXmlFile}};
 
 }  // namespace
 
@@ -287,13 +284,10 @@ int main(int argc, char** argv) {
   for (; counted ? run < limit : GetTickCount64() - start < limit * 1000; ++run) {
     state = seed + run;
     input.clear();
-    Target& next = NextTarget();
+    const Target& next = OneIn(100) ? kFileTargets[Below(2)] : kTextTargets[Below(3)];
     target = next.name;
     Require(!Throws<std::exception>(next.fuzz), "no other exception leaves");
-    ++next.runs;
   }
-  const double seconds = static_cast<double>(GetTickCount64() - start) / 1000;
-  for (const Target& each : targets) std::printf("%-10s%12llu\n", each.name, each.runs);
-  std::printf("%-10s%12llu executions, seed %llu, %.1f s\n", "all", run, seed, seconds);
+  std::printf("%llu executions in %llu ms\n", run, GetTickCount64() - start);
   std::remove(kFile.c_str());
 }

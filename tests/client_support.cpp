@@ -1,14 +1,12 @@
 #include "client_support.h"
 
-#include <windows.h>
-
+#include <algorithm>
 #include <filesystem>
 
 #include "corekit/text.h"
 
 using uaclient::Finding;
 using uaclient::Findings;
-using uaclient::Severity;
 
 std::string Absolute(const TestFolder& folder) {
   return WideToUtf8(std::filesystem::absolute(Utf8ToWide(folder.Path())).generic_wstring());
@@ -21,18 +19,10 @@ std::string Replaced(std::string text, const std::string& what, const std::strin
   return text;
 }
 
-std::string OwnProgram() {
-  wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  return WideToUtf8(path);
-}
-
 std::string Shown(const Findings& findings) {
   std::string text;
   for (const Finding& finding : findings) {
-    text += finding.severity == Severity::kHarmful ? "!"
-            : finding.severity == Severity::kError ? "E"
-                                                   : "W";
+    text += "W!E"[static_cast<int>(finding.severity)];
     if (finding.file.find(L".xml") != std::wstring::npos) text += ":";
     if (finding.line != 0) text += std::to_string(finding.line);
     text += " " + WideToUtf8(finding.text) + "\n";
@@ -41,22 +31,25 @@ std::string Shown(const Findings& findings) {
 }
 
 testing::AssertionResult Are(const Findings& findings, const std::vector<std::string>& expected) {
-  std::vector<bool> met(findings.size());
-  std::string faults;
+  Findings unexpected = findings;
+  std::string missing;
   for (const std::string& one : expected) {
-    const std::size_t blank = one.find(' ');
-    bool found = false;
-    for (std::size_t i = 0; i < findings.size() && !found; ++i) {
-      const std::string line = Shown({findings[i]});
-      found = !met[i] && line.rfind(one.substr(0, blank + 1), 0) == 0 &&
-              line.find(one.substr(blank + 1)) != std::string::npos;
-      if (found) met[i] = true;
+    const std::size_t fragment = one.find(' ') + 1;
+    const auto found =
+        std::find_if(unexpected.begin(), unexpected.end(), [&](const Finding& finding) {
+          const std::string line = Shown({finding});
+          return line.rfind(one.substr(0, fragment), 0) == 0 &&
+                 line.find(one.substr(fragment)) != std::string::npos;
+        });
+    if (found == unexpected.end()) {
+      missing += one + "\n";
+    } else {
+      unexpected.erase(found);
     }
-    if (!found) faults += "missing: " + one + "\n";
   }
-  for (std::size_t i = 0; i < findings.size(); ++i) {
-    if (!met[i]) faults += "unexpected: " + Shown({findings[i]});
-  }
-  if (faults.empty()) return testing::AssertionSuccess();
-  return testing::AssertionFailure() << faults << "of:\n" << Shown(findings);
+  if (missing.empty() && unexpected.empty()) return testing::AssertionSuccess();
+  return testing::AssertionFailure() << "missing:\n"
+                                     << missing << "unexpected:\n"
+                                     << Shown(unexpected) << "of:\n"
+                                     << Shown(findings);
 }

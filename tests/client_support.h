@@ -14,10 +14,7 @@ std::string Absolute(const TestFolder& folder);
 
 std::string Replaced(std::string text, const std::string& what, const std::string& by);
 
-// The test program.
-std::string OwnProgram();
-
-// One line a finding: an error "E", harmful "!", a warning "W", then ":" for one in an operation
+// One line a finding: a warning "W", harmful "!", an error "E", then ":" for one in an operation
 // list, its line and text.
 std::string Shown(const uaclient::Findings& findings);
 

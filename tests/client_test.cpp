@@ -80,7 +80,7 @@ class Client : public testing::Test {
   Tree temps_;
 };
 
-const Tree kTree = {{"empty/", ""}, {"sub/", ""}, {"sub/日本 😀.txt", "far"}, {"ü  a.txt", "near"}};
+const Tree kTree = TreeOf("empty/, sub/日本 😀.txt=far, ü  a.txt=near");
 
 // The task file's name reaches the helper through the code page, whatever the user's folder is.
 TEST_F(Client, CopiesWhateverTheTemporaryFolderIsCalled) {
@@ -94,7 +94,7 @@ TEST_F(Client, CopiesWhateverTheTemporaryFolderIsCalled) {
   plan_.Folder(At("from"), FullPath(folder_.Path()).wstring() + L"new/mixed\\deep");
   plan_.File(At("from/ü  a.txt"), At("old/brought/deep/日本"));
   plan_.File(At("from/ü  a.txt"), At("added/new/file"));
-  const Tree before = {{"gone/", ""}, {"gone/x", "x"}, {"ü  a.txt", "older"}, {"SUB/", ""}};
+  const Tree before = TreeOf("gone/x=x, ü  a.txt=older, SUB/");
   for (const std::string& temp : temps) {
     UseTemp(temp);
     for (const char* folder : {"new/", "old/", "added/"}) RemoveTreeForSure(folder_ / folder);
@@ -105,16 +105,11 @@ TEST_F(Client, CopiesWhateverTheTemporaryFolderIsCalled) {
     EXPECT_EQ(result_.bytes, 32U);
     EXPECT_EQ(ReadTree(folder_ / "new/mixed/deep/"), kTree);
     EXPECT_EQ(ReadFileBytes(folder_ / "file"), "far");
-    Tree replaced = kTree;
-    replaced["brought/deep/日本"] = replaced["brought/deep/"] = "near";
-    replaced["brought/"] = replaced["brought/deep/"] = "";
-    EXPECT_EQ(ReadTree(folder_ / "old/"), replaced);
+    EXPECT_EQ(ReadTree(folder_ / "old/"),
+              TreeOf("brought/deep/日本=near, empty/, sub/日本 😀.txt=far, ü  a.txt=near"));
     // Added to: nothing is gone, and a folder keeps its name's case.
-    Tree added = before;
-    added["empty/"] = added["new/"] = "";
-    added["SUB/日本 😀.txt"] = "far";
-    added["ü  a.txt"] = added["new/file"] = "near";
-    EXPECT_EQ(ReadTree(folder_ / "added/"), added);
+    EXPECT_EQ(ReadTree(folder_ / "added/"),
+              TreeOf("empty/, gone/x=x, new/file=near, SUB/日本 😀.txt=far, ü  a.txt=near"));
   }
 }
 
@@ -139,46 +134,21 @@ TEST_F(Client, CopiesWhatHoldsItsTemporaryFolder) {
   EXPECT_THAT(RunPlan(Status::kInvalid), ElementsAre(HasSubstr("where the helper's files lie")));
 }
 
-TEST_F(Client, PutsItsFilesNowhereElse) {
-  WriteFileBytes(folder_ / "a", "a");
-  plan_.File(At("a"), At("b"));
-  const std::wstring longPath = L"C:\\" + std::wstring(300, L'x');
-  const std::wstring file = At("a").wstring();
-  const wchar_t* const kTemps[] = {
-      nullptr, L"", L"temp", L"\\temp", L"C:\\no such folder", file.c_str(), longPath.c_str()};
-  for (const wchar_t* temp : kTemps) {
-    SetEnvironmentVariableW(L"TMP", temp);
-    RunPlan(Status::kNotStarted);
-    EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("TMP"));
-  }
-  EXPECT_EQ(folder_.Contents(), TreeOf("a=a"));
-}
-
 // The helper answers 0 for all of these.
 TEST_F(Client, NamesWhatDidNotArrive) {
   WriteTree(folder_.Path(), TreeOf("from/a=new, from/s/b=new, same=old, gone/a=a, z=z"));
-  CopyFileW(At("from/a").c_str(), At("same time").c_str(), FALSE);
   plan_.File(At("from/a"), At("same"));
-  plan_.File(At("from/a"), At("same time"));
   plan_.Folder(At("gone"), At("new"));
   plan_.File(At("z"), At("y"));
-  {
-    // Changed, with its time as it was.
-    const auto time = std::filesystem::last_write_time(At("same time"));
-    WriteFileBytes(folder_ / "same time", "bad");
-    std::filesystem::last_write_time(At("same time"), time);
-  }
   const FileLock unreadable(folder_ / "gone/a");
-  const FileLock locks[] = {FileLock(folder_ / "same", FILE_SHARE_READ),
-                            FileLock(folder_ / "same time", FILE_SHARE_READ)};
+  const FileLock lock(folder_ / "same", FILE_SHARE_READ);
   for (const Comparison comparison : {Comparison::kContent, Comparison::kSizeAndTime}) {
     options_.comparison = comparison;
     EXPECT_THAT(RunPlan(Status::kIncomplete),
                 ElementsAre(testing::AllOf(StartsWith("It differs from its source"),
                                            HasSubstr("it is in use by another program")),
-                            StartsWith("It differs from its source"),
                             HasSubstr("\"a\" is missing: the source is in use"), ""));
-    EXPECT_EQ(WideToUtf8(result_.reason), "3 of 4 items did not arrive as they should.");
+    EXPECT_EQ(WideToUtf8(result_.reason), "2 of 3 items did not arrive as they should.");
     EXPECT_EQ(result_.files, 1U);
     EXPECT_EQ(At("same"), result_.items[0].destination);
   }
@@ -190,21 +160,16 @@ TEST_F(Client, RefusesAllForOne) {
   plan_.File(At("none"), At("c"));
   EXPECT_THAT(RunPlan(Status::kInvalid),
               ElementsAre("Another item was refused.", HasSubstr("does not exist.")));
+  EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("does not exist."));
   EXPECT_EQ(folder_.Contents(), TreeOf("a=a"));
-  for (const Result& job :
-       {uaclient::Run(Job{}, options_), uaclient::Run(JobRemoval{}, options_)}) {
-    EXPECT_EQ(job.status, Status::kInvalid);
-    EXPECT_FALSE(job.reason.empty());
-  }
 }
 
 TEST_F(Client, CarriesOutManyItemsInTheirOrderAndShowsHowFarItIs) {
   Tree tree;
   for (int i = 0; i < 1000; ++i) {
     tree["from/" + std::to_string(i)] = std::to_string(i);
-    const std::string to = "to/" + std::to_string(i % 20) + "/";
-    tree[to] = "";
-    plan_.File(At("from/" + std::to_string(i)), At(to + std::to_string(999 - i)));
+    plan_.File(At("from/" + std::to_string(i)),
+               At("to/" + std::to_string(i % 20) + "/" + std::to_string(999 - i)));
   }
   WriteTree(folder_.Path(), tree);
   std::vector<std::uint64_t> seen;
@@ -221,10 +186,8 @@ TEST_F(Client, CarriesOutManyItemsInTheirOrderAndShowsHowFarItIs) {
     EXPECT_EQ(now.allBytes, 2890U);
     return true;
   };
-  const Result result = uaclient::Run(plan_, options_);
-  EXPECT_EQ(result.status, Status::kDone);
-  EXPECT_EQ(result.items.size(), 1000U);
-  EXPECT_EQ(result.bytes, 2890U);
+  EXPECT_EQ(RunPlan(Status::kDone), std::vector<std::string>(1000));
+  EXPECT_EQ(result_.bytes, 2890U);
   EXPECT_EQ(ReadFileBytes(folder_ / "to/19/0"), "999");
   EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
   EXPECT_TRUE(seen.empty() || seen.back() > 0) << "progress is seen while the helper works";
@@ -343,19 +306,28 @@ TEST_F(HangingHelper, EndsAbnormally) {
 TEST_F(Client, SaysWhyNothingWasStarted) {
   WriteFileBytes(folder_ / "a", "a");
   plan_.File(At("a"), At("b"));
+  const auto expect = [this](const std::string& reason) {
+    RunPlan(Status::kNotStarted);
+    EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr(reason));
+    options_ = {};
+  };
   options_.helper = At("none.exe");
-  RunPlan(Status::kNotStarted);
-  EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("none.exe"));
+  expect("none.exe");
   options_.helper = At("a");
-  RunPlan(Status::kNotStarted);
-  EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("could not be started"));
-  options_ = {};
+  expect("could not be started");
   options_.progress = [](const Progress&) { return false; };
-  RunPlan(Status::kNotStarted);
-  options_ = {};
+  expect("given up before");
   options_.confirm = [](const Report& report) { return report.steps.empty(); };
-  RunPlan(Status::kNotStarted);
-  EXPECT_THAT(WideToUtf8(result_.reason), HasSubstr("given up before"));
+  expect("given up before");
+  // Its files go nowhere else.
+  const std::wstring longPath = L"C:\\" + std::wstring(300, L'x');
+  const std::wstring file = At("a").wstring();
+  const wchar_t* const kTemps[] = {
+      nullptr, L"", L"temp", L"\\temp", L"C:\\no such folder", file.c_str(), longPath.c_str()};
+  for (const wchar_t* temp : kTemps) {
+    SetEnvironmentVariableW(L"TMP", temp);
+    expect("TMP");
+  }
   EXPECT_EQ(folder_.Contents(), TreeOf("a=a"));
 }
 
@@ -372,7 +344,7 @@ TEST_F(Client, AsksForElevation) {
   RunPlan(Status::kRefused);
   EXPECT_EQ(WideToUtf8(result_.reason), "The elevation was refused. Nothing was done.");
   ShellExecuteForHelper = shellExecute;
-  if (!ElevationPrompts()) {  // the way of the shell, with an owner and without
+  if (OnWine() || ::IsElevated()) {  // no prompt: the way of the shell, with an owner and without
     for (void* owner : {static_cast<HWND>(nullptr), GetDesktopWindow()}) {
       options_.owner = owner;
       RunPlan(Status::kDone);
@@ -470,43 +442,17 @@ TEST_F(Client, ServesTwoThreadsAtOnceAndLeavesTheProcessAsItWas) {
   CoUninitialize();
 }
 
-TEST_F(Client, SchedulesAndUnschedules) {
-  SKIP_UNLESS_ELEVATED("the jobs of the elevated side are not seen");
-  Job job;
-  job.name = L"uactask test client ü " + std::to_wstring(GetCurrentProcessId());
-  job.program = L"C:\\windows\\system32\\cmd.exe";
-  job.arguments = {L"/c"};
-  for (const bool replaces : {false, true}) {
-    const Result registered = uaclient::Run(job, options_);
-    EXPECT_EQ(registered.status, Status::kDone) << WideToUtf8(registered.reason);
-    EXPECT_EQ(registered.items.at(0).job, job.name);
-    EXPECT_EQ(registered.items.at(0).replaced, replaces);
-  }
-  EXPECT_EQ(uaclient::Run(JobRemoval{job.name}, options_).status, Status::kDone);
-  const Result missing = uaclient::Run(JobRemoval{job.name}, options_);
-  EXPECT_EQ(missing.status, Status::kFailed);
-  EXPECT_THAT(WideToUtf8(missing.reason), HasSubstr("does not exist."));
-  if (!OnWine()) return;  // whose scheduler refuses all but daily jobs
-  job.every = Job::Every::kWeek;
-  job.days = Job::kSunday;
-  const Result refused = uaclient::Run(job, options_);
-  EXPECT_EQ(refused.status, Status::kFailed);
-  EXPECT_THAT(WideToUtf8(refused.reason),
-              testing::MatchesRegex("The helper gave up .exit code 1.. The job .+ may be gone. It "
-                                    "said: TaskScheduler: Cannot create the trigger,80004001."));
-}
-
 // Copies without a helper: the test does, between survey and judgement, what can happen there.
 class Copies : public Client {
  protected:
-  Work SurveyOf(CopyItem::Kind kind, const std::string& from, const std::string& to) const {
+  Work SurveyOf(CopyItem::Kind kind) const {
     Work work;
-    work.copies.push_back({kind, At(from).wstring(), At(to).wstring(), {}});
+    work.copies.push_back({kind, At("from").wstring(), At("to").wstring(), {}});
     SurveyCopies(work, Origin::kPlan, options_);
     return work;
   }
-  void Copy(const std::string& from, const std::string& to) const {
-    CopyFileW(At(from).c_str(), At(to).c_str(), FALSE);
+  void Copy(const std::string& name) const {
+    CopyFileW(At("from/" + name).c_str(), At("to/" + name).c_str(), FALSE);
   }
   std::string Judge(const Work& survey, Comparison comparison) const {
     Progress progress;
@@ -519,38 +465,35 @@ class Copies : public Client {
 TEST_F(Copies, AreJudgedByTheirEndState) {
   const struct {
     std::function<void()> change;
-    const char* added;  // what is said of a folder that was added
-    const char* replaced;
+    std::string said;
+    std::string ofAdded = said;  // what is said of a folder that was added
   } kCases[] = {
-      {[] {}, "", ""},
+      {[] {}, ""},
       {[this] { WriteFileBytes(folder_ / "from/new", "n"); },
-       "\"new\" is missing: the source has changed", "\"new\" is missing: the source has changed"},
+       "\"new\" is missing: the source has changed"},
       {[this] { WriteFileBytes(folder_ / "from/a", "changed"); },
-       "\"a\" differs from its source: the source has changed",
        "\"a\" differs from its source: the source has changed"},
-      {[this] { DeleteFileW(At("from/a").c_str()); }, "\"a\" is no longer in the source",
-       "\"a\" is not in the source"},
+      {[this] { DeleteFileW(At("from/a").c_str()); }, "\"a\" is not in the source",
+       "\"a\" is no longer in the source"},
       {[this] {
          const auto time = std::filesystem::last_write_time(At("to/a"));
          WriteFileBytes(folder_ / "to/a", "2");
          std::filesystem::last_write_time(At("to/a"), time);
        },
-       "\"a\" differs from its source", "\"a\" differs from its source"},
-      {[this] { WriteFileBytes(folder_ / "to/other", ""); }, "", "\"other\" is not in the source"},
-      {[this] { RemoveTreeForSure(folder_ / "to/s/"); }, "The folder \"s\" is missing.",
-       "The folder \"s\" is missing."},
+       "\"a\" differs from its source"},
+      {[this] { WriteFileBytes(folder_ / "to/other", ""); }, "\"other\" is not in the source", ""},
+      {[this] { RemoveTreeForSure(folder_ / "to/s/"); }, "The folder \"s\" is missing."},
   };
-  for (const auto& [change, added, replaced] : kCases) {
+  for (const auto& [change, said, ofAdded] : kCases) {
     for (const auto kind : {CopyItem::Kind::kFolder, CopyItem::Kind::kReplaceFolder}) {
       for (const char* folder : {"from/", "to/"}) RemoveTreeForSure(folder_ / folder);
       WriteTree(folder_.Path(), TreeOf("from/a=1, from/s/b=2, to/a=1"));
-      Copy("from/a", "to/a");
-      const Work survey = SurveyOf(kind, "from", "to");
+      Copy("a");
+      const Work survey = SurveyOf(kind);
       WriteTree(folder_.Path(), TreeOf("to/S/"));
-      for (const char* name : {"a", "s/b"})
-        Copy(std::string("from/") + name, std::string("to/") + name);
+      for (const char* name : {"a", "s/b"}) Copy(name);
       change();
-      const char* const expected = kind == CopyItem::Kind::kFolder ? added : replaced;
+      const std::string& expected = kind == CopyItem::Kind::kFolder ? ofAdded : said;
       EXPECT_THAT(Judge(survey, Comparison::kContent), StartsWith(expected));
       EXPECT_THAT(Judge(survey, Comparison::kSizeAndTime), StartsWith(expected));
     }
@@ -560,8 +503,8 @@ TEST_F(Copies, AreJudgedByTheirEndState) {
 // What is there before the start looks like the finished copy.
 TEST_F(Copies, ShowNoProgressThatIsNone) {
   WriteTree(folder_.Path(), TreeOf("from/a=1, from/b=22, from/c=333, from/d=4, to/"));
-  for (const char* name : {"a", "d"}) Copy(std::string("from/") + name, std::string("to/") + name);
-  const Work survey = SurveyOf(CopyItem::Kind::kReplaceFolder, "from", "to");
+  for (const char* name : {"a", "d"}) Copy(name);
+  const Work survey = SurveyOf(CopyItem::Kind::kReplaceFolder);
   Progress progress;
   CopyProgress watch(survey.copies, progress);
   const auto seen = [&](std::uint64_t written) {
@@ -570,7 +513,7 @@ TEST_F(Copies, ShowNoProgressThatIsNone) {
   };
   EXPECT_EQ(seen(0), std::pair(0ULL, 0ULL));
   EXPECT_EQ(seen(1), std::pair(0ULL, 1ULL));
-  Copy("from/b", "to/b");
+  Copy("b");
   EXPECT_EQ(seen(0), std::pair(2ULL, 3ULL));
   EXPECT_EQ(progress.current, At("to/c"));
   // Windows sets the size first: it is no progress, but what the process has written is.

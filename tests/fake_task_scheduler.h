@@ -203,12 +203,6 @@ inline Object kService =
     Has<ITaskService>({Makes<7, kFolder, BSTR>("GetFolder"), Makes<9, kTask, LONG>("NewTask"),
                        Takes<10, VARIANT, VARIANT, VARIANT, VARIANT>("Connect")});
 
-inline HRESULT GiveService(HRESULT status, void** out) {
-  return Give(status, kService, reinterpret_cast<Object**>(out));
-}
-
-}  // namespace fake_task_scheduler
-
 // The program calls CoInitializeSecurity through this; were it not defined here, the linker would
 // take the import library's. The system's own can be set only once in a process, and Wine's always
 // succeeds. Because of it one source file alone of a program can include this header.
@@ -216,8 +210,7 @@ extern "C" {
 decltype(&CoInitializeSecurity) __imp_CoInitializeSecurity =
     [](void*, LONG services, SOLE_AUTHENTICATION_SERVICE*, void*, DWORD level, DWORD impersonation,
        void*, DWORD capabilities, void*) {
-      return fake_task_scheduler::record->Step("CoInitializeSecurity", services, level,
-                                               impersonation, capabilities);
+      return record->Step("CoInitializeSecurity", services, level, impersonation, capabilities);
     };
 }
 
@@ -225,11 +218,11 @@ decltype(&CoInitializeSecurity) __imp_CoInitializeSecurity =
   HRESULT STDMETHODCALLTYPE name parameters override { return result; }
 
 // It is the class object that COM asks for the service, and learns of each use of COM.
-class FakeTaskScheduler : public fake_task_scheduler::Record, IClassFactory, IInitializeSpy {
+class FakeTaskScheduler : public Record, IClassFactory, IInitializeSpy {
  public:
   // Joins an apartment of this kind.
   explicit FakeTaskScheduler(DWORD apartment = COINIT_APARTMENTTHREADED) {
-    fake_task_scheduler::record = this;
+    record = this;
     CoInitializeEx(nullptr, apartment);
     CoRegisterClassObject(__uuidof(TaskScheduler), static_cast<IClassFactory*>(this),
                           CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &class_);
@@ -255,7 +248,7 @@ class FakeTaskScheduler : public fake_task_scheduler::Record, IClassFactory, IIn
   ULONG STDMETHODCALLTYPE Release() override { return 1; }
 
   METHOD(CreateInstance, (IUnknown*, REFIID, void** out),
-         fake_task_scheduler::GiveService(Step("CoCreateInstance"), out))
+         Give(Step("CoCreateInstance"), kService, reinterpret_cast<Object**>(out)))
   METHOD(LockServer, (BOOL), S_OK)
 
   METHOD(PreInitialize, (DWORD apartment, DWORD), Step("CoInitializeEx", apartment))
@@ -274,3 +267,7 @@ class FakeTaskScheduler : public fake_task_scheduler::Record, IClassFactory, IIn
   DWORD class_ = 0;
   ULARGE_INTEGER spyCookie_ = {};
 };
+
+}  // namespace fake_task_scheduler
+
+using fake_task_scheduler::FakeTaskScheduler;

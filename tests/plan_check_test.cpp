@@ -19,7 +19,6 @@
 namespace {
 
 using uaclient::CopyPlan;
-using uaclient::Findings;
 
 struct Case {
   // "source>destination", separated by ","; a folder's source ends in "/", and "!" in front of it
@@ -30,12 +29,10 @@ struct Case {
 
 class PlanCheck : public testing::Test {
  protected:
-  std::string In(const std::string& text) const { return Replaced(text, "@", root_); }
-
   CopyPlan PlanOf(const std::string& items) const {
     CopyPlan plan;
     const std::regex item("(!?)([^>,]*)>([^>,]*)");
-    const std::string text = In(items);
+    const std::string text = Replaced(items, "@", root_);
     for (std::sregex_iterator at(text.begin(), text.end(), item), end; at != end; ++at) {
       const std::wstring source = Utf8ToWide((*at)[2]);
       const std::wstring destination = Utf8ToWide((*at)[3]);
@@ -54,10 +51,8 @@ class PlanCheck : public testing::Test {
     for (const auto& [items, expected] : cases) {
       SCOPED_TRACE(items);
       const CopyPlan plan = PlanOf(items);
-      std::vector<std::string> findings = expected;
-      for (std::string& finding : findings) finding = In(finding);
       const uaclient::Report report = uaclient::Check(plan);
-      EXPECT_TRUE(Are(report.findings, findings));
+      EXPECT_TRUE(Are(report.findings, expected));
       EXPECT_EQ(report.steps.size(), plan.Items().size());
     }
   }
@@ -154,15 +149,12 @@ TEST_F(PlanCheck, KnowsFoldersByTwoDriveLetters) {
   WriteTree(first, TreeOf("s/a=1, s/d/b=2, f=1"));
   const std::string second = "Z:" + Replaced(unixName(Utf8ToWide(first).c_str()),
                                              "/dosdevices/c:", "/drive_c");  // no ":" in a name
-  const auto both = [&](const std::string& items) {
-    return Replaced(Replaced(items, "1:", first), "2:", second);
-  };
   std::vector<Case> cases = {{"1:s/>2:s", {"E is or lies in the source"}},
                              {"!1:s/>2:s", {"E is or lies in", "E deleted first"}},
                              {"!2:s/d/>1:s", {"E which is deleted first"}},
                              {"!1:s/>2:", {"E a user's profile", "E which is deleted first"}},
                              {"1:f>2:n,2:s/a>1:N", {"E written twice"}}};
-  for (Case& one : cases) one.items = both(one.items);
+  for (Case& one : cases) one.items = Replaced(Replaced(one.items, "1:", first), "2:", second);
   Check(cases);
   RemoveTreeForSure(first);
 }

@@ -15,18 +15,13 @@
 #include "fileop/file_system.h"
 #include "support.h"
 #include "uaclient/uaclient.h"
+#include "uactask/operation_list.h"
 
 namespace {
 
 // Where the helper fails the check says why, and where the check finds nothing everything arrives.
 class RandomTaskFiles : public testing::Test {
  protected:
-  struct Copy {
-    std::string source;
-    std::string destination;
-    bool isFolder = false;
-  };
-
   std::size_t Below(std::size_t limit) { return random_() % limit; }
   std::string OneOf(const std::vector<std::string>& texts) { return texts[Below(texts.size())]; }
   // In half of the files one thing is bad. Of several bad ones each comes in its turn.
@@ -39,7 +34,7 @@ class RandomTaskFiles : public testing::Test {
   // Sources and destinations that other items do not touch, unless something bad is wanted.
   std::string Item(std::size_t number) {
     const std::string n = std::to_string(number);
-    Copy copy;
+    uactask::Operation copy;
     copy.isFolder = Below(2) == 0;
     copy.source = copy.isFolder ? OneOf({"@s/", "@e", "@s\\d/"}, {"@none/", "@f", "@s./", "t/"})
                                 : OneOf({"@f", "@s/a", "@s\\d\\b"}, {"@none", "@s/", "", "f"});
@@ -55,8 +50,7 @@ class RandomTaskFiles : public testing::Test {
     const std::string key = std::string(2 - n.size(), '0') + n;
     return OneOf({"<item", "<i", "<!DOCTYPE x><i"}, {"<a.b", "<!-- c --><i", "<b/><i"}) + " key='" +
            OneOf({key}, {"01", "1"}) + "' " + OneOf({"src"}, {"Src", "source"}) + "=\"" +
-           copy.source + "\" " + "dec" + "='" + copy.destination + "' " + OneOf({"type"}, {"typ"}) +
-           "='" +
+           copy.source + "\" dec='" + copy.destination + "' " + OneOf({"type"}, {"typ"}) + "='" +
            (copy.isFolder ? OneOf({"dir"}, {"Dir", "dir ", "file"})
                           : OneOf({"file"}, {"", "dir"})) +
            "'/>" + OneOf({"", "\n", "\r\n\t"});
@@ -97,7 +91,7 @@ class RandomTaskFiles : public testing::Test {
     EXPECT_EQ(report_.helperFails, exitCode != 0);
     ++files_;
     if (report_.findings.empty()) ++clean_;
-    for (const Copy& copy : copies_) {
+    for (const uactask::Operation& copy : copies_) {
       if (!report_.findings.empty()) break;
       EXPECT_EQ(Bytes(copy.source, copy.isFolder), Bytes(copy.destination, copy.isFolder))
           << copy.destination;
@@ -116,7 +110,7 @@ class RandomTaskFiles : public testing::Test {
   std::mt19937 random_{4711};
   std::size_t bad_ = 0;  // things that may still be
   std::size_t turn_ = 0;
-  std::vector<Copy> copies_;
+  std::vector<uactask::Operation> copies_;
   uaclient::Report report_;
   std::size_t files_ = 0;
   std::size_t clean_ = 0;
@@ -134,7 +128,7 @@ TEST_F(RandomTaskFiles, OfCopies) {
     MakeReadOnly(folder / "ro");
     const FileLock otherLock(folder / "in/x");
     WriteFileBytes(folder / "list.xml", Replaced(List(), "@", root));
-    for (Copy& copy : copies_) {
+    for (uactask::Operation& copy : copies_) {
       copy.source = Replaced(copy.source, "@", root);
       copy.destination = Replaced(copy.destination, "@", root);
     }
@@ -147,7 +141,7 @@ TEST_F(RandomTaskFiles, OfCopies) {
 
 // Of the triggers the service under Wine knows the daily one alone.
 TEST_F(RandomTaskFiles, OfJobs) {
-  SKIP_UNLESS_ELEVATED("the Task Scheduler refuses jobs that replace others");
+  if (!IsElevated()) GTEST_SKIP() << "the Task Scheduler refuses jobs that replace others";
   const TestFolder folder;
   const std::string name = "uactask test " + std::to_string(GetCurrentProcessId()) + " check";
   const auto run = [&](bool isDeletion) {

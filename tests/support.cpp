@@ -6,7 +6,9 @@
 #include <winioctl.h>
 
 #include <algorithm>
+#include <boost/filesystem/directory.hpp>
 #include <boost/filesystem/operations.hpp>
+#include <climits>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -16,31 +18,8 @@
 
 namespace {
 
-std::wstring Widen(const std::string& path) { return Utf8ToWide(path); }
-
 // The links made, which must go while what they lead to is still there.
 std::vector<std::string> folderLinks;
-
-void RemoveFolderLinksBelow(const std::string& folder) {
-  for (const std::string& link : folderLinks) {
-    if (link.rfind(folder, 0) != 0 || !PathExists(link.c_str())) continue;
-    RemoveDirectoryW(Widen(link).c_str());
-    if (OnWine()) RunUnixProgram("rm -f " + link, [&] { return !PathExists(link.c_str()); });
-  }
-}
-
-template <typename Visit>
-void ForEachEntry(const std::string& folder, Visit visit) {
-  WIN32_FIND_DATAW entry;
-  const HANDLE find = FindFirstFileW(Widen(folder + "*").c_str(), &entry);
-  if (find == INVALID_HANDLE_VALUE) return;
-  do {
-    const std::string name = WideToUtf8(entry.cFileName);
-    if (name == "." || name == "..") continue;
-    visit(name, entry.dwFileAttributes);
-  } while (FindNextFileW(find, &entry));
-  FindClose(find);
-}
 
 }  // namespace
 
@@ -64,7 +43,7 @@ TestFolder::TestFolder() {
   // A test that was killed may have left folders of the same process number, with links in them.
   do {
     path_ = "t" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++count) + "/";
-  } while (!CreateDirectoryW(Widen(path_).c_str(), nullptr) &&
+  } while (!CreateDirectoryW(Utf8ToWide(path_).c_str(), nullptr) &&
            GetLastError() == ERROR_ALREADY_EXISTS);
 }
 
@@ -74,34 +53,34 @@ Tree TestFolder::Contents() const { return ReadTree(path_); }
 
 void WriteFileBytes(const std::string& path, const std::string& bytes) {
   MakeFolders(path.substr(0, path.rfind('/') + 1));
-  std::ofstream file(std::filesystem::path(Widen(path)), std::ios::binary);
+  std::ofstream file(std::filesystem::path(Utf8ToWide(path)), std::ios::binary);
   file << bytes << std::flush;
   ASSERT_TRUE(file) << path;
 }
 
 std::string ReadFileBytes(const std::string& path) {
-  std::ifstream file(std::filesystem::path(Widen(path)), std::ios::binary);
+  std::ifstream file(std::filesystem::path(Utf8ToWide(path)), std::ios::binary);
   EXPECT_TRUE(file) << path;
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
 void MakeReadOnly(const std::string& path) {
-  EXPECT_TRUE(SetFileAttributesW(Widen(path).c_str(), FILE_ATTRIBUTE_READONLY)) << path;
+  EXPECT_TRUE(SetFileAttributesW(Utf8ToWide(path).c_str(), FILE_ATTRIBUTE_READONLY)) << path;
 }
 
 void WriteSparseFile(const std::string& path, const std::string& bytes, std::int64_t size) {
   WriteFileBytes(path, bytes);
   const HANDLE file =
-      CreateFileW(Widen(path).c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+      CreateFileW(Utf8ToWide(path).c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
   DWORD returned = 0;
   DeviceIoControl(file, FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &returned, nullptr);
   CloseHandle(file);
-  boost::filesystem::resize_file(Widen(path), static_cast<std::uintmax_t>(size));
+  boost::filesystem::resize_file(Utf8ToWide(path), static_cast<std::uintmax_t>(size));
 }
 
 void MakeFolders(const std::string& path) {
   for (std::size_t at = path.find('/'); at != std::string::npos; at = path.find('/', at + 1)) {
-    CreateDirectoryW(Widen(path.substr(0, at)).c_str(), nullptr);
+    CreateDirectoryW(Utf8ToWide(path.substr(0, at)).c_str(), nullptr);
   }
 }
 
@@ -115,31 +94,31 @@ void WriteTree(const std::string& folder, const Tree& tree) {
 
 Tree ReadTree(const std::string& folder) {
   Tree tree;
-  ForEachEntry(folder, [&](const std::string& name, DWORD attributes) {
+  boost::system::error_code noFolder;
+  for (const auto& entry : boost::filesystem::directory_iterator(Utf8ToWide(folder), noFolder)) {
+    const std::string name = WideToUtf8(entry.path().filename().wstring());
+    const DWORD attributes = GetFileAttributesW(entry.path().c_str());
     if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
       tree[name] = ReadFileBytes(folder + name);
-      return;
+      continue;
     }
     tree[name + "/"] = "";
-    if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) return;
+    if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) continue;
     for (const auto& [below, bytes] : ReadTree(folder + name + "/")) {
       tree[name + "/" + below] = bytes;
     }
-  });
+  }
   return tree;
 }
 
 void RemoveTreeForSure(const std::string& folder) {
-  RemoveFolderLinksBelow(folder);
-  ForEachEntry(folder, [&](const std::string& name, DWORD attributes) {
-    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-      RemoveTreeForSure(folder + name + "/");
-    } else {
-      SetFileAttributesW(Widen(folder + name).c_str(), FILE_ATTRIBUTE_NORMAL);
-      DeleteFileW(Widen(folder + name).c_str());
-    }
-  });
-  RemoveDirectoryW(Widen(folder).c_str());
+  for (const std::string& link : folderLinks) {
+    if (link.rfind(folder, 0) != 0 || !PathExists(link.c_str())) continue;
+    RemoveDirectoryW(Utf8ToWide(link).c_str());
+    if (OnWine()) RunUnixProgram("rm -f " + link, [&] { return !PathExists(link.c_str()); });
+  }
+  boost::system::error_code stillInUse;
+  boost::filesystem::remove_all(Utf8ToWide(folder), stillInUse);
 }
 
 bool OnWine() {
@@ -147,7 +126,7 @@ bool OnWine() {
 }
 
 void RunUnixProgram(const std::string& command, const std::function<bool()>& done) {
-  std::wstring line = L"Z:\\bin\\" + Widen(command);
+  std::wstring line = L"Z:\\bin\\" + Utf8ToWide(command);
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION process = {};
@@ -171,36 +150,23 @@ bool IsElevated() {
   return elevation.TokenIsElevated != 0;
 }
 
-bool ElevationPrompts() { return !OnWine() && !IsElevated(); }
-
 bool ForgetDeletionsAtRestart(const std::string& name) {
   const wchar_t* const key = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
   const wchar_t* const value = L"PendingFileRenameOperations";
   DWORD bytes = 0;
-  if (RegGetValueW(HKEY_LOCAL_MACHINE, key, value, RRF_RT_ANY, nullptr, nullptr, &bytes) != 0)
-    return false;
+  RegGetValueW(HKEY_LOCAL_MACHINE, key, value, RRF_RT_ANY, nullptr, nullptr, &bytes);
   std::wstring list(bytes / sizeof(wchar_t), L'\0');
   RegGetValueW(HKEY_LOCAL_MACHINE, key, value, RRF_RT_ANY, nullptr, list.data(), &bytes);
-  // Pairs of texts, each with its zero: a path and its new name, which is empty for a deletion.
-  std::wstring kept;
-  for (std::size_t at = 0; at < list.size() && list[at] != 0;) {
-    const std::size_t middle = list.find(L'\0', at) + 1;
-    const std::size_t end = std::min(list.find(L'\0', middle), list.size() - 1) + 1;
-    const std::wstring pair = list.substr(at, end - at);
-    if (pair.find(Widen(name)) == std::wstring::npos) kept += pair;
-    at = end;
-  }
-  HKEY opened = nullptr;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, key, 0, KEY_SET_VALUE, &opened) != 0) return false;
-  if (kept.empty()) {
-    RegDeleteValueW(opened, value);
-  } else {
-    kept += L'\0';
-    RegSetValueExW(opened, value, 0, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(kept.data()),
-                   static_cast<DWORD>(kept.size() * sizeof(wchar_t)));
-  }
-  RegCloseKey(opened);
-  return kept != list;
+  const std::size_t found = list.find(Utf8ToWide(name));
+  if (found == std::wstring::npos) return false;
+  // Of a deletion the list holds the path and an empty new name, each with its zero.
+  const std::size_t start = list.rfind(L'\0', found) + 1;
+  list.erase(start, list.find(L'\0', found) + 2 - start);
+  const LSTATUS status =
+      list[0] == L'\0' ? RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, key, value)
+                       : RegSetKeyValueW(HKEY_LOCAL_MACHINE, key, value, REG_MULTI_SZ, list.data(),
+                                         static_cast<DWORD>(list.size() * sizeof(wchar_t)));
+  return status == ERROR_SUCCESS;
 }
 
 bool MakeFolderLink(const std::string& target, const std::string& link) {
@@ -210,67 +176,66 @@ bool MakeFolderLink(const std::string& target, const std::string& link) {
   } else {
     const DWORD unprivileged = 0x2;  // SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGED_CREATE
     // What a link holds is not a path to be parsed: "/" is no separator there.
-    std::wstring held = Widen(target);
+    std::wstring held = Utf8ToWide(target);
     std::replace(held.begin(), held.end(), L'/', L'\\');
-    CreateSymbolicLinkW(Widen(link).c_str(), held.c_str(),
+    CreateSymbolicLinkW(Utf8ToWide(link).c_str(), held.c_str(),
                         SYMBOLIC_LINK_FLAG_DIRECTORY | unprivileged);
   }
-  const DWORD attributes = GetFileAttributesW(Widen(link).c_str());
+  const DWORD attributes = GetFileAttributesW(Utf8ToWide(link).c_str());
   return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
 }
 
 namespace {
 
-// What a program prints, in a file that goes with the object: unlike a pipe's, its size has no end,
-// and no process that the program leaves behind can keep it open.
-class Capture {
- public:
-  explicit Capture(const wchar_t* name) {
-    SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-    static int count = 0;  // another process may still have the one before
-    const std::wstring path =
-        name + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(++count);
-    handle_ = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_DELETE,
-                          &inherit, CREATE_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE, nullptr);
-    EXPECT_NE(handle_, INVALID_HANDLE_VALUE);
-  }
-  ~Capture() { CloseHandle(handle_); }
-  Capture(const Capture&) = delete;
-  Capture& operator=(const Capture&) = delete;
+using Handle = std::unique_ptr<void, decltype(&CloseHandle)>;
 
-  HANDLE Handle() const { return handle_; }
-  std::string Text() const {
-    std::string text;
-    char buffer[65536];
-    SetFilePointer(handle_, 0, nullptr, FILE_BEGIN);
-    for (DWORD n = 0; ReadFile(handle_, buffer, sizeof buffer, &n, nullptr) && n > 0;) {
-      text.append(buffer, n);
-    }
-    return text;
-  }
+// A file for what a program prints, which goes with the handle: unlike a pipe's, its size has no
+// end, and no process that the program leaves behind can keep it open.
+Handle OpenCapture() {
+  SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
+  static int count = 0;  // another process may still have the one before
+  const std::wstring path =
+      L"printed-" + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(++count);
+  Handle file(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_DELETE,
+                          &inherit, CREATE_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE, nullptr),
+              CloseHandle);
+  EXPECT_NE(file.get(), INVALID_HANDLE_VALUE);
+  return file;
+}
 
- private:
-  HANDLE handle_;
-};
+std::string Captured(const Handle& file) {
+  std::string text;
+  char buffer[65536];
+  SetFilePointer(file.get(), 0, nullptr, FILE_BEGIN);
+  for (DWORD n = 0; ReadFile(file.get(), buffer, sizeof buffer, &n, nullptr) && n > 0;) {
+    text.append(buffer, n);
+  }
+  return text;
+}
 
 }  // namespace
 
+std::string OwnProgram() {
+  wchar_t path[MAX_PATH] = {};
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  return WideToUtf8(path);
+}
+
 ProgramResult RunProgram(const std::string& name, const std::vector<std::string>& arguments,
                          const std::function<void()>& meanwhile) {
-  wchar_t self[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, self, MAX_PATH);
-  const auto program = std::filesystem::path(self).replace_filename(Widen(name));
+  const auto program =
+      std::filesystem::path(Utf8ToWide(OwnProgram())).replace_filename(Utf8ToWide(name));
   std::wstring command = L"\"" + program.wstring() + L"\"";
-  for (const std::string& argument : arguments) command += L" \"" + Widen(argument) + L"\"";
+  for (const std::string& argument : arguments) command += L" \"" + Utf8ToWide(argument) + L"\"";
 
-  const Capture output(L"stdout-");
-  const Capture errors(L"stderr-");
+  const Handle output = OpenCapture();
+  const Handle errors = OpenCapture();
   STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   startup.dwFlags = STARTF_USESTDHANDLES;
   startup.hStdInput = INVALID_HANDLE_VALUE;
-  startup.hStdOutput = output.Handle();
-  startup.hStdError = errors.Handle();
+  startup.hStdOutput = output.get();
+  startup.hStdError = errors.get();
   PROCESS_INFORMATION process = {};
   EXPECT_TRUE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                              &startup, &process))
@@ -280,7 +245,7 @@ ProgramResult RunProgram(const std::string& name, const std::vector<std::string>
     ADD_FAILURE() << name << " hangs";
     TerminateProcess(process.hProcess, ~0U);
   }
-  ProgramResult result = {~0UL, output.Text(), errors.Text()};
+  ProgramResult result = {~0UL, Captured(output), Captured(errors)};
   GetExitCodeProcess(process.hProcess, &result.exitCode);
   for (HANDLE handle : {process.hProcess, process.hThread}) CloseHandle(handle);
   return result;
@@ -288,9 +253,9 @@ ProgramResult RunProgram(const std::string& name, const std::vector<std::string>
 
 namespace {
 
-constexpr int kAlways = -1;
+constexpr int kAlways = INT_MAX;
 int successesLeft[] = {kAlways, kAlways};
-DWORD errors[2];
+DWORD failure;
 
 template <typename Code>
 Code SystemsOwn(const char* name) {
@@ -299,10 +264,11 @@ Code SystemsOwn(const char* name) {
 }
 
 bool Fails(SystemFailure::Function function) {
-  if (successesLeft[function] == kAlways) return false;
-  if (successesLeft[function]-- > 0) return false;
-  successesLeft[function] = 0;
-  SetLastError(errors[function]);
+  if (successesLeft[function] > 0) {
+    --successesLeft[function];
+    return false;
+  }
+  SetLastError(failure);
   return true;
 }
 
@@ -326,7 +292,7 @@ decltype(&FindNextFileW) __imp_FindNextFileW = [](HANDLE find, WIN32_FIND_DATAW*
 
 SystemFailure::SystemFailure(Function function, int successes, unsigned long error) {
   successesLeft[function] = successes;
-  errors[function] = error;
+  failure = error;
 }
 
 SystemFailure::~SystemFailure() {
@@ -334,9 +300,8 @@ SystemFailure::~SystemFailure() {
 }
 
 FileLock::FileLock(const std::string& path, unsigned long share)
-    : handle_(CreateFileW(Widen(path).c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, 0,
-                          nullptr)) {
-  EXPECT_NE(handle_, INVALID_HANDLE_VALUE) << path;
+    : handle_(CreateFileW(Utf8ToWide(path).c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, 0,
+                          nullptr),
+              CloseHandle) {
+  EXPECT_NE(handle_.get(), INVALID_HANDLE_VALUE) << path;
 }
-
-FileLock::~FileLock() { CloseHandle(handle_); }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -71,14 +72,9 @@ bool LongPathsWork();
 // does; what they elevate runs without a prompt, but apart from them: its output and the
 // scheduler's jobs are not seen.
 bool IsElevated();
-#define SKIP_UNLESS_ELEVATED(reason) \
-  if (!IsElevated()) GTEST_SKIP() << "needs elevation: " << (reason)
 
-// Whether starting a program elevated would ask somebody.
-bool ElevationPrompts();
-
-// Takes back what was left to the next restart: deletions of files with this in their path. False
-// when there are none.
+// Takes back what was left to the next restart: the deletion of a file with this in its path. False
+// when there is none.
 bool ForgetDeletionsAtRestart(const std::string& name);
 
 struct ProgramResult {
@@ -86,6 +82,9 @@ struct ProgramResult {
   std::string output;  // standard output, byte for byte
   std::string errors;  // standard error
 };
+
+// The test program.
+std::string OwnProgram();
 
 // Runs a program that stands beside the test program and waits for it. Fails the test when it takes
 // longer than five minutes, which only a hang does. `meanwhile` is called when it has been started.
@@ -107,10 +106,7 @@ class SystemFailure {
 class FileLock {
  public:
   explicit FileLock(const std::string& path, unsigned long share = 0);
-  ~FileLock();
-  FileLock(const FileLock&) = delete;
-  FileLock& operator=(const FileLock&) = delete;
 
  private:
-  void* handle_;
+  std::unique_ptr<void, int (*)(void*)> handle_;
 };

@@ -33,15 +33,13 @@ TEST(OperationList, IsReadAsItWasWritten) {
   std::vector<uactask::Operation> written;
   written.reserve(11);
   for (int i = 0; i < 11; ++i) written.push_back({"<" + std::to_string(i), "\"é", i % 2 == 0});
+  const std::string list = uactask::FormatOperationList(written);
   XMLParse store;
-  ASSERT_EQ(store.LoadString(uactask::FormatOperationList(written).c_str(), 0), 1);
+  ASSERT_EQ(store.LoadString(list.c_str(), 0), 1);
   const auto read = uactask::ReadOperationList(store);
-  ASSERT_TRUE(read && read->size() == written.size());
-  for (std::size_t i = 0; i < read->size(); ++i) {
-    EXPECT_EQ((*read)[i].source, written[i].source);
-    EXPECT_EQ((*read)[i].destination, "\"é");
-    EXPECT_EQ((*read)[i].isFolder, i % 2 == 0);
-  }
+  ASSERT_TRUE(read);
+  EXPECT_EQ(read->at(10).source + read->at(10).destination, "<10\"é");
+  EXPECT_EQ(uactask::FormatOperationList(*read), list);
 }
 
 TEST(FileOpTask, WritesItsTaskFile) {

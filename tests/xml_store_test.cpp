@@ -13,7 +13,6 @@
 #include "corekit/trace.h"
 #include "support.h"
 #include "xmlstore/keyed_records.h"
-#include "xmlstore/nesting.h"
 #include "xmlstore/xml_parse.h"
 
 namespace {
@@ -122,25 +121,12 @@ TEST_F(XmlStore, RefusesWhatIsNoDocumentAndKeepsTheOldOne) {
 }
 
 TEST_F(XmlStore, RefusesDeepNesting) {
-  for (const std::string& text : {Nested(1001), Nested(1000, "<b/>"), Nested(200000),
-                                  Repeated(300000, "<"), "<b\">" + Nested(1001) + "<c\">"}) {
+  for (const std::string& text :
+       {Nested(1001), Nested(1000, "<b/>"), Nested(200000), Repeated(300000, "<"),
+        "<b\">" + Nested(1001) + "<c\">", Nested(600, "<!--</a></a></a>-->" + Nested(401))}) {
     EXPECT_EQ(TryLoad(text), 0) << text.substr(0, 60);
   }
-  // What only looks like the end of an element, or hides its start.
-  for (const std::string text :
-       {"<!--</a></a></a>-->", "<![CDATA[</a></a></a>]]>", "<?p </a></a></a>?>",
-        "<b c='</a></a></a>'/>", "<b c=\"</a>'</a>\"/>", "<!X </a></a></a '>", "<b></b >", "<b></>",
-        "<!DOCTYPE a <>"}) {
-    EXPECT_EQ(TryLoad(Nested(600, text + Nested(401))), 0) << text;
-  }
-  // What only looks like elements.
-  const std::string deep = Nested(2000);
-  for (const std::string& text :
-       {Nested(1000), "<r>" + Repeated(20000, "<a><b/></a>") + "</r>", "<r b='" + deep + "'/>",
-        "<r><!--" + deep + "--></r>", "<r><![CDATA[" + deep + "]]></r>",
-        "<!DOCTYPE a [" + deep + "]><a/>"}) {
-    EXPECT_EQ(TryLoad(text), 1) << text.substr(0, 60);
-  }
+  EXPECT_EQ(TryLoad("<r>" + Repeated(20000, "<a><b/></a>") + "<!--" + Nested(2000) + "--></r>"), 1);
   // The deepest document that loads can be copied and saved as well.
   const boost::shared_ptr<X> copy(On(Nested(1000)).Clone());
   EXPECT_EQ(copy->GetTree(), GetTree());
@@ -148,51 +134,12 @@ TEST_F(XmlStore, RefusesDeepNesting) {
   EXPECT_EQ(LoadFile(folder_ / "deep.xml"), 1);
 }
 
-int Depth(const ptree& tree) {
-  int depth = 0;
-  for (const auto& [key, child] : tree) {
-    if (key != "<xmlattr>" && key != "<xmlcomment>") depth = std::max(depth, 1 + Depth(child));
-  }
-  return depth;
-}
-
-// For random soups of the pieces that matter, the guard sees just the depth that the reader meets.
-TEST(XmlNesting, SeesTheDepthThatTheReaderMeets) {
-  const char* const kPieces[] = {"<a>",       "</a>",  "<b c='", "'",    "\"",
-                                 "<b c=\"",   "/>",    ">",      "<!--", "-->",
-                                 "<![CDATA[", "]]>",   "<?p ",   "?>",   "<!DOCTYPE x [",
-                                 "]",         "<!",    "x",      " ",    "<c",
-                                 "=",         "<a\">", "/",      "\t",   "\r"};
-  unsigned state = 12345;
-  const auto random = [&](unsigned below) {
-    state = state * 1664525U + 1013904223U;
-    return (state >> 16) % below;
-  };
-  int parsed = 0;
-  for (int run = 0; run < 60000; ++run) {
-    std::string text;
-    for (unsigned i = random(12); i > 0; --i) text += kPieces[random(std::size(kPieces))];
-    if (random(2) == 0) text = "<r>" + text + "</r>";
-    std::istringstream stream(text);
-    ptree tree;
-    try {
-      read_xml(stream, tree, boost::property_tree::xml_parser::trim_whitespace);
-    } catch (const boost::property_tree::xml_parser_error&) {
-      continue;
-    }
-    ++parsed;
-    const int depth = Depth(tree);
-    EXPECT_EQ(xmlstore::FindNestedDeeperThan(text.c_str(), depth), nullptr) << text;
-    EXPECT_TRUE(depth == 0 || xmlstore::FindNestedDeeperThan(text.c_str(), depth - 1) != nullptr)
-        << text;
-  }
-  EXPECT_GT(parsed, 1000);
-}
-
 TEST_F(XmlStore, RefusesHugeAndLockedFiles) {
   const std::string file = folder_ / "sparse.xml";
-  for (const std::int64_t gibs : {3, 5}) {
-    WriteSparseFile(file, "<a/>", gibs << 30);
+  const std::int64_t gib = 1 << 30;
+  for (const std::int64_t size :
+       {3 * gib, 4 * gib + 4}) {  // where a size of 32 bits ends, or wraps
+    WriteSparseFile(file, "<a/>", size);
     EXPECT_EQ(LoadFile(file), 0);
   }
   WriteFileBytes(file, "<a/>");
@@ -411,13 +358,8 @@ TEST_F(XmlStore, ReadsVectorsUpToTheFirstFault) {
     On("<r><v><item key='1'/>" + fault + "<item key='2'/></v></r>");
     EXPECT_EQ(Read(&X::GetIntVector), "0: 1,") << fault;
   }
-  On("<r/>");
-  Expect(PutFloatVector("r.v", {1}), 0, "<r/>");
-  Expect(PutIntVector("r.v", {1}), 0, "<r/>");
-  Expect(PutStringVector("r.v", {"1"}), 0, "<r/>");
-  EXPECT_EQ(Read(&X::GetFloatVector), "0:");
+  Expect(On("<r/>").PutIntVector("r.v", {1}), 0, "<r/>");
   EXPECT_EQ(Read(&X::GetIntVector), "0:");
-  EXPECT_EQ(Read(&X::GetStringVector), "0:");
 }
 
 TEST_F(XmlStore, SetsVectorsEachInItsOwnWay) {
