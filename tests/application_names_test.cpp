@@ -29,6 +29,7 @@ bool RemoveTree(const std::wstring&, std::int32_t) {
 
 TEST(ApplicationNames, AreItsOwn) {
   std::vector<Operation> own;
-  for (int i = 0; i < 2; ++i) own.push_back({{"note"}});
+  own.push_back({{"note"}});
+  own.push_back({{"note"}});
   EXPECT_EQ(own.front().notes[0], "note");
 }

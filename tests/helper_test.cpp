@@ -2,10 +2,8 @@
 // may have changed: its exit code, its output, and all files around.
 
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <boost/lexical_cast.hpp>
-#include <cstdint>
 #include <regex>
 #include <string>
 #include <vector>
