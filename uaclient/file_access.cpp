@@ -41,7 +41,8 @@ std::wstring OverwritingFault(const std::wstring& fullPath) {
 // A running program could be deleted from its folder, but would keep its place in it. It shows when
 // it is opened for writing.
 std::wstring DeletionFault(const std::wstring& fullPath) {
-  if (OverwritingFault(fullPath) == kIsInUse) return kIsInUse;
+  if (Open(Verbatim(fullPath), DELETE | FILE_WRITE_DATA, kReadWrite)) return {};
+  if (GetLastError() == ERROR_SHARING_VIOLATION) return kIsInUse;
   return Fault(fullPath, DELETE, kReadWrite);
 }
 

@@ -7,6 +7,7 @@
 #include <memory>
 #include <random>
 
+#include "fileop/tree_walk.h"
 #include "uaclient/file_access.h"
 #include "uaclient/path.h"
 #include "uaclient/words.h"
@@ -70,9 +71,7 @@ void RemoveHelperFolder(const std::wstring& path) {
   }
   for (int attempt = 0; attempt < 20 && IsFolder(path); ++attempt) {
     if (attempt > 0) Sleep(50);
-    DeleteFileW((path + kTaskName).c_str());
-    DeleteFileW((path + kListName).c_str());
-    RemoveDirectoryW(path.c_str());
+    fileop::RemoveTree(path + L"\\", 0);  // a link in its place goes, and nothing behind it
   }
 }
 

@@ -18,8 +18,8 @@ struct NotStarted {
 // The folder that the environment variable TMP names, as a full path; L"" where it names none.
 std::wstring TempFolder();
 
-// Removes the folder with the files that are put into it, and nothing else; not even that where the
-// folder's name is none that this program gives.
+// Removes the folder with all in it, but nothing behind links. Does nothing where the folder's name
+// is none that this program gives.
 void RemoveHelperFolder(const std::wstring& path);
 
 // The folder is open to this user, administrators and the system alone: who can change these files

@@ -48,9 +48,11 @@ bool IsAbsolute(const std::wstring& path) {
 
 // Half of a surrogate pair does not come back from UTF-8.
 bool ListCarries(const std::wstring& text) {
-  const bool hasControls =
-      std::any_of(text.begin(), text.end(), [](wchar_t c) { return c < L' '; });
-  return !hasControls && Utf8ToWide(WideToUtf8(text)) == text;
+  const auto isControl = [](wchar_t c) { return c < L' '; };
+  const auto isSurrogate = [](wchar_t c) { return c >= 0xD800 && c <= 0xDFFF; };
+  if (std::any_of(text.begin(), text.end(), isControl)) return false;
+  return std::none_of(text.begin(), text.end(), isSurrogate) ||
+         Utf8ToWide(WideToUtf8(text)) == text;
 }
 
 std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::wstring& full) {
