@@ -9,10 +9,9 @@ namespace uaclient {
 
 CopyProgress::CopyProgress(const std::vector<Copy>& copies, Progress& progress)
     : progress_(progress) {
-  for (const std::size_t i : HelpersOrder(copies)) {
-    const Copy& item = copies[i];
-    for (const Target& target : item.targets) {
-      stages_.push_back({&item, &target, progress_.allFiles, progress_.allBytes});
+  for (const Copy& copy : copies) {
+    for (const Target& target : copy.targets) {
+      stages_.push_back({&copy, &target, progress_.allFiles, progress_.allBytes});
       progress_.allFiles += target.isFolder ? 0 : 1;
       progress_.allBytes += target.isFolder ? 0 : target.state.size;
     }
@@ -20,7 +19,7 @@ CopyProgress::CopyProgress(const std::vector<Copy>& copies, Progress& progress)
 }
 
 std::wstring CopyProgress::Stage::Destination() const {
-  return Below(item->destination, target->path);
+  return Below(copy->step.destination, target->path);
 }
 
 // Whether the helper is done with it: it sets a copy's time when the content is there. What looked

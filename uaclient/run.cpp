@@ -43,13 +43,7 @@ void CALLBACK RemoveTraces(PTP_CALLBACK_INSTANCE, void* context, PTP_WAIT wait, 
 // One run of the helper, from the check's report to what became of every item.
 class HelperRun {
  public:
-  HelperRun(Work work, const Options& options) : work_(std::move(work)), options_(options) {
-    for (const Copy& copy : work_.copies) {
-      Item& item = work_.result.items.emplace_back();
-      item.source = copy.source;
-      item.destination = copy.destination;
-    }
-  }
+  HelperRun(Work work, const Options& options) : work_(std::move(work)), options_(options) {}
   ~HelperRun() {
     if (!traces_ || traces_->helper.Get() == nullptr || traces_->helper.HasEnded(0)) return;
     // They go when the helper has ended, if this process lives that long.

@@ -9,6 +9,7 @@ namespace uaclient {
 namespace {
 
 constexpr std::uint64_t kTwoSeconds = 20'000'000;
+constexpr DWORD kLinkBehindLink = ERROR_CANT_RESOLVE_FILENAME;
 
 std::uint64_t Join(DWORD high, DWORD low) { return std::uint64_t{high} << 32 | low; }
 
@@ -21,27 +22,23 @@ FileState StateOf(const Data& data) {
 class Lister {
  public:
   Lister(const std::wstring& root, Links links, TreeListing& tree)
-      : root_(Verbatim(root)), links_(links), tree_(tree) {}
+      : root_(Verbatim(root)), follows_(links == Links::kFollowedOnce), tree_(tree) {}
 
   void Add(const std::wstring& path, Entry entry, bool behindLink) {
-    const bool follows = links_ == Links::kFollowedOnce;
-    if (follows && entry.isLink && behindLink) {
-      tree_.faults.push_back({path, 0});
-      return;
-    }
-    if (follows && entry.isLink && !entry.isFolder &&
-        !ReadFileState(Below(root_, path), entry.state)) {
-      tree_.faults.push_back({path, GetLastError()});
-      return;
-    }
     constexpr std::size_t kDeepest = 1024;  // no copy comes as far, and the stack ends somewhere
+    const bool isFollowed = follows_ && entry.isLink;
+    DWORD error = ERROR_SUCCESS;
     if (path.size() > kDeepest) {
-      tree_.faults.push_back({path, ERROR_FILENAME_EXCED_RANGE});
-      return;
+      error = ERROR_FILENAME_EXCED_RANGE;
+    } else if (isFollowed && behindLink) {
+      error = kLinkBehindLink;
+    } else if (isFollowed && !entry.isFolder && !ReadFileState(Below(root_, path), entry.state)) {
+      error = GetLastError();
     }
+    if (error != ERROR_SUCCESS) return tree_.faults.push_back({path, error});
     tree_.entries.push_back({entry, path});
-    if (entry.isFolder && (follows || !entry.isLink)) {
-      List(path, behindLink || (entry.isLink && !path.empty()));
+    if (entry.isFolder && (isFollowed || !entry.isLink)) {
+      List(path, behindLink || (isFollowed && !path.empty()));
     }
   }
 
@@ -53,13 +50,12 @@ class Lister {
       return true;
     });
     // On an empty drive nothing is found, not even ".". As a source the helper refuses it.
-    const bool isEmpty =
-        error == ERROR_FILE_NOT_FOUND && (links_ == Links::kNotFollowed || !path.empty());
+    const bool isEmpty = error == ERROR_FILE_NOT_FOUND && (!follows_ || !path.empty());
     if (error != 0 && !isEmpty) tree_.faults.push_back({path, error});
   }
 
   const std::wstring root_;
-  const Links links_;
+  const bool follows_;  // links
   TreeListing& tree_;
 };
 
@@ -86,7 +82,7 @@ TreeListing ListTree(const std::wstring& fullPath, const Entry& root, Links link
 }
 
 std::wstring InWords(const TreeListing::Fault& fault, const std::wstring& root) {
-  return Filled(fault.error == 0
+  return Filled(fault.error == kLinkBehindLink
                     ? L"{} is a link behind a link. Put the files themselves into the source."
                     : L"{} cannot be listed: {}",
                 {Quoted(Below(root, fault.path)), SystemMessage(fault.error)});

@@ -49,7 +49,7 @@ struct TreeEntry : Entry {
 struct TreeListing {
   struct Fault {
     std::wstring path;  // like an entry's
-    DWORD error = 0;    // 0 for a link behind a link
+    DWORD error = 0;
   };
   std::vector<TreeEntry> entries;  // the root, then a folder ahead of what is in it
   std::vector<Fault> faults;       // what could not be listed or followed
