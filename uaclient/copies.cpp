@@ -37,7 +37,6 @@ class Surveyor {
 
   void Survey() {
     for (std::size_t i = 0; i < copies_.size(); ++i) copies_[i].item = i;
-    work_.result.items.resize(copies_.size());
     std::stable_partition(copies_.begin(), copies_.end(),
                           [](const Copy& copy) { return copy.step.kind == Kind::kReplaceFolder; });
     for (const auto look : {&Surveyor::Locate, &Surveyor::AddItem, &Surveyor::CheckPlaces,
@@ -86,6 +85,10 @@ class Surveyor {
     if (Current().deletes) return Harm(text, parts);  // and the old content would be gone
     return Add(isPlan_ ? Severity::kError : Severity::kWarning, text, parts, true);
   }
+  // It may succeed all the same, but is not tried where old content goes for it.
+  bool Risk(const wchar_t* text, Parts parts) {
+    return Copies(Kind::kReplaceFolder) ? Harm(text, parts) : Doubt(text, parts);
+  }
   // It destroys what nobody asked to destroy, or what it destroys cannot be told.
   bool Harm(const wchar_t* text, Parts parts) {
     return Add(isPlan_ ? Severity::kError : Severity::kHarmful, text, parts, true);
@@ -114,15 +117,12 @@ class Surveyor {
     // A link in the place of the source is followed. One at the destination is not: it is replaced,
     // or refused.
     const bool isFile = Copies(Kind::kCopyFile);
-    item.read.push_back(SpotOf(source, isFile && (item.from == nullptr || !item.from->isLink)));
-    item.toSpot = SpotOf(destination, isFile || (item.to != nullptr && item.to->isLink));
+    item.read.push_back(
+        folders_.SpotOf(source, isFile && (item.from == nullptr || !item.from->isLink)));
+    item.toSpot = folders_.SpotOf(destination, isFile || (item.to != nullptr && item.to->isLink));
     sources_.try_emplace(item.read[0].Key(), at_);
     if (Copies(Kind::kReplaceFolder)) deleted_.try_emplace(item.toSpot.Key(), at_);
     if (Copies(Kind::kAddFolder)) added_.try_emplace(item.toSpot.Key(), at_);
-  }
-
-  Spot SpotOf(const std::wstring& fullPath, bool isFile) {
-    return isFile ? folders_.FileAt(fullPath) : Spot{&folders_.At(fullPath), {}};
   }
 
   // The full path; L"" when there is none. What is odd in a list the helper tries.
@@ -181,14 +181,12 @@ class Surveyor {
   }
 
   bool CheckDestination(const Details& item) {
-    const bool replaces = Copies(Kind::kReplaceFolder);
     if (item.to == nullptr || item.goesFirst) return true;
     if (item.to->error != 0) {
-      constexpr wchar_t kText[] = L"The destination {} is not visible to this user: {}";
-      const Parts parts = {Destination(), SystemMessage(item.to->error)};
-      return replaces ? Harm(kText, parts) : Doubt(kText, parts);
+      return Risk(L"The destination {} is not visible to this user: {}",
+                  {Destination(), SystemMessage(item.to->error)});
     }
-    if (item.to->isLink && replaces) {
+    if (item.to->isLink && Copies(Kind::kReplaceFolder)) {
       return Doubt(L"The destination {} is a link. It is removed, and what it leads to stays.",
                    {Destination()});
     }
@@ -213,7 +211,7 @@ class Surveyor {
     if (Copies(Kind::kReplaceFolder)) CheckFiles(source, tree.entries, ReadingFault, L"");
     for (const TreeEntry& entry : tree.entries) {
       if (!entry.isLink || entry.path.empty()) continue;
-      const Spot spot = {&folders_.At(Below(source, entry.path)), {}};
+      const Spot spot = folders_.SpotOf(Below(source, entry.path), false);
       sources_.try_emplace(spot.Key(), at_);
       item.read.push_back(spot);
       Claim(spot, false);
@@ -287,7 +285,9 @@ class Surveyor {
   }
 
   // Has the helper make the folder and what is missing above it, as far as it is not there when the
-  // item's turn comes. `like` is any folder that exists.
+  // item's turn comes: it makes the folder above what it is to write. That a folder, `like` or any
+  // that exists, cannot be copied as a file does not matter then: the item counts because the
+  // folder is there.
   bool MakeFolders(const std::wstring& folder, const std::wstring& like) {
     std::vector<std::wstring> missing;
     for (std::wstring path = folder; !IsRoot(path); path = ParentOf(path)) {
@@ -306,15 +306,9 @@ class Surveyor {
                   {Destination()});
     }
     for (auto path = missing.rbegin(); path != missing.rend(); ++path) {
-      if (Bring(folders_.At(*path).keys[0], *path, true)) MakeFolder(*path, like);
+      if (Bring(folders_.At(*path).keys[0], *path, true)) Operate(like, *path + L"\\", false);
     }
     return true;
-  }
-
-  // The helper makes the folder above what it is to write. That a folder cannot be copied as a file
-  // does not matter then: the item counts because the folder is there.
-  void MakeFolder(const std::wstring& folder, const std::wstring& like) {
-    Operate(like, folder + L"\\", false);
   }
 
   void Operate(const std::wstring& source, const std::wstring& destination, bool isFolder) {
@@ -336,7 +330,8 @@ class Surveyor {
     if (stays && IsInTheWay(destination, *there, entry.isFolder)) return;
     const bool looksDone = there != nullptr && there->state.Matches(entry.state);
     copies_[at_].targets.push_back({entry, looksDone});
-    const std::wstring key = (isRoot ? item.toSpot : SpotOf(destination, !entry.isFolder)).Key();
+    const std::wstring key =
+        (isRoot ? item.toSpot : folders_.SpotOf(destination, !entry.isFolder)).Key();
     if (const auto read = sources_.find(key); read != sources_.end() && !isRoot) {
       Harm(L"{} would be written, but it is the source {}. Choose another destination.",
            {Quoted(destination), SourceOf(read->second)});
@@ -346,7 +341,7 @@ class Surveyor {
     if (!entry.isFolder) {
       AddFile(item, source, destination, entry, stays ? there : nullptr);
     } else if (isNew && !replaces && there == nullptr) {
-      MakeFolder(destination, source);
+      Operate(source, destination + L"\\", false);  // as in MakeFolders
     }
   }
 
@@ -415,10 +410,8 @@ class Surveyor {
     free -= static_cast<std::int64_t>(Current().bytes - item.freedBytes);
     if (free >= 0) return;
     const std::wstring lack = BytesInWords(static_cast<std::uint64_t>(-free));
-    constexpr wchar_t kText[] =
-        L"The destination {} does not fit on {}: {} more are needed. Free some space.";
-    Copies(Kind::kReplaceFolder) ? Fail(kText, {Destination(), root, lack})
-                                 : Doubt(kText, {Destination(), root, lack});
+    Risk(L"The destination {} does not fit on {}: {} more are needed. Free some space.",
+         {Destination(), root, lack});
     free = kUnlimited;
   }
 
@@ -436,9 +429,6 @@ class Surveyor {
           L" after deleting what is there (" + InWords(step.deletedFiles, step.deletedBytes) + L")";
     }
     report_.steps.push_back(step);
-    Item& result = work_.result.items[copies_[at_].item];
-    result.source = step.source;
-    result.destination = step.destination;
   }
 
   Work& work_;

@@ -13,7 +13,7 @@ CopyProgress::CopyProgress(const std::vector<Copy>& copies, Progress& progress)
     for (const Target& target : copy.targets) {
       stages_.push_back({&copy, &target, progress_.allFiles, progress_.allBytes});
       progress_.allFiles += target.isFolder ? 0 : 1;
-      progress_.allBytes += target.isFolder ? 0 : target.state.size;
+      progress_.allBytes += target.state.size;
     }
   }
 }
@@ -49,10 +49,10 @@ void CopyProgress::Advance(std::uint64_t bytesWritten) {
     return;
   }
   const Stage& stage = stages_[at_];
-  const std::uint64_t size = stage.target->isFolder ? 0 : stage.target->state.size;
   const std::uint64_t written = bytesWritten - std::min(bytesWritten, stage.bytes);
   progress_.files = std::max(progress_.files, stage.files);
-  progress_.bytes = std::max(progress_.bytes, stage.bytes + std::min(written, size));
+  progress_.bytes =
+      std::max(progress_.bytes, stage.bytes + std::min(written, stage.target->state.size));
   progress_.current = stage.Destination();
 }
 

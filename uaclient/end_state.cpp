@@ -50,7 +50,7 @@ class Judge {
     progress_.current.clear();
     for (const Copy& copy : copies) {
       if (copy.step.kind != Step::Kind::kCopyFile || !copy.isUsable) continue;
-      const Spot spot = folders_.FileAt(copy.step.destination);
+      const Spot spot = folders_.SpotOf(copy.step.destination, true);
       brought_.insert(spot.Key());
       brought_.insert(spot.folder->keys.begin(), spot.folder->keys.end());
     }
@@ -123,10 +123,7 @@ class Judge {
     for (const TreeEntry& entry : there.entries) {
       if (expected.count(UpperCase(entry.path)) != 0) continue;
       const std::wstring path = Below(destination, entry.path);
-      const bool isBrought =
-          !brought_.empty() && brought_.count(entry.isFolder ? folders_.At(path).keys[0]
-                                                             : folders_.FileAt(path).Key()) != 0;
-      if (isBrought) continue;
+      if (brought_.count(folders_.SpotOf(path, !entry.isFolder).Key()) != 0) continue;
       Fault(L"{} is not in the source: it could not be deleted, or another program put it there.",
             {Quoted(entry.path)});
     }

@@ -76,7 +76,8 @@ const Folder& Folders::At(const std::wstring& fullPath) {
   return folders_.emplace(fullPath, std::move(folder)).first->second;
 }
 
-Spot Folders::FileAt(const std::wstring& fullPath) {
+Spot Folders::SpotOf(const std::wstring& fullPath, bool isFile) {
+  if (!isFile) return {&At(fullPath), {}};
   return {&At(ParentOf(fullPath)), UpperCase(NameOf(fullPath))};
 }
 

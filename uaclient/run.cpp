@@ -43,7 +43,17 @@ void CALLBACK RemoveTraces(PTP_CALLBACK_INSTANCE, void* context, PTP_WAIT wait, 
 // One run of the helper, from the check's report to what became of every item.
 class HelperRun {
  public:
-  HelperRun(Work work, const Options& options) : work_(std::move(work)), options_(options) {}
+  HelperRun(Work work, const Options& options) : work_(std::move(work)), options_(options) {
+    const std::vector<Step>& steps = work_.result.report.steps;
+    work_.result.items.resize(steps.size());
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+      Item& item = work_.result.items[IsJob() ? i : work_.copies[i].item];
+      item.source = steps[i].source;
+      item.destination = steps[i].destination;
+      item.job = steps[i].job;
+      item.isDeletion = steps[i].kind == Step::Kind::kDeleteJob;
+    }
+  }
   ~HelperRun() {
     if (!traces_ || traces_->helper.Get() == nullptr || traces_->helper.HasEnded(0)) return;
     // They go when the helper has ended, if this process lives that long.

@@ -27,6 +27,7 @@
 namespace uaclient {
 namespace {
 
+using namespace xmlstore;  // NOLINT
 using boost::property_tree::ptree;
 using Task = UACTaskScheduler;
 
@@ -299,16 +300,14 @@ class TaskReader {
   }
 
   void ReadJob() {
-    Item& job = work_.result.items.emplace_back();
-    job.job = Text(Task::kTaskName);
-    job.isDeletion = Text(Task::kExeArguments).empty();
-    found_.Warn(Line(Task::kTaskName), JobNameFault(L"\"task_name\"", job.job));
+    const std::wstring name = Text(Task::kTaskName);
+    const bool isDeletion = Text(Task::kExeArguments).empty();
+    found_.Warn(Line(Task::kTaskName), JobNameFault(L"\"task_name\"", name));
     for (const auto param : {Task::kTimeType, Task::kTimeWeekday, Task::kTimeMonthday}) {
       Must(param, Number(param).has_value(), Severity::kError, L"a number, also to delete a job");
     }
     if (found_.report.helperFails) return;  // before it does anything
-    work_.result.report.steps.push_back(job.isDeletion ? ReadDeletion(job.job)
-                                                       : ReadRegistration(job.job));
+    found_.report.steps.push_back(isDeletion ? ReadDeletion(name) : ReadRegistration(name));
   }
 
   // It is meant when the key is there, no program is, and no line is odd that may have been the

@@ -1,6 +1,5 @@
 #include "uaclient/tree.h"
 
-#include "fileop/tree_walk.h"
 #include "uaclient/path.h"
 #include "uaclient/win32.h"
 #include "uaclient/words.h"
@@ -9,7 +8,6 @@ namespace uaclient {
 namespace {
 
 constexpr std::uint64_t kTwoSeconds = 20'000'000;
-constexpr DWORD kLinkBehindLink = ERROR_CANT_RESOLVE_FILENAME;
 
 std::uint64_t Join(DWORD high, DWORD low) { return std::uint64_t{high} << 32 | low; }
 
@@ -19,44 +17,36 @@ FileState StateOf(const Data& data) {
           Join(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime)};
 }
 
-class Lister {
- public:
-  Lister(const std::wstring& root, Links links, TreeListing& tree)
-      : root_(Verbatim(root)), follows_(links == Links::kFollowedOnce), tree_(tree) {}
-
+struct Lister {
   void Add(const std::wstring& path, Entry entry, bool behindLink) {
     constexpr std::size_t kDeepest = 1024;  // no copy comes as far, and the stack ends somewhere
-    const bool isFollowed = follows_ && entry.isLink;
-    DWORD error = ERROR_SUCCESS;
-    if (path.size() > kDeepest) {
-      error = ERROR_FILENAME_EXCED_RANGE;
-    } else if (isFollowed && behindLink) {
-      error = kLinkBehindLink;
-    } else if (isFollowed && !entry.isFolder && !ReadFileState(Below(root_, path), entry.state)) {
-      error = GetLastError();
+    const bool isFollowed = followsLinks && entry.isLink;
+    const auto fail = [&](DWORD error) { tree.faults.push_back({path, error}); };
+    if (path.size() > kDeepest) return fail(ERROR_FILENAME_EXCED_RANGE);
+    if (isFollowed && behindLink) return fail(0);
+    if (isFollowed && !entry.isFolder && !ReadFileState(Below(root, path), entry.state)) {
+      return fail(GetLastError());
     }
-    if (error != ERROR_SUCCESS) return tree_.faults.push_back({path, error});
-    tree_.entries.push_back({entry, path});
+    tree.entries.push_back({entry, path});
     if (entry.isFolder && (isFollowed || !entry.isLink)) {
       List(path, behindLink || (isFollowed && !path.empty()));
     }
   }
 
- private:
   void List(const std::wstring& path, bool behindLink) {
-    const std::wstring pattern = WithSeparator(Below(root_, path)) + L"*";
+    const std::wstring pattern = WithSeparator(Below(root, path)) + L"*";
     const DWORD error = ForEachEntry(pattern, [&](const WIN32_FIND_DATAW& data) {
       Add(path.empty() ? data.cFileName : path + L"\\" + data.cFileName, EntryOf(data), behindLink);
       return true;
     });
     // On an empty drive nothing is found, not even ".". As a source the helper refuses it.
-    const bool isEmpty = error == ERROR_FILE_NOT_FOUND && (!follows_ || !path.empty());
-    if (error != 0 && !isEmpty) tree_.faults.push_back({path, error});
+    const bool isEmpty = error == ERROR_FILE_NOT_FOUND && (!followsLinks || !path.empty());
+    if (error != 0 && !isEmpty) tree.faults.push_back({path, error});
   }
 
-  const std::wstring root_;
-  const bool follows_;  // links
-  TreeListing& tree_;
+  std::wstring root;
+  bool followsLinks;
+  TreeListing& tree;
 };
 
 }  // namespace
@@ -77,12 +67,12 @@ Entry EntryOf(const WIN32_FIND_DATAW& data) {
 
 TreeListing ListTree(const std::wstring& fullPath, const Entry& root, Links links) {
   TreeListing tree;
-  Lister(fullPath, links, tree).Add({}, root, false);
+  Lister{Verbatim(fullPath), links == Links::kFollowedOnce, tree}.Add({}, root, false);
   return tree;
 }
 
 std::wstring InWords(const TreeListing::Fault& fault, const std::wstring& root) {
-  return Filled(fault.error == kLinkBehindLink
+  return Filled(fault.error == 0
                     ? L"{} is a link behind a link. Put the files themselves into the source."
                     : L"{} cannot be listed: {}",
                 {Quoted(Below(root, fault.path)), SystemMessage(fault.error)});

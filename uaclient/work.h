@@ -28,7 +28,7 @@ struct Copy {
 };
 
 struct Work {
-  Result result;                // the check's report, and the items
+  Result result;                // the check's report, with a step for each item
   std::vector<Copy> copies;     // one for each item, unless it is a job; in the helper's order
   std::vector<Claimed> claims;  // what the copies read, write and delete
 
