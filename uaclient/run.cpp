@@ -197,7 +197,7 @@ class HelperRun {
       result.status = Status::kIncomplete;
       result.reason = std::wstring(L"The helper reports success, but the job is ") +
                       (item.isDeletion ? L"still" : L"not") + L" there.";
-    } else if (now == JobState::kUnknown && !(item.isDeletion && jobBefore_ == JobState::kThere)) {
+    } else if (now == JobState::kUnknown && (!item.isDeletion || jobBefore_ != JobState::kThere)) {
       item.reason =
           L"The helper reports success, but this user cannot see the job: it may be another "
           L"user's.";
