@@ -7,7 +7,7 @@
 # uactask_library(name [FOLDER folder] [EXCEPT source…] [USES name…] [LINKS library…])
 #
 # Adds the static library uactask_<name>, exported as uactask::<name>, of the sources in its folder. The folder has the
-# library's name unless FOLDER names another. A header `x.h.in` is configured and included as `<folder>/x.h`.
+# library's name unless FOLDER names another.
 function(uactask_library name)
   cmake_parse_arguments(arg "" "FOLDER" "EXCEPT;USES;LINKS" FOLDER ${name} ${ARGN})
   set(target uactask_${name})
@@ -25,13 +25,6 @@ function(uactask_library name)
   target_link_libraries(${target} PUBLIC ${arg_USES} ${arg_LINKS})
   uactask_compile_options(${target})
   target_compile_options(${target} PRIVATE $<$<BOOL:${MINGW}>:-g>)
-
-  file(GLOB templates CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/${arg_FOLDER}/*.h.in)
-  foreach(template IN LISTS templates)
-    string(REGEX REPLACE "\\.in$" "" header ${template})
-    configure_file(${template} ${PROJECT_BINARY_DIR}/include/${header} @ONLY)
-    target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>)
-  endforeach()
 
   set_property(GLOBAL APPEND PROPERTY UACTASK_LIBRARIES ${target})
 endfunction()

@@ -16,7 +16,6 @@
 #include "corekit/text.h"
 #include "support.h"
 #include "uaclient/claims.h"
-#include "uaclient/copies.h"
 #include "uaclient/copy_progress.h"
 #include "uaclient/end_state.h"
 #include "uaclient/helper_process.h"
@@ -446,10 +445,10 @@ TEST_F(Client, ServesTwoThreadsAtOnceAndLeavesTheProcessAsItWas) {
 class Copies : public Client {
  protected:
   Work SurveyOf(CopyItem::Kind kind) const {
-    Work work;
-    work.copies.push_back({kind, At("from").wstring(), At("to").wstring(), {}});
-    SurveyCopies(work, Origin::kPlan, options_);
-    return work;
+    CopyPlan plan;
+    kind == CopyItem::Kind::kFolder ? plan.Folder(At("from"), At("to"))
+                                    : plan.ReplaceFolder(At("from"), At("to"));
+    return WorkOf(plan, options_, Hold::kNo);
   }
   void Copy(const std::string& name) const {
     CopyFileW(At("from/" + name).c_str(), At("to/" + name).c_str(), FALSE);

@@ -82,8 +82,7 @@ TEST_F(PlanCheck, AddsToWhatIsThere) {
          {"@f>@f/x", {"E is a file. Choose another", "E lies in the source"}},
          {"@f>@new/", {"E ends like a folder"}}});
   EXPECT_THAT(Step("@s/>@old"),
-              testing::MatchesRegex("adds the folder \".+s\" \\(2 files, 3 bytes\\) to \".+old\", "
-                                    "over 1 file there"));
+              testing::MatchesRegex("adds the folder \".+s\" \\(2 files, 3 bytes\\) to \".+old\""));
 }
 
 TEST_F(PlanCheck, ReplacesWhatMayGo) {

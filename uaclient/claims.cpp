@@ -96,15 +96,14 @@ bool AnyIn(const std::vector<Claimed>& ones, const std::vector<Claimed>& others,
   const auto spotOf = [&](const Claimed& place) {
     return Spot{&folders.At(place.folder), UpperCase(place.file)};
   };
-  enum : std::size_t { kRead, kWritten };
+  enum : std::size_t { kRead, kWritten, kNone };
   IndexByKey needed;
   for (const Claimed& other : others) {
     std::size_t& need = needed[spotOf(other).Key()];
     if (other.isWritten) need = kWritten;
   }
   return std::any_of(ones.begin(), ones.end(), [&](const Claimed& one) {
-    return one.isWritten ? FindUpwards(needed, spotOf(one)).has_value()
-                         : FindUpwards(needed, spotOf(one), kRead).has_value();
+    return FindUpwards(needed, spotOf(one), one.isWritten ? kNone : kRead).has_value();
   });
 }
 

@@ -1,9 +1,6 @@
-#include "uaclient/copies.h"
-
 #include <algorithm>
 #include <initializer_list>
 #include <map>
-#include <numeric>
 #include <optional>
 #include <unordered_map>
 #include <utility>
@@ -14,17 +11,16 @@
 #include "uaclient/kept_folders.h"
 #include "uaclient/path.h"
 #include "uaclient/places.h"
-#include "uaclient/win32.h"
 #include "uaclient/words.h"
+#include "uaclient/work.h"
 #include "uactask/operation_list.h"
 
 namespace uaclient {
 namespace {
 
-using Kind = CopyItem::Kind;
+using Kind = Step::Kind;
 
-static_assert(static_cast<int>(Step::Kind::kReplaceFolder) ==
-              static_cast<int>(Kind::kReplaceFolder));
+static_assert(static_cast<Kind>(CopyItem::Kind::kReplaceFolder) == Kind::kReplaceFolder);
 
 constexpr std::size_t kMaxOperations = 200'000;
 
@@ -36,16 +32,17 @@ std::wstring InWords(std::uint64_t files, std::uint64_t bytes) {
 
 class Surveyor {
  public:
-  Surveyor(Work& work, Origin origin, const Options& options)
-      : work_(work), isPlan_(origin == Origin::kPlan), options_(options) {}
+  Surveyor(Work& work, const Options& options, const std::wstring& listFile)
+      : work_(work), options_(options), listFile_(listFile) {}
 
   void Survey() {
-    const std::vector<std::size_t> order = HelpersOrder(items_);
-    for (const std::size_t i : order) Locate(Select(i));
-    for (const std::size_t i : order) AddItem(Select(i));
-    for (const std::size_t i : order) CheckPlaces(Select(i));
-    for (const std::size_t i : order) CheckSpace(Select(i));
-    for (const std::size_t i : order) report_.steps.push_back(StepOf(Select(i)));
+    for (std::size_t i = 0; i < copies_.size(); ++i) copies_[i].item = i;
+    std::stable_partition(copies_.begin(), copies_.end(),
+                          [](const Copy& copy) { return copy.step.kind == Kind::kReplaceFolder; });
+    for (const auto look : {&Surveyor::Locate, &Surveyor::AddItem, &Surveyor::CheckPlaces,
+                            &Surveyor::CheckSpace, &Surveyor::Describe}) {
+      for (at_ = 0; at_ < copies_.size(); ++at_) (this->*look)(details_[at_]);
+    }
     std::stable_sort(
         report_.findings.begin(), report_.findings.end(),
         [](const Finding& left, const Finding& right) { return left.item < right.item; });
@@ -65,30 +62,32 @@ class Surveyor {
     Spot toSpot;
     bool goesFirst = false;  // what is at the destination: another item replaces a folder above it
     bool hasFailed = false;
-    std::size_t overwritten = 0;
     std::uint64_t freedBytes = 0;  // by overwriting and deleting
-    Step step;
   };
   struct Brought {
     std::size_t item = 0;
     bool isFolder = false;
   };
 
-  Details& Select(std::size_t item) { return details_[at_ = item]; }
-  bool Copies(Kind kind) const { return items_[at_].kind == kind; }
-  const wchar_t* Own() const { return Copies(Kind::kFile) ? L"file" : L"folder"; }
-  const wchar_t* Other() const { return Copies(Kind::kFile) ? L"folder" : L"file"; }
+  Step& Current() { return copies_[at_].step; }
+  bool Copies(Kind kind) const { return copies_[at_].step.kind == kind; }
+  const wchar_t* Own() const { return Copies(Kind::kCopyFile) ? L"file" : L"folder"; }
+  const wchar_t* Other() const { return Copies(Kind::kCopyFile) ? L"folder" : L"file"; }
   std::wstring Source() const { return SourceOf(at_); }
   std::wstring Destination() const { return DestinationOf(at_); }
-  std::wstring SourceOf(std::size_t item) const { return Quoted(items_[item].source); }
-  std::wstring DestinationOf(std::size_t item) const { return Quoted(items_[item].destination); }
+  std::wstring SourceOf(std::size_t i) const { return Quoted(copies_[i].step.source); }
+  std::wstring DestinationOf(std::size_t i) const { return Quoted(copies_[i].step.destination); }
 
   // These return whether the item can go on.
   bool Doubt(const wchar_t* text, Parts parts) { return Add(Severity::kWarning, text, parts); }
   // The item, or a part of it, does not arrive.
   bool Fail(const wchar_t* text, Parts parts) {
-    if (details_[at_].step.deletes) return Harm(text, parts);  // and the old content would be gone
+    if (Current().deletes) return Harm(text, parts);  // and the old content would be gone
     return Add(isPlan_ ? Severity::kError : Severity::kWarning, text, parts, true);
+  }
+  // It may succeed all the same, but is not tried where old content goes for it.
+  bool Risk(const wchar_t* text, Parts parts) {
+    return Copies(Kind::kReplaceFolder) ? Harm(text, parts) : Doubt(text, parts);
   }
   // It destroys what nobody asked to destroy, or what it destroys cannot be told.
   bool Harm(const wchar_t* text, Parts parts) {
@@ -96,36 +95,34 @@ class Surveyor {
   }
   bool Add(Severity severity, const wchar_t* text, Parts parts, bool hasFailed = false) {
     details_[at_].hasFailed |= hasFailed;
-    report_.findings.push_back({severity, Filled(text, parts), {}, 0, at_});
+    const Copy& copy = copies_[at_];
+    report_.findings.push_back({severity, Filled(text, parts), listFile_, copy.line,
+                                isPlan_ ? copy.item : Finding::kNoItem});
     return !hasFailed;
   }
 
   // What all others are compared with is found out ahead of them.
   void Locate(Details& item) {
-    Copy& copy = items_[at_];
-    item.step.kind = static_cast<Step::Kind>(copy.kind);
+    Copy& copy = copies_[at_];
     const std::wstring source =
-        CheckPath(copy.source, isPlan_ ? L"The source" : L"\"src\", read as UTF-8,");
+        CheckPath(copy.step.source, isPlan_ ? L"The source" : L"\"src\", read as UTF-8,");
     const std::wstring destination =
-        CheckPath(copy.destination, isPlan_ ? L"The destination" : L"\"dec\", read as UTF-8,");
+        CheckPath(copy.step.destination, isPlan_ ? L"The destination" : L"\"dec\", read as UTF-8,");
     copy.isUsable = !source.empty() && !destination.empty() && !(isPlan_ && item.hasFailed);
     if (!copy.isUsable) return;
-    copy.source = source;
-    copy.destination = destination;
+    copy.step.source = source;
+    copy.step.destination = destination;
     item.from = folders_.Find(source);
     item.to = folders_.Find(destination);
     // A link in the place of the source is followed. One at the destination is not: it is replaced,
     // or refused.
-    const bool isFile = Copies(Kind::kFile);
-    item.read.push_back(SpotOf(source, isFile && (item.from == nullptr || !item.from->isLink)));
-    item.toSpot = SpotOf(destination, isFile || (item.to != nullptr && item.to->isLink));
+    const bool isFile = Copies(Kind::kCopyFile);
+    item.read.push_back(
+        folders_.SpotOf(source, isFile && (item.from == nullptr || !item.from->isLink)));
+    item.toSpot = folders_.SpotOf(destination, isFile || (item.to != nullptr && item.to->isLink));
     sources_.try_emplace(item.read[0].Key(), at_);
     if (Copies(Kind::kReplaceFolder)) deleted_.try_emplace(item.toSpot.Key(), at_);
-    if (Copies(Kind::kFolder)) added_.try_emplace(item.toSpot.Key(), at_);
-  }
-
-  Spot SpotOf(const std::wstring& fullPath, bool isFile) {
-    return isFile ? folders_.FileAt(fullPath) : Spot{&folders_.At(fullPath), {}};
+    if (Copies(Kind::kAddFolder)) added_.try_emplace(item.toSpot.Key(), at_);
   }
 
   // The full path; L"" when there is none. What is odd in a list the helper tries.
@@ -135,7 +132,7 @@ class Surveyor {
     if (!fault.empty()) !path.empty() && full.empty() ? Harm(L"{}", {fault}) : Fail(L"{}", {fault});
     if (full.empty()) return full;
     CheckDrive(path, full);
-    if (Copies(Kind::kFile) && (path.back() == L'\\' || path.back() == L'/')) {
+    if (Copies(Kind::kCopyFile) && (path.back() == L'\\' || path.back() == L'/')) {
       Fail(L"{} ends like a folder, but the item copies a file. Write the file's name.",
            {Quoted(path)});
     }
@@ -152,8 +149,7 @@ class Surveyor {
   }
 
   void AddItem(Details& item) {
-    const Copy& copy = items_[at_];
-    if (!copy.isUsable) return;
+    if (!copies_[at_].isUsable) return;
     item.goesFirst = !Copies(Kind::kReplaceFolder) && FindUpwards(deleted_, item.toSpot);
     Claim(item.read[0], false);
     Claim(item.toSpot, true);
@@ -163,7 +159,7 @@ class Surveyor {
     if (!CheckSource(item) || !CheckDestination(item)) return;
     if (replaces) {
       ReplaceFolder(item);
-    } else if (!MakeFolders(ParentOf(copy.destination), ParentOf(copy.source))) {
+    } else if (!MakeFolders(ParentOf(Current().destination), ParentOf(Current().source))) {
       return;
     }
     for (const TreeEntry& entry : ListSource(item)) AddTarget(item, entry);
@@ -179,24 +175,22 @@ class Surveyor {
       return Fail(L"The source {} is not visible to this user: {}",
                   {Source(), SystemMessage(item.from->error)});
     }
-    if (item.from->isFolder != Copies(Kind::kFile)) return true;
+    if (item.from->isFolder != Copies(Kind::kCopyFile)) return true;
     return Fail(L"The source {} is a {}, but the item copies a {}. Use an item for a {}.",
                 {Source(), Other(), Own(), Other()});
   }
 
   bool CheckDestination(const Details& item) {
-    const bool replaces = Copies(Kind::kReplaceFolder);
     if (item.to == nullptr || item.goesFirst) return true;
     if (item.to->error != 0) {
-      constexpr wchar_t kText[] = L"The destination {} is not visible to this user: {}";
-      const Parts parts = {Destination(), SystemMessage(item.to->error)};
-      return replaces ? Harm(kText, parts) : Doubt(kText, parts);
+      return Risk(L"The destination {} is not visible to this user: {}",
+                  {Destination(), SystemMessage(item.to->error)});
     }
-    if (item.to->isLink && replaces) {
+    if (item.to->isLink && Copies(Kind::kReplaceFolder)) {
       return Doubt(L"The destination {} is a link. It is removed, and what it leads to stays.",
                    {Destination()});
     }
-    return !IsInTheWay(items_[at_].destination, *item.to, !Copies(Kind::kFile));
+    return !IsInTheWay(Current().destination, *item.to, !Copies(Kind::kCopyFile));
   }
 
   // A link at or below a destination is not followed.
@@ -209,7 +203,7 @@ class Surveyor {
   }
 
   std::vector<TreeEntry> ListSource(Details& item) {
-    const std::wstring& source = items_[at_].source;
+    const std::wstring source = Current().source;
     TreeListing tree = ListTree(source, *item.from, Links::kFollowedOnce);
     for (const TreeListing::Fault& fault : tree.faults) {
       Fail(L"{}", {InWords(fault, source)});
@@ -217,7 +211,7 @@ class Surveyor {
     if (Copies(Kind::kReplaceFolder)) CheckFiles(source, tree.entries, ReadingFault, L"");
     for (const TreeEntry& entry : tree.entries) {
       if (!entry.isLink || entry.path.empty()) continue;
-      const Spot spot = {&folders_.At(Below(source, entry.path)), {}};
+      const Spot spot = folders_.SpotOf(Below(source, entry.path), false);
       sources_.try_emplace(spot.Key(), at_);
       item.read.push_back(spot);
       Claim(spot, false);
@@ -226,10 +220,10 @@ class Surveyor {
   }
 
   void ReplaceFolder(Details& item) {
-    item.step.deletes = item.to != nullptr;
+    Current().deletes = item.to != nullptr;
     CheckTemporaryFolder(item);
-    if (item.step.deletes && !item.to->isLink) ListWhatGoes(item);
-    Operate(WithSeparator(items_[at_].source), items_[at_].destination + L"\\", true);
+    if (Current().deletes && !item.to->isLink) ListWhatGoes(item);
+    Operate(WithSeparator(Current().source), WithSeparator(Current().destination), true);
   }
 
   void CheckFiles(const std::wstring& folder, const std::vector<TreeEntry>& entries,
@@ -266,7 +260,7 @@ class Surveyor {
   }
 
   void ListWhatGoes(Details& item) {
-    const std::wstring& destination = items_[at_].destination;
+    const std::wstring destination = Current().destination;
     const TreeListing gone = ListTree(destination, *item.to, Links::kNotFollowed);
     CheckFiles(destination, gone.entries, DeletionFault, L" is to be deleted, but");
     for (const TreeEntry& entry : gone.entries) {
@@ -279,10 +273,9 @@ class Surveyor {
       } else if (entry.isFolder) {
         deleted_.insert_or_assign(folders_.At(path).keys[0], at_);
       } else {
-        ++item.step.deletedFiles;
-        item.step.deletedBytes += entry.state.size;
+        ++Current().deletedFiles;
+        Current().deletedBytes += entry.state.size;
         item.freedBytes += entry.state.size;
-        items_[at_].losesFiles = true;
       }
     }
     for (const TreeListing::Fault& fault : gone.faults) {
@@ -292,7 +285,9 @@ class Surveyor {
   }
 
   // Has the helper make the folder and what is missing above it, as far as it is not there when the
-  // item's turn comes. `like` is any folder that exists.
+  // item's turn comes: it makes the folder above what it is to write. That a folder, `like` or any
+  // that exists, cannot be copied as a file does not matter then: the item counts because the
+  // folder is there.
   bool MakeFolders(const std::wstring& folder, const std::wstring& like) {
     std::vector<std::wstring> missing;
     for (std::wstring path = folder; !IsRoot(path); path = ParentOf(path)) {
@@ -311,26 +306,18 @@ class Surveyor {
                   {Destination()});
     }
     for (auto path = missing.rbegin(); path != missing.rend(); ++path) {
-      if (Bring(folders_.At(*path).keys[0], *path, true)) MakeFolder(*path, like);
+      if (Bring(folders_.At(*path).keys[0], *path, true)) Operate(like, *path + L"\\", false);
     }
     return true;
   }
 
-  // The helper makes the folder above what it is to write. That a folder cannot be copied as a file
-  // does not matter then: the item counts because the folder is there.
-  void MakeFolder(const std::wstring& folder, const std::wstring& like) {
-    Operate(like, folder + L"\\", false);
-  }
-
   void Operate(const std::wstring& source, const std::wstring& destination, bool isFolder) {
-    if (!isPlan_) return;
-    operations_.push_back({WideToUtf8(source), WideToUtf8(destination), isFolder});
+    if (isPlan_) operations_.push_back({WideToUtf8(source), WideToUtf8(destination), isFolder});
   }
 
   void AddTarget(Details& item, const TreeEntry& entry) {
-    Copy& copy = items_[at_];
-    const std::wstring source = Below(copy.source, entry.path);
-    const std::wstring destination = Below(copy.destination, entry.path);
+    const std::wstring source = Below(Current().source, entry.path);
+    const std::wstring destination = Below(Current().destination, entry.path);
     if (source.back() == L'.' || source.back() == L' ' || !ListCarries(NameOf(source))) {
       Fail(L"{} has a name that Windows reads as another one. Rename it.", {Quoted(source)});
       return;
@@ -342,8 +329,9 @@ class Surveyor {
     const bool stays = there != nullptr && !replaces && !item.goesFirst;
     if (stays && IsInTheWay(destination, *there, entry.isFolder)) return;
     const bool looksDone = there != nullptr && there->state.Matches(entry.state);
-    copy.targets.push_back({entry, looksDone});
-    const std::wstring key = (isRoot ? item.toSpot : SpotOf(destination, !entry.isFolder)).Key();
+    copies_[at_].targets.push_back({entry, looksDone});
+    const std::wstring key =
+        (isRoot ? item.toSpot : folders_.SpotOf(destination, !entry.isFolder)).Key();
     if (const auto read = sources_.find(key); read != sources_.end() && !isRoot) {
       Harm(L"{} would be written, but it is the source {}. Choose another destination.",
            {Quoted(destination), SourceOf(read->second)});
@@ -353,18 +341,15 @@ class Surveyor {
     if (!entry.isFolder) {
       AddFile(item, source, destination, entry, stays ? there : nullptr);
     } else if (isNew && !replaces && there == nullptr) {
-      MakeFolder(destination, source);
+      Operate(source, destination + L"\\", false);  // as in MakeFolders
     }
   }
 
   void AddFile(Details& item, const std::wstring& source, const std::wstring& destination,
                const Entry& entry, const Entry* overwritten) {
-    ++item.step.files;
-    item.step.bytes += entry.state.size;
-    if (overwritten != nullptr) {
-      ++item.overwritten;
-      item.freedBytes += overwritten->state.size;
-    }
+    ++Current().files;
+    Current().bytes += entry.state.size;
+    if (overwritten != nullptr) item.freedBytes += overwritten->state.size;
     if (overwritten != nullptr && overwritten->IsProtected()) {
       // One that is what it should be is left out.
       if (isPlan_ && Compare(source, destination) == Equality::kEqual) return;
@@ -384,7 +369,7 @@ class Surveyor {
     const auto [other, isNew] = brought_.try_emplace(key, Brought{at_, isFolder});
     if (isNew) return CheckLength(path, isFolder ? kMaxFolderPath : kMaxFilePath);
     const Brought& first = other->second;
-    if (isFolder && first.isFolder && (first.item != at_ || Copies(Kind::kFile))) return false;
+    if (isFolder && first.isFolder && (first.item != at_ || Copies(Kind::kCopyFile))) return false;
     return Harm(first.item == at_
                     ? L"{} would be written twice: names differ only in case. Rename one."
                     : L"{} would be written twice: {} is copied there, too. Leave one out.",
@@ -392,14 +377,14 @@ class Surveyor {
   }
 
   // What is deleted, and what everything goes into, against all sources and destinations.
-  void CheckPlaces(const Details& item) {
+  void CheckPlaces(Details& item) {
     if (const auto source = FindUpwards(sources_, item.toSpot)) {
       Harm(L"The destination {} is or lies in the source {}. Choose another destination.",
            {Destination(), SourceOf(*source)});
     }
     auto other = FindUpwards(deleted_, item.toSpot, at_);
     if (!other && Copies(Kind::kReplaceFolder)) other = FindUpwards(added_, item.toSpot, at_);
-    if (other && !Copies(Kind::kFile)) {
+    if (other && !Copies(Kind::kCopyFile)) {
       Harm(L"The destination {} is or lies in {}, where another item copies to. Choose another.",
            {Destination(), DestinationOf(*other)});
     }
@@ -413,7 +398,7 @@ class Surveyor {
   }
 
   // In the helper's order. What is said of a drive or share once is not repeated.
-  void CheckSpace(const Details& item) {
+  void CheckSpace(Details& item) {
     if (item.toSpot.folder == nullptr) return;
     const std::wstring root = RootOf(item.toSpot.folder->path);
     const auto [drive, isNew] = freeSpaces_.try_emplace(root, kUnlimited);
@@ -422,41 +407,37 @@ class Surveyor {
     if (isNew && GetDiskFreeSpaceExW(WithSeparator(root).c_str(), &now, nullptr, nullptr)) {
       free = static_cast<std::int64_t>(now.QuadPart);
     }
-    free -= static_cast<std::int64_t>(item.step.bytes - item.freedBytes);
+    free -= static_cast<std::int64_t>(Current().bytes - item.freedBytes);
     if (free >= 0) return;
     const std::wstring lack = BytesInWords(static_cast<std::uint64_t>(-free));
-    constexpr wchar_t kText[] =
-        L"The destination {} does not fit on {}: {} more are needed. Free some space.";
-    Copies(Kind::kReplaceFolder) ? Fail(kText, {Destination(), root, lack})
-                                 : Doubt(kText, {Destination(), root, lack});
+    Risk(L"The destination {} does not fit on {}: {} more are needed. Free some space.",
+         {Destination(), root, lack});
     free = kUnlimited;
   }
 
-  Step StepOf(Details& item) const {
-    Step& step = item.step;
-    step.source = items_[at_].source;
-    step.destination = items_[at_].destination;
+  void Describe(Details& item) {
+    Step& step = Current();
     const std::wstring what = Own() + (L" " + Source());
     step.text =
         item.hasFailed
             ? Filled(L"would not copy the {} to {}, or not all of it (see above)",
                      {what, Destination()})
-            : Filled(L"{} the {} ({}) to {}", {Copies(Kind::kFolder) ? L"adds" : L"copies", what,
+            : Filled(L"{} the {} ({}) to {}", {Copies(Kind::kAddFolder) ? L"adds" : L"copies", what,
                                                InWords(step.files, step.bytes), Destination()});
     if (step.deletes) {
       step.text +=
           L" after deleting what is there (" + InWords(step.deletedFiles, step.deletedBytes) + L")";
     }
-    if (item.overwritten != 0) step.text += L", over " + FilesInWords(item.overwritten) + L" there";
-    return std::move(step);
+    report_.steps.push_back(step);
   }
 
   Work& work_;
-  std::vector<Copy>& items_ = work_.copies;
+  std::vector<Copy>& copies_ = work_.copies;
   Report& report_ = work_.result.report;
-  const bool isPlan_;
   const Options& options_;
-  std::vector<Details> details_{items_.size()};
+  const std::wstring& listFile_;
+  const bool isPlan_ = listFile_.empty();
+  std::vector<Details> details_{copies_.size()};
   std::size_t at_ = 0;  // the item that is looked at
   Folders folders_;
   std::optional<KeptFolders> kept_;
@@ -471,29 +452,24 @@ class Surveyor {
 
 }  // namespace
 
-void SurveyCopies(Work& work, Origin origin, const Options& options) {
-  Surveyor(work, origin, options).Survey();
+void SurveyCopies(Work& work, const Options& options, const std::wstring& listFile) {
+  Surveyor(work, options, listFile).Survey();
 }
 
 Work WorkOf(const CopyPlan& plan, const Options& options, Hold) {
   Work work;
   for (const CopyItem& item : plan.Items()) {
-    work.copies.push_back({item.kind, item.source.wstring(), item.destination.wstring(), {}});
+    Step& step = work.copies.emplace_back().step;
+    step.kind = static_cast<Kind>(item.kind);
+    step.source = item.source;
+    step.destination = item.destination;
   }
-  SurveyCopies(work, Origin::kPlan, options);
+  SurveyCopies(work, options);
   if (work.copies.empty()) {
     work.result.report.findings = {
         {Severity::kError, L"The plan is empty. Add a file or a folder.", {}}};
   }
   return work;
-}
-
-std::vector<std::size_t> HelpersOrder(const std::vector<Copy>& copies) {
-  std::vector<std::size_t> order(copies.size());
-  std::iota(order.begin(), order.end(), std::size_t{0});
-  std::stable_partition(order.begin(), order.end(),
-                        [&](std::size_t i) { return copies[i].kind == Kind::kReplaceFolder; });
-  return order;
 }
 
 }  // namespace uaclient

@@ -9,18 +9,17 @@ namespace uaclient {
 
 CopyProgress::CopyProgress(const std::vector<Copy>& copies, Progress& progress)
     : progress_(progress) {
-  for (const std::size_t i : HelpersOrder(copies)) {
-    const Copy& item = copies[i];
-    for (const Target& target : item.targets) {
-      stages_.push_back({&item, &target, progress_.allFiles, progress_.allBytes});
+  for (const Copy& copy : copies) {
+    for (const Target& target : copy.targets) {
+      stages_.push_back({&copy, &target, progress_.allFiles, progress_.allBytes});
       progress_.allFiles += target.isFolder ? 0 : 1;
-      progress_.allBytes += target.isFolder ? 0 : target.state.size;
+      progress_.allBytes += target.state.size;
     }
   }
 }
 
 std::wstring CopyProgress::Stage::Destination() const {
-  return Below(item->destination, target->path);
+  return Below(copy->step.destination, target->path);
 }
 
 // Whether the helper is done with it: it sets a copy's time when the content is there. What looked
@@ -50,10 +49,10 @@ void CopyProgress::Advance(std::uint64_t bytesWritten) {
     return;
   }
   const Stage& stage = stages_[at_];
-  const std::uint64_t size = stage.target->isFolder ? 0 : stage.target->state.size;
   const std::uint64_t written = bytesWritten - std::min(bytesWritten, stage.bytes);
   progress_.files = std::max(progress_.files, stage.files);
-  progress_.bytes = std::max(progress_.bytes, stage.bytes + std::min(written, size));
+  progress_.bytes =
+      std::max(progress_.bytes, stage.bytes + std::min(written, stage.target->state.size));
   progress_.current = stage.Destination();
 }
 

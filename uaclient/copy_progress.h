@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "uaclient/uaclient.h"
 #include "uaclient/work.h"
 
 namespace uaclient {
@@ -23,7 +22,7 @@ class CopyProgress {
  private:
   // A target with what comes before it.
   struct Stage {
-    const Copy* item;
+    const Copy* copy;
     const Target* target;
     std::uint64_t files;
     std::uint64_t bytes;

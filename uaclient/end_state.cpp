@@ -1,43 +1,23 @@
 #include "uaclient/end_state.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstdint>
-#include <initializer_list>
 #include <unordered_map>
 #include <unordered_set>
-#include <utility>
 
-#include "uaclient/file_access.h"
 #include "uaclient/path.h"
 #include "uaclient/places.h"
-#include "uaclient/win32.h"
 #include "uaclient/words.h"
 
 namespace uaclient {
 namespace {
-
-using Kind = CopyItem::Kind;
 
 // How many of an item's faults its reason names.
 constexpr std::size_t kNamedFaults = 3;
 
 constexpr wchar_t kChanged[] = L": the source has changed while the helper worked. Copy it again.";
 
-// What keeps a file from being copied, as far as it shows afterwards.
-std::wstring LikelyCause(const std::wstring& source, const std::wstring& destination) {
-  if (IsFolder(source)) return L".";
-  std::wstring fault = ReadingFault(source);
-  if (!fault.empty()) return L": the source" + fault;
-  WIN32_FIND_DATAW there = {};
-  there.dwFileAttributes = GetFileAttributesW(destination.c_str());
-  if (there.dwFileAttributes == INVALID_FILE_ATTRIBUTES) return L".";
-  fault = EntryOf(there).IsProtected() ? kIsProtected : OverwritingFault(destination);
-  return fault.empty() ? L": it could not be replaced. Look at its attributes and its access list."
-                       : L": it" + fault;
-}
-
-// A file whose content is compared with its source's.
+// What is in the source, and what should be like it at the destination.
 struct Pair {
   std::size_t item;
   std::wstring name;
@@ -45,68 +25,82 @@ struct Pair {
   std::wstring destination;
   std::uint64_t size;
   bool hasChanged;  // the source, since the check
+  const Entry* there = nullptr;
   Equality result = Equality::kStopped;
 };
+
+// What has kept it from being copied, as far as it shows afterwards.
+std::wstring LikelyCause(const Pair& pair) {
+  if (pair.hasChanged) return kChanged;
+  std::wstring fault = ReadingFault(pair.source);
+  if (!fault.empty()) return L": the source" + fault;
+  if (pair.there == nullptr) return L".";
+  fault = pair.there->IsProtected() ? kIsProtected : OverwritingFault(pair.destination);
+  return fault.empty() ? L": it could not be replaced. Look at its attributes and its access list."
+                       : L": it" + fault;
+}
 
 class Judge {
  public:
   Judge(const std::vector<Copy>& copies, Comparison comparison, const Tick& tick,
-        Progress& progress)
-      : copies_(copies), comparison_(comparison), tick_(tick), progress_(progress) {
+        Progress& progress, std::vector<Item>& items)
+      : copies_(copies), comparison_(comparison), tick_(tick), progress_(progress), items_(items) {
     progress_.files = progress_.bytes = 0;
     progress_.comparing = true;
     progress_.current.clear();
-    for (const Copy& item : copies) {
-      if (item.kind != Kind::kFile || !item.isUsable) continue;
-      const Spot spot = folders_.FileAt(item.destination);
+    for (const Copy& copy : copies) {
+      if (copy.step.kind != Step::Kind::kCopyFile || !copy.isUsable) continue;
+      const Spot spot = folders_.SpotOf(copy.step.destination, true);
       brought_.insert(spot.Key());
       brought_.insert(spot.folder->keys.begin(), spot.folder->keys.end());
     }
   }
 
-  void JudgeItems(std::vector<Item>& items) {
-    for (at_ = 0; at_ < copies_.size(); ++at_) JudgeItem(copies_[at_]);
+  void JudgeItems() {
+    for (const Copy& copy : copies_) JudgeItem(copy);
     ComparePairs();
-    for (std::size_t i = 0; i < copies_.size(); ++i) {
-      const std::vector<std::wstring>& faults = faults_[i];
-      items[i].done = faults.empty();
-      if (faults.empty()) continue;
-      std::wstring& reason = items[i].reason = faults[0];
-      for (std::size_t k = 1; k < std::min(faults.size(), kNamedFaults); ++k) {
-        reason += L" " + faults[k];
+    for (const Copy& copy : copies_) {
+      Item& item = items_[copy.item];
+      const std::size_t faults = faults_[copy.item];
+      item.done = faults == 0;
+      if (faults > kNamedFaults) {
+        item.reason += L" And " + std::to_wstring(faults - kNamedFaults) + L" more.";
       }
-      if (faults.size() > kNamedFaults) {
-        reason += L" And " + std::to_wstring(faults.size() - kNamedFaults) + L" more.";
+      if (!item.done && copy.step.deletedFiles != 0) {
+        item.reason += L" The folder's old content is gone.";
       }
-      if (copies_[i].losesFiles) reason += L" The folder's old content is gone.";
     }
   }
 
  private:
-  void Fault(const wchar_t* text, Parts parts) { faults_[at_].push_back(Filled(text, parts)); }
-  void Fault(const wchar_t* text, const Pair& pair) {
-    const bool isNamed = faults_[at_].size() < kNamedFaults;  // to find a cause takes long
-    Fault(text, {pair.name, pair.hasChanged ? kChanged
-                            : isNamed       ? LikelyCause(pair.source, pair.destination)
-                                            : L""});
+  bool NamesNext() const { return faults_[at_] < kNamedFaults; }
+  void Fault(const wchar_t* text, Parts parts) {
+    std::wstring& reason = items_[at_].reason;
+    if (NamesNext()) reason += (reason.empty() ? L"" : L" ") + Filled(text, parts);
+    ++faults_[at_];
+  }
+  void Fault(const wchar_t* text, const Pair& pair) {  // to find a cause takes long
+    Fault(text, {pair.name, NamesNext() ? LikelyCause(pair) : L""});
   }
 
-  void JudgeItem(const Copy& item) {
-    const Entry* const from = item.isUsable ? folders_.Find(item.source) : nullptr;
+  void JudgeItem(const Copy& copy) {
+    at_ = copy.item;
+    const std::wstring source = copy.step.source;
+    const Entry* const from = copy.isUsable ? folders_.Find(source) : nullptr;
     if (from == nullptr || from->error != 0) {
-      return Fault(item.isUsable ? L"The source cannot be seen any more."
+      return Fault(copy.isUsable ? L"The source cannot be seen any more."
                                  : L"Its source or destination is no path that could be looked at.",
                    {});
     }
-    const TreeListing now = ListTree(item.source, *from, Links::kFollowedOnce);
-    JudgeListing(item.source, now);
-    if (item.kind == Kind::kReplaceFolder) JudgeLeftovers(item.destination, now);
+    const TreeListing now = ListTree(source, *from, Links::kFollowedOnce);
+    JudgeListing(source, now);
+    if (copy.step.kind == Step::Kind::kReplaceFolder) JudgeLeftovers(copy.step.destination, now);
 
     std::unordered_map<std::wstring, const Target*> before;  // by paths in upper case
-    for (const Target& target : item.targets) before.emplace(UpperCase(target.path), &target);
+    for (const Target& target : copy.targets) before.emplace(UpperCase(target.path), &target);
     for (const TreeEntry& entry : now.entries) {
       const auto was = before.find(UpperCase(entry.path));
-      JudgeEntry(item, entry, was == before.end() ? nullptr : was->second);
+      JudgeEntry(copy, entry, was == before.end() ? nullptr : was->second);
       if (was != before.end()) before.erase(was);
     }
     for (const auto& [path, target] : before) {
@@ -129,26 +123,23 @@ class Judge {
     for (const TreeEntry& entry : there.entries) {
       if (expected.count(UpperCase(entry.path)) != 0) continue;
       const std::wstring path = Below(destination, entry.path);
-      const bool isBrought =
-          !brought_.empty() && brought_.count(entry.isFolder ? folders_.At(path).keys[0]
-                                                             : folders_.FileAt(path).Key()) != 0;
-      if (isBrought) continue;
+      if (brought_.count(folders_.SpotOf(path, !entry.isFolder).Key()) != 0) continue;
       Fault(L"{} is not in the source: it could not be deleted, or another program put it there.",
             {Quoted(entry.path)});
     }
   }
 
-  void JudgeEntry(const Copy& item, const TreeEntry& now, const Target* before) {
+  void JudgeEntry(const Copy& copy, const TreeEntry& now, const Target* before) {
     const std::wstring name = (now.isFolder ? L"The folder " : L"") + Quoted(now.path);
-    const Pair pair = {at_,
-                       !now.path.empty() ? name
-                       : now.isFolder    ? L"The folder"
-                                         : L"It",
-                       Below(item.source, now.path),
-                       Below(item.destination, now.path),
-                       now.state.size,
-                       before == nullptr || !(before->state == now.state)};
-    const Entry* const there = folders_.Find(pair.destination);
+    Pair pair = {at_,
+                 !now.path.empty() ? name
+                 : now.isFolder    ? L"The folder"
+                                   : L"It",
+                 Below(copy.step.source, now.path),
+                 Below(copy.step.destination, now.path),
+                 now.state.size,
+                 before == nullptr || !(before->state == now.state)};
+    const Entry* const there = pair.there = folders_.Find(pair.destination);
     if (there != nullptr && there->error != 0) {
       return Fault(L"{} is not visible to this user, so it could not be compared.", {pair.name});
     }
@@ -198,8 +189,9 @@ class Judge {
   const Comparison comparison_;
   const Tick& tick_;
   Progress& progress_;
-  std::size_t at_ = 0;                                             // the item that is looked at
-  std::vector<std::vector<std::wstring>> faults_{copies_.size()};  // by item
+  std::vector<Item>& items_;
+  std::size_t at_ = 0;  // the item that is looked at
+  std::vector<std::size_t> faults_ = std::vector<std::size_t>(items_.size());  // how many, by item
   std::vector<Pair> pairs_;
   Folders folders_;
   // Keys of what file items bring, and of the folders above.
@@ -210,7 +202,7 @@ class Judge {
 
 void JudgeEndState(const std::vector<Copy>& copies, Comparison comparison, const Tick& tick,
                    Progress& progress, std::vector<Item>& items) {
-  Judge(copies, comparison, tick, progress).JudgeItems(items);
+  Judge(copies, comparison, tick, progress, items).JudgeItems();
 }
 
 }  // namespace uaclient

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "uaclient/file_access.h"
-#include "uaclient/uaclient.h"
 #include "uaclient/work.h"
 
 namespace uaclient {

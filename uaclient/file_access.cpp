@@ -1,7 +1,5 @@
 #include "uaclient/file_access.h"
 
-#include <windows.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>

@@ -1,7 +1,5 @@
 #include "uaclient/jobs.h"
 
-#include <windows.h>
-
 #include <comdef.h>
 #include <taskschd.h>
 #include <wrl/client.h>
@@ -105,9 +103,6 @@ Work WorkOn(const Job& job, const Step& step, Parts faults) {
     if (!fault.empty()) work.result.report.findings.push_back({Severity::kError, fault, {}});
   }
   work.result.report.steps.push_back(step);
-  Item& item = work.result.items.emplace_back();
-  item.job = job.name;
-  item.isDeletion = step.deletes;
   work.task = TaskOf(job);
   return work;
 }

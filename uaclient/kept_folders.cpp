@@ -1,9 +1,6 @@
 #include "uaclient/kept_folders.h"
 
-#include <windows.h>
-
 #include <objbase.h>
-#include <shlobj.h>
 
 #include "uaclient/helper_files.h"
 #include "uaclient/helper_process.h"

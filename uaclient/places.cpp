@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <iterator>
 
 #include "uaclient/path.h"
 
@@ -15,10 +14,8 @@ constexpr std::size_t kMaxHeld = 500;
 
 // Every other error leaves open what is there.
 bool MeansMissing(DWORD error) {
-  constexpr DWORD kMissing[] = {
-      ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND,       ERROR_INVALID_NAME, ERROR_BAD_PATHNAME,
-      ERROR_DIRECTORY,      ERROR_FILENAME_EXCED_RANGE, ERROR_INVALID_DRIVE};
-  return std::find(std::begin(kMissing), std::end(kMissing), error) != std::end(kMissing);
+  return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ||
+         error == ERROR_INVALID_NAME || error == ERROR_DIRECTORY;
 }
 
 // L"" where the system gives no numbers.
@@ -79,7 +76,8 @@ const Folder& Folders::At(const std::wstring& fullPath) {
   return folders_.emplace(fullPath, std::move(folder)).first->second;
 }
 
-Spot Folders::FileAt(const std::wstring& fullPath) {
+Spot Folders::SpotOf(const std::wstring& fullPath, bool isFile) {
+  if (!isFile) return {&At(fullPath), {}};
   return {&At(ParentOf(fullPath)), UpperCase(NameOf(fullPath))};
 }
 

@@ -50,8 +50,9 @@ class Folders {
   // The folder at a full path, links followed. Stays where it is.
   const Folder& At(const std::wstring& fullPath);
 
-  // The file, or whatever else is or may be, at a full path that is no root; links not followed.
-  Spot FileAt(const std::wstring& fullPath);
+  // That folder, or the file, or whatever else is or may be, at a full path that is no root; links
+  // not followed.
+  Spot SpotOf(const std::wstring& fullPath, bool isFile);
 
   // What stands at a full path, links not followed; null when nothing does.
   const Entry* Find(const std::wstring& fullPath);

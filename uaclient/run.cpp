@@ -44,10 +44,14 @@ void CALLBACK RemoveTraces(PTP_CALLBACK_INSTANCE, void* context, PTP_WAIT wait, 
 class HelperRun {
  public:
   HelperRun(Work work, const Options& options) : work_(std::move(work)), options_(options) {
-    for (const Copy& copy : work_.copies) {
-      Item& item = work_.result.items.emplace_back();
-      item.source = copy.source;
-      item.destination = copy.destination;
+    const std::vector<Step>& steps = work_.result.report.steps;
+    work_.result.items.resize(steps.size());
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+      Item& item = work_.result.items[IsJob() ? i : work_.copies[i].item];
+      item.source = steps[i].source;
+      item.destination = steps[i].destination;
+      item.job = steps[i].job;
+      item.isDeletion = steps[i].kind == Step::Kind::kDeleteJob;
     }
   }
   ~HelperRun() {
@@ -193,7 +197,7 @@ class HelperRun {
       result.status = Status::kIncomplete;
       result.reason = std::wstring(L"The helper reports success, but the job is ") +
                       (item.isDeletion ? L"still" : L"not") + L" there.";
-    } else if (now == JobState::kUnknown && !(item.isDeletion && jobBefore_ == JobState::kThere)) {
+    } else if (now == JobState::kUnknown && (!item.isDeletion || jobBefore_ != JobState::kThere)) {
       item.reason =
           L"The helper reports success, but this user cannot see the job: it may be another "
           L"user's.";

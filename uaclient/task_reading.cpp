@@ -11,11 +11,11 @@
 
 #include "corekit/text.h"
 #include "inifile/ini_parser.h"
-#include "uaclient/copies.h"
 #include "uaclient/file_access.h"
 #include "uaclient/jobs.h"
 #include "uaclient/path.h"
 #include "uaclient/words.h"
+#include "uaclient/work.h"
 #include "uactask/operation_list.h"
 #include "uactask/task_file.h"
 #include "uactask/task_file_op.h"
@@ -27,6 +27,7 @@
 namespace uaclient {
 namespace {
 
+using namespace xmlstore;  // NOLINT
 using boost::property_tree::ptree;
 using Task = UACTaskScheduler;
 
@@ -131,26 +132,6 @@ void CheckOrder(const Items& items, FileFindings& found) {
   }
 }
 
-// `operations` are in the order of the keys, as the items are.
-void SurveyItems(const Items& items, const std::vector<Operation>& operations,
-                 const Options& options, Work& work, FileFindings& found) {
-  std::vector<std::size_t> lines;
-  for (const auto& [key, line] : items) {
-    const Operation& operation = operations[lines.size()];
-    lines.push_back(line);
-    Copy& copy = work.copies.emplace_back();
-    if (operation.isFolder) copy.kind = CopyItem::Kind::kReplaceFolder;
-    copy.source = Utf8ToWide(operation.source);
-    copy.destination = Utf8ToWide(operation.destination);
-  }
-  SurveyCopies(work, Origin::kList, options);
-  for (Finding& finding : found.report.findings) {
-    if (finding.item == Finding::kNoItem) continue;
-    finding.file = found.file;
-    finding.line = lines[std::exchange(finding.item, Finding::kNoItem)];
-  }
-}
-
 // Reads the list in `work`, which stands in this file, and adds to the work.
 void ReadList(const std::wstring& file, const Options& options, Work& work) {
   const char* const text = work.list.c_str();  // like the helper's, it ends at a NUL
@@ -175,7 +156,15 @@ void ReadList(const std::wstring& file, const Options& options, Work& work) {
   if (!operations) return;  // because of what has been named
   if (items.empty()) found.Warn(0, L"The list is empty, so nothing is copied. Add an item.");
   CheckOrder(items, found);
-  SurveyItems(items, *operations, options, work, found);
+  for (const auto& [key, line] : items) {
+    const Operation& operation = (*operations)[work.copies.size()];  // these are ordered alike
+    Copy& copy = work.copies.emplace_back();
+    copy.line = line;
+    if (operation.isFolder) copy.step.kind = Step::Kind::kReplaceFolder;
+    copy.step.source = Utf8ToWide(operation.source);
+    copy.step.destination = Utf8ToWide(operation.destination);
+  }
+  SurveyCopies(work, options, file);
 }
 
 constexpr std::int32_t kType = -1;  // beside the parameters
@@ -311,16 +300,14 @@ class TaskReader {
   }
 
   void ReadJob() {
-    Item& job = work_.result.items.emplace_back();
-    job.job = Text(Task::kTaskName);
-    job.isDeletion = Text(Task::kExeArguments).empty();
-    found_.Warn(Line(Task::kTaskName), JobNameFault(L"\"task_name\"", job.job));
+    const std::wstring name = Text(Task::kTaskName);
+    const bool isDeletion = Text(Task::kExeArguments).empty();
+    found_.Warn(Line(Task::kTaskName), JobNameFault(L"\"task_name\"", name));
     for (const auto param : {Task::kTimeType, Task::kTimeWeekday, Task::kTimeMonthday}) {
       Must(param, Number(param).has_value(), Severity::kError, L"a number, also to delete a job");
     }
     if (found_.report.helperFails) return;  // before it does anything
-    work_.result.report.steps.push_back(job.isDeletion ? ReadDeletion(job.job)
-                                                       : ReadRegistration(job.job));
+    found_.report.steps.push_back(isDeletion ? ReadDeletion(name) : ReadRegistration(name));
   }
 
   // It is meant when the key is there, no program is, and no line is odd that may have been the

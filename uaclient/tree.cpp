@@ -1,6 +1,5 @@
 #include "uaclient/tree.h"
 
-#include "fileop/tree_walk.h"
 #include "uaclient/path.h"
 #include "uaclient/win32.h"
 #include "uaclient/words.h"
@@ -18,49 +17,36 @@ FileState StateOf(const Data& data) {
           Join(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime)};
 }
 
-class Lister {
- public:
-  Lister(const std::wstring& root, Links links, TreeListing& tree)
-      : root_(Verbatim(root)), links_(links), tree_(tree) {}
-
+struct Lister {
   void Add(const std::wstring& path, Entry entry, bool behindLink) {
-    const bool follows = links_ == Links::kFollowedOnce;
-    if (follows && entry.isLink && behindLink) {
-      tree_.faults.push_back({path, 0});
-      return;
-    }
-    if (follows && entry.isLink && !entry.isFolder &&
-        !ReadFileState(Below(root_, path), entry.state)) {
-      tree_.faults.push_back({path, GetLastError()});
-      return;
-    }
     constexpr std::size_t kDeepest = 1024;  // no copy comes as far, and the stack ends somewhere
-    if (path.size() > kDeepest) {
-      tree_.faults.push_back({path, ERROR_FILENAME_EXCED_RANGE});
-      return;
+    const bool isFollowed = followsLinks && entry.isLink;
+    const auto fail = [&](DWORD error) { tree.faults.push_back({path, error}); };
+    if (path.size() > kDeepest) return fail(ERROR_FILENAME_EXCED_RANGE);
+    if (isFollowed && behindLink) return fail(0);
+    if (isFollowed && !entry.isFolder && !ReadFileState(Below(root, path), entry.state)) {
+      return fail(GetLastError());
     }
-    tree_.entries.push_back({entry, path});
-    if (entry.isFolder && (follows || !entry.isLink)) {
-      List(path, behindLink || (entry.isLink && !path.empty()));
+    tree.entries.push_back({entry, path});
+    if (entry.isFolder && (isFollowed || !entry.isLink)) {
+      List(path, behindLink || (isFollowed && !path.empty()));
     }
   }
 
- private:
   void List(const std::wstring& path, bool behindLink) {
-    const std::wstring pattern = WithSeparator(Below(root_, path)) + L"*";
+    const std::wstring pattern = WithSeparator(Below(root, path)) + L"*";
     const DWORD error = ForEachEntry(pattern, [&](const WIN32_FIND_DATAW& data) {
       Add(path.empty() ? data.cFileName : path + L"\\" + data.cFileName, EntryOf(data), behindLink);
       return true;
     });
     // On an empty drive nothing is found, not even ".". As a source the helper refuses it.
-    const bool isEmpty =
-        error == ERROR_FILE_NOT_FOUND && (links_ == Links::kNotFollowed || !path.empty());
-    if (error != 0 && !isEmpty) tree_.faults.push_back({path, error});
+    const bool isEmpty = error == ERROR_FILE_NOT_FOUND && (!followsLinks || !path.empty());
+    if (error != 0 && !isEmpty) tree.faults.push_back({path, error});
   }
 
-  const std::wstring root_;
-  const Links links_;
-  TreeListing& tree_;
+  std::wstring root;
+  bool followsLinks;
+  TreeListing& tree;
 };
 
 }  // namespace
@@ -81,7 +67,7 @@ Entry EntryOf(const WIN32_FIND_DATAW& data) {
 
 TreeListing ListTree(const std::wstring& fullPath, const Entry& root, Links links) {
   TreeListing tree;
-  Lister(fullPath, links, tree).Add({}, root, false);
+  Lister{Verbatim(fullPath), links == Links::kFollowedOnce, tree}.Add({}, root, false);
   return tree;
 }
 

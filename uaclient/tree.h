@@ -25,8 +25,8 @@ struct Entry {
   DWORD attributes = 0;
   bool isFolder = false;
   bool isLink = false;  // by its reparse tag, as the helper tells links
-  FileState state;
-  DWORD error = 0;  // why it cannot be seen; 0 when it can
+  FileState state;      // of a file
+  DWORD error = 0;      // why it cannot be seen; 0 when it can
 
   // Windows copies over no file that has one of these.
   bool IsProtected() const {

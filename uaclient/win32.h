@@ -3,25 +3,20 @@
 
 #include <windows.h>
 
-#include <memory>
 #include <string>
-#include <type_traits>
+
+#include "fileop/tree_walk.h"
 
 namespace corekit {}
 namespace uactask {}
-namespace xmlstore {}
 
 namespace uaclient {
 
-using namespace corekit;   // NOLINT: what the client uses of the libraries below
-using namespace uactask;   // NOLINT
-using namespace xmlstore;  // NOLINT
+using namespace corekit;  // NOLINT: what the client uses of the libraries below
+using namespace uactask;  // NOLINT
 
 // Closes a handle; one that is INVALID_HANDLE_VALUE counts as none.
-struct HandleCloser {
-  void operator()(HANDLE handle) const { CloseHandle(handle); }
-};
-class Handle : public std::unique_ptr<std::remove_pointer_t<HANDLE>, HandleCloser> {
+class Handle : public fileop::Handle {
  public:
   explicit Handle(HANDLE handle = nullptr)
       : unique_ptr(handle == INVALID_HANDLE_VALUE ? nullptr : handle) {}

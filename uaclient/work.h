@@ -18,19 +18,18 @@ struct Target : TreeEntry {
 
 // An item of a plan or a list.
 struct Copy {
-  CopyItem::Kind kind = CopyItem::Kind::kFile;
-  std::wstring source;  // full paths where it is usable
-  std::wstring destination;
+  Step step;             // with full paths where it is usable
+  std::size_t item = 0;  // its place in the plan or the list
+  std::size_t line = 0;  // of the list's file
 
   // What its survey finds out.
   std::vector<Target> targets;
-  bool isUsable = false;    // or nothing can come of it
-  bool losesFiles = false;  // those at the destination
+  bool isUsable = false;  // or nothing can come of it
 };
 
 struct Work {
-  Result result;                // the check's report, and the item of a job
-  std::vector<Copy> copies;     // one for each item, unless it is a job
+  Result result;                // the check's report, with a step for each item
+  std::vector<Copy> copies;     // one for each item, unless it is a job; in the helper's order
   std::vector<Claimed> claims;  // what the copies read, write and delete
 
   // What the helper is given. Where there is a list, the task file is one that names it.
@@ -49,7 +48,11 @@ Work WorkOf(const Job& job, const Options& options, Hold hold);
 Work WorkOf(const JobRemoval& removal, const Options& options, Hold hold);
 Work WorkOf(const TaskFile& task, const Options& options, Hold hold);
 
-// The numbers of the copies in the order in which the helper comes to them.
-std::vector<std::size_t> HelpersOrder(const std::vector<Copy>& copies);
+// Puts the work's copies into the helper's order and adds what they would do: every file and folder
+// that they bring, what they delete, and what is wrong with them. Each tree is listed once. What
+// somebody wrote into a list the helper tries, item by item, so most that is wrong with one is a
+// warning in its file. A plan, which has no such file, is refused for it, and gets a list. Copies
+// of a list are files and replaced folders only.
+void SurveyCopies(Work& work, const Options& options, const std::wstring& listFile = {});
 
 }  // namespace uaclient
