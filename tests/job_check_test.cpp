@@ -16,7 +16,7 @@ using uaclient::Job;
 using Every = Job::Every;
 
 TEST(JobCheck, NamesEachMistakeOnce) {
-  const std::wstring program = Utf8ToWide(OwnProgram());
+  const std::wstring program = L"C:\\windows\\system32\\notepad.exe";
   const struct {
     std::function<void(Job&)> change;
     const char* finding;  // a part of the one finding's text; "" for none
