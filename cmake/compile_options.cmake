@@ -44,8 +44,8 @@ function(uactask_executable_options target)
   endif()
 endfunction()
 
-# For every target of which something ships: what a debugger needs for functions and lines. The rest would add a third to the
-# time that compiling takes; a debug build has it.
+# For every target of which something ships: what a debugger needs for functions and lines. The rest would add a third to
+# the time that compiling takes; a debug build has it.
 function(uactask_debug_symbols target)
   target_compile_options(${target} PRIVATE $<$<AND:$<BOOL:${MINGW}>,$<CONFIG:Release>>:-g1>)
 endfunction()
