@@ -7,6 +7,9 @@
 
 namespace xmlstore {
 
+// The child under which Boost's reader puts the attributes of an element.
+constexpr char kAttributes[] = "<xmlattr>";
+
 // Why a text is not accepted as a document.
 struct DocumentError {
   std::string message;

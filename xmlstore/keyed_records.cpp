@@ -3,16 +3,16 @@
 #include <utility>
 #include <vector>
 
+#include "xmlstore/document.h"
 #include "xmlstore/status.h"
 
 namespace {
 
 using boost::property_tree::ptree;
+using xmlstore::kAttributes;
 using xmlstore::kStatusFailed;
 using xmlstore::kStatusOk;
 using Record = KeyedRecords::mapped_type;
-
-const std::string kAttributes = "<xmlattr>";
 
 const std::string& AttributeOr(const ptree& attributes, const std::string& name,
                                const std::string& defaultText) {

@@ -17,13 +17,13 @@
 namespace {
 
 using boost::property_tree::ptree;
+using xmlstore::kAttributes;
 using xmlstore::kStatusFailed;
 using xmlstore::kStatusOk;
 
 constexpr std::int32_t kTrue = 1;
 constexpr std::int32_t kFalse = 0;
 
-constexpr char kAttributes[] = "<xmlattr>";
 constexpr char kItem[] = "item";
 constexpr char kItemValue[] = "<xmlattr>.key";
 
