@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
-#include <regex>
 #include <set>
 #include <string>
 #include <type_traits>
@@ -19,6 +18,7 @@
 #include <vector>
 
 #include "corekit/text.h"
+#include "support.h"
 #include "uactask/weekly_monthly_trigger.h"
 
 namespace fake_task_scheduler {
@@ -165,9 +165,9 @@ Object Has(const std::vector<Method>& methods) {
 }
 
 inline HRESULT PutStartBoundary(Object* self, BSTR start) {
-  static const std::regex valid("'\\d{4}-[01]\\d-[0-3]\\dT[0-2]\\d:[0-5]\\d:[0-5]\\d'");
+  const char* const valid = "'\\d{4}-[01]\\d-[0-3]\\dT[0-2]\\d:[0-5]\\d:[0-5]\\d'";
   const HRESULT status = self->Step(15, start);
-  return SUCCEEDED(status) && !std::regex_match(Text(start), valid) ? E_INVALIDARG : status;
+  return SUCCEEDED(status) && !Matches(Text(start), valid) ? E_INVALIDARG : status;
 }
 
 inline const Method kPutId = Takes<9, BSTR>("put_Id");

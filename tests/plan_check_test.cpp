@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,12 +30,11 @@ class PlanCheck : public testing::Test {
  protected:
   CopyPlan PlanOf(const std::string& items) const {
     CopyPlan plan;
-    const std::regex item("(!?)([^>,]*)>([^>,]*)");
-    const std::string text = Replaced(items, "@", root_);
-    for (std::sregex_iterator at(text.begin(), text.end(), item), end; at != end; ++at) {
-      const std::wstring source = Utf8ToWide((*at)[2]);
-      const std::wstring destination = Utf8ToWide((*at)[3]);
-      if ((*at)[1].length() != 0) {
+    for (const std::vector<std::string>& item :
+         MatchesIn(Replaced(items, "@", root_), "(!?)([^>,]*)>([^>,]*)")) {
+      const std::wstring source = Utf8ToWide(item[2]);
+      const std::wstring destination = Utf8ToWide(item[3]);
+      if (!item[1].empty()) {
         plan.ReplaceFolder(source, destination);
       } else if (source.back() == L'/') {
         plan.Folder(source, destination);

@@ -9,7 +9,6 @@
 #include <boost/lexical_cast.hpp>
 #include <functional>
 #include <map>
-#include <regex>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -95,15 +94,14 @@ using Step = std::array<std::string, 3>;
 std::vector<Step> StepsOf(int kind) {
   const char* const triggers[] = {"", "", "IDailyTrigger", "IWeeklyTrigger", "IMonthlyTrigger"};
   const std::string digit = std::to_string(kind);
-  std::string text = std::regex_replace(kSteps, std::regex("@"), triggers[kind]);
-  text = std::regex_replace(text, std::regex("#"), digit);
-  const std::regex row("\n\\d*" + digit + "\\d*\\|([^|\n]+)\\|?([^|\n]*)\\|?([^\n]*)");
+  const std::string text = ReplaceMatches(ReplaceMatches(kSteps, "@", triggers[kind]), "#", digit);
+  const std::string row = "\n\\d*" + digit + "\\d*\\|([^|\n]+)\\|?([^|\n]*)\\|?([^\n]*)";
   std::vector<Step> steps;
-  for (std::sregex_iterator at(text.begin(), text.end(), row), end; at != end; ++at) {
-    std::string line = (*at)[2];
+  for (const std::vector<std::string>& groups : MatchesIn(text, row)) {
+    std::string line = groups[2];
     if (!line.empty() && line[0] != '\\') line = "TaskScheduler: " + line + ",8004abcd\n";
     if (line[0] == '\\') line = "\n" + line.substr(2) + ": 8004abcd";
-    steps.push_back({(*at)[1], line, (*at)[3]});
+    steps.push_back({groups[1], line, groups[3]});
   }
   return steps;
 }

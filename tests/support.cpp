@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <regex>
 
 #include "corekit/text.h"
 #include "fileop/file_system.h"
@@ -56,6 +57,25 @@ void WriteFileBytes(const std::string& path, const std::string& bytes) {
   std::ofstream file(std::filesystem::path(Utf8ToWide(path)), std::ios::binary);
   file << bytes << std::flush;
   ASSERT_TRUE(file) << path;
+}
+
+bool Matches(const std::string& text, const std::string& pattern) {
+  return std::regex_match(text, std::regex(pattern));
+}
+
+std::string ReplaceMatches(const std::string& text, const std::string& pattern,
+                           const std::string& by) {
+  return std::regex_replace(text, std::regex(pattern), by);
+}
+
+std::vector<std::vector<std::string>> MatchesIn(const std::string& text,
+                                                const std::string& pattern) {
+  const std::regex compiled(pattern);
+  std::vector<std::vector<std::string>> matches;
+  for (std::sregex_iterator at(text.begin(), text.end(), compiled), end; at != end; ++at) {
+    matches.emplace_back(at->begin(), at->end());
+  }
+  return matches;
 }
 
 std::string ReadFileBytes(const std::string& path) {

@@ -50,6 +50,15 @@ void MakeFolders(const std::string& path);
 void WriteTree(const std::string& folder, const Tree& tree);
 Tree ReadTree(const std::string& folder);
 
+// Whether a regular expression (as in ECMAScript) matches the whole text; the text with each match
+// replaced, "$1" standing for its first group; and the groups of each match, the whole one first.
+// Here alone <regex> is compiled, which takes longer than most of the tests' own code.
+bool Matches(const std::string& text, const std::string& pattern);
+std::string ReplaceMatches(const std::string& text, const std::string& pattern,
+                           const std::string& by);
+std::vector<std::vector<std::string>> MatchesIn(const std::string& text,
+                                                const std::string& pattern);
+
 // Also for what the library under test could not remove: long paths and read-only files.
 void RemoveTreeForSure(const std::string& folder);
 

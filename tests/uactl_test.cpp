@@ -6,7 +6,6 @@
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -68,7 +67,7 @@ class Uactl : public testing::Test {
   // The lines, all fit to be shown, by which it refuses what was asked for.
   static std::string Refusal(const Strings& arguments, unsigned long exitCode = 2) {
     std::string text = Says(exitCode, arguments);
-    EXPECT_TRUE(std::regex_match(text, std::regex("(uactl: [^\\x01-\\x1F\\x7F]+\n)+"))) << text;
+    EXPECT_TRUE(Matches(text, "(uactl: [^\\x01-\\x1F\\x7F]+\n)+")) << text;
     return text;
   }
   // What it says to programs: nothing else, and in ASCII.
@@ -76,7 +75,7 @@ class Uactl : public testing::Test {
     arguments.insert(arguments.begin() + 1, "--json");
     const ProgramResult result = RunProgram("uactl.exe", arguments);
     EXPECT_EQ(result.exitCode, exitCode) << testing::PrintToString(arguments) << result.errors;
-    EXPECT_TRUE(std::regex_match(result.output, std::regex("[\\n -~]+"))) << result.output;
+    EXPECT_TRUE(Matches(result.output, "[\\n -~]+")) << result.output;
     const Json json = Json::parse(result.output, nullptr, false);
     EXPECT_EQ(json.value("exit", 9U), exitCode);
     for (const char* list : {"findings", "steps", "items"}) EXPECT_TRUE(json[list].is_array());
@@ -125,7 +124,7 @@ TEST_F(Uactl, ExplainsItself) {
       EXPECT_EQ(isKnown, help.find("\n  " + option) != std::string::npos) << command << option;
     }
   }
-  EXPECT_TRUE(std::regex_match(Says(0, {"--version"}), std::regex("uactl \\d+\\.\\d+\\.\\d+\n")));
+  EXPECT_TRUE(Matches(Says(0, {"--version"}), "uactl \\d+\\.\\d+\\.\\d+\n"));
 }
 
 // Bad arguments, each with what must be named; and what is typed by habit, with what to write
@@ -259,14 +258,14 @@ TEST_F(Uactl, CopiesAllAtOnce) {
 
   const std::string done = "4 files, 14 bytes, \\d+\\.\\d s\n";
   const std::string told = Says(0, copy({"--replace"}));
-  EXPECT_TRUE(std::regex_match(told, std::regex(done + "uactl: plan: [^\n]+\n")));
+  EXPECT_TRUE(Matches(told, done + "uactl: plan: [^\n]+\n"));
   EXPECT_THAT(told, HasSubstr("plan: " + step["text"].get<std::string>()));
   EXPECT_EQ(ReadTree(folder_ / "old/"), kTree);
   EXPECT_EQ(ReadFileBytes(folder_ / "made/ü a.txt"), "near");
 
   // Nothing is deleted, and so nothing is told before the start.
   WriteTree(folder_.Path(), {{"file", "older"}, {"old/kept", "k"}});
-  EXPECT_TRUE(std::regex_match(Says(0, copy({})), std::regex(done)));
+  EXPECT_TRUE(Matches(Says(0, copy({})), done));
   EXPECT_EQ(ReadFileBytes(folder_ / "file") + ReadFileBytes(folder_ / "old/kept"), "fark");
 
   // What did not arrive is named; the rest did.
@@ -361,7 +360,7 @@ TEST_F(Uactl, ChecksAndRunsTaskFiles) {
        1,
        1,
        {"harm.xml:1: warning: ", "\"uactl run\" does not start it."}},
-      {std::regex_replace(job, std::regex("time_type=2"), "time_type=5") + "\nexe_arguments=a\n",
+      {ReplaceMatches(job, "time_type=2", "time_type=5") + "\nexe_arguments=a\n",
        2,
        1,
        {"plan: deletes the job \"" + kJob, "plan: the helper fails with exit code 1"}},
