@@ -38,7 +38,8 @@ class Surveyor {
   void Survey() {
     for (std::size_t i = 0; i < copies_.size(); ++i) copies_[i].item = i;
     std::stable_partition(copies_.begin(), copies_.end(),
-                          [](const Copy& copy) { return copy.step.kind == Kind::kReplaceFolder; });
+                          [](const Copy& copy) { return copy.kind == Kind::kReplaceFolder; });
+    report_.steps.resize(copies_.size());
     for (const auto look : {&Surveyor::Locate, &Surveyor::AddItem, &Surveyor::CheckPlaces,
                             &Surveyor::CheckSpace, &Surveyor::Describe}) {
       for (at_ = 0; at_ < copies_.size(); ++at_) (this->*look)(details_[at_]);
@@ -69,20 +70,21 @@ class Surveyor {
     bool isFolder = false;
   };
 
-  Step& Current() { return copies_[at_].step; }
-  bool Copies(Kind kind) const { return copies_[at_].step.kind == kind; }
+  const Copy& Current() const { return copies_[at_]; }
+  Step& CurrentStep() { return report_.steps[at_]; }
+  bool Copies(Kind kind) const { return Current().kind == kind; }
   const wchar_t* Own() const { return Copies(Kind::kCopyFile) ? L"file" : L"folder"; }
   const wchar_t* Other() const { return Copies(Kind::kCopyFile) ? L"folder" : L"file"; }
   std::wstring Source() const { return SourceOf(at_); }
   std::wstring Destination() const { return DestinationOf(at_); }
-  std::wstring SourceOf(std::size_t i) const { return Quoted(copies_[i].step.source); }
-  std::wstring DestinationOf(std::size_t i) const { return Quoted(copies_[i].step.destination); }
+  std::wstring SourceOf(std::size_t i) const { return Quoted(copies_[i].source); }
+  std::wstring DestinationOf(std::size_t i) const { return Quoted(copies_[i].destination); }
 
   // These return whether the item can go on.
   bool Doubt(const wchar_t* text, Parts parts) { return Add(Severity::kWarning, text, parts); }
   // The item, or a part of it, does not arrive.
   bool Fail(const wchar_t* text, Parts parts) {
-    if (Current().deletes) return Harm(text, parts);  // and the old content would be gone
+    if (CurrentStep().deletes) return Harm(text, parts);  // and the old content would be gone
     return Add(isPlan_ ? Severity::kError : Severity::kWarning, text, parts, true);
   }
   // It may succeed all the same, but is not tried where old content goes for it.
@@ -104,39 +106,39 @@ class Surveyor {
   // What all others are compared with is found out ahead of them.
   void Locate(Details& item) {
     Copy& copy = copies_[at_];
-    const std::wstring source =
-        CheckPath(copy.step.source, isPlan_ ? L"The source" : L"\"src\", read as UTF-8,");
-    const std::wstring destination =
-        CheckPath(copy.step.destination, isPlan_ ? L"The destination" : L"\"dec\", read as UTF-8,");
-    copy.isUsable = !source.empty() && !destination.empty() && !(isPlan_ && item.hasFailed);
+    const bool hasSource =
+        CheckPath(copy.source, isPlan_ ? L"The source" : L"\"src\", read as UTF-8,");
+    const bool hasDestination =
+        CheckPath(copy.destination, isPlan_ ? L"The destination" : L"\"dec\", read as UTF-8,");
+    copy.isUsable = hasSource && hasDestination && !(isPlan_ && item.hasFailed);
     if (!copy.isUsable) return;
-    copy.step.source = source;
-    copy.step.destination = destination;
-    item.from = folders_.Find(source);
-    item.to = folders_.Find(destination);
+    item.from = folders_.Find(copy.source);
+    item.to = folders_.Find(copy.destination);
     // A link in the place of the source is followed. One at the destination is not: it is replaced,
     // or refused.
     const bool isFile = Copies(Kind::kCopyFile);
     item.read.push_back(
-        folders_.SpotOf(source, isFile && (item.from == nullptr || !item.from->isLink)));
-    item.toSpot = folders_.SpotOf(destination, isFile || (item.to != nullptr && item.to->isLink));
+        folders_.SpotOf(copy.source, isFile && (item.from == nullptr || !item.from->isLink)));
+    item.toSpot =
+        folders_.SpotOf(copy.destination, isFile || (item.to != nullptr && item.to->isLink));
     sources_.try_emplace(item.read[0].Key(), at_);
     if (Copies(Kind::kReplaceFolder)) deleted_.try_emplace(item.toSpot.Key(), at_);
     if (Copies(Kind::kAddFolder)) added_.try_emplace(item.toSpot.Key(), at_);
   }
 
-  // The full path; L"" when there is none. What is odd in a list the helper tries.
-  std::wstring CheckPath(const std::wstring& path, const wchar_t* name) {
+  // Makes it the full path; false when there is none. What is odd in a list the helper tries.
+  bool CheckPath(std::wstring& path, const wchar_t* name) {
     std::wstring full;
     const std::wstring fault = PathFault(path, name, full);
     if (!fault.empty()) !path.empty() && full.empty() ? Harm(L"{}", {fault}) : Fail(L"{}", {fault});
-    if (full.empty()) return full;
+    if (full.empty()) return false;
     CheckDrive(path, full);
     if (Copies(Kind::kCopyFile) && (path.back() == L'\\' || path.back() == L'/')) {
       Fail(L"{} ends like a folder, but the item copies a file. Write the file's name.",
            {Quoted(path)});
     }
-    return full;
+    path = full;
+    return true;
   }
 
   // What is wrong with a drive is said once.
@@ -203,15 +205,14 @@ class Surveyor {
   }
 
   std::vector<TreeEntry> ListSource(Details& item) {
-    const std::wstring source = Current().source;
-    TreeListing tree = ListTree(source, *item.from, Links::kFollowedOnce);
+    TreeListing tree = ListTree(Current().source, *item.from, Links::kFollowedOnce);
     for (const TreeListing::Fault& fault : tree.faults) {
-      Fail(L"{}", {InWords(fault, source)});
+      Fail(L"{}", {InWords(fault, Current().source)});
     }
-    if (Copies(Kind::kReplaceFolder)) CheckFiles(source, tree.entries, ReadingFault, L"");
+    if (Copies(Kind::kReplaceFolder)) CheckFiles(Current().source, tree.entries, ReadingFault, L"");
     for (const TreeEntry& entry : tree.entries) {
       if (!entry.isLink || entry.path.empty()) continue;
-      const Spot spot = folders_.SpotOf(Below(source, entry.path), false);
+      const Spot spot = folders_.SpotOf(Below(Current().source, entry.path), false);
       sources_.try_emplace(spot.Key(), at_);
       item.read.push_back(spot);
       Claim(spot, false);
@@ -220,9 +221,9 @@ class Surveyor {
   }
 
   void ReplaceFolder(Details& item) {
-    Current().deletes = item.to != nullptr;
+    CurrentStep().deletes = item.to != nullptr;
     CheckTemporaryFolder(item);
-    if (Current().deletes && !item.to->isLink) ListWhatGoes(item);
+    if (CurrentStep().deletes && !item.to->isLink) ListWhatGoes(item);
     Operate(WithSeparator(Current().source), WithSeparator(Current().destination), true);
   }
 
@@ -260,7 +261,7 @@ class Surveyor {
   }
 
   void ListWhatGoes(Details& item) {
-    const std::wstring destination = Current().destination;
+    const std::wstring& destination = Current().destination;
     const TreeListing gone = ListTree(destination, *item.to, Links::kNotFollowed);
     CheckFiles(destination, gone.entries, DeletionFault, L" is to be deleted, but");
     for (const TreeEntry& entry : gone.entries) {
@@ -273,8 +274,9 @@ class Surveyor {
       } else if (entry.isFolder) {
         deleted_.insert_or_assign(folders_.At(path).keys[0], at_);
       } else {
-        ++Current().deletedFiles;
-        Current().deletedBytes += entry.state.size;
+        copies_[at_].deletesFiles = true;
+        ++CurrentStep().deletedFiles;
+        CurrentStep().deletedBytes += entry.state.size;
         item.freedBytes += entry.state.size;
       }
     }
@@ -347,8 +349,8 @@ class Surveyor {
 
   void AddFile(Details& item, const std::wstring& source, const std::wstring& destination,
                const Entry& entry, const Entry* overwritten) {
-    ++Current().files;
-    Current().bytes += entry.state.size;
+    ++CurrentStep().files;
+    CurrentStep().bytes += entry.state.size;
     if (overwritten != nullptr) item.freedBytes += overwritten->state.size;
     if (overwritten != nullptr && overwritten->IsProtected()) {
       // One that is what it should be is left out.
@@ -407,7 +409,7 @@ class Surveyor {
     if (isNew && GetDiskFreeSpaceExW(WithSeparator(root).c_str(), &now, nullptr, nullptr)) {
       free = static_cast<std::int64_t>(now.QuadPart);
     }
-    free -= static_cast<std::int64_t>(Current().bytes - item.freedBytes);
+    free -= static_cast<std::int64_t>(CurrentStep().bytes - item.freedBytes);
     if (free >= 0) return;
     const std::wstring lack = BytesInWords(static_cast<std::uint64_t>(-free));
     Risk(L"The destination {} does not fit on {}: {} more are needed. Free some space.",
@@ -416,7 +418,8 @@ class Surveyor {
   }
 
   void Describe(Details& item) {
-    Step& step = Current();
+    Step& step = CurrentStep();
+    step.kind = Current().kind;
     const std::wstring what = Own() + (L" " + Source());
     step.text =
         item.hasFailed
@@ -428,7 +431,8 @@ class Surveyor {
       step.text +=
           L" after deleting what is there (" + InWords(step.deletedFiles, step.deletedBytes) + L")";
     }
-    report_.steps.push_back(step);
+    step.source = Current().source;
+    step.destination = Current().destination;
   }
 
   Work& work_;
@@ -459,10 +463,7 @@ void SurveyCopies(Work& work, const Options& options, const std::wstring& listFi
 Work WorkOf(const CopyPlan& plan, const Options& options, Hold) {
   Work work;
   for (const CopyItem& item : plan.Items()) {
-    Step& step = work.copies.emplace_back().step;
-    step.kind = static_cast<Kind>(item.kind);
-    step.source = item.source;
-    step.destination = item.destination;
+    work.copies.push_back({static_cast<Kind>(item.kind), item.source, item.destination});
   }
   SurveyCopies(work, options);
   if (work.copies.empty()) {

@@ -19,7 +19,7 @@ CopyProgress::CopyProgress(const std::vector<Copy>& copies, Progress& progress)
 }
 
 std::wstring CopyProgress::Stage::Destination() const {
-  return Below(copy->step.destination, target->path);
+  return Below(copy->destination, target->path);
 }
 
 // Whether the helper is done with it: it sets a copy's time when the content is there. What looked

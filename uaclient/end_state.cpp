@@ -49,8 +49,8 @@ class Judge {
     progress_.comparing = true;
     progress_.current.clear();
     for (const Copy& copy : copies) {
-      if (copy.step.kind != Step::Kind::kCopyFile || !copy.isUsable) continue;
-      const Spot spot = folders_.SpotOf(copy.step.destination, true);
+      if (copy.kind != Step::Kind::kCopyFile || !copy.isUsable) continue;
+      const Spot spot = folders_.SpotOf(copy.destination, true);
       brought_.insert(spot.Key());
       brought_.insert(spot.folder->keys.begin(), spot.folder->keys.end());
     }
@@ -66,7 +66,7 @@ class Judge {
       if (faults > kNamedFaults) {
         item.reason += L" And " + std::to_wstring(faults - kNamedFaults) + L" more.";
       }
-      if (!item.done && copy.step.deletedFiles != 0) {
+      if (!item.done && copy.deletesFiles) {
         item.reason += L" The folder's old content is gone.";
       }
     }
@@ -85,16 +85,15 @@ class Judge {
 
   void JudgeItem(const Copy& copy) {
     at_ = copy.item;
-    const std::wstring source = copy.step.source;
-    const Entry* const from = copy.isUsable ? folders_.Find(source) : nullptr;
+    const Entry* const from = copy.isUsable ? folders_.Find(copy.source) : nullptr;
     if (from == nullptr || from->error != 0) {
       return Fault(copy.isUsable ? L"The source cannot be seen any more."
                                  : L"Its source or destination is no path that could be looked at.",
                    {});
     }
-    const TreeListing now = ListTree(source, *from, Links::kFollowedOnce);
-    JudgeListing(source, now);
-    if (copy.step.kind == Step::Kind::kReplaceFolder) JudgeLeftovers(copy.step.destination, now);
+    const TreeListing now = ListTree(copy.source, *from, Links::kFollowedOnce);
+    JudgeListing(copy.source, now);
+    if (copy.kind == Step::Kind::kReplaceFolder) JudgeLeftovers(copy.destination, now);
 
     std::unordered_map<std::wstring, const Target*> before;  // by paths in upper case
     for (const Target& target : copy.targets) before.emplace(UpperCase(target.path), &target);
@@ -135,8 +134,8 @@ class Judge {
                  !now.path.empty() ? name
                  : now.isFolder    ? L"The folder"
                                    : L"It",
-                 Below(copy.step.source, now.path),
-                 Below(copy.step.destination, now.path),
+                 Below(copy.source, now.path),
+                 Below(copy.destination, now.path),
                  now.state.size,
                  before == nullptr || !(before->state == now.state)};
     const Entry* const there = pair.there = folders_.Find(pair.destination);

@@ -158,11 +158,8 @@ void ReadList(const std::wstring& file, const Options& options, Work& work) {
   CheckOrder(items, found);
   for (const auto& [key, line] : items) {
     const Operation& operation = (*operations)[work.copies.size()];  // these are ordered alike
-    Copy& copy = work.copies.emplace_back();
-    copy.line = line;
-    if (operation.isFolder) copy.step.kind = Step::Kind::kReplaceFolder;
-    copy.step.source = Utf8ToWide(operation.source);
-    copy.step.destination = Utf8ToWide(operation.destination);
+    work.copies.push_back({operation.isFolder ? Step::Kind::kReplaceFolder : Step::Kind::kCopyFile,
+                           Utf8ToWide(operation.source), Utf8ToWide(operation.destination), line});
   }
   SurveyCopies(work, options, file);
 }
@@ -343,7 +340,7 @@ class TaskReader {
     const std::wstring path = Text(kPath);
     if (!Must(kPath, !path.empty(), Severity::kError, L"the list's whole path")) return;
     std::wstring full;
-    const std::wstring fault = PathFault(path, {}, full);
+    const std::wstring fault = PathFault(path, L"", full);
     found_.Add(full.empty() ? Severity::kHarmful : Severity::kWarning, Line(kPath), fault);
     found_.Add(Severity::kHarmful, Line(kPath), DriveFault(full));
     WholeFile file = ReadWhole(path, GENERIC_READ, kShareAll);

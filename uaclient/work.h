@@ -18,13 +18,16 @@ struct Target : TreeEntry {
 
 // An item of a plan or a list.
 struct Copy {
-  Step step;             // with full paths where it is usable
-  std::size_t item = 0;  // its place in the plan or the list
+  Step::Kind kind = Step::Kind::kCopyFile;
+  std::wstring source;  // full paths where it is usable
+  std::wstring destination;
   std::size_t line = 0;  // of the list's file
+  std::size_t item = 0;  // its place in the plan or the list
 
   // What its survey finds out.
-  std::vector<Target> targets;
-  bool isUsable = false;  // or nothing can come of it
+  std::vector<Target> targets = {};
+  bool isUsable = false;      // or nothing can come of it
+  bool deletesFiles = false;  // replacing a folder
 };
 
 struct Work {
