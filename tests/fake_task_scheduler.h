@@ -207,7 +207,7 @@ inline Object kService =
 // take the import library's. The system's own can be set only once in a process, and Wine's always
 // succeeds. Because of it one source file alone of a program can include this header.
 extern "C" {
-decltype(&CoInitializeSecurity) __imp_CoInitializeSecurity =
+decltype(&CoInitializeSecurity) __imp_CoInitializeSecurity =  // NOLINT: the linker's name
     [](void*, LONG services, SOLE_AUTHENTICATION_SERVICE*, void*, DWORD level, DWORD impersonation,
        void*, DWORD capabilities, void*) {
       return record->Step("CoInitializeSecurity", services, level, impersonation, capabilities);

@@ -463,7 +463,7 @@ void SurveyCopies(Work& work, const Options& options, const std::wstring& listFi
 Work WorkOf(const CopyPlan& plan, const Options& options, Hold) {
   Work work;
   for (const CopyItem& item : plan.Items()) {
-    work.copies.push_back({static_cast<Kind>(item.kind), item.source, item.destination});
+    work.copies.push_back({static_cast<Kind>(item.kind), item.source, item.destination, 0, {}});
   }
   SurveyCopies(work, options);
   if (work.copies.empty()) {

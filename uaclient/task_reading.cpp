@@ -157,9 +157,9 @@ void ReadList(const std::wstring& file, const Options& options, Work& work) {
   if (items.empty()) found.Warn(0, L"The list is empty, so nothing is copied. Add an item.");
   CheckOrder(items, found);
   for (const auto& [key, line] : items) {
-    const Operation& operation = (*operations)[work.copies.size()];  // these are ordered alike
-    work.copies.push_back({operation.isFolder ? Step::Kind::kReplaceFolder : Step::Kind::kCopyFile,
-                           Utf8ToWide(operation.source), Utf8ToWide(operation.destination), line});
+    const Operation& item = (*operations)[work.copies.size()];  // these are ordered alike
+    const auto kind = item.isFolder ? Step::Kind::kReplaceFolder : Step::Kind::kCopyFile;
+    work.copies.push_back({kind, Utf8ToWide(item.source), Utf8ToWide(item.destination), line, {}});
   }
   SurveyCopies(work, options, file);
 }
