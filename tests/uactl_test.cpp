@@ -409,6 +409,9 @@ TEST(Report, TellsEveryOutcome) {
     result.items[0].done = isDone;
     result.items[1].destination = L"D:\\é";
     result.items[1].reason = L"Own.";
+    result.files = 2;
+    result.bytes = 3400;
+    result.elapsed = std::chrono::milliseconds(12345);
     const Json json = Json::parse(AsJson(OutcomeOf(result, false)));
     EXPECT_TRUE(json["exit"] == c.exitCode && json["status"] == c.name) << json;
     EXPECT_EQ(json["items"][0]["reason"], isDone ? "" : "Why.");
@@ -417,6 +420,8 @@ TEST(Report, TellsEveryOutcome) {
         (isDone ? L"" : L"uactl: Why.\n") + std::wstring(L"uactl: \"D:\\é\": Own.\n");
     EXPECT_EQ(AsText(OutcomeOf(result, false)).errors,
               c.exitCode == 2 ? L"uactl: error: Why.\nuactl: Nothing was started.\n" : errors);
+    EXPECT_EQ(AsText(OutcomeOf(result, false)).output,
+              c.exitCode == 2 ? L"" : L"2 files, 3.4 kB, 12.3 s\n");
     // A task file may be wrong though the argument is right, unless there is no such file.
     EXPECT_EQ(OutcomeOf(result, true).exitCode, c.exitCode == 2 ? 1 : c.exitCode);
     result.report.exists = false;
