@@ -43,6 +43,8 @@ TEST(JobCheck, NamesEachMistakeOnce) {
       {[](Job& job) { job.program = L"%ComSpec%"; }, "\"%ComSpec%\", holds"},
       {[](Job& job) { job.arguments = {}; }, "Give an argument"},
       {[](Job& job) { job.arguments = {L""}; }, "", "with the arguments \"\"\"\" daily"},
+      {[](Job& job) { job.arguments = {L"a b\\", L"c\"\\\"d", L"e\\"}; }, "",
+       R"(with the arguments ""a b\\" "c\"\\\"d" e\" daily)"},
       {[](Job& job) { job.arguments = {L"5%%", L"$x"}; }, ""},
       {[](Job& job) { job.arguments = {L"5 %", L"6 %"}; }, "command line"},
       {[](Job& job) { job.arguments = {L"\xD83D\xDE00"}; }, "what the code page lacks"},
