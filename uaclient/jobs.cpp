@@ -140,7 +140,7 @@ std::wstring JobNameFault(const std::wstring& what, const std::wstring& name) {
 std::wstring ProgramFault(const std::wstring& what, const std::wstring& program) {
   const std::wstring path = Expanded(program);
   std::wstring full;
-  std::wstring fault = PathFault(path, what.c_str(), full);
+  std::wstring fault = PathFault(path, what, full);
   if (!fault.empty()) return fault;
   if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES && !IsFolder(path)) return {};
   return Fault(what, path,

@@ -55,9 +55,9 @@ bool ListCarries(const std::wstring& text) {
          Utf8ToWide(WideToUtf8(text)) == text;
 }
 
-std::wstring PathFault(const std::wstring& path, const wchar_t* name, std::wstring& full) {
+std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::wstring& full) {
   full.clear();
-  if (path.empty()) return std::wstring(name) + L" is empty. Write the whole path.";
+  if (path.empty()) return name + L" is empty. Write the whole path.";
   if (!IsAbsolute(path)) {
     return Quoted(path) + L" is relative, or a device's path. Write the whole path.";
   }

@@ -22,7 +22,7 @@ bool ListCarries(const std::wstring& text);
 // What is wrong with the path, whatever there is on the disk; L"" when nothing is. A sentence that
 // begins with the path in quotes, or with `name` where the path is empty. `full` becomes the full
 // path, where there is one in spite of that.
-std::wstring PathFault(const std::wstring& path, const wchar_t* name, std::wstring& full);
+std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::wstring& full);
 
 // The whole path with "\" alone and without a separator at its end, unless it is a root. L"" for
 // what leads elsewhere than from a drive or share on.

@@ -50,8 +50,6 @@ struct FileFindings {
   Report& report;
 };
 
-constexpr char kAttributes[] = "<xmlattr>";
-
 std::wstring ShownUtf8(const std::string& text) { return Shown(Utf8ToWide(text)); }
 
 // The lines in which the elements and comments of the first "task" of the first "root" begin.
@@ -340,7 +338,7 @@ class TaskReader {
     const std::wstring path = Text(kPath);
     if (!Must(kPath, !path.empty(), Severity::kError, L"the list's whole path")) return;
     std::wstring full;
-    const std::wstring fault = PathFault(path, L"", full);
+    const std::wstring fault = PathFault(path, {}, full);
     found_.Add(full.empty() ? Severity::kHarmful : Severity::kWarning, Line(kPath), fault);
     found_.Add(Severity::kHarmful, Line(kPath), DriveFault(full));
     WholeFile file = ReadWhole(path, GENERIC_READ, kShareAll);

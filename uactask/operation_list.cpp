@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "uactask/task_file.h"
+#include "xmlstore/document.h"
 #include "xmlstore/keyed_records.h"
 #include "xmlstore/xml_parse.h"
 
@@ -40,7 +41,8 @@ std::string FormatOperationList(const std::vector<Operation>& operations) {
     // Padded, because keys are ordered byte by byte and "10" comes before "9".
     std::string key = std::to_string(++number);
     key.insert(0, digits - key.size(), '0');
-    ptree& attributes = list.push_back({"item", ptree()})->second.put_child("<xmlattr>", ptree());
+    ptree& attributes =
+        list.push_back({"item", ptree()})->second.put_child(xmlstore::kAttributes, ptree());
     attributes.put(OperationFieldNames().at(kKeyField), key);
     attributes.put(OperationFieldNames().at(kSourceField), operation.source);
     attributes.put(OperationFieldNames().at(kDestinationField), operation.destination);
