@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <initializer_list>
-#include <map>
 #include <optional>
 #include <unordered_map>
 #include <utility>
@@ -41,12 +40,9 @@ class Surveyor {
                           [](const Copy& copy) { return copy.kind == Kind::kReplaceFolder; });
     report_.steps.resize(copies_.size());
     for (const auto look : {&Surveyor::Locate, &Surveyor::AddItem, &Surveyor::CheckPlaces,
-                            &Surveyor::CheckSpace, &Surveyor::Describe}) {
+                            &Surveyor::CheckSpace, &Surveyor::Claim, &Surveyor::Describe}) {
       for (at_ = 0; at_ < copies_.size(); ++at_) (this->*look)(details_[at_]);
     }
-    std::stable_sort(
-        report_.findings.begin(), report_.findings.end(),
-        [](const Finding& left, const Finding& right) { return left.item < right.item; });
     if (operations_.size() > kMaxOperations) {
       report_.findings.push_back(
           {Severity::kError, L"The plan has more than 200000 files and folders. Split it.", {}});
@@ -70,15 +66,12 @@ class Surveyor {
     bool isFolder = false;
   };
 
-  const Copy& Current() const { return copies_[at_]; }
   Step& CurrentStep() { return report_.steps[at_]; }
-  bool Copies(Kind kind) const { return Current().kind == kind; }
+  bool Copies(Kind kind) const { return copies_[at_].kind == kind; }
   const wchar_t* Own() const { return Copies(Kind::kCopyFile) ? L"file" : L"folder"; }
   const wchar_t* Other() const { return Copies(Kind::kCopyFile) ? L"folder" : L"file"; }
-  std::wstring Source() const { return SourceOf(at_); }
-  std::wstring Destination() const { return DestinationOf(at_); }
-  std::wstring SourceOf(std::size_t i) const { return Quoted(copies_[i].source); }
-  std::wstring DestinationOf(std::size_t i) const { return Quoted(copies_[i].destination); }
+  const std::wstring& Source() const { return copies_[at_].source; }
+  const std::wstring& Destination() const { return copies_[at_].destination; }
 
   // These return whether the item can go on.
   bool Doubt(const wchar_t* text, Parts parts) { return Add(Severity::kWarning, text, parts); }
@@ -97,9 +90,8 @@ class Surveyor {
   }
   bool Add(Severity severity, const wchar_t* text, Parts parts, bool hasFailed = false) {
     details_[at_].hasFailed |= hasFailed;
-    const Copy& copy = copies_[at_];
-    report_.findings.push_back({severity, Filled(text, parts), listFile_, copy.line,
-                                isPlan_ ? copy.item : Finding::kNoItem});
+    report_.findings.push_back({severity, Filled(text, parts), listFile_, copies_[at_].line,
+                                isPlan_ ? copies_[at_].item : Finding::kNoItem});
     return !hasFailed;
   }
 
@@ -112,15 +104,18 @@ class Surveyor {
         CheckPath(copy.destination, isPlan_ ? L"The destination" : L"\"dec\", read as UTF-8,");
     copy.isUsable = hasSource && hasDestination && !(isPlan_ && item.hasFailed);
     if (!copy.isUsable) return;
-    item.from = folders_.Find(copy.source);
-    item.to = folders_.Find(copy.destination);
-    // A link in the place of the source is followed. One at the destination is not: it is replaced,
-    // or refused.
     const bool isFile = Copies(Kind::kCopyFile);
-    item.read.push_back(
-        folders_.SpotOf(copy.source, isFile && (item.from == nullptr || !item.from->isLink)));
-    item.toSpot =
-        folders_.SpotOf(copy.destination, isFile || (item.to != nullptr && item.to->isLink));
+    Spot from = folders_.SpotOf(copy.source, true);
+    item.from = folders_.Find(copy.source, from);
+    // A link in the place of the source is followed.
+    const bool isFollowed = item.from != nullptr && item.from->isLink;
+    if (isFollowed || !isFile) from = folders_.SpotOf(copy.source, false);
+    item.toSpot = folders_.SpotOf(copy.destination, true);
+    item.to = folders_.Find(copy.destination, item.toSpot);
+    // One at the destination is not: it is replaced, or refused.
+    const bool isLink = item.to != nullptr && item.to->isLink;
+    if (!isLink && !isFile) item.toSpot = folders_.SpotOf(copy.destination, false);
+    item.read.push_back(std::move(from));
     sources_.try_emplace(item.read[0].Key(), at_);
     if (Copies(Kind::kReplaceFolder)) deleted_.try_emplace(item.toSpot.Key(), at_);
     if (Copies(Kind::kAddFolder)) added_.try_emplace(item.toSpot.Key(), at_);
@@ -134,8 +129,8 @@ class Surveyor {
     if (full.empty()) return false;
     CheckDrive(path, full);
     if (Copies(Kind::kCopyFile) && (path.back() == L'\\' || path.back() == L'/')) {
-      Fail(L"{} ends like a folder, but the item copies a file. Write the file's name.",
-           {Quoted(path)});
+      Fail(L"\"{}\" ends like a folder, but the item copies a file. Write the file's name.",
+           {path});
     }
     path = full;
     return true;
@@ -147,75 +142,68 @@ class Surveyor {
     if (isNew) drive->second = DriveFault(full);
     if (drive->second.empty()) return;
     details_[at_].hasFailed = true;
-    if (isNew) Harm(L"{}: {}", {Quoted(path), drive->second});
+    if (isNew) Harm(L"\"{}\": {}", {path, drive->second});
   }
 
   void AddItem(Details& item) {
     if (!copies_[at_].isUsable) return;
     item.goesFirst = !Copies(Kind::kReplaceFolder) && FindUpwards(deleted_, item.toSpot);
-    Claim(item.read[0], false);
-    Claim(item.toSpot, true);
     // Before it looks at the source: what this user does not see, the elevated helper may.
     const bool replaces = Copies(Kind::kReplaceFolder);
     if (replaces && !CheckIsNotKept(item)) return;
     if (!CheckSource(item) || !CheckDestination(item)) return;
     if (replaces) {
       ReplaceFolder(item);
-    } else if (!MakeFolders(ParentOf(Current().destination), ParentOf(Current().source))) {
+    } else if (!MakeFolders(ParentOf(Destination()), ParentOf(Source()))) {
       return;
     }
     for (const TreeEntry& entry : ListSource(item)) AddTarget(item, entry);
   }
 
-  void Claim(const Spot& spot, bool isWritten) {
-    work_.claims.push_back({isWritten, spot.folder->path, spot.name});
-  }
-
   bool CheckSource(const Details& item) {
-    if (item.from == nullptr) return Fail(L"The source {} does not exist.", {Source()});
+    if (item.from == nullptr) return Fail(L"The source \"{}\" does not exist.", {Source()});
     if (item.from->error != 0) {
-      return Fail(L"The source {} is not visible to this user: {}",
+      return Fail(L"The source \"{}\" is not visible to this user: {}",
                   {Source(), SystemMessage(item.from->error)});
     }
     if (item.from->isFolder != Copies(Kind::kCopyFile)) return true;
-    return Fail(L"The source {} is a {}, but the item copies a {}. Use an item for a {}.",
+    return Fail(L"The source \"{}\" is a {}, but the item copies a {}. Use an item for a {}.",
                 {Source(), Other(), Own(), Other()});
   }
 
   bool CheckDestination(const Details& item) {
     if (item.to == nullptr || item.goesFirst) return true;
     if (item.to->error != 0) {
-      return Risk(L"The destination {} is not visible to this user: {}",
+      return Risk(L"The destination \"{}\" is not visible to this user: {}",
                   {Destination(), SystemMessage(item.to->error)});
     }
     if (item.to->isLink && Copies(Kind::kReplaceFolder)) {
-      return Doubt(L"The destination {} is a link. It is removed, and what it leads to stays.",
+      return Doubt(L"The destination \"{}\" is a link. It is removed, and what it leads to stays.",
                    {Destination()});
     }
-    return !IsInTheWay(Current().destination, *item.to, !Copies(Kind::kCopyFile));
+    return !IsInTheWay(Destination(), *item.to, !Copies(Kind::kCopyFile));
   }
 
   // A link at or below a destination is not followed.
   bool IsInTheWay(const std::wstring& path, const Entry& there, bool isFolder) {
     if (!there.isLink && there.isFolder == isFolder) return false;
-    return !Fail(L"{} is in the way: it is a {}. Remove it, or choose another destination.",
-                 {Quoted(path), there.isLink     ? L"link"
-                                : there.isFolder ? L"folder"
-                                                 : L"file"});
+    return !Fail(L"\"{}\" is in the way: it is a {}. Remove it, or choose another destination.",
+                 {path, there.isLink     ? L"link"
+                        : there.isFolder ? L"folder"
+                                         : L"file"});
   }
 
   std::vector<TreeEntry> ListSource(Details& item) {
-    TreeListing tree = ListTree(Current().source, *item.from, Links::kFollowedOnce);
+    TreeListing tree = ListTree(Source(), *item.from, Links::kFollowedOnce);
     for (const TreeListing::Fault& fault : tree.faults) {
-      Fail(L"{}", {InWords(fault, Current().source)});
+      Fail(L"{}", {InWords(fault, Source())});
     }
-    if (Copies(Kind::kReplaceFolder)) CheckFiles(Current().source, tree.entries, ReadingFault, L"");
+    if (Copies(Kind::kReplaceFolder)) CheckFiles(Source(), tree.entries, ReadingFault, L"");
     for (const TreeEntry& entry : tree.entries) {
       if (!entry.isLink || entry.path.empty()) continue;
-      const Spot spot = folders_.SpotOf(Below(Current().source, entry.path), false);
+      const Spot spot = folders_.SpotOf(Below(Source(), entry.path), false);
       sources_.try_emplace(spot.Key(), at_);
       item.read.push_back(spot);
-      Claim(spot, false);
     }
     return std::move(tree.entries);
   }
@@ -224,7 +212,7 @@ class Surveyor {
     CurrentStep().deletes = item.to != nullptr;
     CheckTemporaryFolder(item);
     if (CurrentStep().deletes && !item.to->isLink) ListWhatGoes(item);
-    Operate(WithSeparator(Current().source), WithSeparator(Current().destination), true);
+    Operate(WithSeparator(Source()), WithSeparator(Destination()), true);
   }
 
   void CheckFiles(const std::wstring& folder, const std::vector<TreeEntry>& entries,
@@ -236,7 +224,7 @@ class Surveyor {
     });
     for (std::size_t i = 0; i < entries.size(); ++i) {
       if (faults[i].empty()) continue;
-      Fail(L"{}{}{}", {Quoted(Below(folder, entries[i].path)), what, faults[i]});
+      Fail(L"\"{}\"{}{}", {Below(folder, entries[i].path), what, faults[i]});
     }
   }
 
@@ -246,7 +234,7 @@ class Surveyor {
     const std::wstring why = kept_->WhyKept(*item.toSpot.folder);
     if (why.empty()) return true;
     return Harm(
-        L"The destination {}{}. Replacing it could delete programs or data. Choose another.",
+        L"The destination \"{}\"{}. Replacing it could delete programs or data. Choose another.",
         {Destination(), why});
   }
 
@@ -255,22 +243,20 @@ class Surveyor {
     const std::wstring temp = TempFolder();
     if (temp.empty() || !isPlan_ || !folders_.At(temp).IsInOrIs(*item.read[0].folder)) return;
     Fail(
-        L"The source {} holds {}, where the helper's files lie meanwhile. Set TMP to another "
-        L"folder.",
-        {Source(), Quoted(temp)});
+        L"The source \"{}\" holds \"{}\", where the helper's files lie meanwhile. Set TMP to "
+        L"another folder.",
+        {Source(), temp});
   }
 
   void ListWhatGoes(Details& item) {
-    const std::wstring& destination = Current().destination;
-    const TreeListing gone = ListTree(destination, *item.to, Links::kNotFollowed);
-    CheckFiles(destination, gone.entries, DeletionFault, L" is to be deleted, but");
+    const TreeListing gone = ListTree(Destination(), *item.to, Links::kNotFollowed);
+    CheckFiles(Destination(), gone.entries, DeletionFault, L" is to be deleted, but");
     for (const TreeEntry& entry : gone.entries) {
-      const std::wstring path = Below(destination, entry.path);
+      const std::wstring path = Below(Destination(), entry.path);
       // The helper lists a folder by its path, a separator and a pattern of one character.
       CheckLength(path, kMaxFilePath - (entry.isFolder ? 2 : 0));
       if (entry.isLink) {
-        Doubt(L"{} is a link in a folder that is replaced. What it leads to stays.",
-              {Quoted(path)});
+        Doubt(L"\"{}\" is a link in a folder that is replaced. What it leads to stays.", {path});
       } else if (entry.isFolder) {
         deleted_.insert_or_assign(folders_.At(path).keys[0], at_);
       } else {
@@ -282,7 +268,7 @@ class Surveyor {
     }
     for (const TreeListing::Fault& fault : gone.faults) {
       if (fault.error == ERROR_ACCESS_DENIED && !IsElevated()) continue;  // elevation is for this
-      Fail(L"{}", {InWords(fault, destination)});
+      Fail(L"{}", {InWords(fault, Destination())});
     }
   }
 
@@ -295,8 +281,8 @@ class Surveyor {
     for (std::wstring path = folder; !IsRoot(path); path = ParentOf(path)) {
       const Folder& there = folders_.At(path);
       if (there.isFile && !details_[at_].goesFirst) {
-        return Fail(L"{}, above the destination {}, is a file. Choose another destination.",
-                    {Quoted(path), Destination()});
+        return Fail(L"\"{}\", above the destination \"{}\", is a file. Choose another destination.",
+                    {path, Destination()});
       }
       const auto brought = brought_.find(there.keys[0]);
       if (brought != brought_.end() && brought->second.isFolder) break;
@@ -304,7 +290,7 @@ class Surveyor {
       missing.push_back(path);
     }
     if (!isPlan_ && missing.size() > 1) {
-      return Fail(L"Folders above {} are missing, and the helper makes only one. Make them.",
+      return Fail(L"Folders above \"{}\" are missing, and the helper makes only one. Make them.",
                   {Destination()});
     }
     for (auto path = missing.rbegin(); path != missing.rend(); ++path) {
@@ -318,31 +304,31 @@ class Surveyor {
   }
 
   void AddTarget(Details& item, const TreeEntry& entry) {
-    const std::wstring source = Below(Current().source, entry.path);
-    const std::wstring destination = Below(Current().destination, entry.path);
+    const std::wstring source = Below(Source(), entry.path);
+    const std::wstring destination = Below(Destination(), entry.path);
     if (source.back() == L'.' || source.back() == L' ' || !ListCarries(NameOf(source))) {
-      Fail(L"{} has a name that Windows reads as another one. Rename it.", {Quoted(source)});
+      Fail(L"\"{}\" has a name that Windows reads as another one. Rename it.", {source});
       return;
     }
     if (!CheckLength(source, kMaxFilePath)) return;
     const bool isRoot = entry.path.empty();
-    const Entry* const there = isRoot ? item.to : folders_.Find(destination);
-    const bool replaces = Copies(Kind::kReplaceFolder);
-    const bool stays = there != nullptr && !replaces && !item.goesFirst;
+    const Spot spot = isRoot ? item.toSpot : folders_.SpotOf(destination, true);
+    const Entry* const there = isRoot ? item.to : folders_.Find(destination, spot);
+    const bool stays = there != nullptr && !Copies(Kind::kReplaceFolder) && !item.goesFirst;
     if (stays && IsInTheWay(destination, *there, entry.isFolder)) return;
     const bool looksDone = there != nullptr && there->state.Matches(entry.state);
     copies_[at_].targets.push_back({entry, looksDone});
     const std::wstring key =
-        (isRoot ? item.toSpot : folders_.SpotOf(destination, !entry.isFolder)).Key();
+        (isRoot || !entry.isFolder ? spot : folders_.SpotOf(destination, false)).Key();
     if (const auto read = sources_.find(key); read != sources_.end() && !isRoot) {
-      Harm(L"{} would be written, but it is the source {}. Choose another destination.",
-           {Quoted(destination), SourceOf(read->second)});
+      Harm(L"\"{}\" would be written, but it is the source \"{}\". Choose another destination.",
+           {destination, copies_[read->second].source});
       return;
     }
     const bool isNew = Bring(key, destination, entry.isFolder);
     if (!entry.isFolder) {
       AddFile(item, source, destination, entry, stays ? there : nullptr);
-    } else if (isNew && !replaces && there == nullptr) {
+    } else if (isNew && !Copies(Kind::kReplaceFolder) && there == nullptr) {
       Operate(source, destination + L"\\", false);  // as in MakeFolders
     }
   }
@@ -355,15 +341,16 @@ class Surveyor {
     if (overwritten != nullptr && overwritten->IsProtected()) {
       // One that is what it should be is left out.
       if (isPlan_ && Compare(source, destination) == Equality::kEqual) return;
-      Fail(L"{}{}", {Quoted(destination), kIsProtected});
+      Fail(L"\"{}\"{}", {destination, kIsProtected});
     }
     if (!Copies(Kind::kReplaceFolder)) Operate(source, destination, false);
   }
 
   bool CheckLength(const std::wstring& path, std::size_t longest) {
     if (path.size() <= longest) return true;
-    return Fail(L"{} is longer than the {} characters that Windows takes here. Use shorter paths.",
-                {Quoted(path), std::to_wstring(longest)});
+    return Fail(
+        L"\"{}\" is longer than the {} characters that Windows takes here. Use shorter paths.",
+        {path, std::to_wstring(longest)});
   }
 
   // Notes what comes to a place. False when that is noted already, or nothing may come there.
@@ -373,28 +360,28 @@ class Surveyor {
     const Brought& first = other->second;
     if (isFolder && first.isFolder && (first.item != at_ || Copies(Kind::kCopyFile))) return false;
     return Harm(first.item == at_
-                    ? L"{} would be written twice: names differ only in case. Rename one."
-                    : L"{} would be written twice: {} is copied there, too. Leave one out.",
-                {Quoted(path), SourceOf(first.item)});
+                    ? L"\"{}\" would be written twice: names differ only in case. Rename one."
+                    : L"\"{}\" would be written twice: \"{}\" is copied there, too. Leave one out.",
+                {path, copies_[first.item].source});
   }
 
   // What is deleted, and what everything goes into, against all sources and destinations.
   void CheckPlaces(Details& item) {
     if (const auto source = FindUpwards(sources_, item.toSpot)) {
-      Harm(L"The destination {} is or lies in the source {}. Choose another destination.",
-           {Destination(), SourceOf(*source)});
+      Harm(L"The destination \"{}\" is or lies in the source \"{}\". Choose another destination.",
+           {Destination(), copies_[*source].source});
     }
     auto other = FindUpwards(deleted_, item.toSpot, at_);
     if (!other && Copies(Kind::kReplaceFolder)) other = FindUpwards(added_, item.toSpot, at_);
     if (other && !Copies(Kind::kCopyFile)) {
-      Harm(L"The destination {} is or lies in {}, where another item copies to. Choose another.",
-           {Destination(), DestinationOf(*other)});
+      Harm(L"The destination \"{}\" is or lies in another item's, \"{}\". Choose another.",
+           {Destination(), copies_[*other].destination});
     }
     for (const Spot& from : item.read) {
       other = FindUpwards(deleted_, from);
       if (!other) continue;
-      Harm(L"The source {} is or lies in {}, which is deleted first. Choose another destination.",
-           {Source(), DestinationOf(*other)});
+      Harm(L"The source \"{}\" is or lies in \"{}\", which is deleted first. Use another folder.",
+           {Source(), copies_[*other].destination});
       return;
     }
   }
@@ -412,27 +399,33 @@ class Surveyor {
     free -= static_cast<std::int64_t>(CurrentStep().bytes - item.freedBytes);
     if (free >= 0) return;
     const std::wstring lack = BytesInWords(static_cast<std::uint64_t>(-free));
-    Risk(L"The destination {} does not fit on {}: {} more are needed. Free some space.",
+    Risk(L"The destination \"{}\" does not fit on {}: {} more are needed. Free some space.",
          {Destination(), root, lack});
     free = kUnlimited;
   }
 
+  void Claim(Details& item) {
+    if (item.read.empty() || !isClaimed_) return;
+    for (const Spot& at : item.read) work_.claims.push_back({false, at.folder->path, at.name});
+    work_.claims.push_back({true, item.toSpot.folder->path, item.toSpot.name});
+  }
+
   void Describe(Details& item) {
     Step& step = CurrentStep();
-    step.kind = Current().kind;
-    const std::wstring what = Own() + (L" " + Source());
+    step.kind = copies_[at_].kind;
     step.text =
         item.hasFailed
-            ? Filled(L"would not copy the {} to {}, or not all of it (see above)",
-                     {what, Destination()})
-            : Filled(L"{} the {} ({}) to {}", {Copies(Kind::kAddFolder) ? L"adds" : L"copies", what,
-                                               InWords(step.files, step.bytes), Destination()});
+            ? Filled(L"would not copy the {} \"{}\" to \"{}\", or not all of it (see above)",
+                     {Own(), Source(), Destination()})
+            : Filled(L"{} the {} \"{}\" ({}) to \"{}\"",
+                     {Copies(Kind::kAddFolder) ? L"adds" : L"copies", Own(), Source(),
+                      InWords(step.files, step.bytes), Destination()});
     if (step.deletes) {
       step.text +=
           L" after deleting what is there (" + InWords(step.deletedFiles, step.deletedBytes) + L")";
     }
-    step.source = Current().source;
-    step.destination = Current().destination;
+    step.source = Source();
+    step.destination = Destination();
   }
 
   Work& work_;
@@ -441,16 +434,17 @@ class Surveyor {
   const Options& options_;
   const std::wstring& listFile_;
   const bool isPlan_ = listFile_.empty();
+  const bool isClaimed_ = isPlan_ || work_.taskFile;  // a task file that is checked is not held
   std::vector<Details> details_{copies_.size()};
   std::size_t at_ = 0;  // the item that is looked at
   Folders folders_;
   std::optional<KeptFolders> kept_;
-  std::map<wchar_t, std::wstring> driveFaults_;
+  std::unordered_map<wchar_t, std::wstring> driveFaults_;
   IndexByKey sources_;
   IndexByKey deleted_;  // folders that are replaced, and those in them
   IndexByKey added_;    // folders that are added to
   std::unordered_map<std::wstring, Brought> brought_;
-  std::map<std::wstring, std::int64_t> freeSpaces_;  // by drive or share
+  std::unordered_map<std::wstring, std::int64_t> freeSpaces_;  // by drive or share
   std::vector<Operation> operations_;
 };
 
@@ -466,9 +460,12 @@ Work WorkOf(const CopyPlan& plan, const Options& options, Hold) {
     work.copies.push_back({static_cast<Kind>(item.kind), item.source, item.destination, 0, {}});
   }
   SurveyCopies(work, options);
+  Findings& findings = work.result.report.findings;
+  std::stable_sort(findings.begin(), findings.end(), [](const Finding& left, const Finding& right) {
+    return left.item < right.item;
+  });
   if (work.copies.empty()) {
-    work.result.report.findings = {
-        {Severity::kError, L"The plan is empty. Add a file or a folder.", {}}};
+    findings = {{Severity::kError, L"The plan is empty. Add a file or a folder.", {}}};
   }
   return work;
 }

@@ -34,10 +34,9 @@ std::wstring Fault(const std::wstring& what, const std::wstring& value, const wc
 
 std::wstring TextFault(const std::wstring& what, const std::wstring& text) {
   if (HelperReads(text) && FitsTaskFile(ForHelper(text))) return {};
-  return Fault(
-      what, text,
-      L"holds a \"[\", a control character, a final blank or what the code page lacks. Leave "
-      L"it out: no task file can carry it.");
+  return Fault(what, text,
+               L"holds a \"[\", a control character, a final blank or what the code page lacks. "
+               L"Leave it out: no task file can carry it.");
 }
 
 // Of text that the program is to find as it is. A variable is what stands between two "%".
@@ -97,7 +96,7 @@ std::string TaskOf(const Job& job) {
                                       {Task::kTimeMonthday, days}});
 }
 
-Work WorkOn(const Job& job, const Step& step, Parts faults) {
+Work WorkOn(const Job& job, const Step& step, std::initializer_list<std::wstring> faults) {
   Work work;
   for (const std::wstring& fault : faults) {
     if (!fault.empty()) work.result.report.findings.push_back({Severity::kError, fault, {}});

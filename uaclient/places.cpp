@@ -82,14 +82,13 @@ Spot Folders::SpotOf(const std::wstring& fullPath, bool isFile) {
 }
 
 // A short name is not among the names that are listed, and what may not be listed may be seen.
-const Entry* Folders::Find(const std::wstring& fullPath) {
+const Entry* Folders::Find(const std::wstring& fullPath, const Spot& spot) {
   static const Entry kRoot = {FILE_ATTRIBUTE_DIRECTORY, true, false, {}, 0};
   if (IsRoot(fullPath)) return At(fullPath).exists ? &kRoot : nullptr;
-  Listing& listing = ListingOf(ParentOf(fullPath));
-  const std::wstring name = UpperCase(NameOf(fullPath));
-  const auto found = listing.entries.find(name);
+  Listing& listing = ListingOf(*spot.folder);
+  const auto found = listing.entries.find(spot.name);
   if (found != listing.entries.end()) return &found->second;
-  if (listing.isWhole && name.find(L'~') == std::wstring::npos) return nullptr;
+  if (listing.isWhole && spot.name.find(L'~') == std::wstring::npos) return nullptr;
 
   Entry entry;
   entry.error = ForEachEntry(Verbatim(fullPath), [&](const WIN32_FIND_DATAW& data) {
@@ -97,15 +96,15 @@ const Entry* Folders::Find(const std::wstring& fullPath) {
     return false;
   });
   if (MeansMissing(entry.error)) return nullptr;
-  return &listing.entries.emplace(name, entry).first->second;
+  return &listing.entries.emplace(spot.name, entry).first->second;
 }
 
-Folders::Listing& Folders::ListingOf(const std::wstring& folder) {
-  const auto [listed, isNew] = listings_.try_emplace(folder);
+Folders::Listing& Folders::ListingOf(const Folder& folder) {
+  const auto [listed, isNew] = listings_.try_emplace(&folder);
   Listing& listing = listed->second;
   if (!isNew) return listing;
   const DWORD error =
-      ForEachEntry(WithSeparator(Verbatim(folder)) + L"*", [&](const WIN32_FIND_DATAW& data) {
+      ForEachEntry(WithSeparator(Verbatim(folder.path)) + L"*", [&](const WIN32_FIND_DATAW& data) {
         listing.entries.emplace(UpperCase(data.cFileName), EntryOf(data));
         return true;
       });

@@ -54,8 +54,10 @@ class Folders {
   // not followed.
   Spot SpotOf(const std::wstring& fullPath, bool isFile);
 
-  // What stands at a full path, links not followed; null when nothing does.
-  const Entry* Find(const std::wstring& fullPath);
+  // What stands at a full path, links not followed; null when nothing does. `spot` is its spot as a
+  // file.
+  const Entry* Find(const std::wstring& fullPath, const Spot& spot);
+  const Entry* Find(const std::wstring& path) { return Find(path, SpotOf(path, true)); }
 
  private:
   struct Listing {
@@ -63,10 +65,10 @@ class Folders {
     std::unordered_map<std::wstring, Entry> entries;  // by name in upper case
   };
 
-  Listing& ListingOf(const std::wstring& folder);
+  Listing& ListingOf(const Folder& folder);
 
   std::unordered_map<std::wstring, Folder> folders_;
-  std::unordered_map<std::wstring, Listing> listings_;
+  std::unordered_map<const Folder*, Listing> listings_;
   // While a folder is open its number is not given to another one.
   std::vector<Handle> held_;
 };

@@ -368,7 +368,7 @@ Work WorkOf(const TaskFile& task, const Options& options, Hold hold) {
   WholeFile file = hold == Hold::kYes ? ReadWhole(path, GENERIC_READ | DELETE, FILE_SHARE_READ)
                                       : ReadWhole(path, GENERIC_READ, kShareAll);
   report.exists = GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-  work.taskFile = std::move(file.handle);
+  if (hold == Hold::kYes) work.taskFile = std::move(file.handle);
   work.task = std::move(file.bytes);
   if (!file.fault.empty()) {
     found.Fail(0, L"The task file{}", {file.fault});

@@ -22,15 +22,19 @@ unsigned SystemCodePage() {
 
 }  // namespace
 
-std::wstring Filled(std::wstring text, Parts parts) {
-  std::size_t at = 0;
-  for (const std::wstring& part : parts) {
-    at = text.find(L"{}", at);
-    if (at == std::wstring::npos) break;
-    text.replace(at, 2, part);
-    at += part.size();
+std::wstring Filled(std::wstring_view text, Parts parts) {
+  std::size_t size = text.size();
+  for (const std::wstring_view part : parts) size += part.size();
+  std::wstring filled;
+  filled.reserve(size);
+  for (const std::wstring_view part : parts) {
+    const std::size_t gap = text.find(L"{}");
+    if (gap == text.npos) break;
+    filled.append(text.substr(0, gap)).append(part);
+    text.remove_prefix(gap + 2);
   }
-  return text;
+  filled += text;
+  return filled;
 }
 
 std::wstring Quoted(const std::wstring& text) { return L"\"" + text + L"\""; }

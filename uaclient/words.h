@@ -7,13 +7,14 @@
 #include <cstdint>
 #include <initializer_list>
 #include <string>
+#include <string_view>
 
 namespace uaclient {
 
-using Parts = std::initializer_list<std::wstring>;
+using Parts = std::initializer_list<std::wstring_view>;
 
 // The text with each "{}" replaced by the next part; parts that are left over are not needed.
-std::wstring Filled(std::wstring text, Parts parts);
+std::wstring Filled(std::wstring_view text, Parts parts);
 
 std::wstring Quoted(const std::wstring& text);
 

@@ -185,13 +185,11 @@ struct Command {
   std::wstring otherNames;  // each between blanks: what is typed by habit
 };
 
+const std::set<std::wstring> kCopyOptions = {L"--replace", L"--dry-run", L"--fast", L"--timeout",
+                                             L"--json"};
 const std::set<std::wstring> kJobOptions = {L"--dry-run", L"--timeout", L"--json"};
 const Command kCommands[] = {
-    {L"copy",
-     ReadCopy,
-     {L"--replace", L"--dry-run", L"--fast", L"--timeout", L"--json"},
-     false,
-     L" cp xcopy robocopy "},
+    {L"copy", ReadCopy, kCopyOptions, false, L" cp xcopy robocopy "},
     {L"daily", ReadJob<Job::Every::kDay>, kJobOptions, true, L" schedule schtasks "},
     {L"weekly", ReadJob<Job::Every::kWeek>, kJobOptions, true, {}},
     {L"monthly", ReadJob<Job::Every::kMonth>, kJobOptions, true, {}},

@@ -42,7 +42,7 @@ void Print(Stream stream, const std::wstring& text) {
 
 std::wstring Line(std::wstring text) {
   std::replace_if(text.begin(), text.end(), IsControl, L'\xFFFD');
-  return text + L'\n';
+  return std::move(text) + L'\n';
 }
 
 void ShowStatus(const std::wstring& text) {

@@ -30,11 +30,12 @@ std::wstring ErrorLine(const std::wstring& text) { return Line(L"uactl: " + text
 std::wstring FindingLines(const Report& report) {
   std::wstring text;
   for (const Finding& finding : report.findings) {
-    std::wstring line = finding.file.empty() ? L"uactl" : finding.file;
-    if (finding.line > 0) line += L":" + std::to_wstring(finding.line);
-    line += L": " + kSeverities[static_cast<int>(finding.severity)] + L": " + finding.text;
-    if (finding.severity == Severity::kHarmful) line += L" \"uactl run\" does not start it.";
-    text += Line(line);
+    const std::wstring line = finding.line > 0 ? L":" + std::to_wstring(finding.line) : L"";
+    const wchar_t* const remark =
+        finding.severity == Severity::kHarmful ? L" \"uactl run\" does not start it." : L"";
+    text += Line(Filled(L"{}{}: {}: {}{}",
+                        {finding.file.empty() ? L"uactl" : finding.file, line,
+                         kSeverities[static_cast<int>(finding.severity)], finding.text, remark}));
   }
   return text;
 }
