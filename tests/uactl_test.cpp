@@ -202,7 +202,7 @@ TEST_F(Uactl, ReadsTimesDaysAndArguments) {
     const Arguments arguments = ReadArguments(words);
     EXPECT_EQ(arguments.asJson, words[1] == L"--json");
     EXPECT_EQ(arguments.warning, L"");
-    const auto job = std::get<uaclient::Job>(arguments.task);
+    const auto job = std::get<uaclient::Job>(arguments.request);
     EXPECT_EQ(job.name, Utf8ToWide(kJob));
     EXPECT_EQ(job.program, Utf8ToWide(kProgram));
     EXPECT_EQ(job.arguments, given);
@@ -212,7 +212,7 @@ TEST_F(Uactl, ReadsTimesDaysAndArguments) {
   const Arguments copy = ReadArguments(
       Wide({"copy", kProgram, "Q:/none/./x", "C:/none/../windows/", "Q:/b", "--fast", kProgram,
             "C:/windows", kProgram, "Q:\\new/", "--timeout", "86400", "--", ".", "--x"}));
-  const auto& items = std::get<uaclient::CopyPlan>(copy.task).Items();
+  const auto& items = std::get<uaclient::CopyPlan>(copy.request).Items();
   std::wstring destinations;
   for (const auto& item : items) destinations += item.destination.wstring() + L";";
   EXPECT_THAT(destinations,

@@ -228,15 +228,8 @@ class HelperRun {
   bool isGivenUp_ = false;
 };
 
-template <typename What>
-Report CheckThat(const What& what, const Options& options) {
-  return WorkOf(what, options, Hold::kNo).result.report;
-}
-
-template <typename What>
-Result RunThat(const What& what, const Options& options) {
-  RunClaim::Prepare();
-  return HelperRun(WorkOf(what, options, Hold::kYes), options).Run();
+Work WorkFor(const Request& request, const Options& options, Hold hold) {
+  return std::visit([&](const auto& what) { return WorkOf(what, options, hold); }, request);
 }
 
 }  // namespace
@@ -248,27 +241,13 @@ const Finding* FirstRefusal(const Report& report) {
   return found == report.findings.end() ? nullptr : &*found;
 }
 
-const wchar_t* Text(Status status) {
-  constexpr const wchar_t* kTexts[] = {L"Done.",
-                                       L"Not everything was done.",
-                                       L"Nothing was started, because the check found errors.",
-                                       L"Nothing was done, because the elevation was refused.",
-                                       L"Nothing was started.",
-                                       L"The helper failed.",
-                                       L"The helper is still at work."};
-  return kTexts[static_cast<std::size_t>(status)];
+Report Check(const Request& request, const Options& options) {
+  return WorkFor(request, options, Hold::kNo).result.report;
 }
 
-Report Check(const CopyPlan& plan, const Options& options) { return CheckThat(plan, options); }
-Report Check(const Job& job, const Options& options) { return CheckThat(job, options); }
-Report Check(const JobRemoval& removal, const Options& options) {
-  return CheckThat(removal, options);
+Result Run(const Request& request, const Options& options) {
+  RunClaim::Prepare();
+  return HelperRun(WorkFor(request, options, Hold::kYes), options).Run();
 }
-Report Check(const TaskFile& task, const Options& options) { return CheckThat(task, options); }
-
-Result Run(const CopyPlan& plan, const Options& options) { return RunThat(plan, options); }
-Result Run(const Job& job, const Options& options) { return RunThat(job, options); }
-Result Run(const JobRemoval& removal, const Options& options) { return RunThat(removal, options); }
-Result Run(const TaskFile& task, const Options& options) { return RunThat(task, options); }
 
 }  // namespace uaclient

@@ -21,6 +21,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace uaclient {
@@ -118,6 +119,9 @@ struct TaskFile {
   std::filesystem::path path;
 };
 
+// What the helper can be asked to do.
+using Request = std::variant<CopyPlan, Job, JobRemoval, TaskFile>;
+
 // One thing that the helper would do.
 struct Step {
   enum class Kind { kCopyFile, kAddFolder, kReplaceFolder, kRegisterJob, kDeleteJob };
@@ -183,10 +187,7 @@ struct Options {
 // destinations; changes nothing and needs no rights. A task file is read with the helper's own
 // code. Not found: what the Task Scheduler refuses by itself, and what only an elevated process can
 // see. Of the options only `helper` matters.
-Report Check(const CopyPlan& plan, const Options& options = {});
-Report Check(const Job& job, const Options& options = {});
-Report Check(const JobRemoval& removal, const Options& options = {});
-Report Check(const TaskFile& task, const Options& options = {});
+Report Check(const Request& request, const Options& options = {});
 
 enum class Status {
   kDone,         // everything; looked at afterwards
@@ -197,9 +198,6 @@ enum class Status {
   kFailed,       // the helper gave up, or ended abnormally
   kStillRunning  // waiting was given up. The helper cannot be ended from here: it goes on
 };
-
-// The status in a few words, for a user.
-const wchar_t* Text(Status status);
 
 // What became of one item.
 struct Item {
@@ -236,9 +234,6 @@ struct Result {
 //
 // An existing task file is read once and held while the helper works with a copy of it: what was
 // checked is what runs.
-Result Run(const CopyPlan& plan, const Options& options = {});
-Result Run(const Job& job, const Options& options = {});
-Result Run(const JobRemoval& removal, const Options& options = {});
-Result Run(const TaskFile& task, const Options& options = {});
+Result Run(const Request& request, const Options& options = {});
 
 }  // namespace uaclient

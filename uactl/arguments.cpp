@@ -98,7 +98,7 @@ void ReadCopy(Operands& operands, Arguments& arguments) {
       Refuse(typed, L"means " + Quoted(destination) + L". Write that if it is to be replaced.");
     }
   } while (!operands.words.empty());
-  arguments.task = plan;
+  arguments.request = plan;
 }
 
 // -1 for what is no number from `low` to `high`.
@@ -161,15 +161,15 @@ void ReadJob(Operands& operands, Arguments& arguments) {
     if (isOdd) arguments.warning = L"uactl: warning: " + Quoted(argument) + L" " + kHoldsQuote;
     job.arguments.push_back(argument);
   } while (!operands.words.empty());
-  arguments.task = job;
+  arguments.request = job;
 }
 
 void ReadRemoval(Operands& operands, Arguments& arguments) {
-  arguments.task = JobRemoval{operands.Take(L"NAME")};
+  arguments.request = JobRemoval{operands.Take(L"NAME")};
 }
 
 void ReadTaskFile(Operands& operands, Arguments& arguments) {
-  arguments.task = TaskFile{PathOf(operands.Take(L"TASKFILE"))};
+  arguments.request = TaskFile{PathOf(operands.Take(L"TASKFILE"))};
 }
 
 const std::map<std::wstring, bool Arguments::*> kFlags = {{L"--replace", &Arguments::replace},

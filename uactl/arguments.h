@@ -2,13 +2,9 @@
 #pragma once
 
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "uaclient/uaclient.h"
-
-using Task =
-    std::variant<uaclient::CopyPlan, uaclient::Job, uaclient::JobRemoval, uaclient::TaskFile>;
 
 struct Arguments {
   // L"" where there is none of these.
@@ -16,7 +12,7 @@ struct Arguments {
   std::wstring helpPage;  // the page of help.txt.in that is to be printed
   std::wstring warning;   // a line about an argument that may not be what was meant
 
-  Task task;
+  uaclient::Request request;
   bool replace = false;
   bool onlyCheck = false;  // "check", or --dry-run
   bool fast = false;

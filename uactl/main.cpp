@@ -44,7 +44,7 @@ void PrintHelp(const std::string& page) {
 Outcome Carry(const Arguments& arguments) {
   if (!arguments.refusal.empty()) return Failure(Status::kInvalid, arguments.refusal);
   if (!arguments.warning.empty()) Print(Stream::kErrors, Line(arguments.warning));
-  const bool ofTaskFile = std::holds_alternative<TaskFile>(arguments.task);
+  const bool ofTaskFile = std::holds_alternative<TaskFile>(arguments.request);
   Options options = arguments.options;
   options.owner = GetConsoleWindow();
   options.confirm = [](const Report& report) {
@@ -55,11 +55,9 @@ Outcome Carry(const Arguments& arguments) {
     ShowStatus(ProgressText(progress));
     return !interrupted;
   };
-  const auto check = [&](const auto& task) { return Check(task, options); };
-  const auto run = [&](const auto& task) { return Run(task, options); };
-  if (arguments.onlyCheck) return OutcomeOf(std::visit(check, arguments.task), ofTaskFile);
+  if (arguments.onlyCheck) return OutcomeOf(Check(arguments.request, options), ofTaskFile);
   SetConsoleCtrlHandler(OnConsoleEvent, TRUE);
-  Result result = std::visit(run, arguments.task);
+  Result result = Run(arguments.request, options);
   ShowStatus({});
   return OutcomeOf(std::move(result), ofTaskFile);
 }

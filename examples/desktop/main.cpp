@@ -72,7 +72,7 @@ std::wstring Amounts(const uaclient::Report& report) {
 
 // Show this in a dialog if you have one.
 void Summarize(const uaclient::Result& result) {
-  const std::wstring text = result.reason.empty() ? uaclient::Text(result.status) : result.reason;
+  const std::wstring text = result.reason.empty() ? L"Done." : result.reason;
   std::wprintf(L"%ls\n", text.c_str());
   for (const uaclient::Item& item : result.items) {
     std::wprintf(L"%ls: %ls %ls\n", item.destination.c_str(), item.done ? L"done" : L"not done",

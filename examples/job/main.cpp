@@ -11,7 +11,7 @@
 namespace {
 
 bool Tell(const wchar_t* what, const uaclient::Result& result) {
-  const std::wstring text = result.reason.empty() ? uaclient::Text(result.status) : result.reason;
+  const std::wstring text = result.reason.empty() ? L"Done." : result.reason;
   std::wprintf(L"%ls: %ls\n", what, text.c_str());
   // Even a registered job can have a reason: another account may have confirmed the elevation.
   for (const uaclient::Item& item : result.items) {
