@@ -130,6 +130,12 @@ TEST_F(Client, CopiesWhatHoldsItsTemporaryFolder) {
   plan_ = {};
   plan_.ReplaceFolder(At("profile"), At("backup"));
   EXPECT_THAT(RunPlan(Status::kInvalid), ElementsAre(HasSubstr("where the helper's files lie")));
+  WriteFileBytes(folder_ / "list.xml", "<root><task><i src='" + Absolute(folder_) +
+                                           "profile/' dec='" + Absolute(folder_) +
+                                           "backup/' type='dir'/></task></root>");
+  WriteFileBytes(folder_ / "task.ini",
+                 "[Task]\ntype=1\nxml_path=" + Absolute(folder_) + "list.xml\n");
+  EXPECT_EQ(uaclient::Run(TaskFile{At("task.ini")}).status, Status::kInvalid);
 }
 
 // The helper answers 0 for all of these.
@@ -232,7 +238,8 @@ TEST_F(HangingHelper, IsLeftToItself) {
     for (const CopyPlan& plan : {plan_, other}) {
       const Result refused = uaclient::Run(plan);
       EXPECT_EQ(refused.status, Status::kNotStarted);
-      EXPECT_THAT(WideToUtf8(refused.reason), HasSubstr("Another run is at work there"));
+      EXPECT_THAT(WideToUtf8(refused.reason),
+                  HasSubstr("Another run is at work at \"" + WideToUtf8(At("").wstring())));
     }
     EXPECT_EQ(uaclient::Run(apart).status, Status::kDone);
     EndHelper();
@@ -382,7 +389,7 @@ TEST_F(TaskFiles, AreLookedAtItemByItem) {
   const FileLock locks[] = {FileLock(folder_ / "ro", FILE_SHARE_READ),
                             FileLock(folder_ / "hid", FILE_SHARE_READ)};
   EXPECT_THAT(Run(Status::kIncomplete),
-              ElementsAre("", HasSubstr("source cannot be seen any more"), HasSubstr("no path"), "",
+              ElementsAre("", HasSubstr("source does not exist"), HasSubstr("no path"), "",
                           StartsWith("It differs from its source: it is read-only"),
                           StartsWith("It differs from its source: it is read-only")));
   EXPECT_EQ(result_.files, 2U);
@@ -480,7 +487,8 @@ TEST_F(Copies, AreJudgedByTheirEndState) {
        },
        "\"a\" differs from its source"},
       {[this] { WriteFileBytes(folder_ / "to/other", ""); }, "\"other\" is not in the source", ""},
-      {[this] { RemoveTreeForSure(folder_ / "to/s/"); }, "The folder \"s\" is missing."},
+      {[this] { RemoveTreeForSure(folder_ / "to/s/"); },
+       "The folder \"s\" is missing: it could not be written."},
   };
   for (const auto& [change, said, ofAdded] : kCases) {
     for (const auto kind : {CopyItem::Kind::kFolder, CopyItem::Kind::kReplaceFolder}) {
@@ -495,6 +503,17 @@ TEST_F(Copies, AreJudgedByTheirEndState) {
       EXPECT_THAT(Judge(survey, Comparison::kContent), StartsWith(expected));
       EXPECT_THAT(Judge(survey, Comparison::kSizeAndTime), StartsWith(expected));
     }
+  }
+}
+
+// Only what has gone.
+TEST_F(Copies, SayThatOldContentIsGone) {
+  for (const bool isGone : {false, true}) {
+    WriteTree(folder_.Path(), TreeOf("from/a=1, to/old=2, to/s/old=3"));
+    const Work survey = SurveyOf(CopyItem::Kind::kReplaceFolder);
+    if (isGone) RemoveTreeForSure(folder_ / "to/s/");
+    const std::string said = Judge(survey, Comparison::kContent);
+    EXPECT_EQ(said.find("Old content of the folder is gone") != said.npos, isGone) << said;
   }
 }
 
@@ -539,10 +558,12 @@ TEST_F(Copies, ClaimPlaces) {
                 {place("a/b/c/d", L""), false},   {place("a/b/f", L""), true},
                 {place("a/b", L"", false), true}, {place("new", L""), false}};
   for (const auto& [other, meets] : kCases) {
-    EXPECT_EQ(Meet(place("a/b", L"F"), other), meets) << WideToUtf8(other[0].folder);
-    EXPECT_EQ(Meet(other, place("a/b", L"F")), meets) << WideToUtf8(other[0].folder);
+    const std::vector<Claimed> own = place("a/b", L"F");
+    EXPECT_EQ(Meet(own, other) != nullptr, meets) << WideToUtf8(other[0].folder);
+    EXPECT_EQ(Meet(other, own) != nullptr, meets) << WideToUtf8(other[0].folder);
   }
-  EXPECT_FALSE(Meet(place("a", L"", false), place("a", L"", false))) << "both read";
+  const std::vector<Claimed> read = place("a", L"", false);
+  EXPECT_EQ(Meet(read, read), nullptr) << "both read";
 }
 
 TEST(Compare, ComparesEveryByte) {

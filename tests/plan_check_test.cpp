@@ -14,6 +14,7 @@
 #include "corekit/text.h"
 #include "support.h"
 #include "uaclient/uaclient.h"
+#include "uaclient/win32.h"
 
 namespace {
 
@@ -90,6 +91,9 @@ TEST_F(PlanCheck, ReplacesWhatMayGo) {
   const FileLock source(folder_ / "used/x");
   const FileLock noObstacle(folder_ / "old/x",
                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+  MakeFolders(folder_ / "held/sub/");
+  const uaclient::Handle held = uaclient::Open(
+      Utf8ToWide(folder_ / "held/sub"), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE);
   MakeFolders(folder_ / "running/");
   CopyFileW(Utf8ToWide(OwnProgram()).c_str(), Utf8ToWide(folder_ / "running/x.exe").c_str(), TRUE);
   const HMODULE running =
@@ -110,7 +114,9 @@ TEST_F(PlanCheck, ReplacesWhatMayGo) {
          {"!@s/>@old,!@f/>@old", {"E is a file, but", "E is or lies in another item"}},
          {"!@old/>@s,@s/d/>@new", {"E s\\d\" is or lies in"}},
          {"!@s/>@inuse", {"E x\" is to be deleted, but is in use"}},
+         {"!@s/>@held", {"E sub\" is to be deleted, but is in use"}},
          {"!@used/>@new", {"E x\" is in use"}},
+         {"!@s/>@" + WideToUtf8(std::wstring(87, L'日')), {"E more than 260 bytes"}},
          {"!@s/>@running", {"E x.exe\" is to be deleted, but is in use"}},
          {"!@s/>C:/", {"E whole drive", "E which is deleted first"}},
          {"!@s/>C:/Windows/System32/x", {"E is in the Windows folder"}},
@@ -190,8 +196,8 @@ TEST_F(PlanCheck, RefusesPathsThatDoNotCarry) {
          {">@a,@f>", {"E source is empty", "E destination is empty"}},
          {"@f>@../x", {"E what Windows reads as"}},
          {"@f>@x.,@s/>@a//b", {"E x.\" is what Windows reads", "E b\" is what Windows reads"}},
-         {"@f>@d/nul", {"E what Windows reads as"}},
-         {"@f>//?/C:/x", {"E is relative, or a device's path"}},
+         {"@f>@d/nul", {"E name of a device"}},
+         {"@f>//?/C:/x", {"E is relative, or begins with"}},
          {"@f>@\x01,@f>@a:b,@f>@a*", {"E a control character", "E a:b\" holds", "E a*\" holds"}},
          {"@f>R:/x", {"E no drive R:"}},
          {"@f>@" + upTo(259), {}},
@@ -213,14 +219,21 @@ TEST_F(PlanCheck, CountsSpace) {
 }
 
 // On Wine, whose folders may hold both; on Windows only folders that are made so.
-TEST_F(PlanCheck, RefusesNamesThatDifferOnlyInCase) {
+TEST_F(PlanCheck, KnowsNamesThatOnlyOtherSystemsHave) {
   if (!OnWine()) GTEST_SKIP() << "folders tell case apart only where they are told to";
-  WriteTree(folder_.Path(), TreeOf("s/k.txt=1, s/x=2, s/sub/a=, s/ tmp/a="));
-  const std::string upper = folder_ / "s/K.TXT";
-  RunUnixProgram("mv " + (folder_ / "s/x") + " " + upper, [&] {
-    return GetFileAttributesA((folder_ / "s/x").c_str()) == INVALID_FILE_ATTRIBUTES;
-  });
-  Check({{"@s/>@new", {"E differ only in case"}}, {"!@s/>@new", {"E differ only in case"}}});
+  WriteTree(folder_.Path(),
+            TreeOf("s/k.txt=1, s/x=2, s/sub/a=, s/ tmp/a=, device/x=, new/x=3, x="));
+  for (const auto& [from, to] :
+       {std::pair("s/x", "s/K.TXT"), {"device/x", "device/nul"}, {"x", "NEW"}}) {
+    RunUnixProgram("mv " + (folder_ / from) + " " + (folder_ / to), [&, name = folder_ / from] {
+      return GetFileAttributesA(name.c_str()) == INVALID_FILE_ATTRIBUTES;
+    });
+  }
+  Check({{"@s/>@other", {"E differ only in case"}},
+         {"!@s/>@other", {"E differ only in case"}},
+         {"!@device/>@other", {"E nul\" is the name of a device"}},
+         {"!@s/sub/>@new", {}},
+         {"!@s/sub/>@NEW", {"E it is a file"}}});
 }
 
 }  // namespace

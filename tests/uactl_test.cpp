@@ -140,9 +140,10 @@ TEST_F(Uactl, RefusesBadArguments) {
       {{"cp", "a", "b"}, "did you mean \"copy\"?"},
       {{"copy", dir + "\\", "b"}, quote},
       {{"daily", kJob, "08:00", dir + "\\", "a"}, quote},
-      {{"copy", dir, "b", "/E"}, "\"/E\" is not an option here. Options begin with \"--\""},
+      {{"copy", dir, "b", "/E"},
+       "\"/E\" is not an option of this command. Options begin with \"--\""},
       {{"daily", "/tn", kJob, "08:00", kProgram, "a"}, "Options begin with \"--\""},
-      {{"daily", kJob, "--dry-run", "08:00", kProgram, "a"}, "stand before the NAME"},
+      {{"daily", kJob, "--dry-run", "08:00", kProgram, "a"}, "stand before its NAME"},
       {{"daily", "Skin", "update", "08:00", kProgram, "a"}, "\"update\" is not a time"},
       {{"daily", kJob, "08:00", front, "b\\u.exe", "/s"}, "\"" + front + "\" is not a file. Put"},
       {{"daily", kJob, "08:00", program + " /s"}, program + " /s\" is not a file. Put quotes"},
@@ -166,7 +167,7 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"copy - a", "\"" + FullPath("-") + "\" does not exist"},
       {"copy -- --json a", "\"" + FullPath("--json") + "\" does not exist"},
       {"copy P \\\\.\\NUL", "NUL"},
-      {"copy *.txt a", "\"*.txt\" has a wildcard"},
+      {"copy *.txt a", "\"*.txt\" holds * or ?"},
       {"run a --dry-run", "\"--dry-run\""},
       {"unschedule", "NAME"},
       {"unschedule a b", "\"b\""},
@@ -178,8 +179,11 @@ TEST_F(Uactl, RefusesBadArguments) {
       {"monthly N 08:00 1,32 P a", "\"32\""}};
   for (const auto& [line, said] : lines) cases.emplace_back(Words(line), said);
   for (const auto& [arguments, said] : cases) EXPECT_THAT(Refusal(arguments), HasSubstr(said));
-  EXPECT_THAT(Says(0, {"daily", "--dry-run", kJob, "08:00", program, dir + "\\", "x"}),
-              HasSubstr("uactl: warning: \"" + dir + "\" x\" holds a quote"));
+  for (const char* option : {"--dry-run", "--json"}) {
+    EXPECT_THAT(
+        Says(0, {"daily", "--dry-run", option, kJob, "08:00", program, dir + "\\", "x"}),
+        HasSubstr(" x" + std::string(*(option + 2) == 'j' ? "\\" : "") + "\" holds a quote"));
+  }
 }
 
 TEST_F(Uactl, ReadsTimesDaysAndArguments) {
@@ -201,7 +205,7 @@ TEST_F(Uactl, ReadsTimesDaysAndArguments) {
     words.insert(words.end(), given.begin(), given.end());
     const Arguments arguments = ReadArguments(words);
     EXPECT_EQ(arguments.asJson, words[1] == L"--json");
-    EXPECT_EQ(arguments.warning, L"");
+    EXPECT_TRUE(arguments.findings.empty());
     const auto job = std::get<uaclient::Job>(arguments.request);
     EXPECT_EQ(job.name, Utf8ToWide(kJob));
     EXPECT_EQ(job.program, Utf8ToWide(kProgram));

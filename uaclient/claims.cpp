@@ -68,12 +68,8 @@ std::wstring WhyWait(const std::wstring& file, const std::vector<Claimed>& place
   std::wstring helperFolder;
   std::wstring living;
   std::wistringstream text(Utf8ToWide(whole.bytes));
-  for (std::wstring line; std::getline(text, line);) {
-    std::wistringstream record(line);
-    std::wstring kind;
-    std::wstring first;
-    std::wstring second;
-    std::getline(std::getline(std::getline(record, kind, L'|'), first, L'|'), second);
+  for (std::wstring kind, first, second;
+       std::getline(std::getline(std::getline(text, kind, L'|'), first, L'|'), second);) {
     if (kind == L"h") {
       helperFolder = first;
     } else if (kind == L"p") {
@@ -85,14 +81,16 @@ std::wstring WhyWait(const std::wstring& file, const std::vector<Claimed>& place
   if (living.empty()) {
     RemoveHelperFolder(helperFolder);
     DeleteFileW(file.c_str());
-  } else if (Meet(places, claimed)) {
-    return L"Another run is at work there (process " + living + L"). Wait until it has ended.";
+  } else if (const Claimed* const met = Meet(places, claimed)) {
+    return Filled(L"Another run is at work at \"{}\" (process {}). Wait until it has ended.",
+                  {Below(met->folder, met->file), living});
   }
   return {};
 }
 
-// Whether one of them is, or lies in, what the others need.
-bool AnyIn(const std::vector<Claimed>& ones, const std::vector<Claimed>& others, Folders& folders) {
+// The first that is, or lies in, what the others need; null when none does.
+const Claimed* FirstIn(const std::vector<Claimed>& ones, const std::vector<Claimed>& others,
+                       Folders& folders) {
   const auto spotOf = [&](const Claimed& place) {
     return Spot{&folders.At(place.folder), UpperCase(place.file)};
   };
@@ -102,20 +100,23 @@ bool AnyIn(const std::vector<Claimed>& ones, const std::vector<Claimed>& others,
     std::size_t& need = needed[spotOf(other).Key()];
     if (other.isWritten) need = kWritten;
   }
-  return std::any_of(ones.begin(), ones.end(), [&](const Claimed& one) {
+  const auto found = std::find_if(ones.begin(), ones.end(), [&](const Claimed& one) {
     return FindUpwards(needed, spotOf(one), one.isWritten ? kNone : kRead).has_value();
   });
+  return found == ones.end() ? nullptr : &*found;
 }
 
 }  // namespace
 
-bool Meet(const std::vector<Claimed>& ones, const std::vector<Claimed>& others) {
+const Claimed* Meet(const std::vector<Claimed>& ones, const std::vector<Claimed>& others) {
   const auto meetNow = [&] {
     Folders folders;
-    return AnyIn(ones, others, folders) || AnyIn(others, ones, folders);
+    const Claimed* const met = FirstIn(ones, others, folders);
+    return met != nullptr ? met : FirstIn(others, ones, folders);
   };
   // A folder that the other run's helper makes between two looks has other keys in the second one.
-  return meetNow() || meetNow();
+  const Claimed* const met = meetNow();
+  return met != nullptr ? met : meetNow();
 }
 
 RunClaim::~RunClaim() {

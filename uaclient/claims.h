@@ -17,8 +17,9 @@ struct Claimed {
   std::wstring file;    // its name in that folder; empty for the folder with all in it
 };
 
-// Whether one of them writes what the other one needs. Looks up where the paths lead.
-bool Meet(const std::vector<Claimed>& ones, const std::vector<Claimed>& others);
+// One that writes what another one of the others needs; null when there is none. Looks up where the
+// paths lead.
+const Claimed* Meet(const std::vector<Claimed>& ones, const std::vector<Claimed>& others);
 
 class RunClaim {
  public:

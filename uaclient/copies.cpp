@@ -35,7 +35,6 @@ class Surveyor {
       : work_(work), options_(options), listFile_(listFile) {}
 
   void Survey() {
-    for (std::size_t i = 0; i < copies_.size(); ++i) copies_[i].item = i;
     std::stable_partition(copies_.begin(), copies_.end(),
                           [](const Copy& copy) { return copy.kind == Kind::kReplaceFolder; });
     report_.steps.resize(copies_.size());
@@ -69,7 +68,6 @@ class Surveyor {
   Step& CurrentStep() { return report_.steps[at_]; }
   bool Copies(Kind kind) const { return copies_[at_].kind == kind; }
   const wchar_t* Own() const { return Copies(Kind::kCopyFile) ? L"file" : L"folder"; }
-  const wchar_t* Other() const { return Copies(Kind::kCopyFile) ? L"folder" : L"file"; }
   const std::wstring& Source() const { return copies_[at_].source; }
   const std::wstring& Destination() const { return copies_[at_].destination; }
 
@@ -98,20 +96,21 @@ class Surveyor {
   // What all others are compared with is found out ahead of them.
   void Locate(Details& item) {
     Copy& copy = copies_[at_];
-    const bool hasSource =
-        CheckPath(copy.source, isPlan_ ? L"The source" : L"\"src\", read as UTF-8,");
+    const bool hasSource = CheckPath(
+        copy.source, isPlan_ ? L"The source is empty." : L"\"src\" is empty or not UTF-8.");
     const bool hasDestination =
-        CheckPath(copy.destination, isPlan_ ? L"The destination" : L"\"dec\", read as UTF-8,");
+        CheckPath(copy.destination,
+                  isPlan_ ? L"The destination is empty." : L"\"dec\" is empty or not UTF-8.");
     copy.isUsable = hasSource && hasDestination && !(isPlan_ && item.hasFailed);
     if (!copy.isUsable) return;
     const bool isFile = Copies(Kind::kCopyFile);
     Spot from = folders_.SpotOf(copy.source, true);
-    item.from = folders_.Find(copy.source, from);
+    item.from = folders_.Find(copy.source, from, isFile);
     // A link in the place of the source is followed.
     const bool isFollowed = item.from != nullptr && item.from->isLink;
     if (isFollowed || !isFile) from = folders_.SpotOf(copy.source, false);
     item.toSpot = folders_.SpotOf(copy.destination, true);
-    item.to = folders_.Find(copy.destination, item.toSpot);
+    item.to = folders_.Find(copy.destination, item.toSpot, isFile);
     // One at the destination is not: it is replaced, or refused.
     const bool isLink = item.to != nullptr && item.to->isLink;
     if (!isLink && !isFile) item.toSpot = folders_.SpotOf(copy.destination, false);
@@ -122,11 +121,13 @@ class Surveyor {
   }
 
   // Makes it the full path; false when there is none. What is odd in a list the helper tries.
-  bool CheckPath(std::wstring& path, const wchar_t* name) {
+  bool CheckPath(std::wstring& path, const wchar_t* ifEmpty) {
     std::wstring full;
-    const std::wstring fault = PathFault(path, name, full);
-    if (!fault.empty()) !path.empty() && full.empty() ? Harm(L"{}", {fault}) : Fail(L"{}", {fault});
-    if (full.empty()) return false;
+    const std::wstring fault = PathFault(path, ifEmpty, full);
+    if (full.empty()) return path.empty() ? Fail(L"{}", {fault}) : Harm(L"{}", {fault});
+    // The helper takes no folder whose name is "." or "..".
+    const bool isRefused = isPlan_ || path[path.find_last_not_of(L"\\/ ")] == L'.';
+    if (!fault.empty()) isRefused ? Fail(L"{}", {fault}) : Doubt(L"{}", {fault});
     CheckDrive(path, full);
     if (Copies(Kind::kCopyFile) && (path.back() == L'\\' || path.back() == L'/')) {
       Fail(L"\"{}\" ends like a folder, but the item copies a file. Write the file's name.",
@@ -161,14 +162,15 @@ class Surveyor {
   }
 
   bool CheckSource(const Details& item) {
-    if (item.from == nullptr) return Fail(L"The source \"{}\" does not exist.", {Source()});
+    if (item.from == nullptr)
+      return Fail(L"The source \"{}\" does not exist. Check its path.", {Source()});
     if (item.from->error != 0) {
       return Fail(L"The source \"{}\" is not visible to this user: {}",
                   {Source(), SystemMessage(item.from->error)});
     }
     if (item.from->isFolder != Copies(Kind::kCopyFile)) return true;
-    return Fail(L"The source \"{}\" is a {}, but the item copies a {}. Use an item for a {}.",
-                {Source(), Other(), Own(), Other()});
+    return Fail(L"The source \"{}\" is a {}, but the item copies a {}. Use another item.",
+                {Source(), item.from->isFolder ? L"folder" : L"file", Own()});
   }
 
   bool CheckDestination(const Details& item) {
@@ -187,10 +189,9 @@ class Surveyor {
   // A link at or below a destination is not followed.
   bool IsInTheWay(const std::wstring& path, const Entry& there, bool isFolder) {
     if (!there.isLink && there.isFolder == isFolder) return false;
+    const wchar_t* const kind = there.isLink ? L"link" : there.isFolder ? L"folder" : L"file";
     return !Fail(L"\"{}\" is in the way: it is a {}. Remove it, or choose another destination.",
-                 {path, there.isLink     ? L"link"
-                        : there.isFolder ? L"folder"
-                                         : L"file"});
+                 {path, kind});
   }
 
   std::vector<TreeEntry> ListSource(Details& item) {
@@ -209,8 +210,13 @@ class Surveyor {
   }
 
   void ReplaceFolder(Details& item) {
+    constexpr std::size_t kMaxBytes = 260;  // of a folder that the helper recognises as one
     CurrentStep().deletes = item.to != nullptr;
     CheckTemporaryFolder(item);
+    for (const std::wstring& path : {Source(), Destination()}) {
+      if (WideToUtf8(path).size() <= kMaxBytes) continue;
+      Fail(L"\"{}\" takes more than 260 bytes in UTF-8. Use a shorter path.", {path});
+    }
     if (CurrentStep().deletes && !item.to->isLink) ListWhatGoes(item);
     Operate(WithSeparator(Source()), WithSeparator(Destination()), true);
   }
@@ -219,8 +225,10 @@ class Surveyor {
                   std::wstring (*faultOf)(const std::wstring&), const wchar_t* what) {
     std::vector<std::wstring> faults(entries.size());
     InParallel(entries.size(), [&](std::size_t i, const Tick&) {
-      const bool isFile = !entries[i].isFolder && (faultOf == ReadingFault || !entries[i].isLink);
-      if (isFile) faults[i] = faultOf(Below(folder, entries[i].path));
+      const TreeEntry& entry = entries[i];
+      const bool isMeant =
+          faultOf == ReadingFault ? !entry.isFolder : !entry.isLink && !entry.path.empty();
+      if (isMeant) faults[i] = faultOf(Below(folder, entry.path));
     });
     for (std::size_t i = 0; i < entries.size(); ++i) {
       if (faults[i].empty()) continue;
@@ -241,7 +249,7 @@ class Surveyor {
   // While the helper works its own files are there, and it would copy them along.
   void CheckTemporaryFolder(const Details& item) {
     const std::wstring temp = TempFolder();
-    if (temp.empty() || !isPlan_ || !folders_.At(temp).IsInOrIs(*item.read[0].folder)) return;
+    if (temp.empty() || !folders_.At(temp).IsInOrIs(*item.read[0].folder)) return;
     Fail(
         L"The source \"{}\" holds \"{}\", where the helper's files lie meanwhile. Set TMP to "
         L"another folder.",
@@ -260,7 +268,7 @@ class Surveyor {
       } else if (entry.isFolder) {
         deleted_.insert_or_assign(folders_.At(path).keys[0], at_);
       } else {
-        copies_[at_].deletesFiles = true;
+        copies_[at_].deleted.push_back(entry);
         ++CurrentStep().deletedFiles;
         CurrentStep().deletedBytes += entry.state.size;
         item.freedBytes += entry.state.size;
@@ -303,27 +311,26 @@ class Surveyor {
     if (isPlan_) operations_.push_back({WideToUtf8(source), WideToUtf8(destination), isFolder});
   }
 
-  void AddTarget(Details& item, const TreeEntry& entry) {
+  bool AddTarget(Details& item, const TreeEntry& entry) {
     const std::wstring source = Below(Source(), entry.path);
     const std::wstring destination = Below(Destination(), entry.path);
-    if (source.back() == L'.' || source.back() == L' ' || !ListCarries(NameOf(source))) {
-      Fail(L"\"{}\" has a name that Windows reads as another one. Rename it.", {source});
-      return;
-    }
-    if (!CheckLength(source, kMaxFilePath)) return;
+    std::wstring full;
+    const std::wstring fault = PathFault(source, {}, full);
+    if (!fault.empty()) return Fail(L"{}", {fault});
+    if (!CheckLength(source, kMaxFilePath)) return false;
     const bool isRoot = entry.path.empty();
     const Spot spot = isRoot ? item.toSpot : folders_.SpotOf(destination, true);
     const Entry* const there = isRoot ? item.to : folders_.Find(destination, spot);
     const bool stays = there != nullptr && !Copies(Kind::kReplaceFolder) && !item.goesFirst;
-    if (stays && IsInTheWay(destination, *there, entry.isFolder)) return;
+    if (stays && IsInTheWay(destination, *there, entry.isFolder)) return false;
     const bool looksDone = there != nullptr && there->state.Matches(entry.state);
     copies_[at_].targets.push_back({entry, looksDone});
     const std::wstring key =
         (isRoot || !entry.isFolder ? spot : folders_.SpotOf(destination, false)).Key();
     if (const auto read = sources_.find(key); read != sources_.end() && !isRoot) {
-      Harm(L"\"{}\" would be written, but it is the source \"{}\". Choose another destination.",
-           {destination, copies_[read->second].source});
-      return;
+      return Harm(
+          L"\"{}\" would be written, but it is the source \"{}\". Choose another destination.",
+          {destination, copies_[read->second].source});
     }
     const bool isNew = Bring(key, destination, entry.isFolder);
     if (!entry.isFolder) {
@@ -331,6 +338,7 @@ class Surveyor {
     } else if (isNew && !Copies(Kind::kReplaceFolder) && there == nullptr) {
       Operate(source, destination + L"\\", false);  // as in MakeFolders
     }
+    return isNew;
   }
 
   void AddFile(Details& item, const std::wstring& source, const std::wstring& destination,
@@ -347,10 +355,9 @@ class Surveyor {
   }
 
   bool CheckLength(const std::wstring& path, std::size_t longest) {
-    if (path.size() <= longest) return true;
-    return Fail(
-        L"\"{}\" is longer than the {} characters that Windows takes here. Use shorter paths.",
-        {path, std::to_wstring(longest)});
+    return path.size() <= longest ||
+           Fail(L"\"{}\" is longer than the {} characters that Windows takes. Shorten it.",
+                {path, std::to_wstring(longest)});
   }
 
   // Notes what comes to a place. False when that is noted already, or nothing may come there.
@@ -386,21 +393,24 @@ class Surveyor {
     }
   }
 
-  // In the helper's order. What is said of a drive or share once is not repeated.
+  // In the helper's order, by volumes, one of which may be mounted in a folder. What is said of one
+  // is not repeated.
   void CheckSpace(Details& item) {
     if (item.toSpot.folder == nullptr) return;
-    const std::wstring root = RootOf(item.toSpot.folder->path);
-    const auto [drive, isNew] = freeSpaces_.try_emplace(root, kUnlimited);
-    std::int64_t& free = drive->second;
+    std::wstring path = item.toSpot.folder->path;
+    while (!folders_.At(path).exists && !IsRoot(path)) path = ParentOf(path);
+    const std::wstring& key = folders_.At(path).keys[0];  // begins with the volume's number
+    const auto [volume, isNew] = freeSpaces_.try_emplace(key.substr(0, key.find(L'/')), kUnlimited);
+    std::int64_t& free = volume->second;
     ULARGE_INTEGER now = {};
-    if (isNew && GetDiskFreeSpaceExW(WithSeparator(root).c_str(), &now, nullptr, nullptr)) {
+    if (isNew && GetDiskFreeSpaceExW(WithSeparator(path).c_str(), &now, nullptr, nullptr)) {
       free = static_cast<std::int64_t>(now.QuadPart);
     }
     free -= static_cast<std::int64_t>(CurrentStep().bytes - item.freedBytes);
     if (free >= 0) return;
     const std::wstring lack = BytesInWords(static_cast<std::uint64_t>(-free));
-    Risk(L"The destination \"{}\" does not fit on {}: {} more are needed. Free some space.",
-         {Destination(), root, lack});
+    Risk(L"The destination \"{}\" does not fit: its volume lacks {}. Free some space.",
+         {Destination(), lack});
     free = kUnlimited;
   }
 
@@ -421,8 +431,8 @@ class Surveyor {
                      {Copies(Kind::kAddFolder) ? L"adds" : L"copies", Own(), Source(),
                       InWords(step.files, step.bytes), Destination()});
     if (step.deletes) {
-      step.text +=
-          L" after deleting what is there (" + InWords(step.deletedFiles, step.deletedBytes) + L")";
+      step.text += L", after deleting what is there (" +
+                   InWords(step.deletedFiles, step.deletedBytes) + L")";
     }
     step.source = Source();
     step.destination = Destination();
@@ -444,7 +454,7 @@ class Surveyor {
   IndexByKey deleted_;  // folders that are replaced, and those in them
   IndexByKey added_;    // folders that are added to
   std::unordered_map<std::wstring, Brought> brought_;
-  std::unordered_map<std::wstring, std::int64_t> freeSpaces_;  // by drive or share
+  std::unordered_map<std::wstring, std::int64_t> freeSpaces_;  // by volume
   std::vector<Operation> operations_;
 };
 
@@ -457,7 +467,8 @@ void SurveyCopies(Work& work, const Options& options, const std::wstring& listFi
 Work WorkOf(const CopyPlan& plan, const Options& options, Hold) {
   Work work;
   for (const CopyItem& item : plan.Items()) {
-    work.copies.push_back({static_cast<Kind>(item.kind), item.source, item.destination, 0, {}});
+    const auto kind = static_cast<Kind>(item.kind);
+    work.copies.push_back({kind, item.source, item.destination, 0, work.copies.size()});
   }
   SurveyCopies(work, options);
   Findings& findings = work.result.report.findings;

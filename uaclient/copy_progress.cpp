@@ -18,18 +18,14 @@ CopyProgress::CopyProgress(const std::vector<Copy>& copies, Progress& progress)
   }
 }
 
-std::wstring CopyProgress::Stage::Destination() const {
-  return Below(copy->destination, target->path);
-}
-
 // Whether the helper is done with it: it sets a copy's time when the content is there. What looked
 // done before the start does not tell.
 bool CopyProgress::IsComplete(const Stage& stage) {
   if (stage.target->lookedDone) return false;
+  const std::wstring path = Below(stage.copy->destination, stage.target->path);
   FileState now;
-  return stage.target->isFolder
-             ? IsFolder(stage.Destination())
-             : ReadFileState(stage.Destination(), now) && now.Matches(stage.target->state);
+  return stage.target->isFolder ? IsFolder(path)
+                                : ReadFileState(path, now) && now.Matches(stage.target->state);
 }
 
 void CopyProgress::Advance(std::uint64_t bytesWritten) {
@@ -53,7 +49,7 @@ void CopyProgress::Advance(std::uint64_t bytesWritten) {
   progress_.files = std::max(progress_.files, stage.files);
   progress_.bytes =
       std::max(progress_.bytes, stage.bytes + std::min(written, stage.target->state.size));
-  progress_.current = stage.Destination();
+  progress_.current = Below(stage.copy->destination, stage.target->path);
 }
 
 }  // namespace uaclient

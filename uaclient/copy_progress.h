@@ -26,8 +26,6 @@ class CopyProgress {
     const Target* target;
     std::uint64_t files;
     std::uint64_t bytes;
-
-    std::wstring Destination() const;
   };
 
   static bool IsComplete(const Stage& stage);

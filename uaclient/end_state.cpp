@@ -1,5 +1,6 @@
 #include "uaclient/end_state.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <unordered_map>
@@ -34,9 +35,10 @@ std::wstring LikelyCause(const Pair& pair) {
   if (pair.hasChanged) return kChanged;
   std::wstring fault = ReadingFault(pair.source);
   if (!fault.empty()) return L": the source" + fault;
-  if (pair.there == nullptr) return L".";
-  fault = pair.there->IsProtected() ? kIsProtected : OverwritingFault(pair.destination);
-  return fault.empty() ? L": it could not be replaced. Look at its attributes and its access list."
+  if (pair.there != nullptr) {
+    fault = pair.there->IsProtected() ? kIsProtected : OverwritingFault(pair.destination);
+  }
+  return fault.empty() ? L": it could not be written. Look at the access list and the free space."
                        : L": it" + fault;
 }
 
@@ -66,8 +68,12 @@ class Judge {
       if (faults > kNamedFaults) {
         item.reason += L" And " + std::to_wstring(faults - kNamedFaults) + L" more.";
       }
-      if (!item.done && copy.deletesFiles) {
-        item.reason += L" The folder's old content is gone.";
+      const auto isGone = [&](const TreeEntry& old) {
+        const Entry* const now = folders_.Find(Below(copy.destination, old.path));
+        return now == nullptr || !(now->state == old.state);
+      };
+      if (!item.done && std::any_of(copy.deleted.begin(), copy.deleted.end(), isGone)) {
+        item.reason += L" Old content of the folder is gone.";
       }
     }
   }
@@ -87,7 +93,7 @@ class Judge {
     at_ = copy.item;
     const Entry* const from = copy.isUsable ? folders_.Find(copy.source) : nullptr;
     if (from == nullptr || from->error != 0) {
-      return Fault(copy.isUsable ? L"The source cannot be seen any more."
+      return Fault(copy.isUsable ? L"The source does not exist, or is not visible to this user."
                                  : L"Its source or destination is no path that could be looked at.",
                    {});
     }
@@ -129,11 +135,10 @@ class Judge {
   }
 
   void JudgeEntry(const Copy& copy, const TreeEntry& now, const Target* before) {
-    const std::wstring name = (now.isFolder ? L"The folder " : L"") + Quoted(now.path);
+    std::wstring name = now.isFolder ? L"The folder" : L"It";
+    if (!now.path.empty()) name = (now.isFolder ? L"The folder " : L"") + Quoted(now.path);
     Pair pair = {at_,
-                 !now.path.empty() ? name
-                 : now.isFolder    ? L"The folder"
-                                   : L"It",
+                 name,
                  Below(copy.source, now.path),
                  Below(copy.destination, now.path),
                  now.state.size,
@@ -142,8 +147,9 @@ class Judge {
     if (there != nullptr && there->error != 0) {
       return Fault(L"{} is not visible to this user, so it could not be compared.", {pair.name});
     }
-    if (there == nullptr || there->isFolder != now.isFolder || (there->isFolder && there->isLink)) {
-      return Fault(L"{} is missing{}", pair);
+    if (there == nullptr) return Fault(L"{} is missing{}", pair);
+    if (there->isFolder != now.isFolder || (there->isFolder && there->isLink)) {
+      return Fault(L"{} is missing: something else is in its place. Remove that.", {pair.name});
     }
     if (now.isFolder) return;
     if (comparison_ == Comparison::kSizeAndTime && !pair.hasChanged && !before->lookedDone &&

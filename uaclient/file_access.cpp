@@ -18,12 +18,16 @@ constexpr DWORD kReadWrite = FILE_SHARE_READ | FILE_SHARE_WRITE;
 constexpr DWORD kChunk = 512 * 1024;
 constexpr wchar_t kIsInUse[] = L" is in use by another program. Close it first.";
 
+std::wstring InWords(DWORD error) {
+  if (error == ERROR_SHARING_VIOLATION) return kIsInUse;
+  return L" cannot be opened: " + SystemMessage(error);
+}
+
 std::wstring Fault(const std::wstring& fullPath, DWORD access, DWORD share) {
   if (Open(Verbatim(fullPath), access, share)) return {};
   const DWORD error = GetLastError();
   if (error == ERROR_ACCESS_DENIED && access != GENERIC_READ && !IsElevated()) return {};
-  if (error == ERROR_SHARING_VIOLATION) return kIsInUse;
-  return L" cannot be opened: " + SystemMessage(error);
+  return InWords(error);
 }
 
 }  // namespace
@@ -39,9 +43,8 @@ std::wstring OverwritingFault(const std::wstring& fullPath) {
 // A running program could be deleted from its folder, but would keep its place in it. It shows when
 // it is opened for writing.
 std::wstring DeletionFault(const std::wstring& fullPath) {
-  if (Open(Verbatim(fullPath), DELETE | FILE_WRITE_DATA, kReadWrite)) return {};
-  if (GetLastError() == ERROR_SHARING_VIOLATION) return kIsInUse;
-  return Fault(fullPath, DELETE, kReadWrite);
+  const std::wstring fault = Fault(fullPath, DELETE | FILE_WRITE_DATA, kReadWrite);
+  return fault.empty() || fault == kIsInUse ? fault : Fault(fullPath, DELETE, kReadWrite);
 }
 
 Equality Compare(const std::wstring& first, const std::wstring& second, const Tick& tick) {
@@ -105,7 +108,7 @@ WholeFile ReadWhole(const std::wstring& path, DWORD access, DWORD share) {
   } else if (!file.handle && GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES) {
     file.fault = L" does not exist. Write its whole path.";
   } else if (!file.handle) {
-    file.fault = L" cannot be opened: " + SystemMessage(error);
+    file.fault = InWords(error);
   } else if (GetFileType(file.handle.get()) != FILE_TYPE_DISK) {
     file.fault = L" is a device, which the helper does not read. Write the path of a file.";
   } else if (!GetFileSizeEx(file.handle.get(), &size) || size.QuadPart > INT32_MAX) {

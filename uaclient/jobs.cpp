@@ -139,7 +139,7 @@ std::wstring JobNameFault(const std::wstring& what, const std::wstring& name) {
 std::wstring ProgramFault(const std::wstring& what, const std::wstring& program) {
   const std::wstring path = Expanded(program);
   std::wstring full;
-  std::wstring fault = PathFault(path, what, full);
+  std::wstring fault = PathFault(path, what + L" is empty.", full);
   if (!fault.empty()) return fault;
   if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES && !IsFolder(path)) return {};
   return Fault(what, path,

@@ -55,11 +55,11 @@ bool ListCarries(const std::wstring& text) {
          Utf8ToWide(WideToUtf8(text)) == text;
 }
 
-std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::wstring& full) {
+std::wstring PathFault(const std::wstring& path, const std::wstring& ifEmpty, std::wstring& full) {
   full.clear();
-  if (path.empty()) return name + L" is empty. Write the whole path.";
+  if (path.empty()) return ifEmpty + L" Write the whole path.";
   if (!IsAbsolute(path)) {
-    return Quoted(path) + L" is relative, or a device's path. Write the whole path.";
+    return Quoted(path) + L" is relative, or begins with \\\\?\\ or \\\\.\\. Write the whole path.";
   }
   if (path.find_first_of(L"<>:\"|?*", 2) != std::wstring::npos || !ListCarries(path)) {
     return Quoted(path) +
@@ -67,6 +67,7 @@ std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::
   }
   full = FullPath(path);
   if (full == Plain(path)) return {};
+  if (full.empty()) return Quoted(path) + L" is the name of a device. Use another name.";
   return Quoted(path) + L" is what Windows reads as " + Quoted(full) +
          L". Write that, or use another name.";
 }

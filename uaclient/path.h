@@ -19,10 +19,10 @@ bool IsAbsolute(const std::wstring& path);
 // Whether an operation list gives the text back as it was written.
 bool ListCarries(const std::wstring& text);
 
-// What is wrong with the path, whatever there is on the disk; L"" when nothing is. A sentence that
-// begins with the path in quotes, or with `name` where the path is empty. `full` becomes the full
-// path, where there is one in spite of that.
-std::wstring PathFault(const std::wstring& path, const std::wstring& name, std::wstring& full);
+// What is wrong with the path, whatever there is on the disk; L"" when nothing is. Begins with the
+// path in quotes, or with `ifEmpty`, a whole sentence. `full` becomes the full path, where there is
+// one in spite of that.
+std::wstring PathFault(const std::wstring& path, const std::wstring& ifEmpty, std::wstring& full);
 
 // The whole path with "\" alone and without a separator at its end, unless it is a root. L"" for
 // what leads elsewhere than from a drive or share on.

@@ -82,13 +82,13 @@ Spot Folders::SpotOf(const std::wstring& fullPath, bool isFile) {
 }
 
 // A short name is not among the names that are listed, and what may not be listed may be seen.
-const Entry* Folders::Find(const std::wstring& fullPath, const Spot& spot) {
+const Entry* Folders::Find(const std::wstring& fullPath, const Spot& spot, bool listed) {
   static const Entry kRoot = {FILE_ATTRIBUTE_DIRECTORY, true, false, {}, 0};
   if (IsRoot(fullPath)) return At(fullPath).exists ? &kRoot : nullptr;
   Listing& listing = ListingOf(*spot.folder);
   const auto found = listing.entries.find(spot.name);
-  if (found != listing.entries.end()) return &found->second;
-  if (listing.isWhole && spot.name.find(L'~') == std::wstring::npos) return nullptr;
+  if (found != listing.entries.end() && listed) return &found->second;
+  if (listing.isWhole && listed && spot.name.find(L'~') == std::wstring::npos) return nullptr;
 
   Entry entry;
   entry.error = ForEachEntry(Verbatim(fullPath), [&](const WIN32_FIND_DATAW& data) {
@@ -96,7 +96,7 @@ const Entry* Folders::Find(const std::wstring& fullPath, const Spot& spot) {
     return false;
   });
   if (MeansMissing(entry.error)) return nullptr;
-  return &listing.entries.emplace(spot.name, entry).first->second;
+  return &listing.entries.insert_or_assign(spot.name, entry).first->second;
 }
 
 Folders::Listing& Folders::ListingOf(const Folder& folder) {

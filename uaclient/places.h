@@ -55,8 +55,9 @@ class Folders {
   Spot SpotOf(const std::wstring& fullPath, bool isFile);
 
   // What stands at a full path, links not followed; null when nothing does. `spot` is its spot as a
-  // file.
-  const Entry* Find(const std::wstring& fullPath, const Spot& spot);
+  // file. Where it is not `listed`, the system is asked for this very name: a folder may hold two
+  // that differ only in case.
+  const Entry* Find(const std::wstring& fullPath, const Spot& spot, bool listed = true);
   const Entry* Find(const std::wstring& path) { return Find(path, SpotOf(path, true)); }
 
  private:

@@ -28,6 +28,8 @@ using Clock = std::chrono::steady_clock;
 constexpr milliseconds kBetweenReports{100};
 constexpr DWORD kBetweenLooks = 20;  // milliseconds
 
+bool Refuses(const Finding& finding) { return finding.severity != Severity::kWarning; }
+
 // What a run has on the disk while the helper works. The claim goes last.
 struct Traces {
   RunClaim claim;
@@ -98,7 +100,8 @@ class HelperRun {
     work_.result.reason =
         L"Waiting was given up. The helper cannot be ended from here: it goes on, and its files "
         L"in " +
-        Quoted(traces_->files.Folder()) + L" are left to it.";
+        Quoted(traces_->files.Folder()) + L" are left to it." +
+        (work_.taskFile ? L" The task file stays." : L"");
     return Status::kStillRunning;
   }
 
@@ -118,7 +121,7 @@ class HelperRun {
   }
 
   [[noreturn]] static void GiveUp() {
-    throw NotStarted{L"It was given up before the helper was started. Nothing was done."};
+    throw NotStarted{L"The run was given up before the helper was started. Nothing was done."};
   }
 
   // Until the helper has ended; false when the waiting is given up before.
@@ -151,9 +154,11 @@ class HelperRun {
     if (code == kHelperSucceeded) return Status::kDone;
     wchar_t number[16];
     std::swprintf(number, std::size(number), code < 256 ? L"%lu" : L"0x%08lX", code);
-    work_.result.reason = code == kHelperFailed ? L"The helper gave up (exit code 1)."
-                                                : L"The helper ended abnormally, with exit code " +
-                                                      std::wstring(number) + L".";
+    work_.result.reason =
+        code == kHelperFailed ? L"The helper gave up (exit code 1)."
+        : code == kHelperFoundNoTaskFile
+            ? L"The helper did not find its task file (exit code 2)."
+            : std::wstring(L"The helper ended abnormally, with exit code ") + number + L".";
     return Status::kFailed;
   }
 
@@ -233,8 +238,6 @@ Work WorkFor(const Request& request, const Options& options, Hold hold) {
 }
 
 }  // namespace
-
-bool Refuses(const Finding& finding) { return finding.severity != Severity::kWarning; }
 
 const Finding* FirstRefusal(const Report& report) {
   const auto found = std::find_if(report.findings.begin(), report.findings.end(), Refuses);

@@ -77,8 +77,8 @@ void CheckAttributes(const ptree& attributes, std::size_t line, FileFindings& fo
     std::wstring present;
     for (const auto& attribute : attributes) present += L" " + ShownUtf8(attribute.first);
     found.Warn(line,
-               L"The item has the attributes{}, but the helper reads \"key\", \"src\", \"dec\" and "
-               L"\"type\". It takes {} for one that is missing.",
+               L"The item has these attributes:{}. The helper reads \"key\", \"src\", \"dec\" and "
+               L"\"type\", and takes {} for one that is missing.",
                {present, ShownUtf8(kMissingField)});
   }
   const std::string type = attributes.get(names.at(kTypeField), std::string(kFileType));
@@ -99,10 +99,10 @@ Items ReadElements(const ptree& list, const std::vector<std::size_t>& lines, Fil
     const std::size_t line = next == lines.end() ? 0 : *next++;
     const auto attributes = element.get_child_optional(kAttributes);
     if (!attributes || name.find('.') != std::string::npos) {
-      found.Fail(line,
-                 L"{} is a comment, has no attributes, or has a dot in its name, so the helper "
-                 L"refuses the list. Rename or remove it.",
-                 {ShownUtf8(name)});
+      const std::wstring what = name == "<xmlcomment>" ? L"This is a comment"
+                                : attributes           ? ShownUtf8(name) + L" has a dot in its name"
+                                                       : ShownUtf8(name) + L" has no attributes";
+      found.Fail(line, what + L", so the helper refuses the list. Change or remove it.");
       continue;
     }
     CheckAttributes(*attributes, line, found);
@@ -117,12 +117,15 @@ Items ReadElements(const ptree& list, const std::vector<std::size_t>& lines, Fil
   return items;
 }
 
-// Of keys that look like numbers a larger one should not come first.
+// Of keys that end in numbers, behind the same text, a larger one should not come first.
 void CheckOrder(const Items& items, FileFindings& found) {
   std::string before;
   for (const auto& [key, line] : items) {
-    const bool areNumbers = (before + key).find_first_not_of("0123456789") == std::string::npos;
-    if (areNumbers && !key.empty() && before.size() > key.size() && before[0] != '0') {
+    constexpr const char* kDigits = "0123456789";
+    const std::size_t start = key.find_last_not_of(kDigits) + 1;
+    const bool areAlike = before.compare(0, start, key, 0, start) == 0 && start < key.size() &&
+                          before.find_first_not_of(kDigits, start) == std::string::npos;
+    if (areAlike && before.size() > key.size() && before[start] != '0') {
       return found.Warn(line, L"The key {} comes after {}, as text. Use keys of equal length.",
                         {ShownUtf8(key), ShownUtf8(before)});
     }
@@ -155,9 +158,10 @@ void ReadList(const std::wstring& file, const Options& options, Work& work) {
   if (items.empty()) found.Warn(0, L"The list is empty, so nothing is copied. Add an item.");
   CheckOrder(items, found);
   for (const auto& [key, line] : items) {
-    const Operation& item = (*operations)[work.copies.size()];  // these are ordered alike
+    const std::size_t i = work.copies.size();
+    const Operation& item = (*operations)[i];  // these are ordered alike
     const auto kind = item.isFolder ? Step::Kind::kReplaceFolder : Step::Kind::kCopyFile;
-    work.copies.push_back({kind, Utf8ToWide(item.source), Utf8ToWide(item.destination), line, {}});
+    work.copies.push_back({kind, Utf8ToWide(item.source), Utf8ToWide(item.destination), line, i});
   }
   SurveyCopies(work, options, file);
 }
@@ -172,15 +176,17 @@ std::wstring ShownBytes(std::string_view text) { return Shown(FromHelper(std::st
 
 // 2026-01-31T08:00:00 and, perhaps, Z or an offset such as +01:00.
 bool IsStartBoundary(const std::string& text) {
+  const std::string kForm = "0000-00-00T00:00:00";
+  std::string form = text;
+  std::replace_if(form.begin(), form.end(), [](char c) { return c >= '0' && c <= '9'; }, '0');
+  const bool hasForm =
+      form == kForm || form == kForm + "Z" || form == kForm + "+00:00" || form == kForm + "-00:00";
   SYSTEMTIME time = {};
   FILETIME ignored;
-  int size = 0;
-  int sizeWithOffset = 0;
-  std::sscanf(text.c_str(), "%4hu-%2hu-%2huT%2hu:%2hu:%2hu%n%*1[+-]%*2u:%*2u%n", &time.wYear,
-              &time.wMonth, &time.wDay, &time.wHour, &time.wMinute, &time.wSecond, &size,
-              &sizeWithOffset);
-  if (size != 19 || !SystemTimeToFileTime(&time, &ignored)) return false;
-  return text.size() == 19 || text.substr(19) == "Z" || (text.size() == 25 && sizeWithOffset == 25);
+  unsigned offset[2] = {};
+  std::sscanf(text.c_str(), "%4hu-%2hu-%2huT%2hu:%2hu:%2hu%*c%2u:%2u", &time.wYear, &time.wMonth,
+              &time.wDay, &time.wHour, &time.wMinute, &time.wSecond, &offset[0], &offset[1]);
+  return hasForm && SystemTimeToFileTime(&time, &ignored) && offset[0] < 15 && offset[1] < 60;
 }
 
 // Goes through a task file by the helper's own parser.
@@ -236,14 +242,15 @@ class TaskReader {
     constexpr std::size_t kMaxNamed = 20;  // with so many odd lines it is no task file
     if (work_.task.find('\0') != std::string::npos) {
       found_.Warn(1, L"The file is in UTF-16 or holds NUL bytes. Save it in the code page.");
-      oddLines_ = kMaxNamed;
+      oddLines_ = kMaxNamed + 1;
     }
     ForEachIniLine(IniText(work_.task), [&](const IniLine& line) {
       line_ = line.number;
       const std::wstring odd = ReadLine(line);
-      if (!odd.empty() && ++oddLines_ <= kMaxNamed) found_.Warn(line_, odd);
+      if (odd.empty() || ++oddLines_ > kMaxNamed + 1) return;
+      found_.Warn(line_,
+                  oddLines_ <= kMaxNamed ? odd : L"This line is odd, too, as may be others.");
     });
-    if (oddLines_ > kMaxNamed) found_.Warn(0, L"Further odd lines are not named.");
   }
 
   // What is odd about the line; L"" when nothing is.

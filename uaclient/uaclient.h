@@ -44,9 +44,6 @@ struct Finding {
 };
 using Findings = std::vector<Finding>;
 
-// Whether Run starts nothing because of this finding.
-bool Refuses(const Finding& finding);
-
 struct CopyItem {
   enum class Kind { kFile, kFolder, kReplaceFolder };
 

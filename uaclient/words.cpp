@@ -12,21 +12,20 @@ namespace {
 // Where the system keeps it: the locale's own code page is another one when the whole system has
 // been switched to UTF-8, and GetACP answers for this process.
 unsigned SystemCodePage() {
-  wchar_t number[16] = {};
-  DWORD size = sizeof number;
-  RegGetValueW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage", L"ACP",
-               RRF_RT_REG_SZ, nullptr, number, &size);
-  const auto codePage = static_cast<unsigned>(std::wcstoul(number, nullptr, 10));
+  static const auto codePage = [] {
+    wchar_t number[16] = {};
+    DWORD size = sizeof number;
+    RegGetValueW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage", L"ACP",
+                 RRF_RT_REG_SZ, nullptr, number, &size);
+    return static_cast<unsigned>(std::wcstoul(number, nullptr, 10));
+  }();
   return codePage != 0 ? codePage : GetACP();
 }
 
 }  // namespace
 
 std::wstring Filled(std::wstring_view text, Parts parts) {
-  std::size_t size = text.size();
-  for (const std::wstring_view part : parts) size += part.size();
   std::wstring filled;
-  filled.reserve(size);
   for (const std::wstring_view part : parts) {
     const std::size_t gap = text.find(L"{}");
     if (gap == text.npos) break;

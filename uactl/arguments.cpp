@@ -30,7 +30,8 @@ constexpr wchar_t kHoldsQuote[] =
     L"holds a quote, because Windows takes \\\" for one. Leave out that \\, or double it.";
 
 constexpr wchar_t kIsNoOption[] =
-    L"is not an option here. Options begin with \"--\" and stand before the NAME of a job";
+    L"is not an option of this command. Options begin with \"--\", and a job's stand before its "
+    L"NAME";
 
 bool Exists(const std::wstring& path) {
   return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
@@ -65,8 +66,8 @@ struct Operands {
 std::wstring PathOf(const std::wstring& word) {
   const std::wstring path = FullPath(word);
   if (path.empty()) Refuse(word, L"is not the path of a file or folder on a drive or share.");
-  if (path.find_first_of(L"*?") != path.npos) {
-    Refuse(word, L"has a wildcard, and those are not expanded. Name each file, or the folder.");
+  if (word.find_first_of(L"*?") != word.npos) {  // "\\?\" keeps names that nobody else reads so
+    Refuse(word, L"holds * or ?, and wildcards are not expanded. Name each file, or the folder.");
   }
   const std::wstring root = WithSeparator(RootOf(path));
   if (root[0] == L'\\' && !Exists(root) && GetLastError() != ERROR_ACCESS_DENIED) {
@@ -75,10 +76,10 @@ std::wstring PathOf(const std::wstring& word) {
   return path;
 }
 
-// Not by "." or "C:", which Windows reads as a folder that they do not name.
+// Not by "." or "C:" or a final blank, which Windows reads as a folder that they do not name.
 bool IsNamed(const std::wstring& folder) {
   const std::size_t nameEnd = folder.find_last_not_of(L"\\/. ") + 1;
-  return folder.find(L'.', nameEnd) == folder.npos && folder.back() != L':';
+  return folder.find_first_of(L". ", nameEnd) == folder.npos && folder.back() != L':';
 }
 
 void ReadCopy(Operands& operands, Arguments& arguments) {
@@ -135,7 +136,7 @@ std::uint32_t MonthDay(const std::wstring& day) {
 
 std::uint32_t Days(const std::wstring& days, std::uint32_t (*bitOf)(const std::wstring&)) {
   std::uint32_t mask = 0;
-  std::wistringstream list(days);
+  std::wistringstream list(days + L",");  // so that nothing is a day, and no right one
   for (std::wstring day; std::getline(list, day, L',');) mask |= bitOf(day);
   return mask;
 }
@@ -157,8 +158,9 @@ void ReadJob(Operands& operands, Arguments& arguments) {
   do {
     const std::wstring argument =
         operands.TakeAsIs(L"An argument for the program (\"\" where it takes none)");
-    const bool isOdd = std::count(argument.begin(), argument.end(), L'"') % 2 != 0;
-    if (isOdd) arguments.warning = L"uactl: warning: " + Quoted(argument) + L" " + kHoldsQuote;
+    if (std::count(argument.begin(), argument.end(), L'"') % 2 != 0) {
+      arguments.findings = {{Severity::kWarning, Quoted(argument) + L" " + kHoldsQuote, {}}};
+    }
     job.arguments.push_back(argument);
   } while (!operands.words.empty());
   arguments.request = job;

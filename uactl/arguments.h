@@ -10,8 +10,8 @@ struct Arguments {
   // L"" where there is none of these.
   std::wstring refusal;   // which argument is wrong, and what to write instead
   std::wstring helpPage;  // the page of help.txt.in that is to be printed
-  std::wstring warning;   // a line about an argument that may not be what was meant
 
+  uaclient::Findings findings;  // arguments that may not be what was meant
   uaclient::Request request;
   bool replace = false;
   bool onlyCheck = false;  // "check", or --dry-run

@@ -43,27 +43,31 @@ void PrintHelp(const std::string& page) {
 // the helper is.
 Outcome Carry(const Arguments& arguments) {
   if (!arguments.refusal.empty()) return Failure(Status::kInvalid, arguments.refusal);
-  if (!arguments.warning.empty()) Print(Stream::kErrors, Line(arguments.warning));
-  const bool ofTaskFile = std::holds_alternative<TaskFile>(arguments.request);
   Options options = arguments.options;
   options.owner = GetConsoleWindow();
-  options.confirm = [](const Report& report) {
-    Print(Stream::kErrors, Announcement(report));
+  options.confirm = [&](const Report& report) {
+    Print(Stream::kErrors, Announcement({arguments.findings, {}}) + Announcement(report));
     return !interrupted;
   };
   options.progress = [](const Progress& progress) {
     ShowStatus(ProgressText(progress));
     return !interrupted;
   };
-  if (arguments.onlyCheck) return OutcomeOf(Check(arguments.request, options), ofTaskFile);
+  const auto outcomeOf = [&](auto what) {
+    Outcome outcome =
+        OutcomeOf(std::move(what), std::holds_alternative<TaskFile>(arguments.request));
+    Findings& findings = outcome.result.report.findings;
+    findings.insert(findings.end(), arguments.findings.begin(), arguments.findings.end());
+    return outcome;
+  };
+  if (arguments.onlyCheck) return outcomeOf(Check(arguments.request, options));
   SetConsoleCtrlHandler(OnConsoleEvent, TRUE);
-  Result result = Run(arguments.request, options);
-  ShowStatus({});
-  return OutcomeOf(std::move(result), ofTaskFile);
+  return outcomeOf(Run(arguments.request, options));
 }
 
 int Tell(const Outcome& outcome, bool asJson) {
   const Lines lines = AsText(outcome);
+  ShowStatus({});
   Print(Stream::kErrors, lines.errors);
   Print(Stream::kOutput, asJson ? Utf8ToWide(AsJson(outcome)) : lines.output);
   return outcome.exitCode;
