@@ -396,7 +396,8 @@ class Surveyor {
   // In the helper's order, by volumes, one of which may be mounted in a folder. What is said of one
   // is not repeated.
   void CheckSpace(Details& item) {
-    if (item.toSpot.folder == nullptr) return;
+    const auto more = static_cast<std::int64_t>(CurrentStep().bytes - item.freedBytes);
+    if (more == 0) return;
     std::wstring path = item.toSpot.folder->path;
     while (!folders_.At(path).exists && !IsRoot(path)) path = ParentOf(path);
     const std::wstring& key = folders_.At(path).keys[0];  // begins with the volume's number
@@ -406,7 +407,7 @@ class Surveyor {
     if (isNew && GetDiskFreeSpaceExW(WithSeparator(path).c_str(), &now, nullptr, nullptr)) {
       free = static_cast<std::int64_t>(now.QuadPart);
     }
-    free -= static_cast<std::int64_t>(CurrentStep().bytes - item.freedBytes);
+    free -= more;
     if (free >= 0) return;
     const std::wstring lack = BytesInWords(static_cast<std::uint64_t>(-free));
     Risk(L"The destination \"{}\" does not fit: its volume lacks {}. Free some space.",
