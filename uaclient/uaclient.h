@@ -111,7 +111,8 @@ struct JobRemoval {
   std::wstring name;
 };
 
-// An existing task file. It is deleted when the helper has succeeded with it.
+// An existing task file. It is deleted when the helper has succeeded with it, unless waiting was
+// given up.
 struct TaskFile {
   std::filesystem::path path;
 };
