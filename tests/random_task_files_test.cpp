@@ -41,8 +41,8 @@ class RandomTaskFiles : public testing::Test {
     copy.destination =
         copy.isFolder
             ? OneOf({"@new" + n + "/", "@old" + n + "/", "@p/q" + n + "/r/", "@é" + n + "/"},
-                    {"@old0/", "@s/new/", "@f/", "@p\\q" + n + "/r/", "@p/..", "@in/", "@x ", ".",
-                     "@" + std::string(240, 'l') + "/", "@p\\q\\r" + n, "", "@old" + n + "//"})
+                    {"@old0/", "@s/new/", "@f/", "@p/..", "@in/", "@x ", ".",
+                     "@" + std::string(240, 'l') + "/", "", "@old" + n + "//"})
             : OneOf({"@out" + n, "@over" + n, "@dir" + n + "/f", "@ü" + n},
                     {"@over0", "@p/q" + n + "/f", "@ro", "@s", "@in/x/y", "@x:y", "@nul",
                      "@out" + n + "/", "none/x/y", "@" + std::string(250, 'l'), "@s/d/b", "@f"});
@@ -108,7 +108,7 @@ class RandomTaskFiles : public testing::Test {
   ~RandomTaskFiles() override { EXPECT_GE(clean_ * 10, files_ * 3); }
 
   std::mt19937 random_{4711 + GetACP()};  // other files under each code page
-  std::size_t bad_ = 0;  // things that may still be
+  std::size_t bad_ = 0;                   // things that may still be
   std::size_t turn_ = 0;
   std::vector<uactask::Operation> copies_;
   uaclient::Report report_;
