@@ -17,8 +17,8 @@ struct Claimed {
   std::wstring file;    // its name in that folder; empty for the folder with all in it
 };
 
-// One that writes what another one of the others needs; null when there is none. Looks up where the
-// paths lead.
+// Where they meet, because one of them writes what one of the others needs; null when they do not.
+// Looks up where the paths lead.
 const Claimed* Meet(const std::vector<Claimed>& ones, const std::vector<Claimed>& others);
 
 class RunClaim {

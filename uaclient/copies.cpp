@@ -162,8 +162,7 @@ class Surveyor {
   }
 
   bool CheckSource(const Details& item) {
-    if (item.from == nullptr)
-      return Fail(L"The source \"{}\" does not exist. Check its path.", {Source()});
+    if (item.from == nullptr) return Fail(L"The source \"{}\" does not exist.", {Source()});
     if (item.from->error != 0) {
       return Fail(L"The source \"{}\" is not visible to this user: {}",
                   {Source(), SystemMessage(item.from->error)});
@@ -311,6 +310,7 @@ class Surveyor {
     if (isPlan_) operations_.push_back({WideToUtf8(source), WideToUtf8(destination), isFolder});
   }
 
+  // False when nothing new comes to the destination.
   bool AddTarget(Details& item, const TreeEntry& entry) {
     const std::wstring source = Below(Source(), entry.path);
     const std::wstring destination = Below(Destination(), entry.path);

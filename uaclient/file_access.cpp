@@ -43,8 +43,9 @@ std::wstring OverwritingFault(const std::wstring& fullPath) {
 // A running program could be deleted from its folder, but would keep its place in it. It shows when
 // it is opened for writing.
 std::wstring DeletionFault(const std::wstring& fullPath) {
-  const std::wstring fault = Fault(fullPath, DELETE | FILE_WRITE_DATA, kReadWrite);
-  return fault.empty() || fault == kIsInUse ? fault : Fault(fullPath, DELETE, kReadWrite);
+  if (Open(Verbatim(fullPath), DELETE | FILE_WRITE_DATA, kReadWrite)) return {};
+  if (GetLastError() == ERROR_SHARING_VIOLATION) return kIsInUse;
+  return Fault(fullPath, DELETE, kReadWrite);
 }
 
 Equality Compare(const std::wstring& first, const std::wstring& second, const Tick& tick) {

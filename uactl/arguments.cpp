@@ -66,7 +66,7 @@ struct Operands {
 std::wstring PathOf(const std::wstring& word) {
   const std::wstring path = FullPath(word);
   if (path.empty()) Refuse(word, L"is not the path of a file or folder on a drive or share.");
-  if (word.find_first_of(L"*?") != word.npos) {  // "\\?\" keeps names that nobody else reads so
+  if (word.find_first_of(L"*?") != word.npos) {  // as in "\\?\", behind which names mean others
     Refuse(word, L"holds * or ?, and wildcards are not expanded. Name each file, or the folder.");
   }
   const std::wstring root = WithSeparator(RootOf(path));
