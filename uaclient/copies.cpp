@@ -35,6 +35,7 @@ class Surveyor {
       : work_(work), options_(options), listFile_(listFile) {}
 
   void Survey() {
+    for (std::size_t i = 0; i < copies_.size(); ++i) copies_[i].item = i;
     std::stable_partition(copies_.begin(), copies_.end(),
                           [](const Copy& copy) { return copy.kind == Kind::kReplaceFolder; });
     report_.steps.resize(copies_.size());
@@ -468,8 +469,7 @@ void SurveyCopies(Work& work, const Options& options, const std::wstring& listFi
 Work WorkOf(const CopyPlan& plan, const Options& options, Hold) {
   Work work;
   for (const CopyItem& item : plan.Items()) {
-    const auto kind = static_cast<Kind>(item.kind);
-    work.copies.push_back({kind, item.source, item.destination, 0, work.copies.size()});
+    work.copies.push_back({static_cast<Kind>(item.kind), item.source, item.destination, 0, {}, {}});
   }
   SurveyCopies(work, options);
   Findings& findings = work.result.report.findings;

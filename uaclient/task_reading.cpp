@@ -158,10 +158,10 @@ void ReadList(const std::wstring& file, const Options& options, Work& work) {
   if (items.empty()) found.Warn(0, L"The list is empty, so nothing is copied. Add an item.");
   CheckOrder(items, found);
   for (const auto& [key, line] : items) {
-    const std::size_t i = work.copies.size();
-    const Operation& item = (*operations)[i];  // these are ordered alike
+    const Operation& item = (*operations)[work.copies.size()];  // these are ordered alike
     const auto kind = item.isFolder ? Step::Kind::kReplaceFolder : Step::Kind::kCopyFile;
-    work.copies.push_back({kind, Utf8ToWide(item.source), Utf8ToWide(item.destination), line, i});
+    work.copies.push_back(
+        {kind, Utf8ToWide(item.source), Utf8ToWide(item.destination), line, {}, {}});
   }
   SurveyCopies(work, options, file);
 }

@@ -22,12 +22,12 @@ struct Copy {
   std::wstring source;  // full paths where it is usable
   std::wstring destination;
   std::size_t line = 0;  // of the list's file
-  std::size_t item = 0;  // its place in the plan or the list
 
   // What its survey finds out.
-  bool isUsable = false;  // or nothing can come of it
-  std::vector<Target> targets = {};
-  std::vector<TreeEntry> deleted = {};  // files of a folder that is replaced
+  std::vector<Target> targets;
+  std::vector<TreeEntry> deleted;  // files of a folder that is replaced
+  std::size_t item = 0;            // its place in the plan or the list
+  bool isUsable = false;           // or nothing can come of it
 };
 
 struct Work {
