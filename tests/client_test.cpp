@@ -384,14 +384,15 @@ TEST_F(TaskFiles, AreLookedAtItemByItem) {
   Write(
       "<i key='1' src='@f' dec='@g'/><i key='2' src='@none' dec='@h'/><i key='3' src='' dec='@i'/>"
       "<i key='4' src='@s/' dec='@old/' type='dir'/><i key='5' src='@f' dec='@ro'/>"
-      "<i key='6' src='@f' dec='@hid'/>");
+      "<i key='6' src='@f' dec='@hid'/><i key='7' src='@s' dec='@new'/>");
   // Wine replaces such files, unless they are open.
   const FileLock locks[] = {FileLock(folder_ / "ro", FILE_SHARE_READ),
                             FileLock(folder_ / "hid", FILE_SHARE_READ)};
   EXPECT_THAT(Run(Status::kIncomplete),
               ElementsAre("", HasSubstr("source does not exist"), HasSubstr("no path"), "",
                           StartsWith("It differs from its source: it is read-only"),
-                          StartsWith("It differs from its source: it is read-only")));
+                          StartsWith("It differs from its source: it is read-only"),
+                          StartsWith("The folder is missing: it could not be written")));
   EXPECT_EQ(result_.files, 2U);
   Tree contents = folder_.Contents();
   contents.erase("list.xml");

@@ -79,6 +79,8 @@ TEST_F(PlanCheck, AddsToWhatIsThere) {
           {"E s\" is in the way: it is a folder", "E f\" is in the way: it is a file",
            "E f\" is or lies in the source"}},
          {"@f>@f/x", {"E is a file. Choose another", "E lies in the source"}},
+         {"!@s/>@f/x", {"E is a file. Choose another"}},
+         {"!@s/>@new/x,@f>@new", {"E written twice: \""}},
          {"@f>@new/", {"E ends like a folder"}}});
   EXPECT_THAT(Step("@s/>@old"),
               testing::MatchesRegex("adds the folder \".+s\" \\(2 files, 3 bytes\\) to \".+old\""));

@@ -61,8 +61,8 @@ bool Lives(DWORD id, const std::wstring& start) {
 std::wstring WhyWait(const std::wstring& file, const std::vector<Claimed>& places) {
   const WholeFile whole = ReadWhole(file, GENERIC_READ, kShareAll);
   if (!whole.fault.empty()) {
-    const bool hasGone = GetFileAttributesW(file.c_str()) == INVALID_FILE_ATTRIBUTES;
-    return hasGone ? L"" : L"Another run's file " + Quoted(file) + whole.fault + L" Try again.";
+    if (GetFileAttributesW(file.c_str()) == INVALID_FILE_ATTRIBUTES) return {};
+    return L"Another run's file " + Quoted(file) + whole.fault + L" Delete it if none is at work.";
   }
   std::vector<Claimed> claimed;
   std::wstring helperFolder;

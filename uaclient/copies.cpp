@@ -85,6 +85,7 @@ class Surveyor {
   }
   // It destroys what nobody asked to destroy, or what it destroys cannot be told.
   bool Harm(const wchar_t* text, Parts parts) {
+    CurrentStep().deletes |= !isPlan_ && Copies(Kind::kReplaceFolder);
     return Add(isPlan_ ? Severity::kError : Severity::kHarmful, text, parts, true);
   }
   bool Add(Severity severity, const wchar_t* text, Parts parts, bool hasFailed = false) {
@@ -151,14 +152,10 @@ class Surveyor {
     if (!copies_[at_].isUsable) return;
     item.goesFirst = !Copies(Kind::kReplaceFolder) && FindUpwards(deleted_, item.toSpot);
     // Before it looks at the source: what this user does not see, the elevated helper may.
-    const bool replaces = Copies(Kind::kReplaceFolder);
-    if (replaces && !CheckIsNotKept(item)) return;
+    if (Copies(Kind::kReplaceFolder) && !CheckIsNotKept(item)) return;
     if (!CheckSource(item) || !CheckDestination(item)) return;
-    if (replaces) {
-      ReplaceFolder(item);
-    } else if (!MakeFolders(ParentOf(Destination()), ParentOf(Source()))) {
-      return;
-    }
+    if (Copies(Kind::kReplaceFolder)) ReplaceFolder(item);
+    if (!MakeFolders(ParentOf(Destination()), ParentOf(Source()))) return;
     for (const TreeEntry& entry : ListSource(item)) AddTarget(item, entry);
   }
 
@@ -250,7 +247,7 @@ class Surveyor {
   void CheckTemporaryFolder(const Details& item) {
     const std::wstring temp = TempFolder();
     if (temp.empty() || !folders_.At(temp).IsInOrIs(*item.read[0].folder)) return;
-    Fail(
+    Harm(
         L"The source \"{}\" holds \"{}\", where the helper's files lie meanwhile. Set TMP to "
         L"another folder.",
         {Source(), temp});
@@ -297,7 +294,7 @@ class Surveyor {
       if (there.exists && !FindUpwards(deleted_, {&there, {}})) break;
       missing.push_back(path);
     }
-    if (!isPlan_ && missing.size() > 1) {
+    if (!isPlan_ && Copies(Kind::kCopyFile) && missing.size() > 1) {
       return Fail(L"Folders above \"{}\" are missing, and the helper makes only one. Make them.",
                   {Destination()});
     }
@@ -307,25 +304,27 @@ class Surveyor {
     return true;
   }
 
+  // A replaced folder is one operation, with all that is in it and above it.
   void Operate(const std::wstring& source, const std::wstring& destination, bool isFolder) {
-    if (isPlan_) operations_.push_back({WideToUtf8(source), WideToUtf8(destination), isFolder});
+    if (!isPlan_ || isFolder != Copies(Kind::kReplaceFolder)) return;
+    operations_.push_back({WideToUtf8(source), WideToUtf8(destination), isFolder});
   }
 
   // False when nothing new comes to the destination.
   bool AddTarget(Details& item, const TreeEntry& entry) {
     const std::wstring source = Below(Source(), entry.path);
     const std::wstring destination = Below(Destination(), entry.path);
+    const bool isRoot = entry.path.empty();
+    const Spot spot = isRoot ? item.toSpot : folders_.SpotOf(destination, true);
+    const Entry* const there = isRoot ? item.to : folders_.Find(destination, spot);
+    const bool looksDone = there != nullptr && there->state.Matches(entry.state);
+    copies_[at_].targets.push_back({entry, looksDone});
     std::wstring full;
     const std::wstring fault = PathFault(source, {}, full);
     if (!fault.empty()) return Fail(L"{}", {fault});
     if (!CheckLength(source, kMaxFilePath)) return false;
-    const bool isRoot = entry.path.empty();
-    const Spot spot = isRoot ? item.toSpot : folders_.SpotOf(destination, true);
-    const Entry* const there = isRoot ? item.to : folders_.Find(destination, spot);
     const bool stays = there != nullptr && !Copies(Kind::kReplaceFolder) && !item.goesFirst;
     if (stays && IsInTheWay(destination, *there, entry.isFolder)) return false;
-    const bool looksDone = there != nullptr && there->state.Matches(entry.state);
-    copies_[at_].targets.push_back({entry, looksDone});
     const std::wstring key =
         (isRoot || !entry.isFolder ? spot : folders_.SpotOf(destination, false)).Key();
     if (const auto read = sources_.find(key); read != sources_.end() && !isRoot) {
@@ -336,7 +335,7 @@ class Surveyor {
     const bool isNew = Bring(key, destination, entry.isFolder);
     if (!entry.isFolder) {
       AddFile(item, source, destination, entry, stays ? there : nullptr);
-    } else if (isNew && !Copies(Kind::kReplaceFolder) && there == nullptr) {
+    } else if (isNew && there == nullptr) {
       Operate(source, destination + L"\\", false);  // as in MakeFolders
     }
     return isNew;
@@ -352,7 +351,7 @@ class Surveyor {
       if (isPlan_ && Compare(source, destination) == Equality::kEqual) return;
       Fail(L"\"{}\"{}", {destination, kIsProtected});
     }
-    if (!Copies(Kind::kReplaceFolder)) Operate(source, destination, false);
+    Operate(source, destination, false);
   }
 
   bool CheckLength(const std::wstring& path, std::size_t longest) {
@@ -432,10 +431,9 @@ class Surveyor {
             : Filled(L"{} the {} \"{}\" ({}) to \"{}\"",
                      {Copies(Kind::kAddFolder) ? L"adds" : L"copies", Own(), Source(),
                       InWords(step.files, step.bytes), Destination()});
-    if (step.deletes) {
-      step.text += L", after deleting what is there (" +
-                   InWords(step.deletedFiles, step.deletedBytes) + L")";
-    }
+    if (step.deletes) step.text += L", after deleting what is there";
+    if (step.deletedFiles > 0)
+      step.text += L" (" + InWords(step.deletedFiles, step.deletedBytes) + L")";
     step.source = Source();
     step.destination = Destination();
   }

@@ -142,7 +142,7 @@ class Judge {
                  Below(copy.source, now.path),
                  Below(copy.destination, now.path),
                  now.state.size,
-                 before == nullptr || !(before->state == now.state)};
+                 before != nullptr ? !(before->state == now.state) : !copy.targets.empty()};
     const Entry* const there = pair.there = folders_.Find(pair.destination);
     if (there != nullptr && there->error != 0) {
       return Fault(L"{} is not visible to this user, so it could not be compared.", {pair.name});
@@ -152,8 +152,8 @@ class Judge {
       return Fault(L"{} is missing: something else is in its place. Remove that.", {pair.name});
     }
     if (now.isFolder) return;
-    if (comparison_ == Comparison::kSizeAndTime && !pair.hasChanged && !before->lookedDone &&
-        there->state.Matches(now.state)) {
+    const bool isTrusted = comparison_ == Comparison::kSizeAndTime && !pair.hasChanged;
+    if (isTrusted && before != nullptr && !before->lookedDone && there->state.Matches(now.state)) {
       ++progress_.files;
       progress_.bytes += now.state.size;
     } else {

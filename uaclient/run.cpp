@@ -189,11 +189,14 @@ class HelperRun {
     const JobState now = FindJob(item.job);
     if (result.status == Status::kFailed) {
       const std::wstring output = traces_->helper.Output();
-      result.reason += L" The job " + Quoted(item.job) +
-                       (!item.isDeletion ? L" was not registered; an older one may be gone."
-                        : now == JobState::kNotThere ? L" does not exist."
-                                                     : L" was not deleted.");
-      if (!output.empty()) result.reason += L" It said: " + output + L".";
+      result.reason +=
+          L" The job " + Quoted(item.job) +
+          (item.isDeletion && now == JobState::kNotThere ? L" does not exist."
+           : item.isDeletion                             ? L" was not deleted."
+           : now == JobState::kUnknown ? L" was not registered; an older one may be gone."
+           : now == jobBefore_         ? L" was not registered."
+                                       : L" was not registered, and the older one is gone.");
+      if (!output.empty()) result.reason += L" The helper said: " + output + L".";
       return;
     }
     item.replaced = !item.isDeletion && jobBefore_ == JobState::kThere;

@@ -159,7 +159,7 @@ void ReadJob(Operands& operands, Arguments& arguments) {
     const std::wstring argument =
         operands.TakeAsIs(L"An argument for the program (\"\" where it takes none)");
     if (std::count(argument.begin(), argument.end(), L'"') % 2 != 0) {
-      arguments.findings = {{Severity::kWarning, Quoted(argument) + L" " + kHoldsQuote, {}}};
+      arguments.findings.push_back({Severity::kWarning, Quoted(argument) + L" " + kHoldsQuote, {}});
     }
     job.arguments.push_back(argument);
   } while (!operands.words.empty());
