@@ -130,7 +130,7 @@ struct Step {
   std::wstring job;
   std::uint64_t files = 0;  // to be copied
   std::uint64_t bytes = 0;
-  bool deletes = false;  // the job, or the folder at the destination with this in it
+  bool deletes = false;  // or may: the job, or the folder at the destination with this in it
   std::uint64_t deletedFiles = 0;
   std::uint64_t deletedBytes = 0;
   std::wstring text;  // all that in words
