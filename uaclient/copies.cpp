@@ -26,7 +26,7 @@ constexpr std::size_t kMaxOperations = 200'000;
 constexpr std::int64_t kUnlimited = INT64_MAX / 2;
 
 std::wstring InWords(std::uint64_t files, std::uint64_t bytes) {
-  return FilesInWords(files) + L", " + BytesInWords(bytes);
+  return L"(" + FilesInWords(files) + L", " + BytesInWords(bytes) + L")";
 }
 
 class Surveyor {
@@ -127,7 +127,8 @@ class Surveyor {
     std::wstring full;
     const std::wstring fault = PathFault(path, ifEmpty, full);
     if (full.empty()) return path.empty() ? Fail(L"{}", {fault}) : Harm(L"{}", {fault});
-    // The helper takes no folder whose name is "." or "..".
+    // The helper takes no folder whose name is "." or "..". Other names with a final dot are not
+    // told from these.
     const bool isRefused = isPlan_ || path[path.find_last_not_of(L"\\/ ")] == L'.';
     if (!fault.empty()) isRefused ? Fail(L"{}", {fault}) : Doubt(L"{}", {fault});
     CheckDrive(path, full);
@@ -428,12 +429,11 @@ class Surveyor {
         item.hasFailed
             ? Filled(L"would not copy the {} \"{}\" to \"{}\", or not all of it (see above)",
                      {Own(), Source(), Destination()})
-            : Filled(L"{} the {} \"{}\" ({}) to \"{}\"",
+            : Filled(L"{} the {} \"{}\" {} to \"{}\"",
                      {Copies(Kind::kAddFolder) ? L"adds" : L"copies", Own(), Source(),
                       InWords(step.files, step.bytes), Destination()});
     if (step.deletes) step.text += L", after deleting what is there";
-    if (step.deletedFiles > 0)
-      step.text += L" (" + InWords(step.deletedFiles, step.deletedBytes) + L")";
+    if (step.deletedFiles > 0) step.text += L" " + InWords(step.deletedFiles, step.deletedBytes);
     step.source = Source();
     step.destination = Destination();
   }

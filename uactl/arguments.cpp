@@ -66,7 +66,7 @@ struct Operands {
 std::wstring PathOf(const std::wstring& word) {
   const std::wstring path = FullPath(word);
   if (path.empty()) Refuse(word, L"is not the path of a file or folder on a drive or share.");
-  if (word.find_first_of(L"*?") != word.npos) {  // as in "\\?\", behind which names mean others
+  if (word.find_first_of(L"*?") != word.npos) {  // also in "\\?\", where dots and blanks end names
     Refuse(word, L"holds * or ?, and wildcards are not expanded. Name each file, or the folder.");
   }
   const std::wstring root = WithSeparator(RootOf(path));
@@ -136,7 +136,7 @@ std::uint32_t MonthDay(const std::wstring& day) {
 
 std::uint32_t Days(const std::wstring& days, std::uint32_t (*bitOf)(const std::wstring&)) {
   std::uint32_t mask = 0;
-  std::wistringstream list(days + L",");  // so that nothing is a day, and no right one
+  std::wistringstream list(days + L",");  // so that an empty DAYS is refused, too
   for (std::wstring day; std::getline(list, day, L',');) mask |= bitOf(day);
   return mask;
 }
