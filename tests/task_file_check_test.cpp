@@ -74,6 +74,12 @@ TEST(TaskFileCheck, FindsWhatTheCasesExpect) {
   Compare(check("s"), "E is a folder");
   WriteFileBytes(folder / "😀", "");
   Compare(check("😀"), "E code page lacks");
+  WriteFileBytes(folder / "task.ini", "[Task]\ntype=1\nxml_path=" + root + "\n");
+  const fs::path before = fs::current_path();
+  fs::current_path(Utf8ToWide(root));
+  EXPECT_TRUE(Are(uaclient::Check(uaclient::TaskFile{L"task.ini"}).findings,
+                  {"! \"task.ini\" is relative", "E3 is a folder"}));
+  fs::current_path(before);
 }
 
 }  // namespace

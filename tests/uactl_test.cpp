@@ -412,7 +412,7 @@ TEST(Report, TellsEveryOutcome) {
     const bool isDone = c.exitCode == 0;
     uaclient::Result result = Failure(c.status, isDone ? L"" : L"Why.").result;
     result.items.resize(2);
-    result.items[0].done = isDone;
+    result.items[0].done = result.items[0].replaced = isDone;
     result.items[1].destination = L"D:\\é";
     result.items[1].reason = L"Own.";
     result.files = 2;
@@ -421,6 +421,7 @@ TEST(Report, TellsEveryOutcome) {
     const Json json = Json::parse(AsJson(OutcomeOf(result, false)));
     EXPECT_TRUE(json["exit"] == c.exitCode && json["status"] == c.name) << json;
     EXPECT_EQ(json["items"][0]["reason"], isDone ? "" : "Why.");
+    EXPECT_EQ(json["items"][0]["replaced"], isDone);
     EXPECT_EQ(json["items"][1]["reason"], "Own.");
     const std::wstring errors =
         (isDone ? L"" : L"uactl: Why.\n") + std::wstring(L"uactl: \"D:\\é\": Own.\n");

@@ -61,7 +61,7 @@ bool Lives(DWORD id, const std::wstring& start) {
 std::wstring WhyWait(const std::wstring& file, const std::vector<Claimed>& places) {
   const WholeFile whole = ReadWhole(file, GENERIC_READ, kShareAll);
   if (!whole.fault.empty()) {
-    if (GetFileAttributesW(file.c_str()) == INVALID_FILE_ATTRIBUTES) return {};
+    if (!Exists(file)) return {};
     return L"Another run's file " + Quoted(file) + whole.fault + L" Delete it if none is at work.";
   }
   std::vector<Claimed> claimed;
@@ -79,8 +79,7 @@ std::wstring WhyWait(const std::wstring& file, const std::vector<Claimed>& place
     }
   }
   if (living.empty()) {
-    RemoveHelperFolder(helperFolder);
-    DeleteFileW(file.c_str());
+    if (RemoveHelperFolder(helperFolder)) DeleteFileW(file.c_str());
   } else if (const Claimed* const met = Meet(places, claimed)) {
     return Filled(L"Another run is at work at \"{}\" (process {}). Wait until it has ended.",
                   {Below(met->folder, met->file), living});
@@ -119,8 +118,9 @@ const Claimed* Meet(const std::vector<Claimed>& ones, const std::vector<Claimed>
   return met != nullptr ? met : meetNow();
 }
 
+// Somebody may hold the folder open. The claim then stays, and the next run tries again.
 RunClaim::~RunClaim() {
-  if (!file_.empty()) DeleteFileW(file_.c_str());
+  if (!file_.empty() && RemoveHelperFolder(helperFolder_)) DeleteFileW(file_.c_str());
 }
 
 void RunClaim::Prepare() { CreateDirectoryW(ClaimsFolder().c_str(), nullptr); }
@@ -133,8 +133,8 @@ void RunClaim::Take(const std::vector<Claimed>& places, const std::wstring& help
       folder.empty() ? Handle() : Open(folder + L"\\lock", GENERIC_WRITE, 0, OPEN_ALWAYS, 500);
   if (!lock) {
     throw NotStarted{
-        L"It is not known whether another run is at work there, because no file can be made in " +
-        Quoted(folder) + L". Try again."};
+        L"It is unknown whether another run is at work, because nothing can be written in " +
+        Quoted(folder) + L": " + SystemMessage(GetLastError()) + L" Try again."};
   }
   std::wstring why;
   ForEachEntry(folder + L"\\*.claim", [&](const WIN32_FIND_DATAW& entry) {
@@ -147,10 +147,10 @@ void RunClaim::Take(const std::vector<Claimed>& places, const std::wstring& help
   for (const Claimed& place : places) {
     text += Record(place.isWritten ? L'w' : L'r', place.folder, place.file);
   }
+  helperFolder_ = helperFolder;
   file_ = folder + L"\\" + NameOf(helperFolder) + L".claim";
   if (WriteAll(Open(file_, GENERIC_WRITE, FILE_SHARE_READ, CREATE_NEW), WideToUtf8(text))) return;
-  throw NotStarted{L"The file " + Quoted(file_) + L" cannot be written: " +
-                   SystemMessage(GetLastError())};
+  throw NotStarted{Quoted(file_) + L" cannot be written: " + SystemMessage(GetLastError())};
 }
 
 void RunClaim::AddHelper(HANDLE helper) {

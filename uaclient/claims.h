@@ -21,6 +21,7 @@ struct Claimed {
 // Looks up where the paths lead.
 const Claimed* Meet(const std::vector<Claimed>& ones, const std::vector<Claimed>& others);
 
+// Goes at the end of the scope, after the helper's files.
 class RunClaim {
  public:
   RunClaim() = default;
@@ -40,6 +41,7 @@ class RunClaim {
 
  private:
   std::wstring file_;  // empty: nothing is claimed
+  std::wstring helperFolder_;
 };
 
 }  // namespace uaclient

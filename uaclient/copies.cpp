@@ -133,8 +133,7 @@ class Surveyor {
     if (!fault.empty()) isRefused ? Fail(L"{}", {fault}) : Doubt(L"{}", {fault});
     CheckDrive(path, full);
     if (Copies(Kind::kCopyFile) && (path.back() == L'\\' || path.back() == L'/')) {
-      Fail(L"\"{}\" ends like a folder, but the item copies a file. Write the file's name.",
-           {path});
+      Fail(L"\"{}\" ends like a folder, but the item copies a file. Write a file's name.", {path});
     }
     path = full;
     return true;
@@ -177,10 +176,7 @@ class Surveyor {
       return Risk(L"The destination \"{}\" is not visible to this user: {}",
                   {Destination(), SystemMessage(item.to->error)});
     }
-    if (item.to->isLink && Copies(Kind::kReplaceFolder)) {
-      return Doubt(L"The destination \"{}\" is a link. It is removed, and what it leads to stays.",
-                   {Destination()});
-    }
+    if (item.to->isLink && Copies(Kind::kReplaceFolder)) return true;  // it is removed
     return !IsInTheWay(Destination(), *item.to, !Copies(Kind::kCopyFile));
   }
 
@@ -188,8 +184,7 @@ class Surveyor {
   bool IsInTheWay(const std::wstring& path, const Entry& there, bool isFolder) {
     if (!there.isLink && there.isFolder == isFolder) return false;
     const wchar_t* const kind = there.isLink ? L"link" : there.isFolder ? L"folder" : L"file";
-    return !Fail(L"\"{}\" is in the way: it is a {}. Remove it, or choose another destination.",
-                 {path, kind});
+    return !Fail(L"\"{}\" is in the way: it is a {}. Remove it, or copy elsewhere.", {path, kind});
   }
 
   std::vector<TreeEntry> ListSource(Details& item) {
@@ -215,7 +210,7 @@ class Surveyor {
       if (WideToUtf8(path).size() <= kMaxBytes) continue;
       Fail(L"\"{}\" takes more than 260 bytes in UTF-8. Use a shorter path.", {path});
     }
-    if (CurrentStep().deletes && !item.to->isLink) ListWhatGoes(item);
+    if (CurrentStep().deletes) ListWhatGoes(item);
     Operate(WithSeparator(Source()), WithSeparator(Destination()), true);
   }
 
@@ -239,19 +234,16 @@ class Surveyor {
     if (!kept_) kept_.emplace(folders_, options_);
     const std::wstring why = kept_->WhyKept(*item.toSpot.folder);
     if (why.empty()) return true;
-    return Harm(
-        L"The destination \"{}\"{}. Replacing it could delete programs or data. Choose another.",
-        {Destination(), why});
+    return Harm(L"The destination \"{}\"{}. Replacing it may lose programs or data. Use another.",
+                {Destination(), why});
   }
 
   // While the helper works its own files are there, and it would copy them along.
   void CheckTemporaryFolder(const Details& item) {
     const std::wstring temp = TempFolder();
     if (temp.empty() || !folders_.At(temp).IsInOrIs(*item.read[0].folder)) return;
-    Harm(
-        L"The source \"{}\" holds \"{}\", where the helper's files lie meanwhile. Set TMP to "
-        L"another folder.",
-        {Source(), temp});
+    Harm(L"The source \"{}\" holds \"{}\", where the helper's files go. Set TMP to another.",
+         {Source(), temp});
   }
 
   void ListWhatGoes(Details& item) {
@@ -262,7 +254,7 @@ class Surveyor {
       // The helper lists a folder by its path, a separator and a pattern of one character.
       CheckLength(path, kMaxFilePath - (entry.isFolder ? 2 : 0));
       if (entry.isLink) {
-        Doubt(L"\"{}\" is a link in a folder that is replaced. What it leads to stays.", {path});
+        Doubt(L"\"{}\" is a link. It is removed, and what it leads to stays.", {path});
       } else if (entry.isFolder) {
         deleted_.insert_or_assign(folders_.At(path).keys[0], at_);
       } else {
@@ -329,9 +321,8 @@ class Surveyor {
     const std::wstring key =
         (isRoot || !entry.isFolder ? spot : folders_.SpotOf(destination, false)).Key();
     if (const auto read = sources_.find(key); read != sources_.end() && !isRoot) {
-      return Harm(
-          L"\"{}\" would be written, but it is the source \"{}\". Choose another destination.",
-          {destination, copies_[read->second].source});
+      return Harm(L"\"{}\" would be written, but it is the source \"{}\". Choose another place.",
+                  {destination, copies_[read->second].source});
     }
     const bool isNew = Bring(key, destination, entry.isFolder);
     if (!entry.isFolder) {
@@ -411,8 +402,7 @@ class Surveyor {
     free -= more;
     if (free >= 0) return;
     const std::wstring lack = BytesInWords(static_cast<std::uint64_t>(-free));
-    Risk(L"The destination \"{}\" does not fit: its volume lacks {}. Free some space.",
-         {Destination(), lack});
+    Risk(L"\"{}\" does not fit: its volume lacks {}. Free some space.", {Destination(), lack});
     free = kUnlimited;
   }
 
@@ -432,7 +422,8 @@ class Surveyor {
             : Filled(L"{} the {} \"{}\" {} to \"{}\"",
                      {Copies(Kind::kAddFolder) ? L"adds" : L"copies", Own(), Source(),
                       InWords(step.files, step.bytes), Destination()});
-    if (step.deletes) step.text += L", after deleting what is there";
+    const wchar_t* const when = item.hasFailed ? L"but may delete" : L"after deleting";
+    if (step.deletes) step.text += Filled(L", {} what is there", {when});
     if (step.deletedFiles > 0) step.text += L" " + InWords(step.deletedFiles, step.deletedBytes);
     step.source = Source();
     step.destination = Destination();

@@ -38,8 +38,8 @@ std::wstring LikelyCause(const Pair& pair) {
   if (pair.there != nullptr) {
     fault = pair.there->IsProtected() ? kIsProtected : OverwritingFault(pair.destination);
   }
-  return fault.empty() ? L": it could not be written. Look at the access list and the free space."
-                       : L": it" + fault;
+  if (!fault.empty()) return L": it" + fault;
+  return L": it was not copied, or changed later. Its access list or the free space may be why.";
 }
 
 class Judge {
@@ -93,13 +93,14 @@ class Judge {
     at_ = copy.item;
     const Entry* const from = copy.isUsable ? folders_.Find(copy.source) : nullptr;
     if (from == nullptr || from->error != 0) {
-      return Fault(copy.isUsable ? L"The source does not exist, or is not visible to this user."
-                                 : L"Its source or destination is no path that could be looked at.",
-                   {});
+      return copy.targets.empty()
+                 ? Fault(L"The source does not exist or is not visible here, or a path is wrong.",
+                         {})
+                 : Fault(L"The source was removed while the helper worked.", {});
     }
     const TreeListing now = ListTree(copy.source, *from, Links::kFollowedOnce);
-    JudgeListing(copy.source, now);
-    if (copy.kind == Step::Kind::kReplaceFolder) JudgeLeftovers(copy.destination, now);
+    for (const auto& fault : now.faults) Fault(L"{}", {InWords(fault, copy.source)});
+    if (copy.kind == Step::Kind::kReplaceFolder) JudgeLeftovers(copy, now);
 
     std::unordered_map<std::wstring, const Target*> before;  // by paths in upper case
     for (const Target& target : copy.targets) before.emplace(UpperCase(target.path), &target);
@@ -113,21 +114,18 @@ class Judge {
     }
   }
 
-  void JudgeListing(const std::wstring& root, const TreeListing& tree) {
-    for (const TreeListing::Fault& fault : tree.faults) Fault(L"{}", {InWords(fault, root)});
-  }
-
   // What could not be deleted, and what has come since.
-  void JudgeLeftovers(const std::wstring& destination, const TreeListing& source) {
-    const Entry* const root = folders_.Find(destination);
+  void JudgeLeftovers(const Copy& copy, const TreeListing& source) {
+    const Entry* const root = folders_.Find(copy.destination);
     if (root == nullptr || !root->isFolder) return;
     std::unordered_set<std::wstring> expected;
     for (const TreeEntry& entry : source.entries) expected.insert(UpperCase(entry.path));
-    const TreeListing there = ListTree(destination, *root, Links::kNotFollowed);
-    JudgeListing(destination, there);
+    for (const TreeEntry& entry : copy.targets) expected.insert(UpperCase(entry.path));
+    const TreeListing there = ListTree(copy.destination, *root, Links::kNotFollowed);
+    for (const auto& fault : there.faults) Fault(L"{}", {InWords(fault, copy.destination)});
     for (const TreeEntry& entry : there.entries) {
       if (expected.count(UpperCase(entry.path)) != 0) continue;
-      const std::wstring path = Below(destination, entry.path);
+      const std::wstring path = Below(copy.destination, entry.path);
       if (brought_.count(folders_.SpotOf(path, !entry.isFolder).Key()) != 0) continue;
       Fault(L"{} is not in the source: it could not be deleted, or another program put it there.",
             {Quoted(entry.path)});

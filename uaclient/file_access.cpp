@@ -106,7 +106,7 @@ WholeFile ReadWhole(const std::wstring& path, DWORD access, DWORD share) {
   DWORD count = 0;
   if (IsFolder(path)) {
     file.fault = L" is a folder. Write the path of a file.";
-  } else if (!file.handle && GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES) {
+  } else if (!file.handle && !Exists(path)) {
     file.fault = L" does not exist. Write its whole path.";
   } else if (!file.handle) {
     file.fault = InWords(error);

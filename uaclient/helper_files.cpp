@@ -23,7 +23,7 @@ constexpr wchar_t kListName[] = L"\\list.xml";
 // What follows it in a folder's name: hex digits, so many that nobody can foresee them.
 const std::wstring kPrefix = L"uactask-";
 constexpr wchar_t kDigits[] = L"0123456789abcdef";
-constexpr std::size_t kNumberOfDigits = 32;
+constexpr std::size_t kDigitCount = 32;
 
 // Both as the value of a task file and as the name of one, with space for the folder and the files
 // in it within the 259 units that a path may have.
@@ -63,16 +63,17 @@ std::wstring TempFolder() {
 }
 
 // Something that looks at new files, a virus scanner for instance, may hold them for a moment.
-void RemoveHelperFolder(const std::wstring& path) {
+bool RemoveHelperFolder(const std::wstring& path) {
   const std::wstring name = NameOf(path);
-  if (name.size() != kPrefix.size() + kNumberOfDigits || name.rfind(kPrefix, 0) != 0 ||
+  if (name.size() != kPrefix.size() + kDigitCount || name.rfind(kPrefix, 0) != 0 ||
       name.find_first_not_of(kDigits, kPrefix.size()) != std::wstring::npos) {
-    return;
+    return true;
   }
   for (int attempt = 0; attempt < 20 && IsFolder(path); ++attempt) {
     if (attempt > 0) Sleep(50);
     fileop::RemoveTree(path + L"\\", 0);  // a link in its place goes, and nothing behind it
   }
+  return !IsFolder(path);
 }
 
 // There is no second choice: files that decide what is done elevated do not go where nobody expects
@@ -93,13 +94,7 @@ HelperFiles::HelperFiles() {
   }
   folder_ = WithSeparator(folder_) + kPrefix;
   std::random_device random;
-  std::generate_n(std::back_inserter(folder_), kNumberOfDigits,
-                  [&] { return kDigits[random() % 16]; });
-}
-
-HelperFiles::~HelperFiles() {
-  held_.clear();
-  RemoveHelperFolder(folder_);
+  std::generate_n(std::back_inserter(folder_), kDigitCount, [&] { return kDigits[random() % 16]; });
 }
 
 void HelperFiles::Create(const std::string& task, const std::string& list) {

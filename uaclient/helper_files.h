@@ -18,17 +18,16 @@ struct NotStarted {
 // The folder that the environment variable TMP names, as a full path; L"" where it names none.
 std::wstring TempFolder();
 
-// Removes the folder with all in it, but nothing behind links. Does nothing where the folder's name
-// is none that this program gives.
-void RemoveHelperFolder(const std::wstring& path);
+// Removes the folder with all in it, but nothing behind links. False when it is still there. Does
+// nothing where the folder's name is none that this program gives.
+bool RemoveHelperFolder(const std::wstring& path);
 
 // The folder is open to this user, administrators and the system alone: who can change these files
-// decides what is done elevated. It goes with its files at the end of the scope.
+// decides what is done elevated. Whoever creates it removes it.
 class HelperFiles {
  public:
   // Chooses a path in TempFolder() that nobody can foresee. Throws NotStarted when TMP does not do.
   HelperFiles();
-  ~HelperFiles();
 
   // Where they lie, in characters that the ANSI code page has.
   const std::wstring& Folder() const { return folder_; }

@@ -96,11 +96,14 @@ DWORD StartDirectly(const std::wstring& program, const std::wstring& taskFile, H
 BOOL(*ShellExecuteForHelper)
 (SHELLEXECUTEINFOW*) = [](SHELLEXECUTEINFOW* start) { return ShellExecuteExW(start); };
 
-void HelperProcess::Start(const std::wstring& program, const std::wstring& taskFile, void* owner) {
-  std::wstring fault = DriveFault(program);
+void HelperProcess::Start(const Options& options, const std::wstring& taskFile) {
+  const std::wstring path = HelperPath(options);
+  std::wstring program;
+  std::wstring fault = PathFault(path, {}, program);
+  if (fault.empty()) fault = DriveFault(program);
   if (fault.empty()) {
     const DWORD error = IsElevated() ? StartDirectly(program, taskFile, process_, output_)
-                                     : StartByShell(program, taskFile, owner, process_);
+                                     : StartByShell(program, taskFile, options.owner, process_);
     if (error == ERROR_SUCCESS) return;
     if (error == ERROR_CANCELLED) {
       throw NotStarted{L"The elevation was refused. Nothing was done.", Status::kRefused};
@@ -110,7 +113,7 @@ void HelperProcess::Start(const std::wstring& program, const std::wstring& taskF
       fault += L" Put it beside the calling program, or write its path into the options.";
     }
   }
-  throw NotStarted{L"The helper " + Quoted(program) + L" could not be started: " + fault};
+  throw NotStarted{L"The helper " + Quoted(path) + L" could not be started: " + fault};
 }
 
 DWORD HelperProcess::ExitCode() const {
@@ -140,8 +143,8 @@ std::wstring OwnFolder() {
 }
 
 std::wstring HelperPath(const Options& options) {
-  return options.helper.empty() ? WithSeparator(OwnFolder()) + L"uactask.exe"
-                                : FullPath(options.helper.wstring());
+  return options.helper.empty() ? FullPath(WithSeparator(OwnFolder()) + L"uactask.exe")
+                                : options.helper.wstring();
 }
 
 }  // namespace uaclient

@@ -20,7 +20,7 @@ class HelperProcess {
  public:
   // Starts it on a task file, in its own folder. A process that is elevated already starts it
   // directly and can read what it prints; otherwise the user is asked. Throws NotStarted.
-  void Start(const std::wstring& program, const std::wstring& taskFile, void* owner);
+  void Start(const Options& options, const std::wstring& taskFile);
 
   // Null before the start.
   HANDLE Get() const { return process_.get(); }
@@ -43,7 +43,7 @@ class HelperProcess {
 // The calling program's folder.
 std::wstring OwnFolder();
 
-// The helper's full path, by the options or beside the calling program. L"" when it is no path.
+// The helper's path, as the options give it or beside the calling program.
 std::wstring HelperPath(const Options& options);
 
 }  // namespace uaclient

@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "uaclient/kept_folders.h"
 #include "uaclient/path.h"
 #include "uaclient/win32.h"
 #include "uaclient/words.h"
@@ -24,9 +25,8 @@ using Task = UACTaskScheduler;
 
 constexpr wchar_t kName[] = L"The job's name";
 constexpr wchar_t kProgram[] = L"The program";
-constexpr std::int32_t kKinds[] = {Task::kDaily, Task::kWeekly, Task::kMonthly};  // by Job::Every
 
-std::int32_t KindOf(const Job& job) { return kKinds[static_cast<std::size_t>(job.every)]; }
+std::int32_t KindOf(const Job& job) { return Task::kDaily + static_cast<std::int32_t>(job.every); }
 
 std::wstring Fault(const std::wstring& what, const std::wstring& value, const wchar_t* why) {
   return Filled(L"{}, {}, {}", {what, Shown(value), why});
@@ -45,15 +45,6 @@ std::wstring CommandFault(const std::wstring& what, const std::wstring& text) {
   if (!hasVariable && text.find(L"$(") == std::wstring::npos) return TextFault(what, text);
   return Fault(what, text,
                L"holds \"$(\" or a name between \"%\", which the scheduler replaces. Remove it.");
-}
-
-// As the scheduler starts it, which knows environment variables and quotes.
-std::wstring Expanded(const std::wstring& program) {
-  std::wstring text(32768, L'\0');
-  ExpandEnvironmentStringsW(program.c_str(), text.data(), 32768);
-  text.resize(std::wcslen(text.c_str()));
-  const bool isQuoted = text.size() > 1 && text.front() == L'"' && text.back() == L'"';
-  return isQuoted ? text.substr(1, text.size() - 2) : text;
 }
 
 std::wstring QuotedArgument(const std::wstring& argument) {
@@ -136,14 +127,20 @@ std::wstring JobNameFault(const std::wstring& what, const std::wstring& name) {
                L"ends in a blank or a dot. Use another name.");
 }
 
+std::wstring Expanded(const std::wstring& program) {
+  std::wstring text(32768, L'\0');
+  ExpandEnvironmentStringsW(program.c_str(), text.data(), 32768);
+  text.resize(std::wcslen(text.c_str()));
+  const bool isQuoted = text.size() > 1 && text.front() == L'"' && text.back() == L'"';
+  return isQuoted ? text.substr(1, text.size() - 2) : text;
+}
+
 std::wstring ProgramFault(const std::wstring& what, const std::wstring& program) {
   const std::wstring path = Expanded(program);
   std::wstring full;
-  std::wstring fault = PathFault(path, what + L" is empty.", full);
-  if (!fault.empty()) return fault;
-  if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES && !IsFolder(path)) return {};
-  return Fault(what, path,
-               L"does not exist or is a folder. Write the whole path, and the arguments apart.");
+  const std::wstring fault = PathFault(path, what + L" is missing or empty.", full);
+  if (!fault.empty() || (Exists(path) && !IsFolder(path))) return fault;
+  return Fault(what, path, L"is not a file. Write its whole path, and the arguments apart.");
 }
 
 std::wstring Rhythm(std::int32_t kind, std::uint32_t days) {
@@ -152,7 +149,7 @@ std::wstring Rhythm(std::int32_t kind, std::uint32_t days) {
   if (kind == Task::kDaily) return L"daily";
   const bool isWeekly = kind == Task::kWeekly;
   const std::size_t count = isWeekly ? std::size(kWeekdays) : 31;
-  if (days == 0 || days >> count != 0) return {};
+  if (kind < Task::kDaily || kind > Task::kMonthly || days == 0 || days >> count != 0) return {};
   std::wstring text;
   for (std::size_t day = 0; day < count; ++day) {
     if ((days >> day & 1U) == 0) continue;
@@ -195,6 +192,11 @@ Work WorkOf(const JobRemoval& removal, const Options&, Hold) {
   Job job;
   job.name = removal.name;
   return WorkOn(job, DeletionStep(job.name), {JobNameFault(kName, job.name)});
+}
+
+Claimed PlaceOf(const std::wstring& job) {
+  const std::wstring path = KnownFolder(FOLDERID_System) + L"\\Tasks\\" + job;
+  return {true, ParentOf(path), NameOf(path)};
 }
 
 JobState FindJob(const std::wstring& name) {

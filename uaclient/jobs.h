@@ -6,11 +6,15 @@
 #include <cstdint>
 #include <string>
 
+#include "uaclient/claims.h"
 #include "uaclient/uaclient.h"
 
 namespace uaclient {
 
 std::wstring JobNameFault(const std::wstring& what, const std::wstring& name);
+
+// The program as the scheduler starts it, which knows environment variables and quotes.
+std::wstring Expanded(const std::wstring& program);
 
 // Whether the scheduler would find the program.
 std::wstring ProgramFault(const std::wstring& what, const std::wstring& program);
@@ -21,6 +25,9 @@ std::wstring Rhythm(std::int32_t kind, std::uint32_t days);
 Step RegistrationStep(const std::wstring& name, const std::wstring& program,
                       const std::wstring& arguments, const std::wstring& when);
 Step DeletionStep(const std::wstring& name, const wchar_t* remark = L"");
+
+// What a run of the job claims: the file in which the scheduler keeps it.
+Claimed PlaceOf(const std::wstring& job);
 
 enum class JobState { kThere, kNotThere, kUnknown };
 

@@ -38,7 +38,7 @@ std::wstring KnownFolder(const KNOWNFOLDERID& id) {
 
 KeptFolders::KeptFolders(Folders& folders, const Options& options) {
   std::vector<std::wstring> paths = SystemsKnownFolders();
-  paths.insert(paths.end(), {OwnFolder(), ParentOf(HelperPath(options)), TempFolder()});
+  paths.insert(paths.end(), {OwnFolder(), ParentOf(FullPath(HelperPath(options))), TempFolder()});
   std::wstring root = L"A:\\";
   for (DWORD drives = GetLogicalDrives(); drives != 0; drives >>= 1, ++root[0]) {
     if ((drives & 1) != 0 && GetDriveTypeW(root.c_str()) != DRIVE_REMOTE) paths.push_back(root);

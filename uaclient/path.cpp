@@ -49,10 +49,9 @@ bool IsAbsolute(const std::wstring& path) {
 // Half of a surrogate pair does not come back from UTF-8.
 bool ListCarries(const std::wstring& text) {
   const auto isControl = [](wchar_t c) { return c < L' '; };
-  const auto isSurrogate = [](wchar_t c) { return c >= 0xD800 && c <= 0xDFFF; };
+  const auto isHalf = [](wchar_t c) { return c >= 0xD800 && c <= 0xDFFF; };
   if (std::any_of(text.begin(), text.end(), isControl)) return false;
-  return std::none_of(text.begin(), text.end(), isSurrogate) ||
-         Utf8ToWide(WideToUtf8(text)) == text;
+  return std::none_of(text.begin(), text.end(), isHalf) || Utf8ToWide(WideToUtf8(text)) == text;
 }
 
 std::wstring PathFault(const std::wstring& path, const std::wstring& ifEmpty, std::wstring& full) {
@@ -67,9 +66,9 @@ std::wstring PathFault(const std::wstring& path, const std::wstring& ifEmpty, st
   }
   full = FullPath(path);
   if (full == Plain(path)) return {};
-  if (full.empty()) return Quoted(path) + L" is the name of a device. Use another name.";
-  return Quoted(path) + L" is what Windows reads as " + Quoted(full) +
-         L". Write that, or use another name.";
+  if (full.empty())
+    return Quoted(path) + L" is the name of a device, or far too long. Use another.";
+  return Quoted(path) + L" is what Windows reads as " + Quoted(full) + L". Write that.";
 }
 
 std::wstring FullPath(const std::wstring& path) {

@@ -85,21 +85,21 @@ class HelperRun {
 
   // kDone when the helper has ended with success.
   Status Carry() {
-    if (IsJob()) jobBefore_ = FindJob(work_.result.items[0].job);
     if (const Finding* const refusal = FirstRefusal(work_.result.report)) Refuse(*refusal);
     if (options_.confirm && !options_.confirm(work_.result.report)) GiveUp();
     if (work_.task.empty() && work_.list.empty()) return Status::kDone;  // everything is there
     traces_ = std::make_unique<Traces>();
+    if (IsJob()) work_.claims = {PlaceOf(work_.result.items[0].job)};
     traces_->claim.Take(work_.claims, traces_->files.Folder());
+    if (IsJob()) jobBefore_ = FindJob(work_.result.items[0].job);
     traces_->files.Create(work_.task, work_.list);
     if (options_.progress && !options_.progress(progress_)) GiveUp();
-    traces_->helper.Start(HelperPath(options_), traces_->files.TaskPath(), options_.owner);
+    traces_->helper.Start(options_, traces_->files.TaskPath());
     traces_->claim.AddHelper(traces_->helper.Get());
     start_ = Clock::now();  // what the user took to allow it does not count
     if (Wait()) return Verdict();
     work_.result.reason =
-        L"Waiting was given up. The helper cannot be ended from here: it goes on, and its files "
-        L"in " +
+        L"Waiting was given up. The helper cannot be ended: it goes on, and its files in " +
         Quoted(traces_->files.Folder()) + L" are left to it." +
         (work_.taskFile ? L" The task file stays." : L"");
     return Status::kStillRunning;
@@ -111,12 +111,10 @@ class HelperRun {
     if (refusal.item != Finding::kNoItem) {
       for (Item& item : result.items) item.reason = L"Another item was refused.";
     }
-    const Findings& findings = result.report.findings;
-    std::for_each(findings.rbegin(), findings.rend(), [&](const Finding& finding) {
-      if (Refuses(finding) && finding.item != Finding::kNoItem) {
-        result.items[finding.item].reason = finding.text;
-      }
-    });
+    for (const Finding& finding : result.report.findings) {
+      if (!Refuses(finding) || finding.item == Finding::kNoItem) continue;
+      result.items[finding.item].reason = finding.text;
+    }
     throw NotStarted{refusal.text, Status::kInvalid};
   }
 
@@ -175,7 +173,7 @@ class HelperRun {
     const auto missing = std::count_if(result.items.begin(), result.items.end(),
                                        [](const Item& item) { return !item.done; });
     if (missing != 0) {
-      result.reason = Filled(L"{} of {} items did not arrive as they should.",
+      result.reason = Filled(L"{} of {} items did not arrive as they should, or were not compared.",
                              {std::to_wstring(missing), std::to_wstring(result.items.size())});
     } else if (result.report.leavesOut) {
       result.reason = L"Not everything in the list was done: the helper leaves items out.";
@@ -195,6 +193,7 @@ class HelperRun {
            : item.isDeletion                             ? L" was not deleted."
            : now == JobState::kUnknown ? L" was not registered; an older one may be gone."
            : now == jobBefore_         ? L" was not registered."
+           : now == JobState::kThere   ? L" is there all the same."
                                        : L" was not registered, and the older one is gone.");
       if (!output.empty()) result.reason += L" The helper said: " + output + L".";
       return;
@@ -207,8 +206,7 @@ class HelperRun {
                       (item.isDeletion ? L"still" : L"not") + L" there.";
     } else if (now == JobState::kUnknown && (!item.isDeletion || jobBefore_ != JobState::kThere)) {
       item.reason =
-          L"The helper reports success, but this user cannot see the job: it may be another "
-          L"user's.";
+          L"The helper reports success, but this user cannot see the job. It may be another's.";
     }
   }
 

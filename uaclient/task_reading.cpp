@@ -46,6 +46,14 @@ struct FileFindings {
     Add(Severity::kError, line, Filled(text, parts));
   }
 
+  // What is relative, or on a drive of this user's own, may be another file for the helper.
+  void CheckPath(std::size_t line, const std::wstring& path) {
+    std::wstring full;
+    const std::wstring fault = PathFault(path, {}, full);
+    Add(full.empty() ? Severity::kHarmful : Severity::kWarning, line, fault);
+    Add(Severity::kHarmful, line, DriveFault(full));
+  }
+
   std::wstring file;
   Report& report;
 };
@@ -83,10 +91,11 @@ void CheckAttributes(const ptree& attributes, std::size_t line, FileFindings& fo
   }
   const std::string type = attributes.get(names.at(kTypeField), std::string(kFileType));
   if (type != kFolderType && type != kFileType) {
-    found.Warn(line, L"The type {} means a file. Write \"dir\" or \"file\", in lower case.",
-               {ShownUtf8(type)});
+    found.Warn(line, L"The type {} means a file. Write \"dir\" or \"file\".", {ShownUtf8(type)});
   }
 }
+
+constexpr char kComment[] = "<xmlcomment>";
 
 // The lines of the items that count, by key.
 using Items = std::map<std::string, std::size_t>;
@@ -99,13 +108,17 @@ Items ReadElements(const ptree& list, const std::vector<std::size_t>& lines, Fil
     const std::size_t line = next == lines.end() ? 0 : *next++;
     const auto attributes = element.get_child_optional(kAttributes);
     if (!attributes || name.find('.') != std::string::npos) {
-      const std::wstring what = name == "<xmlcomment>" ? L"This is a comment"
-                                : attributes           ? ShownUtf8(name) + L" has a dot in its name"
-                                                       : ShownUtf8(name) + L" has no attributes";
+      const std::wstring what = name == kComment ? L"This is a comment"
+                                : attributes     ? ShownUtf8(name) + L" has a dot in its name"
+                                                 : ShownUtf8(name) + L" has no attributes";
       found.Fail(line, what + L", so the helper refuses the list. Change or remove it.");
       continue;
     }
     CheckAttributes(*attributes, line, found);
+    if (element.size() > element.count(kAttributes) + element.count(kComment)) {
+      found.report.leavesOut = true;
+      found.Warn(line, L"The helper leaves out what is inside the item. Put it after the item.");
+    }
     const std::string key =
         attributes->get(OperationFieldNames().at(kKeyField), std::string(kMissingField));
     const auto [first, isNew] = items.try_emplace(key, line);
@@ -158,10 +171,9 @@ void ReadList(const std::wstring& file, const Options& options, Work& work) {
   if (items.empty()) found.Warn(0, L"The list is empty, so nothing is copied. Add an item.");
   CheckOrder(items, found);
   for (const auto& [key, line] : items) {
-    const Operation& item = (*operations)[work.copies.size()];  // these are ordered alike
-    const auto kind = item.isFolder ? Step::Kind::kReplaceFolder : Step::Kind::kCopyFile;
-    work.copies.push_back(
-        {kind, Utf8ToWide(item.source), Utf8ToWide(item.destination), line, {}, {}});
+    const auto& [from, to, isFolder] = (*operations)[work.copies.size()];  // ordered alike
+    const auto kind = isFolder ? Step::Kind::kReplaceFolder : Step::Kind::kCopyFile;
+    work.copies.push_back({kind, Utf8ToWide(from), Utf8ToWide(to), line, {}, {}});
   }
   SurveyCopies(work, options, file);
 }
@@ -203,10 +215,10 @@ class TaskReader {
     const auto type = Number(kType);
     if (type == Task::kType) return ReadJob();
     if (type == UACTaskFileOp::kType) return ReadListPath(options);
-    const bool hasSection = sections_.find("[Task]") != std::string::npos;
+    const bool hasSection = (sections_ + ",").find(", [Task],") != std::string::npos;
     if (Must(kType, !hasSection, Severity::kError, L"0 for a job or 1 for a list of copies")) {
-      found_.Fail(0, L"There is no section \"[Task]\"{}. Write it so, above the keys.",
-                  {sections_.empty() ? L"" : L", but " + ShownBytes(sections_)});
+      found_.Fail(0, L"There is no section \"[Task]\"{}. Write it so, above the keys: case counts.",
+                  {sections_.empty() ? L"" : L", but " + ShownBytes(sections_.substr(2))});
     }
   }
 
@@ -248,8 +260,7 @@ class TaskReader {
       line_ = line.number;
       const std::wstring odd = ReadLine(line);
       if (odd.empty() || ++oddLines_ > kMaxNamed + 1) return;
-      found_.Warn(line_,
-                  oddLines_ <= kMaxNamed ? odd : L"This line is odd, too, as may be others.");
+      found_.Warn(line_, oddLines_ <= kMaxNamed ? odd : L"This line is odd, as others may be.");
     });
   }
 
@@ -264,10 +275,9 @@ class TaskReader {
     }
     if (text.find('[') != std::string_view::npos) {
       const std::string header = "[" + std::string(record->Section) + "]";
-      sections_ += (sections_.empty() ? "" : ", ") + header;
+      sections_ += ", " + header;
       if (text[0] == '[') return {};
-      return L"A \"[\" makes the whole line a section's header, here " + ShownBytes(header) +
-             L". Leave it out.";
+      return L"A \"[\" makes the line a header, " + ShownBytes(header) + L". Leave it out.";
     }
     if (record && !record->Key.empty()) return ReadEntry(*record);
     if (IsIniCommentSign(text[0])) return {};
@@ -284,7 +294,8 @@ class TaskReader {
       if (isComment || (!isInTask && !isKnown)) return {};
       std::wstring known = ShownBytes(kTypeKey);
       for (const char* param : kParamKeys) known += L", " + ShownBytes(param);
-      return key + L" is an unknown key here. In \"[Task]\" the helper reads " + known + L".";
+      return key + L" is an unknown key here. In \"[Task]\" the helper reads " + known +
+             L", with no blank before the \"=\".";
     }
     auto& [first, value] = entries_[std::string(record.Key)];
     if (first != 0) {
@@ -328,7 +339,8 @@ class TaskReader {
     const std::int32_t kind = *Number(Task::kTimeType);
     const auto days = kind == Task::kWeekly ? Task::kTimeWeekday : Task::kTimeMonthday;
     const std::wstring rhythm = Rhythm(kind, static_cast<std::uint32_t>(*Number(days)));
-    found_.Warn(Line(Task::kExePath), ProgramFault(L"\"exe_path\"", program));
+    found_.Add(IsAbsolute(Expanded(program)) ? Severity::kWarning : Severity::kHarmful,
+               Line(Task::kExePath), ProgramFault(L"\"exe_path\"", program));
     bool isGood = Must(Task::kTimeType, kind >= Task::kDaily && kind <= Task::kMonthly,
                        Severity::kError, L"2 (daily), 3 (weekly) or 4 (monthly)");
     isGood &= Must(days, !isGood || !rhythm.empty(), Severity::kHarmful,
@@ -344,10 +356,7 @@ class TaskReader {
     constexpr std::int32_t kPath = UACTaskFileOp::kXmlPath;
     const std::wstring path = Text(kPath);
     if (!Must(kPath, !path.empty(), Severity::kError, L"the list's whole path")) return;
-    std::wstring full;
-    const std::wstring fault = PathFault(path, {}, full);
-    found_.Add(full.empty() ? Severity::kHarmful : Severity::kWarning, Line(kPath), fault);
-    found_.Add(Severity::kHarmful, Line(kPath), DriveFault(full));
+    found_.CheckPath(Line(kPath), path);
     WholeFile file = ReadWhole(path, GENERIC_READ, kShareAll);
     if (!file.fault.empty()) {
       return found_.Fail(Line(kPath), L"The list {}{}", {Shown(path), file.fault});
@@ -374,7 +383,7 @@ Work WorkOf(const TaskFile& task, const Options& options, Hold hold) {
   FileFindings found{path, report};
   WholeFile file = hold == Hold::kYes ? ReadWhole(path, GENERIC_READ | DELETE, FILE_SHARE_READ)
                                       : ReadWhole(path, GENERIC_READ, kShareAll);
-  report.exists = GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+  report.exists = Exists(path);
   if (hold == Hold::kYes) work.taskFile = std::move(file.handle);
   work.task = std::move(file.bytes);
   if (!file.fault.empty()) {
@@ -382,7 +391,7 @@ Work WorkOf(const TaskFile& task, const Options& options, Hold hold) {
   } else if (!HelperReads(path)) {
     found.Fail(0, L"The code page lacks characters of the file's path. Use another name.");
   } else {
-    found.Add(Severity::kHarmful, 0, DriveFault(FullPath(path)));
+    found.CheckPath(0, path);
     TaskReader(found, work).Read(options);
   }
   const auto isBefore = [&](const Finding& left, const Finding& right) {

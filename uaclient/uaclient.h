@@ -111,8 +111,8 @@ struct JobRemoval {
   std::wstring name;
 };
 
-// An existing task file. It is deleted when the helper has succeeded with it, unless waiting was
-// given up.
+// An existing task file, by its absolute path. It is deleted when the helper has succeeded with it,
+// unless waiting was given up.
 struct TaskFile {
   std::filesystem::path path;
 };
@@ -157,17 +157,17 @@ struct Progress {
   std::uint64_t allBytes = 0;
   std::filesystem::path current;  // the destination at work; empty where that is not known
   std::chrono::milliseconds elapsed{0};
-  bool comparing = false;  // the helper has ended; what it copied is being compared
+  bool comparing = false;  // the helper has ended; what is the same counts, from 0 again
 };
 
 enum class Comparison {
   kContent,     // every byte
-  kSizeAndTime  // faster; files that looked like their source before the start by content still
+  kSizeAndTime  // faster, to two seconds; files that looked like their source before by content
 };
 
 struct Options {
   void* owner = nullptr;         // the window (HWND) that the elevation prompt belongs to
-  std::filesystem::path helper;  // empty: uactask.exe beside the calling program
+  std::filesystem::path helper;  // absolute; empty: uactask.exe beside the calling program
   // How long to wait for the helper, counted from its start; zero: until it ends. The time that the
   // user takes for the prompt does not count.
   std::chrono::milliseconds timeout{0};
@@ -226,9 +226,10 @@ struct Result {
 //
 // The helper's files lie meanwhile in a new folder below the one that the environment variable TMP
 // names. Only this user, administrators and the system can open it, where its file system keeps
-// access lists. A run claims its sources and destinations; another one that meets them is not
-// started until the helper has ended, whoever waits for it. After kStillRunning the files go when
-// the helper has ended, if this process lives that long, and at this user's next run otherwise.
+// access lists. A run claims its sources and destinations, or its job; another one that meets them
+// is not started until the helper has ended, whoever waits for it. After kStillRunning the files go
+// when the helper has ended, if this process lives that long, and at this user's next run
+// otherwise, also where somebody holds them open.
 //
 // An existing task file is read once and held while the helper works with a copy of it: what was
 // checked is what runs.

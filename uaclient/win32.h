@@ -37,6 +37,10 @@ inline Handle Open(const std::wstring& path, DWORD access, DWORD share = kShareA
   }
 }
 
+inline bool Exists(const std::wstring& path) {
+  return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
 // Whether a folder is there, links to folders included.
 inline bool IsFolder(const std::wstring& path) {
   const DWORD attributes = GetFileAttributesW(path.c_str());

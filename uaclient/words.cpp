@@ -71,6 +71,8 @@ std::wstring SystemMessage(DWORD error) {
       FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK,
       nullptr, error, 0, text, 512, nullptr);
   std::wstring message(text, length);
+  const std::size_t name = message.find(L"%1");  // of a file
+  if (name != message.npos) message.replace(name, 2, L"this file");
   message.resize(message.find_last_not_of(L" .\r\n") + 1);
   const std::wstring number = std::to_wstring(error);
   return message.empty() ? L"Error " + number + L"." : message + L" (error " + number + L").";

@@ -33,10 +33,6 @@ constexpr wchar_t kIsNoOption[] =
     L"is not an option of this command. Options begin with \"--\", and a job's stand before its "
     L"NAME";
 
-bool Exists(const std::wstring& path) {
-  return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
 // A "/" may also begin a path, on the current drive.
 bool LooksLikeOption(const std::wstring& word) {
   if (word[0] == L'/') return word.find_first_of(L"\\/", 1) == word.npos && !Exists(word);
@@ -115,7 +111,7 @@ void ReadTime(const std::wstring& time, Job& job) {
   job.hour = hasForm ? Number(time.substr(0, 2), 0, 23) : -1;
   job.minute = hasForm ? Number(time.substr(3), 0, 59) : -1;
   if (job.hour >= 0 && job.minute >= 0) return;
-  Refuse(time, L"is not a time such as 08:30. Put quotes around a NAME that holds blanks.");
+  Refuse(time, L"is not a time up to 23:59, such as 08:30. Put quotes around a NAME with blanks.");
 }
 
 std::uint32_t Weekday(const std::wstring& day) {

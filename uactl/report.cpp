@@ -145,6 +145,7 @@ std::string AsJson(const Outcome& outcome) {
                              {"destination", text(item.destination)},
                              {"job", text(item.job)},
                              {"done", item.done},
+                             {"replaced", item.replaced},
                              {"reason", text(isTold ? item.reason : outcome.result.reason)}});
   }
   return json.dump(2, ' ', true) + "\n";
