@@ -43,8 +43,7 @@ std::wstring TextFault(const std::wstring& what, const std::wstring& text) {
 std::wstring CommandFault(const std::wstring& what, const std::wstring& text) {
   const bool hasVariable = text.find_first_not_of(L'%', text.find(L'%')) < text.rfind(L'%');
   if (!hasVariable && text.find(L"$(") == std::wstring::npos) return TextFault(what, text);
-  return Fault(what, text,
-               L"holds \"$(\" or a name between \"%\", which the scheduler replaces. Remove it.");
+  return Fault(what, text, L"holds $( or %name%, which the scheduler replaces. Remove it.");
 }
 
 std::wstring QuotedArgument(const std::wstring& argument) {

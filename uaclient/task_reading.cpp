@@ -95,8 +95,6 @@ void CheckAttributes(const ptree& attributes, std::size_t line, FileFindings& fo
   }
 }
 
-constexpr char kComment[] = "<xmlcomment>";
-
 // The lines of the items that count, by key.
 using Items = std::map<std::string, std::size_t>;
 
@@ -108,14 +106,14 @@ Items ReadElements(const ptree& list, const std::vector<std::size_t>& lines, Fil
     const std::size_t line = next == lines.end() ? 0 : *next++;
     const auto attributes = element.get_child_optional(kAttributes);
     if (!attributes || name.find('.') != std::string::npos) {
-      const std::wstring what = name == kComment ? L"This is a comment"
-                                : attributes     ? ShownUtf8(name) + L" has a dot in its name"
-                                                 : ShownUtf8(name) + L" has no attributes";
+      const std::wstring what = name == "<xmlcomment>" ? L"This is a comment"
+                                : attributes           ? ShownUtf8(name) + L" has a dot in its name"
+                                                       : ShownUtf8(name) + L" has no attributes";
       found.Fail(line, what + L", so the helper refuses the list. Change or remove it.");
       continue;
     }
     CheckAttributes(*attributes, line, found);
-    if (element.size() > element.count(kAttributes) + element.count(kComment)) {
+    if (element.size() > 1) {
       found.report.leavesOut = true;
       found.Warn(line, L"The helper leaves out what is inside the item. Put it after the item.");
     }
@@ -156,6 +154,8 @@ void ReadList(const std::wstring& file, const Options& options, Work& work) {
     return found.Fail(why.line, L"The helper cannot read this: {}. Write well-formed XML in UTF-8.",
                       {Utf8ToWide(why.message)});
   }
+  const std::size_t odd = LineOfMismatch(text);
+  if (odd != 0) found.Warn(odd, L"This closing tag does not match its element. Correct it.");
   const ptree& document = store.GetTree();
   const auto list = document.get_child_optional(kOperationListPath);
   if (!list) {

@@ -1,6 +1,8 @@
 #include "xmlstore/nesting.h"
 
+#include <algorithm>
 #include <cstring>
+#include <vector>
 
 namespace xmlstore {
 namespace {
@@ -52,9 +54,14 @@ const char* BehindDeclaration(const char* at) {
   return BehindNext(at, ">");
 }
 
+std::size_t NameSize(const char* at) {
+  std::size_t size = 0;
+  while (!IsNameEnd(at[size])) ++size;
+  return size;
+}
+
 const char* BehindClosingTag(const char* at) {
-  while (!IsNameEnd(*at)) ++at;
-  at = SkipBlanks(at);
+  at = SkipBlanks(at + NameSize(at));
   return *at == '>' ? at + 1 : nullptr;
 }
 
@@ -79,11 +86,9 @@ struct Tag {
 };
 
 Tag ReadElementTag(const char* at) {
-  const char* name = at;
-  while (!IsNameEnd(*at)) ++at;
-  if (at == name) return {};
-  const auto nameSize = static_cast<std::size_t>(at - name);
-  at = BehindAttributes(SkipBlanks(at));
+  const std::size_t nameSize = NameSize(at);
+  if (nameSize == 0) return {};
+  at = BehindAttributes(SkipBlanks(at + nameSize));
   if (at == nullptr) return {};
   if (*at == '>') return {at + 1, nameSize, true};
   if (StartsWith(at, "/>")) return {at + 2, nameSize, false};
@@ -93,11 +98,22 @@ Tag ReadElementTag(const char* at) {
 }  // namespace
 
 bool NodeScanner::Next(XmlNode& node) {
+  bool isEnd = false;
+  while (NextTag(node, isEnd)) {
+    if (!isEnd) return true;
+  }
+  return false;
+}
+
+bool NodeScanner::NextTag(XmlNode& node, bool& isEnd) {
+  isEnd = false;
   while (at_ != nullptr && (at_ = std::strchr(at_, '<')) != nullptr) {
     const char* const start = at_++;
     if (*at_ == '/') {
+      node = {start, {at_ + 1, NameSize(at_ + 1)}, depth_};
       at_ = BehindClosingTag(at_ + 1);
-      if (--depth_ < 0) at_ = nullptr;  // nothing is open here: the reader fails
+      if (--depth_ < 0 || at_ == nullptr) break;  // nothing is open here: the reader fails
+      return isEnd = true;
     } else if (*at_ == '?') {
       at_ = BehindNext(at_ + 1, "?>");
     } else if (*at_ == '!') {
@@ -126,6 +142,21 @@ const char* FindNestedDeeperThan(const char* text, int limit) {
     if (node.depth > limit && !node.name.empty()) return node.start;
   }
   return nullptr;
+}
+
+std::size_t LineOfMismatch(const char* text) {
+  std::vector<std::string_view> open;  // the names of the elements that are open
+  NodeScanner scanner(text);
+  bool isEnd = false;
+  for (XmlNode node; scanner.NextTag(node, isEnd);) {
+    const auto depth = static_cast<std::size_t>(node.depth);
+    if (isEnd && open[depth - 1] != node.name) {
+      return static_cast<std::size_t>(std::count(text, node.start, '\n')) + 1;
+    }
+    open.resize(depth);
+    if (!isEnd) open.back() = node.name;
+  }
+  return 0;
 }
 
 }  // namespace xmlstore

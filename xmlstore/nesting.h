@@ -3,6 +3,7 @@
 // also tells where in the text a node of the reader's tree stands, which the tree does not know.
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 namespace xmlstore {
@@ -24,6 +25,9 @@ class NodeScanner {
   // from here on.
   bool Next(XmlNode& node);
 
+  // The same, but stops at closing tags, too. Their depth is that of the element that they close.
+  bool NextTag(XmlNode& node, bool& isEnd);
+
  private:
   const char* at_;
   int depth_ = 0;
@@ -31,5 +35,9 @@ class NodeScanner {
 
 // The "<" of the first element that is nested deeper than `limit`; null when there is none.
 const char* FindNestedDeeperThan(const char* text, int limit);
+
+// The line, from 1, of the first closing tag that does not have its element's name, which the
+// reader lets pass; 0 when there is none.
+std::size_t LineOfMismatch(const char* text);
 
 }  // namespace xmlstore
