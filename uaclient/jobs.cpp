@@ -137,7 +137,7 @@ std::wstring Expanded(const std::wstring& program) {
 std::wstring ProgramFault(const std::wstring& what, const std::wstring& program) {
   const std::wstring path = Expanded(program);
   std::wstring full;
-  const std::wstring fault = PathFault(path, what + L" is missing or empty.", full);
+  std::wstring fault = PathFault(path, what + L" is missing or empty.", full);
   if (!fault.empty() || (Exists(path) && !IsFolder(path))) return fault;
   return Fault(what, path, L"is not a file. Write its whole path, and the arguments apart.");
 }
