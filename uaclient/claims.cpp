@@ -118,9 +118,12 @@ const Claimed* Meet(const std::vector<Claimed>& ones, const std::vector<Claimed>
   return met != nullptr ? met : meetNow();
 }
 
-// Somebody may hold the folder open. The claim then stays, and the next run tries again.
+// A folder that somebody holds open is left to the next run, by a claim that claims nothing.
 RunClaim::~RunClaim() {
-  if (!file_.empty() && RemoveHelperFolder(helperFolder_)) DeleteFileW(file_.c_str());
+  if (file_.empty()) return;
+  const std::string folder = WideToUtf8(Record(L'h', helperFolder_, L""));
+  WriteAll(Open(file_, GENERIC_WRITE, FILE_SHARE_READ, CREATE_ALWAYS), folder);
+  if (RemoveHelperFolder(helperFolder_)) DeleteFileW(file_.c_str());
 }
 
 void RunClaim::Prepare() { CreateDirectoryW(ClaimsFolder().c_str(), nullptr); }

@@ -23,9 +23,6 @@ namespace {
 using Microsoft::WRL::ComPtr;
 using Task = UACTaskScheduler;
 
-constexpr wchar_t kName[] = L"The job's name";
-constexpr wchar_t kProgram[] = L"The program";
-
 std::int32_t KindOf(const Job& job) { return Task::kDaily + static_cast<std::int32_t>(job.every); }
 
 std::wstring Fault(const std::wstring& what, const std::wstring& value, const wchar_t* why) {
@@ -179,10 +176,10 @@ Work WorkOf(const Job& job, const Options&, Hold) {
   std::swprintf(time, std::size(time), L" at %02d:%02d", job.hour, job.minute);
   return WorkOn(
       job, RegistrationStep(job.name, program, arguments, rhythm + time),
-      {JobNameFault(kName, job.name), TextFault(L"The author", job.author),
+      {JobNameFault(L"The job's name", job.name), TextFault(L"The author", job.author),
        isTime ? L"" : L"The time must be between 00:00 and 23:59.",
        rhythm.empty() ? L"Name its days by the lowest 7 bits (weekly) or 31 (monthly)." : L"",
-       ProgramFault(kProgram, program), CommandFault(kProgram, program),
+       ProgramFault(L"The program", program), CommandFault(L"The program", program),
        CommandFault(L"The command line", arguments),
        arguments.empty() ? L"Give an argument: without one the helper deletes the job." : L""});
 }
@@ -190,7 +187,7 @@ Work WorkOf(const Job& job, const Options&, Hold) {
 Work WorkOf(const JobRemoval& removal, const Options&, Hold) {
   Job job;
   job.name = removal.name;
-  return WorkOn(job, DeletionStep(job.name), {JobNameFault(kName, job.name)});
+  return WorkOn(job, DeletionStep(job.name), {JobNameFault(L"The job's name", job.name)});
 }
 
 Claimed PlaceOf(const std::wstring& job) {
