@@ -23,7 +23,7 @@ std::wstring TempFolder();
 bool RemoveHelperFolder(const std::wstring& path);
 
 // The folder is open to this user, administrators and the system alone: who can change these files
-// decides what is done elevated. Whoever creates it removes it.
+// decides what is done elevated. It goes with the run's claim (claims.h).
 class HelperFiles {
  public:
   // Chooses a path in TempFolder() that nobody can foresee. Throws NotStarted when TMP does not do.
