@@ -122,7 +122,7 @@ TEST_F(PlanCheck, ReplacesWhatMayGo) {
          {"!@s/>@running", {"E x.exe\" is to be deleted, but is in use"}},
          {"!@s/>C:/", {"E whole drive", "E which is deleted first"}},
          {"!@s/>C:/Windows/System32/x", {"E is in the Windows folder"}},
-         {"!@s/>C:/Program Files", {"E may lose programs"}},
+         {"!@s/>C:/Program Files", {"E could delete programs"}},
          {"!@s/>C:/Program Files/Common Files/", {"E which programs need"}},
          {"!@s/>" + user, {"E "}},
          {"!@s/>C:/users/somebody else", {"E a user's profile"}},

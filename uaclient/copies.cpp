@@ -133,7 +133,7 @@ class Surveyor {
     if (!fault.empty()) isRefused ? Fail(L"{}", {fault}) : Doubt(L"{}", {fault});
     CheckDrive(path, full);
     if (Copies(Kind::kCopyFile) && (path.back() == L'\\' || path.back() == L'/')) {
-      Fail(L"\"{}\" ends like a folder, but the item copies a file. Write a file's name.", {path});
+      Fail(L"\"{}\" ends like a folder, but the item copies a file. Add the file's name.", {path});
     }
     path = full;
     return true;
@@ -234,7 +234,7 @@ class Surveyor {
     if (!kept_) kept_.emplace(folders_, options_);
     const std::wstring why = kept_->WhyKept(*item.toSpot.folder);
     if (why.empty()) return true;
-    return Harm(L"The destination \"{}\"{}. Replacing it may lose programs or data. Use another.",
+    return Harm(L"\"{}\"{}. Replacing it could delete programs or data. Choose another folder.",
                 {Destination(), why});
   }
 
@@ -242,7 +242,7 @@ class Surveyor {
   void CheckTemporaryFolder(const Details& item) {
     const std::wstring temp = TempFolder();
     if (temp.empty() || !folders_.At(temp).IsInOrIs(*item.read[0].folder)) return;
-    Harm(L"The source \"{}\" holds \"{}\", where the helper's files go. Set TMP to another.",
+    Harm(L"The source \"{}\" holds \"{}\", where the helper's files go. Set TMP to another folder.",
          {Source(), temp});
   }
 

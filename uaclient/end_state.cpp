@@ -94,7 +94,7 @@ class Judge {
     const Entry* const from = copy.isUsable ? folders_.Find(copy.source) : nullptr;
     if (from == nullptr || from->error != 0) {
       return copy.targets.empty()
-                 ? Fault(L"The source does not exist, is not visible, or a path is wrong.", {})
+                 ? Fault(L"The source does not exist or is not visible, or a path is wrong.", {})
                  : Fault(L"The source was removed while the helper worked.", {});
     }
     const TreeListing now = ListTree(copy.source, *from, Links::kFollowedOnce);

@@ -206,7 +206,7 @@ class HelperRun {
                       (item.isDeletion ? L"still" : L"not") + L" there.";
     } else if (now == JobState::kUnknown && (!item.isDeletion || jobBefore_ != JobState::kThere)) {
       item.reason =
-          L"The helper reports success, but this user cannot see the job. It may be another's.";
+          L"The helper reports success, but this user cannot see the job, perhaps another user's.";
     }
   }
 

@@ -260,7 +260,7 @@ class TaskReader {
       line_ = line.number;
       const std::wstring odd = ReadLine(line);
       if (odd.empty() || ++oddLines_ > kMaxNamed + 1) return;
-      found_.Warn(line_, oddLines_ <= kMaxNamed ? odd : L"This line is odd, as others may be.");
+      found_.Warn(line_, oddLines_ <= kMaxNamed ? odd : L"This line is odd, and others may be.");
     });
   }
 

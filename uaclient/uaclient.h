@@ -157,12 +157,12 @@ struct Progress {
   std::uint64_t allBytes = 0;
   std::filesystem::path current;  // the destination at work; empty where that is not known
   std::chrono::milliseconds elapsed{0};
-  bool comparing = false;  // the helper has ended; what is the same counts, from 0 again
+  bool comparing = false;  // the helper has ended; counted anew: files that equal their sources
 };
 
 enum class Comparison {
   kContent,     // every byte
-  kSizeAndTime  // faster, to two seconds; files that looked like their source before by content
+  kSizeAndTime  // faster, times to two seconds; by content what looked like its source before
 };
 
 struct Options {
